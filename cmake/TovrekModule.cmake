@@ -1,0 +1,42 @@
+# tovrek_module(NAME [LINK libs...]): the library of one folder, from all its .cpp files.
+# Headers are included by their path from src/ (or from the project root for companions).
+function(tovrek_module name)
+  cmake_parse_arguments(ARG "" "" "LINK" ${ARGN})
+  file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp")
+  list(FILTER sources EXCLUDE REGEX "/main\\.cpp$")
+  if(NOT sources)
+    add_library(tovrek_${name} INTERFACE)
+    set(scope INTERFACE)
+  else()
+    add_library(tovrek_${name} STATIC ${sources})
+    set(scope PUBLIC)
+  endif()
+  target_include_directories(tovrek_${name} ${scope} "${CMAKE_SOURCE_DIR}/src" "${CMAKE_SOURCE_DIR}")
+  target_link_libraries(tovrek_${name} ${scope} ${ARG_LINK})
+endfunction()
+
+# tovrek_companion(NAME [LINK libs...]): one program of the host root, from main.cpp of the
+# current folder (its other files make the library tovrek_NAME first, where there are any).
+function(tovrek_companion name)
+  cmake_parse_arguments(ARG "" "" "LINK" ${ARGN})
+  tovrek_module(${name} LINK ${ARG_LINK})
+  add_executable(${name} "${CMAKE_CURRENT_SOURCE_DIR}/main.cpp")
+  target_link_libraries(${name} PRIVATE tovrek_${name})
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${TOVREK_HOST_FOLDER}/usr/bin")
+  add_dependencies(tovrek_host_root ${name})
+endfunction()
+
+# tovrek_tests(NAME [LINK libs...]): the test program NAME_tests from all .cpp files of the folder.
+function(tovrek_tests name)
+  cmake_parse_arguments(ARG "" "" "LINK" ${ARGN})
+  file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp")
+  if(NOT sources)
+    return()
+  endif()
+  add_executable(${name}_tests ${sources})
+  target_include_directories(${name}_tests PRIVATE "${CMAKE_SOURCE_DIR}")
+  target_link_libraries(${name}_tests PRIVATE ${ARG_LINK} tovrek_test_support GTest::gtest_main GTest::gmock)
+  add_dependencies(${name}_tests tovrek_host_root)
+  gtest_discover_tests(${name}_tests DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+                       PROPERTIES TIMEOUT 300)
+endfunction()

@@ -1,0 +1,25 @@
+# Compiler settings that every target of the project shares.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE Release)
+endif()
+
+add_compile_options(-Wall -Wextra -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-align
+                    -Woverloaded-virtual -Wconversion -Wno-sign-conversion)
+add_compile_definitions(_FILE_OFFSET_BITS=64)
+if(TOVREK_WERROR)
+  add_compile_options(-Werror)
+endif()
+if(TOVREK_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+find_program(TOVREK_CCACHE ccache)
+if(TOVREK_CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${TOVREK_CCACHE}")
+endif()

@@ -1,0 +1,32 @@
+// A read-only view of a whole file.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string>
+
+#include "host/ErrorText.h"
+
+namespace tovrek {
+
+// Private, read-only mapping that lives as long as the object. An empty file maps to an empty
+// span. The file must not be cut short by others while it is mapped.
+class MappedFile {
+ public:
+  MappedFile() = default;
+  MappedFile(MappedFile&& other) noexcept;
+  MappedFile& operator=(MappedFile&& other) noexcept;
+  MappedFile(const MappedFile&) = delete;
+  MappedFile& operator=(const MappedFile&) = delete;
+  ~MappedFile();
+
+  bool open(const std::string& path, ErrorText* error = nullptr);
+  std::span<const std::byte> bytes() const { return {data_, size_}; }
+
+ private:
+  void reset();
+  const std::byte* data_ = nullptr;
+  size_t size_ = 0;
+};
+
+}  // namespace tovrek

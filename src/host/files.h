@@ -1,0 +1,65 @@
+// Files and folders: questions, whole-file reads and writes, copies, sorted listings.
+// Failures put the system's own description ("No such file or directory") into the slot; the
+// caller words the message around it.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/ErrorText.h"
+
+namespace tovrek {
+
+// --- Questions. Links are followed, except by isSymbolicLink and itemExistsNoFollow. ---
+bool fileExists(const std::string& path);
+bool isDirectory(const std::string& path);
+// Exists and is not a folder.
+bool isPlainFile(const std::string& path);
+bool isSymbolicLink(const std::string& path);
+// True also for a link that points nowhere.
+bool itemExistsNoFollow(const std::string& path);
+bool isWritable(const std::string& path);
+// Size in bytes as stat gives it; none when there is no such item.
+std::optional<uint64_t> fileSize(const std::string& path);
+// All links resolved; none when a component is missing.
+std::optional<std::string> realPath(const std::string& path);
+
+// --- Whole files. ---
+bool readFile(const std::string& path, std::string* contents, ErrorText* error = nullptr);
+// Temporary file in the same folder, fsync, rename. Keeps the mode of a file that stood there,
+// else 0666 less the umask. Replaces a link at `path` rather than writing through it.
+bool writeFileAtomically(const std::string& path, std::string_view contents,
+                         ErrorText* error = nullptr);
+// Opens with O_APPEND and writes `text` in one call, so that lines of two programs do not mix.
+// False when the file does not exist or cannot be opened.
+bool appendToFile(const std::string& path, std::string_view text);
+
+// --- Items. ---
+bool createDirectories(const std::string& path, ErrorText* error = nullptr);
+// Removes a file, a link (not its target) or a whole folder. A missing item is a failure.
+bool removeItem(const std::string& path, ErrorText* error = nullptr);
+// Copies a file or folder. Fails when anything stands at `to`. Links are copied as links, modes
+// and empty folders are kept. A single file appears whole or not at all.
+bool copyItem(const std::string& from, const std::string& to, ErrorText* error = nullptr);
+// Renames, or copies and removes across file systems. Fails when anything stands at `to`.
+bool moveItem(const std::string& from, const std::string& to, ErrorText* error = nullptr);
+
+// --- Listings: names sorted by bytes, so that every host gives the same order. ---
+// Names in the folder, without "." and ".."; none when it cannot be read.
+std::optional<std::vector<std::string>> listDirectory(const std::string& path,
+                                                      ErrorText* error = nullptr);
+
+enum class ItemKind { kFile, kDirectory, kLink, kOther };
+struct WalkedItem {
+  std::string relativePath;  // from the root of the walk, without a leading "/"
+  ItemKind kind;
+};
+// Depth first, a folder before its contents, links never followed. `visit` answers whether to
+// descend into a folder. A missing root visits nothing and is false.
+bool walkDirectory(const std::string& root, const std::function<bool(const WalkedItem&)>& visit);
+
+}  // namespace tovrek

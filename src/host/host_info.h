@@ -1,0 +1,32 @@
+// What only the operating system can tell.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "host/ErrorText.h"
+
+namespace tovrek {
+
+// The running program's file with links resolved, and its folder; empty when unknown.
+std::string programPath();
+std::string programFolder();
+
+// $TMPDIR when it names a folder by an absolute path; else a folder of this user alone below
+// /tmp, made with mode 0700 on first use; none when it belongs to somebody else.
+std::optional<std::string> systemTemporaryFolder(ErrorText* error = nullptr);
+
+// A random version 4 UUID in upper case.
+std::string uniqueString();
+
+// Login name of the user, and the computer's name for people.
+std::string userName();
+std::string machineName();
+
+// The link-layer address of "en0" as "%02X:..." (six bytes). Hosts without "en0" give that of
+// their first interface that is up and no loopback, else any other, else zeros. Without any
+// interface: none, and one of "if_nametoindex failure", "sysctl mgmtInfoBase failure",
+// "buffer allocation failure", "sysctl msgBuffer failure".
+std::optional<std::string> macAddress(ErrorText* error);
+
+}  // namespace tovrek

@@ -1,0 +1,48 @@
+// Starting other programs.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/ErrorText.h"
+
+namespace tovrek {
+
+enum class StandardError { kInherit, kCapture, kMergeIntoOutput };
+
+struct Command {
+  // argv[0] is the program. An absolute path is looked up in the host root first; a bare name
+  // is searched in the child's PATH.
+  std::vector<std::string> argv;
+  std::string workingDirectory;  // empty: the caller's
+  StandardError standardError = StandardError::kInherit;
+  std::string input;  // given on standard input, which is empty otherwise
+  // Variables set on top of the clean environment.
+  std::vector<std::pair<std::string, std::string>> environment;
+};
+
+struct Outcome {
+  // Exit status, or the signal's number when a signal ended the child.
+  int status = 0;
+  bool signalled = false;
+  std::string output;       // standard output (and standard error where merged)
+  std::string errorOutput;  // filled for StandardError::kCapture
+};
+
+// Runs the program, reads its output to the end and waits for it. False, with the reason, when
+// it could not be started; a non-zero status is an Outcome.
+//
+// The child gets LC_ALL=C.UTF-8, <host root>/usr/bin in front of PATH, none of the variables by
+// which zip and unzip take hidden options, and default signal handling. Standard output of this
+// process is flushed first, so that a captured terminal reads in order.
+bool runProcess(const Command& command, Outcome* outcome, ErrorText* error = nullptr);
+
+// "/bin/sh" "-c" `commandLine`. When the text starts with an absolute tool path that the host
+// root replaces, the launched text has the replacement, quoted; callers show their own text.
+Command shellCommand(const std::string& commandLine);
+
+// `text` as one word of /bin/sh, in apostrophes.
+std::string quotedForShell(const std::string& text);
+
+}  // namespace tovrek
