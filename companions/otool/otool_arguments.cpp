@@ -64,7 +64,6 @@ std::optional<std::vector<std::string>> otoolArguments(const std::vector<std::st
     return std::nullopt;
   }
   result.push_back("--arch=" + arch);
-  result.emplace_back("--");
   result.insert(result.end(), files.begin(), files.end());
   return result;
 }
