@@ -2,11 +2,11 @@
 #include <string>
 #include <string_view>
 
+#include "host/StdioFile.h"
 #include "host/files.h"
 #include "host/host_info.h"
 #include "host/paths.h"
 #include "icons/IconConverter.h"
-#include "icons/stdio_file.h"
 #include "log/SystemLog.h"
 
 namespace tovrek {
@@ -30,9 +30,9 @@ bool copyStream(std::FILE* source, std::FILE* destination) {
 
 // Fills `destination`, which may be left incomplete.
 bool copyInto(const std::string& source, const std::string& destination) {
-  StdioFile from(std::fopen(source.c_str(), "rb"));
+  StdioFile from = openRegularFile(source);
   if (from == nullptr) return complain("Cannot open source file.");
-  StdioFile to(std::fopen(destination.c_str(), "wbx"));
+  StdioFile to(std::fopen(destination.c_str(), "wbxe"));
   if (to == nullptr) return complain("Cannot open destination file.");
   if (!copyStream(from.get(), to.get())) return false;
   if (std::fclose(from.release()) != 0) return complain("Error closing source file.");

@@ -5,11 +5,11 @@
 #include <algorithm>
 #include <new>
 
+#include "host/StdioFile.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "icons/image_data.h"
 #include "icons/pixel_rows.h"
-#include "icons/stdio_file.h"
 #include "log/SystemLog.h"
 
 namespace tovrek {
@@ -54,12 +54,19 @@ IconConverter& IconConverter::shared() {
 }
 
 int IconConverter::process(const std::string& path) {
-  const int result = convert(path);
+  const int result = convert(path, outputPath(path));
   reset_chunks();
   return result;
 }
 
-int IconConverter::convert(const std::string& path) {
+bool IconConverter::makeStandardIcon(const std::string& source, const std::string& destination) {
+  settings_.rewrite = true;
+  const int result = convert(source, destination);
+  reset_chunks();
+  return result == kNotOptimised ? CopyStandardIconFile(source, destination) : result != kFailed;
+}
+
+int IconConverter::convert(const std::string& path, const std::string& target) {
   const bool listing = settings_.listChunks || settings_.verbose;
   const std::string prefix = listing ? "    " : path + " : ";
   ErrorText error;
@@ -98,7 +105,6 @@ int IconConverter::convert(const std::string& path) {
   }
   if (!settings_.rewrite) return kConverted;
 
-  const std::string target = outputPath(path);
   printOut(fmt::format("writing to file {}\n", target));
   if (!writeFileAtomically(target, assemble(*run, imageData))) {
     printOut("    failed to create output file!\n");
@@ -109,7 +115,7 @@ int IconConverter::convert(const std::string& path) {
 
 bool IconConverter::readChunks(const std::string& path, ErrorText* error) {
   reset_chunks();
-  const StdioFile file(std::fopen(path.c_str(), "rb"));
+  const StdioFile file = openRegularFile(path);
   const std::optional<uint64_t> length = fileSize(path);
   if (file == nullptr || !length) return fail(error, "not found or could not be opened");
 

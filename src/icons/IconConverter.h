@@ -50,6 +50,9 @@ class IconConverter {
   bool ConvertCopyIconFile(const std::string& outputDirectory, const std::string& source,
                            const std::string& outputName, const std::string& expectedName);
 
+  // Writes the standard form of `source` to `destination`, a plain copy where it has that form.
+  bool makeStandardIcon(const std::string& source, const std::string& destination);
+
  private:
   // The run of IDAT chunks, as positions in chunks_.
   struct ImageRun {
@@ -57,7 +60,7 @@ class IconConverter {
     size_t end = 0;
   };
 
-  int convert(const std::string& path);
+  int convert(const std::string& path, const std::string& target);
   bool readChunks(const std::string& path, ErrorText* error);
   int init_chunk(std::FILE* stream, uint64_t fileLength);
   void reset_chunks();
