@@ -97,7 +97,7 @@ TEST_F(Damage, NamesTheFault) {
       {"GIF89a, surely", "not a PNG file"},
       {start + bigEndian32(0xffffffff) + "IDAT", "invalid chunk size"},
       {start + bigEndian32(0x7fffffff) + "IDAT", "invalid chunk size"},
-      {start + bigEndian32(30) + "IDAT", "premature end of file"},
+      {start + bigEndian32(20) + "IDAT", "premature end of file"},
       {start + one + pixel, "missing IEND chunk"},
       {iconOf(pixel, ""), "no IHDR chunk found"},
       {start + end, "no IHDR chunk found"},
