@@ -117,7 +117,7 @@ std::optional<XmlElement> MobileAppPackage::generateMobileAppElement() const {
   app.wrapperTimeStamp = now();
   if (!writeSettingsFile(*bundle, app)) return std::nullopt;
   app.appType = "application/ios";
-  app.urlScheme = kSchemeGroup + app.packageID;
+  app.urlScheme = fmt::format("{}{}", kSchemeGroup, app.packageID);
   app.bundleFileName = lastPathComponent(appInfo_.ipaFilename);
   app.appStoreUrl = appInfo_.appStoreURL;
   app.toolVersion = kToolVersion;
@@ -163,11 +163,11 @@ bool MobileAppPackage::finishInfoPlist(WexInfoPlistModifier& infoPlist,
                    "Your organization's policy requires your location for this app.", false);
   infoPlist.addKey("NSFaceIDUsageDescription",
                    fmt::format("Use Face ID to unlock {}", friendlyName), false);
-  if (!infoPlist.addURLScheme(kSchemeGroup + packageId, kSchemeGroup)) {
+  if (!infoPlist.addURLScheme(fmt::format("{}{}", kSchemeGroup, packageId), kSchemeGroup)) {
     logger.logError("Error:- Could not add URLScheme1 in Info.plist");
     return false;
   }
-  if (!infoPlist.addURLScheme("mailcompose." + packageId)) {
+  if (!infoPlist.addURLScheme(fmt::format("mailcompose.{}", packageId))) {
     logger.logError("Error:- Could not add URLScheme2 in Info.plist");
     return false;
   }
@@ -208,10 +208,10 @@ bool MobileAppPackage::writeSettingsFile(const AppBundle& bundle, const MobileAp
 
 void MobileAppPackage::addMoreInfo(MobileApp& app) const {
   const std::string appMode = trimmed(appInfo_.appMode);
+  app.moreInfo = {{"WEXApplicationType", applicationType(appMode)},
+                  {"ToolsProductVersion", kToolVersion},
+                  {"ToolsBuildNumber", kToolsBuildNumber}};
   if (!appMode.empty()) app.moreInfo["SDKAppMode"] = appMode;
-  app.moreInfo["WEXApplicationType"] = applicationType(appMode);
-  app.moreInfo["ToolsProductVersion"] = kToolVersion;
-  app.moreInfo["ToolsBuildNumber"] = kToolsBuildNumber;
 }
 
 }  // namespace tovrek
