@@ -1,0 +1,44 @@
+#include "converter/tool_run.h"
+
+#include <fmt/format.h>
+
+#include "converter/common.h"
+#include "log/SystemLog.h"
+
+namespace tovrek::converter {
+
+namespace {
+constexpr int kNotStarted = 127;
+}
+
+int runTool(const std::vector<std::string>& argv, const std::string& workingDirectory) {
+  Command command;
+  command.argv = argv;
+  command.workingDirectory = workingDirectory;
+  Outcome outcome;
+  if (!runProcess(command, &outcome)) return kNotStarted;
+  logger().logDetailed(outcome.output);
+  return outcome.status;
+}
+
+bool failWithStatus(ErrorText* error, std::string_view tag, int status) {
+  return fail(error, fmt::format("Failed to execute {} with exit code: {}", tag, status));
+}
+
+bool runToolOrFail(const std::vector<std::string>& argv, std::string_view tag, ErrorText* error) {
+  const int status = runTool(argv);
+  return status == 0 || failWithStatus(error, tag, status);
+}
+
+std::optional<Outcome> runShell(const std::string& commandLine) {
+  Outcome outcome;
+  ErrorText reason;
+  if (!runProcess(shellCommand(commandLine), &outcome, &reason)) {
+    systemLog(fmt::format("NSEXCEPTION : {}", reason.text()));
+    return std::nullopt;
+  }
+  logger().logDetailed(outcome.output);
+  return outcome;
+}
+
+}  // namespace tovrek::converter
