@@ -7,7 +7,8 @@
 
 namespace tovrek {
 
-struct ManifestData {
+class ManifestData {
+ public:
   explicit ManifestData(std::optional<std::string> name) : friendlyName(std::move(name)) {}
 
   std::optional<std::string> friendlyName;  // none or empty: the manifest keeps its own
