@@ -16,6 +16,7 @@ namespace tovrek {
 
 class AppBundle;
 class TemporaryDirectory;
+class UnzippedCma;
 class UnzippedIpa;
 
 // What an app bundle holds of our own components.
@@ -71,6 +72,13 @@ class AppConverter {
   bool CreatePackageFromWex(ErrorText* error);
   // Places the management files into an app that was built with our SDK, and packages it.
   bool EmbedResourcesIntoApp(ErrorText* error);
+  // Unpacks a package and changes its manifest; what is to be packed again lies in `directory`.
+  bool extractAndUpdateWexPackageInTempDir(TemporaryDirectory& directory, ErrorText* error);
+  // Changes the manifest as the record says. A failure is only logged.
+  bool updateWEXpackage(const UnzippedCma& package);
+  // Puts an .ipa into the unpacked package, in place of those in it.
+  static bool doEmbedBundle(const std::optional<std::string>& bundlePath,
+                            const UnzippedCma& package);
 
   // --- Eligibility (AppConverterEligibility.cpp) ---
 
@@ -174,20 +182,68 @@ class AppConverter {
   // failure here; the missing file shows in a later step.
   bool ZipToIpa(const std::string& ipaName, const std::string& sourceDir,
                 const std::string& targetDir, ErrorText* error);
+  // The same for an unpacked package, with links followed instead of stored.
+  bool ZipToIpaFromWex(const std::string& sourceDir, const UnzippedCma& package,
+                       const std::string& packageDir, ErrorText* error);
   // Zips the package folder and copies the archive to the record's output file.
   bool ZiptoPackage(const std::string& packageDir, ErrorText* error);
 
  private:
   struct WrapRun;
 
+  // --- Steps of CreatePackage (AppConverterPipeline.cpp), in their order ---
+  bool openInput(WrapRun* run, ErrorText* error);
+  bool checkEligibility(const WrapRun& run, ErrorText* error);
+  void takeBundleIdentifiers(const WrapRun& run);
+  bool decodeProfile(WrapRun* run, ErrorText* error);
+  void stripOrReportExtensions(const WrapRun& run, ErrorText* error);
+  void checkCertificate(const WrapRun& run, ErrorText* error);
+  bool insertManagementFiles(const WrapRun& run, ErrorText* error);
+  bool rebuildExecutable(const WrapRun& run, ErrorText* error);
+  void changeBundleIdentifier(const WrapRun& run);
+  bool placeResources(WrapRun* run, ErrorText* error);
+  void nameOutput(WrapRun* run);
+  bool buildManifest(WrapRun* run, ErrorText* error);
+  bool signAll(const WrapRun& run, ErrorText* error);
+  bool writeIpa(const WrapRun& run, ErrorText* error);
+  bool copyOutputBundle(const WrapRun& run, ErrorText* error);
+  bool writePackage(WrapRun& run, ErrorText* error);
+  bool deliverResigned(const WrapRun& run, ErrorText* error);
+
+  // --- Their parts ---
+  static bool refuseLinksOutside(const std::string& folder, ErrorText* error);
+  static bool emptyPackageFolder(const TemporaryDirectory& directory, ErrorText* error);
+  bool chooseSourceBundle(std::string* source, ErrorText* error);
+  bool copyNib(const std::string& sourceBundle, const std::string& appPath, ErrorText* error);
+  bool checkLogger(ErrorText* error);
+  bool makeFrameworksFolder(const std::string& appPath, ErrorText* error);
+  bool copyLogger(const std::string& appPath, ErrorText* error);
+  std::vector<std::string> findPolicyLanguages() const;
+  std::string manifestAppMode() const;
+  bool signInsertedParts(const WrapRun& run, ErrorText* error);
+  // Logs the reason, and how to get the developer tools when they are missing; false.
+  static bool failSigning(const char* reason);
+  void completeManifest(WrapRun& run, const std::string& ipaPath);
+  bool removeOldOutput(ErrorText* error);
+
+  // --- The shorter flows (AppConverterPackageFlows.cpp) ---
+  bool openPackage(WrapRun* run, std::shared_ptr<UnzippedCma>* package, ErrorText* error);
+  bool stampSdkApp(WrapRun& run, ErrorText* error);
+  bool signDylib(const WrapRun& run, ErrorText* error);
+  bool updatePackage(ErrorText* error);
+  bool checkSdkApp(WrapRun& run, ErrorText* error);
+  bool embedManagementFiles(const WrapRun& run, ErrorText* error);
+
+  // An item of the content folder.
   std::string contentFile(std::string_view name) const;
 
   AppConverterParam& converterParam_;
   TKProgressor& progressor_;
   std::string contentPath_;
+  // As the record was at construction.
   bool isSDK_;
   bool isUpdate_;
-  bool isInputApp_;
+  bool isInputApp_;  // the input is an unpacked .app
 };
 
 }  // namespace tovrek

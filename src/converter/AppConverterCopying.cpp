@@ -33,8 +33,7 @@ bool AppConverter::copyOrvaneLoggerFramework(const std::string& from, const std:
         "Orvane Logger Framework already exists in the app at {}. Simply replacing it...", to));
   }
   if (!replaceByCopy(from, to, error)) return false;
-  logger().logBasic(
-      fmt::format("Log: Successfully copied OrvaneLogger from {} to : {}", from, to));
+  logger().logBasic(fmt::format("Log: Successfully copied OrvaneLogger from {} to : {}", from, to));
   return true;
 }
 
@@ -56,26 +55,42 @@ bool AppConverter::replaceProvisioningProfileAtDir(const std::string& appPath, E
   systemLog(fmt::format("unzip location {}; destination {}; source {}.", appPath, destination,
                         shown(converterParam_.provisionProfile)));
   if (!fileExists(source)) {
-    return fail(error,
-                fmt::format("A required file at this location does not exist: {}", source));
+    return fail(error, fmt::format("A required file at this location does not exist: {}", source));
   }
   return replaceByCopy(source, destination, error);
 }
 
+namespace {
+
+std::string executableOf(const std::string& bundlePath) {
+  const auto bundle = AppBundle::open(bundlePath);
+  return bundle ? bundle->executablePath().value_or("") : std::string();
+}
+
+// The engine clears its slot after a success; warnings of earlier steps are to stay.
+bool keepingWarnings(bool succeeded, const ErrorText& reason, ErrorText* error) {
+  if (!succeeded && error != nullptr) *error = reason;
+  return succeeded;
+}
+
+}  // namespace
+
 bool AppConverter::MachORebuild(const std::string& bundlePath, int binaryType, int libraryType,
                                 ErrorText* error) {
-  const auto bundle = AppBundle::open(bundlePath);
-  const std::string executable = bundle ? bundle->executablePath().value_or("") : "";
   MachORebuilder rebuilder;
-  return rebuilder.initWithBinaryType(binaryType, libraryType != 0, executable, logger(), error);
+  ErrorText reason;
+  const bool succeeded = rebuilder.initWithBinaryType(binaryType, libraryType != 0,
+                                                      executableOf(bundlePath), logger(), &reason);
+  return keepingWarnings(succeeded, reason, error);
 }
 
 bool AppConverter::machOCheckDylibLoadOrder(const std::string& bundlePath, int libraryType,
                                             ErrorText* error) {
-  const auto bundle = AppBundle::open(bundlePath);
-  const std::string executable = bundle ? bundle->executablePath().value_or("") : "";
   MachORebuilder rebuilder;
-  return rebuilder.initForLibraryType(libraryType != 0, executable, logger(), error);
+  ErrorText reason;
+  const bool succeeded =
+      rebuilder.initForLibraryType(libraryType != 0, executableOf(bundlePath), logger(), &reason);
+  return keepingWarnings(succeeded, reason, error);
 }
 
 std::string AppConverter::escapeExecutableString(std::string_view text) {

@@ -6,13 +6,13 @@
 
 #include "converter/AppConverter.h"
 #include "converter/common.h"
-#include "converter/tool_run.h"
 #include "host/HostRoot.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
 #include "package/AppBundle.h"
 #include "package/HelperMethods.h"
+#include "tools/tool_run.h"
 
 namespace tovrek {
 
@@ -106,8 +106,7 @@ void AppConverter::checkIfAppBundle(const AppBundle& bundle, BundleInspection* i
     report += "\nverifyIfApplicationIsLinkedWithMDKSDK error " + linkError.text();
   }
   if (!policies && (symbols || linked)) {
-    report +=
-        "WARNING: App will not work as expected when run in Premium/AppSpecific mode.\n";
+    report += "WARNING: App will not work as expected when run in Premium/AppSpecific mode.\n";
   }
   systemLog(report + "\n");
   logger().logDetailed(report);
@@ -185,13 +184,11 @@ bool AppConverter::verifyIfItNotANativeiOSApp(const std::string& appPath, ErrorT
 
 bool AppConverter::doesApplicationSupportAdobeAir(const std::string& appPath, ErrorText* error) {
   if (!fileExists(joinPath(appPath, "META-INF/AIR/application.xml"))) return false;
-  fail(error,
-       "WEX does not support wrapping applications created using the Adobe Air framework.");
+  fail(error, "WEX does not support wrapping applications created using the Adobe Air framework.");
   return true;
 }
 
-bool AppConverter::checkForDuplicateCertificates(const std::string& certificate,
-                                                 ErrorText* error) {
+bool AppConverter::checkForDuplicateCertificates(const std::string& certificate, ErrorText* error) {
   if (certificate.empty()) return false;
   const auto output = successfulOutput(runShell("security find-identity -v -p codesigning"));
   if (!output || countOccurrences(*output, certificate) < 2) return false;
@@ -204,13 +201,12 @@ bool AppConverter::checkForDuplicateCertificates(const std::string& certificate,
 bool AppConverter::isCmdLineToolInstalled() {
   return HostRoot::exists("/var/db/receipts/com.apple.pkg.DeveloperToolsCLI.bom") ||
          HostRoot::exists("/var/db/receipts/com.apple.pkg.CLTools_Executables.bom") ||
-         AppConverterParam::verifyCommandLineToolisInstalledWithCompletionHandler(nullptr);
+         AppConverterParam::verifyCommandLineToolisInstalled(nullptr);
 }
 
 bool AppConverter::checkOrvaneDylib(const std::string& path, ErrorText* error) {
   if (!fileExists(path)) {
-    return fail(error,
-                fmt::format("A required file at this location does not exist: {}", path));
+    return fail(error, fmt::format("A required file at this location does not exist: {}", path));
   }
   return VerifyOrvaneDylib(path, error);
 }

@@ -5,12 +5,12 @@
 
 #include "converter/AppConverter.h"
 #include "converter/common.h"
-#include "converter/tool_run.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
 #include "package/HelperMethods.h"
 #include "profile/ProvisioningProfile.h"
+#include "tools/tool_run.h"
 
 namespace tovrek {
 
@@ -82,8 +82,7 @@ OptionalDictionary readOldEntitlements(const std::string& appPath) {
   const int status = runTool({"/usr/bin/codesign", "-d", "--entitlements", ":" + path, appPath});
   logger().logDetailed("Existing entitlement data is written into: " + path);
   if (status != 0) {
-    logger().logWarning(
-        "Code signature may not exist. Using all default to resign the app.");
+    logger().logWarning("Code signature may not exist. Using all default to resign the app.");
   }
   return isPlainFile(path) ? readPlistDictionary(path) : std::nullopt;
 }
@@ -217,10 +216,8 @@ bool AppConverter::GenerateEntitlement(const std::string& targetPath,
 
   const std::string profileAppId = stringForKeyOr(*profile, kApplicationIdentifier, "");
   const std::string teamPrefix = prefixOf(profileAppId);
-  systemLog(fmt::format("new bundle seed ID: {}, teamIdFromProfile: {}", profileAppId,
-                        teamPrefix));
-  const std::string newAppId =
-      newApplicationIdentifier(profileAppId, teamPrefix, converterParam_);
+  systemLog(fmt::format("new bundle seed ID: {}, teamIdFromProfile: {}", profileAppId, teamPrefix));
+  const std::string newAppId = newApplicationIdentifier(profileAppId, teamPrefix, converterParam_);
   logger().logDetailed("newAppID: " + newAppId);
 
   const OptionalDictionary old = readOldEntitlements(appPath);

@@ -90,15 +90,14 @@ bool AppConverter::emptyPackageFolder(const TemporaryDirectory& directory, Error
   ErrorText reason;
   const std::string& folder = directory.packageDir();
   if (removeItem(folder, &reason) && createDirectories(folder, &reason)) return true;
-  return fail(error, fmt::format("Failed to empty the package folder {}. Error:{}", folder,
-                                 reason.text()));
+  return fail(
+      error, fmt::format("Failed to empty the package folder {}. Error:{}", folder, reason.text()));
 }
 
 bool AppConverter::checkEligibility(const WrapRun& run, ErrorText* error) {
   if (!isSDK_) {
     if (run.inspection.hasWEXSDKFramework) {
-      fail(error,
-           "ERROR: This app is already linked against the TelvoSDK, and cannot be wrapped.");
+      fail(error, "ERROR: This app is already linked against the TelvoSDK, and cannot be wrapped.");
       logger().logError("This Application is an SDK app");
       return false;
     }
@@ -293,8 +292,12 @@ bool AppConverter::failSigning(const char* reason) {
   return false;
 }
 
+bool AppConverter::signDylib(const WrapRun& run, ErrorText* error) {
+  return CodeSignOrvaneDylib(run.appPath, error) || failSigning("Codesign fails.");
+}
+
 bool AppConverter::signInsertedParts(const WrapRun& run, ErrorText* error) {
-  if (!isSDK_ && !CodeSignOrvaneDylib(run.appPath, error)) return failSigning("Codesign fails.");
+  if (!isSDK_ && !signDylib(run, error)) return false;
   if (!CodeSignFrameworks(run.appPath, error)) {
     return failSigning("Codesign of embedded frameworks failed");
   }
@@ -352,9 +355,8 @@ void AppConverter::completeManifest(WrapRun& run, const std::string& ipaPath) {
 bool AppConverter::writePackage(WrapRun& run, ErrorText* error) {
   const std::string& packageDir = run.directory->packageDir();
   const bool isPublished = isSDK_ && !converterParam_.packageApp;
-  completeManifest(run, isPublished ? ""
-                                    : joinPath(packageDir,
-                                               converterParam_.outputIPAFileName.value_or("")));
+  completeManifest(
+      run, isPublished ? "" : joinPath(packageDir, converterParam_.outputIPAFileName.value_or("")));
   if (!converterParam_.outputFile) return true;
   progressor_.SetProgress("Generating package file...");
   return ZiptoPackage(packageDir, error);

@@ -4,13 +4,13 @@
 
 #include "converter/AppConverter.h"
 #include "converter/common.h"
-#include "converter/tool_run.h"
 #include "host/files.h"
 #include "host/host_info.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
 #include "package/AppBundle.h"
 #include "tools/PellRequest.h"
+#include "tools/tool_run.h"
 
 namespace tovrek {
 
@@ -143,7 +143,7 @@ bool AppConverter::CodeSignFrameworks(const std::string& bundlePath, ErrorText* 
   return succeeded;
 }
 
-bool AppConverter::CodeSignExtensions(const std::string& appPath, ErrorText* error) {
+bool AppConverter::CodeSignExtensions(const std::string& appPath, ErrorText* /*error*/) {
   const std::string folder = joinPath(appPath, "PlugIns");
   logger().logBasic("Code signing binaries located in folder " + folder);
   std::vector<std::string> extensions;
@@ -153,12 +153,13 @@ bool AppConverter::CodeSignExtensions(const std::string& appPath, ErrorText* err
     }
     return true;
   });
+  const int libraryType = converterParam_.useNetworkOnlyLib ? 1 : 0;
   for (const std::string& path : extensions) {
     logger().logBasic("Code signing " + path + "...");
-    if (!isSDK_) {
-      MachORebuild(path, kBinaryTypeExtension, converterParam_.useNetworkOnlyLib ? 1 : 0, error);
-    }
-    CodeSign(path, std::nullopt, error);
+    ErrorText reason;
+    if (!isSDK_) MachORebuild(path, kBinaryTypeExtension, libraryType, &reason);
+    CodeSign(path, std::nullopt, &reason);
+    if (reason.isSet()) logger().logWarning(reason.text());
   }
   return true;
 }
@@ -185,8 +186,7 @@ bool AppConverter::VerifyOrvaneDylib(const std::string& path, ErrorText* error) 
   Outcome outcome;
   ErrorText reason;
   if (!runProcess(command, &outcome, &reason)) {
-    return fail(error,
-                fmt::format("Catch an exception! Exception description: {}", reason.text()));
+    return fail(error, fmt::format("Catch an exception! Exception description: {}", reason.text()));
   }
   if (outcome.status != 0) {
     return failWithStatus(error, "codesign-verifyOrvaneDylib", outcome.status);

@@ -3,10 +3,11 @@
 
 #include "converter/AppConverter.h"
 #include "converter/common.h"
-#include "converter/tool_run.h"
 #include "host/files.h"
 #include "host/host_info.h"
 #include "host/paths.h"
+#include "package/UnzippedCma.h"
+#include "tools/tool_run.h"
 
 namespace tovrek {
 
@@ -21,15 +22,13 @@ std::string asOperand(const std::string& name) {
   return name.starts_with('-') ? "./" + name : name;
 }
 
-}  // namespace
-
-bool AppConverter::ZipToIpa(const std::string& ipaName, const std::string& sourceDir,
-                            const std::string& targetDir, ErrorText* error) {
+bool zipApp(const char* options, const std::string& ipaName, const std::string& sourceDir,
+            const std::string& targetDir, ErrorText* error) {
   const std::string archive = standardizePath(joinPath(sourceDir, ipaName));
   // An item of that name came with the input; zip would add to it, or write through a link.
   if (itemExistsNoFollow(archive)) removeItem(archive);
 
-  std::vector<std::string> command = {kZip, "-qry", asOperand(ipaName), "Payload"};
+  std::vector<std::string> command = {kZip, options, asOperand(ipaName), "Payload"};
   for (const char* name : {"iTunesArtwork", "iTunesMetadata.plist"}) {
     if (isPlainFile(joinPath(sourceDir, name))) command.push_back(name);
   }
@@ -40,6 +39,18 @@ bool AppConverter::ZipToIpa(const std::string& ipaName, const std::string& sourc
   if (!copyOrFail(archive, target, error)) return false;
   logger().logBasic("Generated output ipa file at: " + target);
   return true;
+}
+
+}  // namespace
+
+bool AppConverter::ZipToIpa(const std::string& ipaName, const std::string& sourceDir,
+                            const std::string& targetDir, ErrorText* error) {
+  return zipApp("-qry", ipaName, sourceDir, targetDir, error);
+}
+
+bool AppConverter::ZipToIpaFromWex(const std::string& sourceDir, const UnzippedCma& package,
+                                   const std::string& packageDir, ErrorText* error) {
+  return zipApp("-qr", package.ipaName(), sourceDir, packageDir, error);
 }
 
 bool AppConverter::ZiptoPackage(const std::string& packageDir, ErrorText* error) {
@@ -55,8 +66,7 @@ bool AppConverter::ZiptoPackage(const std::string& packageDir, ErrorText* error)
   const std::string output = converterParam_.outputFile.value_or("");
   if (isPlainFile(output)) {
     removeItem(output);
-    logger().logWarning(
-        "WARNING! The target output file already exists. Deleting original file.");
+    logger().logWarning("WARNING! The target output file already exists. Deleting original file.");
   }
   // What counts is that something stands there in the end.
   ErrorText failure;

@@ -23,8 +23,8 @@ bool isEmpty(const std::optional<std::string>& value) {
 bool copyOrFail(const std::string& from, const std::string& to, ErrorText* error) {
   ErrorText reason;
   if (copyItem(from, to, &reason)) return true;
-  return fail(
-      error, fmt::format("Failed to copy file from {} to {}. Error:{}", from, to, reason.text()));
+  return fail(error,
+              fmt::format("Failed to copy file from {} to {}. Error:{}", from, to, reason.text()));
 }
 
 bool replaceByCopy(const std::string& from, const std::string& to, ErrorText* error) {
