@@ -18,10 +18,11 @@ std::string dataFolder();
 //
 // A name without "/" is a keychain in dataFolder(): "build", "build.keychain" and
 // "build.keychain-db" are all build.keychain there; "login" and "keychain" are the default
-// folder "keychain". When no keychain has that name but an item of the working directory does,
-// that item is meant. A path below a missing ".../Library/Keychains" folder is taken by its name
-// alone, so that scripts written for a Mac find theirs. Other paths stand for themselves, else for
-// what is there with ".keychain" or ".keychain-db" added or removed.
+// folder "keychain". When no keychain has that name but one stands in the working directory
+// (certs.p12, build.keychain), that is meant. A path below a missing ".../Library/Keychains"
+// folder is taken by its name alone, so that scripts written for a Mac find theirs. Other paths
+// stand for themselves, else for what is there with ".keychain" or ".keychain-db" in place of the
+// suffix.
 std::string resolveKeychain(std::string_view nameOrPath);
 
 // The default keychain: what setDefaultKeychain() stored, else dataFolder()/keychain.
