@@ -128,6 +128,10 @@ bool setDefaultKeychain(const std::string& path, ErrorText* error) {
   return storeLines(defaultFile(), {path}, error);
 }
 
+bool resetDefaultKeychain(ErrorText* error) {
+  return !fileExists(defaultFile()) || removeItem(defaultFile(), error);
+}
+
 std::vector<std::string> searchList() {
   if (fileExists(searchListFile())) return linesOf(searchListFile());
   return {defaultKeychain()};
@@ -149,7 +153,8 @@ std::vector<Keychain> openSearchList() {
   return result;
 }
 
-CreateResult createKeychain(const std::string& path, std::string_view password, ErrorText* error) {
+CreateResult createKeychain(const std::string& path, const std::optional<std::string>& password,
+                            ErrorText* error) {
   if (itemExistsNoFollow(path)) return CreateResult::kExists;
   if (!createDirectories(containingFolder(path), error)) return CreateResult::kFailed;
   if (::mkdir(path.c_str(), 0700) != 0) {
@@ -157,8 +162,8 @@ CreateResult createKeychain(const std::string& path, std::string_view password, 
     fail(error, std::strerror(errno));
     return CreateResult::kFailed;
   }
-  return writePasswordRecord(path, password, error) ? CreateResult::kCreated
-                                                    : CreateResult::kFailed;
+  return !password || writePasswordRecord(path, *password, error) ? CreateResult::kCreated
+                                                                  : CreateResult::kFailed;
 }
 
 bool deleteKeychain(const std::string& path, ErrorText* error) {
