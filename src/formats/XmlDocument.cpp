@@ -33,6 +33,12 @@ xmlDocPtr docOf(void* document) {
 // libxml2 prints to standard error where no receiver is given.
 void ignoreXPathError(void* /*context*/, xmlErrorPtr /*error*/) {}
 
+// Keeps the first fault, which is the cause of those that follow it.
+void keepFirstFault(void* context, xmlErrorPtr fault) {
+  auto* reason = static_cast<std::string*>(static_cast<xmlParserCtxtPtr>(context)->_private);
+  if (reason->empty()) *reason = describeXmlError(fault);
+}
+
 }  // namespace
 
 void XmlDocument::Freed::operator()(void* document) const noexcept {
@@ -46,13 +52,15 @@ std::optional<XmlDocument> XmlDocument::parse(std::string_view bytes, XmlParsing
     fail(error, "the document is too large");
     return std::nullopt;
   }
+  std::string reason;
+  context->_private = &reason;
+  context->sax->serror = keepFirstFault;
   int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
   if (mode == XmlParsing::kRecover) options |= XML_PARSE_RECOVER;
   XmlDocument result(xmlCtxtReadMemory(context.get(), bytes.data(), static_cast<int>(bytes.size()),
                                        nullptr, nullptr, options));
   const xmlDocPtr document = docOf(result.document_.get());
   if (document == nullptr || xmlDocGetRootElement(document) == nullptr) {
-    const std::string reason = describeXmlError(xmlCtxtGetLastError(context.get()));
     fail(error, reason.empty() ? "the document is empty" : reason);
     return std::nullopt;
   }

@@ -11,8 +11,13 @@
 namespace tovrek {
 namespace {
 
+struct Reading {
+  XmlEvents& events;
+  std::string fault;  // the first one
+};
+
 XmlEvents& eventsOf(void* context) {
-  return *static_cast<XmlEvents*>(context);
+  return static_cast<Reading*>(context)->events;
 }
 
 std::string qualifiedName(const xmlChar* name, const xmlChar* prefix) {
@@ -33,8 +38,11 @@ void onCharacters(void* context, const xmlChar* text, int length) {
   eventsOf(context).characters({reinterpret_cast<const char*>(text), static_cast<size_t>(length)});
 }
 
-// Without this libxml2 would print the fault.
-void onError(void* /*context*/, xmlErrorPtr /*error*/) {}
+// libxml2 would print the fault if there were no receiver.
+void onError(void* context, xmlErrorPtr error) {
+  std::string& fault = static_cast<Reading*>(context)->fault;
+  if (fault.empty()) fault = describeXmlError(error);
+}
 
 // No declarations of any kind are taken in, so there are no entities but the predefined ones.
 xmlSAXHandler handlers() {
@@ -59,8 +67,9 @@ bool readXml(std::string_view bytes, XmlEvents& events) {
   // Pieces keep libxml2's sizes, which are ints, out of the question.
   constexpr size_t kPiece = size_t{1} << 20;
   xmlSAXHandler callbacks = handlers();
+  Reading reading{events, {}};
   const std::unique_ptr<xmlParserCtxt, ContextFreer> context(
-      xmlCreatePushParserCtxt(&callbacks, &events, nullptr, 0, nullptr));
+      xmlCreatePushParserCtxt(&callbacks, &reading, nullptr, 0, nullptr));
   if (!context) {
     events.parseError("out of memory");
     return false;
@@ -73,7 +82,7 @@ bool readXml(std::string_view bytes, XmlEvents& events) {
   }
   if (context->wellFormed == 1) xmlParseChunk(context.get(), nullptr, 0, 1);
   if (context->wellFormed == 1) return true;
-  events.parseError(describeXmlError(xmlCtxtGetLastError(context.get())));
+  events.parseError(reading.fault);
   return false;
 }
 

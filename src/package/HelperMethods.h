@@ -143,7 +143,7 @@ class HelperMethods {
                                                 const std::optional<std::string>& value);
   // Removes the one node at an XPath.
   static bool ManifestUpdateInternalPurposeOnly(XmlDocument& document, const std::string& xpath);
-  // Appends an element with a CRKW attribute below "/MobileAppPackage/MobileApp" and writes.
+  // Appends an element with a CRKW attribute at the end of the one element at `writePath`.
   static bool ManifestUpdateAddElementInternalPurposeOnly(XmlDocument& document,
                                                           const std::string& writePath,
                                                           const std::optional<std::string>& value,

@@ -44,6 +44,13 @@ std::string unzipFailure(std::string_view output) {
   return fmt::format("Unzip command failed. {}", output);
 }
 
+void removeLinks(const std::string& folder) {
+  walkDirectory(folder, [&](const WalkedItem& item) {
+    if (item.kind == ItemKind::kLink) removeItem(joinPath(folder, item.relativePath));
+    return true;
+  });
+}
+
 std::optional<std::string> firstEntryWithExtension(const std::string& folder,
                                                    std::string_view extension) {
   const auto names = listDirectory(folder);
