@@ -74,7 +74,6 @@ class AppConverterParam : public ConverterSettings {
   // The working objects stay with the original.
   AppConverterParam(const AppConverterParam& other);
   AppConverterParam& operator=(const AppConverterParam&) = delete;
-  ~AppConverterParam();
 
   // Checks the record as a whole; the first failure is left in the slot. May change the record:
   // a log level out of range becomes 2, blanks leave a certificate digest, an output path
