@@ -7,7 +7,6 @@
 
 #include <openssl/types.h>
 
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -53,9 +52,9 @@ class Keychain {
   std::vector<Identity> identities() const;
 
   struct Added {
-    int identities = 0;    // pairs that exist now and did not before
-    int keys = 0;          // keys without a certificate
-    int certificates = 0;  // certificates without a key
+    int identities = 0;    // pairs among the items, at least one half of them new
+    int keys = 0;          // new keys without a certificate among the items
+    int certificates = 0;  // new certificates without a key among the items
     int duplicates = 0;    // items that were there already
   };
   // Writes each item that the keychain lacks to a file of its own. False, with the reason, when
@@ -70,5 +69,8 @@ class Keychain {
 // SHA-1 of the public key in lower-case hex: the same for a certificate and its key.
 std::string publicKeyId(const Certificate& certificate);
 std::string publicKeyId(const PrivateKey& key);
+
+// Whether a keychain's folder is searched for items in a file of this name, by its extension.
+bool isKeychainFileName(const std::string& name);
 
 }  // namespace tovrek::keychain

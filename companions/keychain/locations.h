@@ -18,15 +18,17 @@ std::string dataFolder();
 //
 // A name without "/" is a keychain in dataFolder(): "build", "build.keychain" and
 // "build.keychain-db" are all build.keychain there; "login" and "keychain" are the default
-// folder "keychain". When no keychain has that name but an item of the working directory does,
-// that item is meant. A path below a missing ".../Library/Keychains" folder is taken by its name
-// alone, so that scripts written for a Mac find theirs. Other paths stand for themselves, else for
-// what is there with ".keychain" or ".keychain-db" added or removed.
+// folder "keychain". When no keychain has that name but one stands in the working directory
+// (certs.p12, build.keychain), that is meant. A path below a missing ".../Library/Keychains"
+// folder is taken by its name alone, so that scripts written for a Mac find theirs. Other paths
+// stand for themselves, else for what is there with ".keychain" or ".keychain-db" in place of the
+// suffix.
 std::string resolveKeychain(std::string_view nameOrPath);
 
 // The default keychain: what setDefaultKeychain() stored, else dataFolder()/keychain.
 std::string defaultKeychain();
 bool setDefaultKeychain(const std::string& path, ErrorText* error);
+bool resetDefaultKeychain(ErrorText* error);
 
 // The search list: what setSearchList() stored, else the default keychain alone.
 std::vector<std::string> searchList();
@@ -38,9 +40,11 @@ std::optional<Keychain> openKeychain(std::string_view nameOrPath, ErrorText* err
 std::vector<Keychain> openSearchList();
 
 // Makes the folder with mode 0700. `password` guards nothing: keys are protected by the modes of
-// files and folder. It is remembered as a salted digest, so that unlocking with another one fails.
+// files and folder. It is remembered as a salted digest, so that unlocking with another one fails;
+// with none given any password will do.
 enum class CreateResult { kCreated, kExists, kFailed };
-CreateResult createKeychain(const std::string& path, std::string_view password, ErrorText* error);
+CreateResult createKeychain(const std::string& path, const std::optional<std::string>& password,
+                            ErrorText* error);
 
 // Removes the keychain, and its path from the search list and the default.
 bool deleteKeychain(const std::string& path, ErrorText* error);

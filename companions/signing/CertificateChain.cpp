@@ -88,10 +88,9 @@ CertificateChain CertificateChain::build(const CodeCertificate& leaf,
                                          const std::vector<CodeCertificate>& others) {
   std::vector<CodeCertificate> chain{leaf};
   while (chain.size() < kLongestChain && !chain.back().isSelfSigned()) {
-    const auto issuer =
-        std::find_if(others.begin(), others.end(), [&](const CodeCertificate& candidate) {
-          return chain.back().isIssuedBy(candidate);
-        });
+    const auto issuer = std::find_if(
+        others.begin(), others.end(),
+        [&](const CodeCertificate& candidate) { return chain.back().isIssuedBy(candidate); });
     if (issuer == others.end()) break;
     chain.push_back(*issuer);
   }

@@ -91,7 +91,8 @@ std::optional<CodeDirectory> CodeDirectory::parse(std::string_view blob, ErrorTe
 bool CodeDirectory::readHeader(ErrorText* error) {
   const Header header{blob_, *readBig32(blob_, 8)};
   if (header.version < kOldestVersion || header.version > kNewestVersion) {
-    return fail(error, fmt::format("code directory version {:#x} is not supported", header.version));
+    return fail(error,
+                fmt::format("code directory version {:#x} is not supported", header.version));
   }
   if (blob_.size() < headerSizeFor(header.version)) {
     return fail(error, fmt::format("code directory of version {:#x} is cut short", header.version));
@@ -194,9 +195,9 @@ std::optional<std::vector<CodeDirectory>> codeDirectoriesOf(const SuperBlob& sig
                                                             ErrorText* error) {
   std::vector<CodeDirectory> directories;
   for (const SuperBlob::Entry& entry : signature.entries()) {
-    const bool isDirectory = entry.type == kCodeDirectorySlot ||
-                             (entry.type >= kAlternateCodeDirectorySlot &&
-                              entry.type <= kLastAlternateCodeDirectorySlot);
+    const bool isDirectory =
+        entry.type == kCodeDirectorySlot || (entry.type >= kAlternateCodeDirectorySlot &&
+                                             entry.type <= kLastAlternateCodeDirectorySlot);
     if (!isDirectory) continue;
     auto directory = CodeDirectory::parse(entry.blob, error);
     if (!directory) return std::nullopt;

@@ -42,8 +42,7 @@ std::string integerElement(uint64_t bits, bool negative) {
   const char filler = negative ? '\xff' : '\0';
   contents.insert(contents.begin(), filler);
   const auto redundant = [&] {
-    return contents.size() > 1 && contents[0] == filler &&
-           ((contents[1] & 0x80) != 0) == negative;
+    return contents.size() > 1 && contents[0] == filler && ((contents[1] & 0x80) != 0) == negative;
   };
   while (redundant()) contents.erase(contents.begin());
   return element(kInteger, contents);
@@ -77,7 +76,8 @@ std::optional<std::string> encodeArray(const PlistValue::Array& array, int depth
 
 std::optional<std::string> encode(const PlistValue& value, int depth) {
   if (depth > kDeepestNesting) return std::nullopt;
-  if (const bool* flag = value.boolean()) return element(kBoolean, *flag ? "\xff" : std::string_view("\0", 1));
+  if (const bool* flag = value.boolean())
+    return element(kBoolean, *flag ? "\xff" : std::string_view("\0", 1));
   if (const auto* number = value.as<int64_t>()) {
     return integerElement(static_cast<uint64_t>(*number), *number < 0);
   }
@@ -137,10 +137,9 @@ std::optional<Entitlements> Entitlements::fromPlist(std::string_view bytes, Erro
   const auto der = derEntitlements(*dictionary, error);
   if (!der) return std::nullopt;
   Entitlements entitlements;
-  entitlements.xmlBlob =
-      makeBlob(kEntitlementsMagic, isReadByDevices(bytes)
-                                       ? std::string(bytes)
-                                       : serializePlist(*plist, PlistFormat::kXml));
+  entitlements.xmlBlob = makeBlob(
+      kEntitlementsMagic,
+      isReadByDevices(bytes) ? std::string(bytes) : serializePlist(*plist, PlistFormat::kXml));
   entitlements.derBlob = makeBlob(kDerEntitlementsMagic, *der);
   entitlements.execSegFlags = grantedFlags(*dictionary);
   return entitlements;

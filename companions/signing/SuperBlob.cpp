@@ -42,8 +42,8 @@ std::optional<SuperBlob> SuperBlob::parse(std::string_view bytes, uint32_t magic
     return std::nullopt;
   }
   if (magicOf(*whole) != magic) {
-    fail(error, fmt::format("signature index has magic {:#010x}, not {:#010x}", magicOf(*whole),
-                            magic));
+    fail(error,
+         fmt::format("signature index has magic {:#010x}, not {:#010x}", magicOf(*whole), magic));
     return std::nullopt;
   }
   const uint64_t count = *readBig32(*whole, 8);

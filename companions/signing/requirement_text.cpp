@@ -1,6 +1,6 @@
 // Requirements in their language, as codesign shows them.
-#include <openssl/objects.h>
 #include <fmt/format.h>
+#include <openssl/objects.h>
 
 #include <algorithm>
 #include <cctype>
@@ -14,10 +14,11 @@ namespace tovrek::signing {
 namespace {
 
 constexpr std::string_view kKeywords[] = {
-    "guest",     "host",    "designated", "library", "plugin",   "or",     "and",    "always",
-    "true",      "never",   "false",      "identifier", "cdhash", "platform", "notarized",
-    "legacy",    "anchor",  "apple",      "generic", "certificate", "cert", "trusted", "info",
-    "entitlement", "exists", "absent",    "leaf",    "root",     "timestamp"};
+    "guest",   "host",        "designated", "library", "plugin",   "or",
+    "and",     "always",      "true",       "never",   "false",    "identifier",
+    "cdhash",  "platform",    "notarized",  "legacy",  "anchor",   "apple",
+    "generic", "certificate", "cert",       "trusted", "info",     "entitlement",
+    "exists",  "absent",      "leaf",       "root",    "timestamp"};
 
 bool isPlain(char c, bool withDots) {
   return std::isalnum(static_cast<unsigned char>(c)) != 0 || (withDots && c == '.');
@@ -29,11 +30,10 @@ std::string word(const std::string& text, bool withDots = false) {
     return std::isprint(static_cast<unsigned char>(c)) != 0;
   });
   if (!printable) return "0x" + hexLower(text);
-  const bool bare = !text.empty() && std::isdigit(static_cast<unsigned char>(text[0])) == 0 &&
-                    std::all_of(text.begin(), text.end(),
-                                [&](char c) { return isPlain(c, withDots); }) &&
-                    std::find(std::begin(kKeywords), std::end(kKeywords), text) ==
-                        std::end(kKeywords);
+  const bool bare =
+      !text.empty() && std::isdigit(static_cast<unsigned char>(text[0])) == 0 &&
+      std::all_of(text.begin(), text.end(), [&](char c) { return isPlain(c, withDots); }) &&
+      std::find(std::begin(kKeywords), std::end(kKeywords), text) == std::end(kKeywords);
   if (bare) return text;
   std::string quoted = "\"";
   for (const char c : text) {
@@ -100,7 +100,7 @@ std::string certificateKeyed(const char* prefix, const RequirementExpression& e)
 }
 
 std::string inParentheses(const RequirementExpression& e, bool needed) {
-  return needed ? "(" + e.text() + ")" : e.text();
+  return needed ? fmt::format("({})", e.text()) : e.text();
 }
 
 }  // namespace
@@ -164,7 +164,7 @@ std::string RequirementExpression::text() const {
     case RequirementOp::kNamedAnchor:
       return "anchor apple " + word(key);
     case RequirementOp::kNamedCode:
-      return "(" + word(key) + ")";
+      return fmt::format("({})", word(key));
     case RequirementOp::kPlatform:
       return fmt::format("platform = {}", number);
     case RequirementOp::kNotarized:

@@ -102,6 +102,8 @@ std::string findProgram(const std::string& name) {
 // Reads both pipes, and feeds the input, until all are closed; one alone could block the child.
 void exchange(Pipe& input, Pipe& output, Pipe& errors, std::string_view text, Outcome* outcome) {
   std::array<char, 65536> buffer;
+  // A blocking write of more than the pipe holds would wait for a child that waits for us.
+  ::fcntl(input.writeEnd.get(), F_SETFL, O_NONBLOCK);
   if (text.empty()) input.writeEnd.close();
   while (output.readEnd.valid() || errors.readEnd.valid() || input.writeEnd.valid()) {
     std::array<pollfd, 3> watched = {pollfd{output.readEnd.get(), POLLIN, 0},
@@ -148,7 +150,10 @@ int spawn(const Command& command, Pipe& input, Pipe& output, Pipe& errors, pid_t
   for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) sigaddset(&defaults, number);
   posix_spawnattr_setsigdefault(&spawning.attributes, &defaults);
   posix_spawnattr_setsigmask(&spawning.attributes, &mask);
-  posix_spawnattr_setflags(&spawning.attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+  // A group of its own, so that an interruption reaches all programs of a pipeline.
+  posix_spawnattr_setpgroup(&spawning.attributes, 0);
+  posix_spawnattr_setflags(&spawning.attributes,
+                           POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
 
   std::vector<std::string> arguments = command.argv;
   std::vector<std::string> environment = childEnvironment(command);

@@ -22,7 +22,7 @@ class SignalsBlocked {
   sigset_t old_;
 };
 
-// The child to pass signals on to; 0 for none.
+// The child, leader of its process group, to pass signals on to; 0 for none.
 void setRunningChild(pid_t child);
 
 }  // namespace tovrek

@@ -53,7 +53,7 @@ void removeRegisteredItems() {
 
 extern "C" void endBySignal(int number) {
   if (const pid_t child = runningChild.load(); child > 0) {
-    ::kill(child, number);
+    ::kill(-child, number);
     // The child may still write into the scratch folder: wait for it, then clean up.
     while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
     }
