@@ -12,6 +12,8 @@ int main(int argc, char** argv) {
     return tovrek::runToolkit(std::vector<std::string>(argv, argv + argc));
   } catch (const std::exception& failure) {
     tovrek::printError(std::string("\nThe run was given up: ") + failure.what() + "\n");
-    return tovrek::kExitConversionFailed;
+  } catch (...) {
+    tovrek::printError("\nThe run was given up for an unknown reason\n");
   }
+  return tovrek::kExitConversionFailed;
 }
