@@ -1,6 +1,9 @@
 // Runs engine operations and turns whatever they end with into one comparable text.
 #pragma once
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <exception>
 #include <string>
 
@@ -22,6 +25,14 @@ std::string outcomeOf(Operation&& operation) {
   } catch (const std::exception& failure) {
     return failure.what();
   }
+}
+
+// Compares files without printing them: the first place where they differ.
+inline testing::AssertionResult sameBytes(const std::string& got, const std::string& wanted) {
+  if (got == wanted) return testing::AssertionSuccess();
+  const auto at = std::ranges::mismatch(got, wanted).in1 - got.begin();
+  return testing::AssertionFailure()
+         << "sizes " << got.size() << " and " << wanted.size() << ", first difference at " << at;
 }
 
 inline std::string checkBytes(const std::string& bytes, bool sdkOrder = false,
