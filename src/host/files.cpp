@@ -75,6 +75,12 @@ std::optional<uint64_t> fileSize(const std::string& path) {
   return static_cast<uint64_t>(info.st_size);
 }
 
+std::optional<uint32_t> fileMode(const std::string& path) {
+  struct stat info {};
+  if (!statOf(path, &info)) return std::nullopt;
+  return static_cast<uint32_t>(info.st_mode & 07777);
+}
+
 std::optional<std::string> realPath(const std::string& path) {
   const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr),
                                                              &std::free);
@@ -111,6 +117,15 @@ bool writeFileAtomically(const std::string& path, std::string_view contents, Err
   return file.open(path, error) && file.write(contents, error) && file.commit(error);
 }
 
+bool writeFileAtomically(const std::string& path, std::span<const std::string_view> parts,
+                         uint32_t mode, ErrorText* error) {
+  AtomicFile file;
+  return file.open(path, error) &&
+         std::ranges::all_of(parts,
+                             [&](std::string_view part) { return file.write(part, error); }) &&
+         file.commit(error, mode);
+}
+
 bool appendToFile(const std::string& path, std::string_view text) {
   UniqueFd fd(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
   return fd.valid() && writeAll(fd.get(), text) && fd.close();
@@ -122,6 +137,10 @@ bool createDirectories(const std::string& path, ErrorText* error) {
   if (!parent.empty() && !isDirectory(parent) && !createDirectories(parent, error)) return false;
   if (::mkdir(path.c_str(), 0777) == 0 || (errno == EEXIST && isDirectory(path))) return true;
   return failWithErrno(error);
+}
+
+bool createPrivateDirectory(const std::string& path, ErrorText* error) {
+  return ::mkdir(path.c_str(), 0700) == 0 || failWithErrno(error);
 }
 
 bool removeItem(const std::string& path, ErrorText* error) {
