@@ -176,7 +176,7 @@ TEST(Entitlements, DerKeysAreSortedAndLongLengthsMinimal) {
   entitlements.set("b", true);
   entitlements.set("a", std::string(200, 'x'));
   const std::string der = derOf(entitlements);
-  EXPECT_EQ(der.substr(0, 6), "7081dd");
+  EXPECT_EQ(der.substr(0, 6), "7081df");
   EXPECT_LT(der.find("0c0161"
                      "0c81c8"),
             der.find("0c0162"));
