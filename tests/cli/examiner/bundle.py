@@ -3,6 +3,7 @@ import hashlib
 import os
 import plistlib
 import re
+import struct
 
 from . import macho, signature
 
@@ -99,22 +100,15 @@ def object_problems(code, root):
     seal = os.path.join(code, "_CodeSignature", "CodeResources")
     if not os.path.isfile(seal):
         return ["has no seal"]
-    found += slice_problems(executable, root, info, read(seal))
     identifier = plistlib.loads(info)["CFBundleIdentifier"]
-    for image in macho.slices(executable):
-        try:
-            actual = {directory.identifier for directory in signature.Signature(image).directories}
-        except ValueError:
-            continue
-        if actual != {identifier}:
-            found.append(f"{image.arch}: signed as {sorted(actual)}, not as {identifier}")
+    found += slice_problems(executable, root, info, read(seal), identifier)
     return found + seal_problems(code, plistlib.loads(read(seal)))
 
 
-def slice_problems(path, root, info=None, seal=None):
+def slice_problems(path, root, info=None, seal=None, identifier=None):
     try:
         images = macho.slices(path)
-    except ValueError as error:
+    except (ValueError, struct.error) as error:
         return [str(error)]
     return [f"{image.arch}: {text}" for image in images
-            for text in signature.problems(image, root, info, seal)]
+            for text in signature.problems(image, root, info, seal, identifier)]

@@ -88,11 +88,12 @@ def c_string(data, at):
     return data[at:data.index(b"\0", at)].decode()
 
 
-def problems(image, root, info_plist=None, resources=None):
+def problems(image, root, info_plist=None, resources=None, identifier=None):
     """What is wrong with a slice's signature, as a list of texts.
 
     `root` is the PEM file of the only trusted certificate; `info_plist` and `resources` are the
-    bytes of the bundle's Info.plist and CodeResources, None for a plain file.
+    bytes of the bundle's Info.plist and CodeResources and `identifier` is the bundle's, all None
+    for a plain file.
     """
     try:
         signature = Signature(image)
@@ -102,6 +103,8 @@ def problems(image, root, info_plist=None, resources=None):
     for directory in signature.directories:
         found += [f"{directory.hash_name}: {text}"
                   for text in directory_problems(image, signature, directory, info_plist, resources)]
+        if identifier not in (None, directory.identifier):
+            found.append(f"{directory.hash_name}: signed as {directory.identifier}")
     found += choice_problems(image, signature)
     found += entitlement_problems(image, signature)
     found += cms_problems(signature, root)
