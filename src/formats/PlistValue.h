@@ -20,16 +20,26 @@ class PlistDictionary {
  public:
   using Entry = std::pair<std::string, PlistValue>;
 
+  // Spelled out in the source file: an entry is complete only below.
+  PlistDictionary();
+  PlistDictionary(const PlistDictionary&);
+  PlistDictionary(PlistDictionary&&) noexcept;
+  PlistDictionary& operator=(const PlistDictionary&);
+  PlistDictionary& operator=(PlistDictionary&&) noexcept;
+  ~PlistDictionary();
+
   const PlistValue* find(std::string_view key) const;  // null when absent
   PlistValue* find(std::string_view key);
   bool contains(std::string_view key) const { return find(key) != nullptr; }
   void set(std::string_view key, PlistValue value);
+  // As set() for a key that is known to be new; constant time.
+  void append(std::string_view key, PlistValue value);
   void remove(std::string_view key);
 
-  size_t size() const { return entries_.size(); }
-  bool empty() const { return entries_.empty(); }
-  auto begin() const { return entries_.begin(); }
-  auto end() const { return entries_.end(); }
+  size_t size() const;
+  bool empty() const { return size() == 0; }
+  std::vector<Entry>::const_iterator begin() const;
+  std::vector<Entry>::const_iterator end() const;
   // Same keys and values, in any order.
   bool operator==(const PlistDictionary& other) const;
 
@@ -88,6 +98,12 @@ class PlistValue {
   const Data* data() const { return as<Data>(); }
   // Integers and reals as a number; none for other kinds.
   std::optional<double> number() const;
+
+  // Calls `visitor` with the value, for code that must treat every kind.
+  template <class Visitor>
+  decltype(auto) visit(Visitor&& visitor) const {
+    return std::visit(std::forward<Visitor>(visitor), value_);
+  }
 
   bool operator==(const PlistValue&) const = default;
 

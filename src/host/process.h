@@ -14,12 +14,12 @@ enum class StandardError { kInherit, kCapture, kMergeIntoOutput };
 struct Command {
   // argv[0] is the program. An absolute path is looked up in the host root first; a bare name
   // is searched in the child's PATH.
-  std::vector<std::string> argv;
-  std::string workingDirectory;  // empty: the caller's
+  std::vector<std::string> argv{};
+  std::string workingDirectory{};  // empty: the caller's
   StandardError standardError = StandardError::kInherit;
-  std::string input;  // given on standard input, which is empty otherwise
+  std::string input{};  // given on standard input, which is empty otherwise
   // Variables set on top of the clean environment.
-  std::vector<std::pair<std::string, std::string>> environment;
+  std::vector<std::pair<std::string, std::string>> environment{};
 };
 
 struct Outcome {

@@ -1,0 +1,53 @@
+#include "host/MappedFile.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+#include <utility>
+
+#include "host/file_io.h"
+
+namespace tovrek {
+
+MappedFile::MappedFile(MappedFile&& other) noexcept
+    : data_(std::exchange(other.data_, nullptr)), size_(std::exchange(other.size_, 0)) {}
+
+MappedFile& MappedFile::operator=(MappedFile&& other) noexcept {
+  if (this != &other) {
+    reset();
+    data_ = std::exchange(other.data_, nullptr);
+    size_ = std::exchange(other.size_, 0);
+  }
+  return *this;
+}
+
+MappedFile::~MappedFile() {
+  reset();
+}
+
+void MappedFile::reset() {
+  if (data_ != nullptr) ::munmap(const_cast<std::byte*>(data_), size_);
+  data_ = nullptr;
+  size_ = 0;
+}
+
+bool MappedFile::open(const std::string& path, ErrorText* error) {
+  reset();
+  const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  struct stat info {};
+  if (!fd.valid() || ::fstat(fd.get(), &info) != 0) return failWithErrno(error);
+  if (!S_ISREG(info.st_mode)) {
+    errno = S_ISDIR(info.st_mode) ? EISDIR : EINVAL;
+    return failWithErrno(error);
+  }
+  if (info.st_size == 0) return true;
+  const auto size = static_cast<size_t>(info.st_size);
+  void* view = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd.get(), 0);
+  if (view == MAP_FAILED) return failWithErrno(error);
+  data_ = static_cast<const std::byte*>(view);
+  size_ = size;
+  return true;
+}
+
+}  // namespace tovrek

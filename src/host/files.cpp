@@ -1,0 +1,192 @@
+#include "host/files.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+
+#include "host/file_io.h"
+#include "host/paths.h"
+#include "host/signals.h"
+
+namespace tovrek {
+namespace {
+
+bool statOf(const std::string& path, struct stat* info) {
+  return ::stat(path.c_str(), info) == 0;
+}
+bool linkStatOf(const std::string& path, struct stat* info) {
+  return ::lstat(path.c_str(), info) == 0;
+}
+
+// The mode that a new file gets: the old file's when one stands there, else 0666 less the umask.
+mode_t modeForNewFile(const std::string& path) {
+  struct stat info {};
+  if (linkStatOf(path, &info) && S_ISREG(info.st_mode)) return info.st_mode & 07777;
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  return static_cast<mode_t>(0666 & ~mask);
+}
+
+bool removeTree(const std::string& path) {
+  struct stat info {};
+  if (!linkStatOf(path, &info)) return false;
+  if (!S_ISDIR(info.st_mode)) return ::unlink(path.c_str()) == 0;
+  // Archives may hold folders that even their owner may not write; those are to go as well.
+  if ((info.st_mode & S_IRWXU) != S_IRWXU) ::chmod(path.c_str(), info.st_mode | S_IRWXU);
+  const auto names = listDirectory(path);
+  if (!names) return false;
+  for (const std::string& name : *names) {
+    if (!removeTree(joinPath(path, name))) return false;
+  }
+  return ::rmdir(path.c_str()) == 0;
+}
+
+}  // namespace
+
+bool fileExists(const std::string& path) {
+  struct stat info {};
+  return statOf(path, &info);
+}
+
+bool isDirectory(const std::string& path) {
+  struct stat info {};
+  return statOf(path, &info) && S_ISDIR(info.st_mode);
+}
+
+bool isPlainFile(const std::string& path) {
+  struct stat info {};
+  return statOf(path, &info) && !S_ISDIR(info.st_mode);
+}
+
+bool isSymbolicLink(const std::string& path) {
+  struct stat info {};
+  return linkStatOf(path, &info) && S_ISLNK(info.st_mode);
+}
+
+bool itemExistsNoFollow(const std::string& path) {
+  struct stat info {};
+  return linkStatOf(path, &info);
+}
+
+bool isWritable(const std::string& path) {
+  return ::access(path.c_str(), W_OK) == 0;
+}
+
+std::optional<uint64_t> fileSize(const std::string& path) {
+  struct stat info {};
+  if (!statOf(path, &info)) return std::nullopt;
+  return static_cast<uint64_t>(info.st_size);
+}
+
+std::optional<std::string> realPath(const std::string& path) {
+  const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr),
+                                                             &std::free);
+  if (!resolved) return std::nullopt;
+  return std::string(resolved.get());
+}
+
+bool readFile(const std::string& path, std::string* contents, ErrorText* error) {
+  const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  struct stat info {};
+  if (!fd.valid() || ::fstat(fd.get(), &info) != 0) return failWithErrno(error);
+  if (S_ISDIR(info.st_mode)) {
+    errno = EISDIR;
+    return failWithErrno(error);
+  }
+  contents->clear();
+  contents->resize(static_cast<size_t>(info.st_size));
+  size_t filled = 0;
+  for (;;) {
+    // A file may grow or, like those of /proc, have no size: read on until its end.
+    if (filled == contents->size()) contents->resize(filled + 4096);
+    const ssize_t got = ::read(fd.get(), contents->data() + filled, contents->size() - filled);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return failWithErrno(error);
+    if (got == 0) break;
+    filled += static_cast<size_t>(got);
+  }
+  contents->resize(filled);
+  return true;
+}
+
+bool writeFileAtomically(const std::string& path, std::string_view contents, ErrorText* error) {
+  std::string temporary;
+  UniqueFd fd = createTemporaryBeside(path, &temporary);
+  if (!fd.valid()) return failWithErrno(error);
+  const RemovedOnSignal guard(temporary);
+  const bool written = writeAll(fd.get(), contents) &&
+                       ::fchmod(fd.get(), modeForNewFile(path)) == 0 && ::fsync(fd.get()) == 0 &&
+                       fd.close() && ::rename(temporary.c_str(), path.c_str()) == 0;
+  if (written) return true;
+  failWithErrno(error);
+  ::unlink(temporary.c_str());
+  return false;
+}
+
+bool appendToFile(const std::string& path, std::string_view text) {
+  UniqueFd fd(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+  return fd.valid() && writeAll(fd.get(), text) && fd.close();
+}
+
+bool createDirectories(const std::string& path, ErrorText* error) {
+  if (isDirectory(path)) return true;
+  const std::string parent = deletingLastPathComponent(path);
+  if (!parent.empty() && !isDirectory(parent) && !createDirectories(parent, error)) return false;
+  if (::mkdir(path.c_str(), 0777) == 0 || (errno == EEXIST && isDirectory(path))) return true;
+  return failWithErrno(error);
+}
+
+bool removeItem(const std::string& path, ErrorText* error) {
+  return removeTree(path) || failWithErrno(error);
+}
+
+std::optional<std::vector<std::string>> listDirectory(const std::string& path, ErrorText* error) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(path.c_str()), &::closedir);
+  if (!folder) {
+    failWithErrno(error);
+    return std::nullopt;
+  }
+  std::vector<std::string> names;
+  while (const dirent* entry = ::readdir(folder.get())) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") names.emplace_back(name);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+namespace {
+
+ItemKind kindOf(const std::string& path) {
+  struct stat info {};
+  if (!linkStatOf(path, &info)) return ItemKind::kOther;
+  if (S_ISDIR(info.st_mode)) return ItemKind::kDirectory;
+  if (S_ISLNK(info.st_mode)) return ItemKind::kLink;
+  return S_ISREG(info.st_mode) ? ItemKind::kFile : ItemKind::kOther;
+}
+
+bool walkFolder(const std::string& root, const std::string& relative,
+                const std::function<bool(const WalkedItem&)>& visit) {
+  const auto names = listDirectory(joinPath(root, relative));
+  if (!names) return false;
+  for (const std::string& name : *names) {
+    const WalkedItem item{joinPath(relative, name),
+                          kindOf(joinPath(root, joinPath(relative, name)))};
+    const bool descend = visit(item);
+    if (descend && item.kind == ItemKind::kDirectory) walkFolder(root, item.relativePath, visit);
+  }
+  return true;
+}
+
+}  // namespace
+
+bool walkDirectory(const std::string& root, const std::function<bool(const WalkedItem&)>& visit) {
+  return walkFolder(root, "", visit);
+}
+
+}  // namespace tovrek

@@ -1,0 +1,97 @@
+#include "host/host_info.h"
+
+#include <fmt/format.h>
+#include <pwd.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <vector>
+
+#include "host/file_io.h"
+#include "host/files.h"
+#include "host/paths.h"
+
+#ifdef __APPLE__
+#include <mach-o/dyld.h>
+#endif
+
+namespace tovrek {
+
+std::string programPath() {
+#ifdef __APPLE__
+  std::vector<char> buffer(4096);
+  auto size = static_cast<uint32_t>(buffer.size());
+  if (_NSGetExecutablePath(buffer.data(), &size) != 0) return "";
+  return realPath(buffer.data()).value_or("");
+#else
+  return realPath("/proc/self/exe").value_or("");
+#endif
+}
+
+std::string programFolder() {
+  return deletingLastPathComponent(programPath());
+}
+
+std::optional<std::string> systemTemporaryFolder(ErrorText* error) {
+  if (const char* named = std::getenv("TMPDIR");
+      named != nullptr && named[0] == '/' && isDirectory(named)) {
+    return standardizePath(named);
+  }
+  const std::string folder = fmt::format("/tmp/tovrek-{}", ::getuid());
+  if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
+    failWithErrno(error);
+    return std::nullopt;
+  }
+  // Somebody else may have made it first, to read or change what is put into it.
+  struct stat info {};
+  if (::lstat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) || info.st_uid != ::getuid() ||
+      (info.st_mode & 0077) != 0) {
+    fail(error, fmt::format("{} is not a private folder of this user", folder));
+    return std::nullopt;
+  }
+  return folder;
+}
+
+std::string uniqueString() {
+  std::array<unsigned char, 16> bytes{};
+  if (::getentropy(bytes.data(), bytes.size()) != 0) std::abort();
+  bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0f) | 0x40);  // version 4
+  bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3f) | 0x80);  // variant of RFC 4122
+  std::string text;
+  for (size_t i = 0; i < bytes.size(); ++i) {
+    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
+    text += fmt::format("{:02X}", bytes[i]);
+  }
+  return text;
+}
+
+std::string userName() {
+  if (const passwd* entry = ::getpwuid(::getuid()); entry != nullptr) return entry->pw_name;
+  const char* user = std::getenv("USER");
+  return user != nullptr && *user != '\0' ? user : fmt::format("{}", ::getuid());
+}
+
+std::string machineName() {
+  std::string info;
+  if (readFile("/etc/machine-info", &info)) {
+    constexpr std::string_view kKey = "PRETTY_HOSTNAME=";
+    for (size_t at = 0; at < info.size();) {
+      const size_t end = std::min(info.find('\n', at), info.size());
+      std::string line = info.substr(at, end - at);
+      at = end + 1;
+      if (!line.starts_with(kKey)) continue;
+      line.erase(0, kKey.size());
+      if (line.size() >= 2 && line.front() == '"' && line.back() == '"') {
+        line = line.substr(1, line.size() - 2);
+      }
+      if (!line.empty()) return line;
+    }
+  }
+  std::array<char, 256> name{};
+  return ::gethostname(name.data(), name.size() - 1) == 0 ? std::string(name.data()) : "localhost";
+}
+
+}  // namespace tovrek

@@ -1,0 +1,229 @@
+#include "host/process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "host/HostRoot.h"
+#include "host/file_io.h"
+#include "host/running_child.h"
+
+extern char** environ;
+
+namespace tovrek {
+namespace {
+
+struct Pipe {
+  UniqueFd readEnd, writeEnd;
+
+  bool open() {
+    int fds[2];
+#ifdef __linux__
+    if (::pipe2(fds, O_CLOEXEC) != 0) return false;
+#else
+    if (::pipe(fds) != 0) return false;
+    ::fcntl(fds[0], F_SETFD, FD_CLOEXEC);
+    ::fcntl(fds[1], F_SETFD, FD_CLOEXEC);
+#endif
+    readEnd = UniqueFd(fds[0]);
+    writeEnd = UniqueFd(fds[1]);
+    return true;
+  }
+};
+
+// Owners of what posix_spawn takes.
+struct FileActions {
+  FileActions() { posix_spawn_file_actions_init(&actions); }
+  ~FileActions() { posix_spawn_file_actions_destroy(&actions); }
+  FileActions(const FileActions&) = delete;
+  FileActions& operator=(const FileActions&) = delete;
+  posix_spawn_file_actions_t actions;
+};
+struct SpawnAttributes {
+  SpawnAttributes() { posix_spawnattr_init(&attributes); }
+  ~SpawnAttributes() { posix_spawnattr_destroy(&attributes); }
+  SpawnAttributes(const SpawnAttributes&) = delete;
+  SpawnAttributes& operator=(const SpawnAttributes&) = delete;
+  posix_spawnattr_t attributes;
+};
+
+std::vector<std::string> childEnvironment(const Command& command) {
+  // zip and unzip would take further options from these.
+  constexpr std::array<std::string_view, 8> kReplaced = {
+      "PATH=", "LC_ALL=", "ZIPOPT=", "ZIP=", "UNZIP=", "UNZIPOPT=", "ZIPINFO=", "LANGUAGE="};
+  std::vector<std::string> result;
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string_view variable = *entry;
+    const bool dropped =
+        std::any_of(kReplaced.begin(), kReplaced.end(),
+                    [&](std::string_view name) { return variable.starts_with(name); }) ||
+        std::any_of(command.environment.begin(), command.environment.end(),
+                    [&](const auto& own) { return variable.starts_with(own.first + "="); });
+    if (!dropped) result.emplace_back(variable);
+  }
+  result.push_back("LC_ALL=C.UTF-8");
+  result.push_back("PATH=" + HostRoot::searchPath());
+  for (const auto& [name, value] : command.environment) result.push_back(name + "=" + value);
+  return result;
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+// A bare name is found in the child's PATH, not in that of this process.
+std::string findProgram(const std::string& name) {
+  if (name.find('/') != std::string::npos) return HostRoot::resolve(name);
+  const std::string searchPath = HostRoot::searchPath();
+  std::string_view rest = searchPath;
+  while (!rest.empty()) {
+    const std::string_view folder = rest.substr(0, rest.find(':'));
+    rest.remove_prefix(std::min(rest.size(), folder.size() + 1));
+    const std::string candidate = std::string(folder) + "/" + name;
+    if (!folder.empty() && ::access(candidate.c_str(), X_OK) == 0) return candidate;
+  }
+  return name;
+}
+
+// Reads both pipes, and feeds the input, until all are closed; one alone could block the child.
+void exchange(Pipe& input, Pipe& output, Pipe& errors, std::string_view text, Outcome* outcome) {
+  std::array<char, 65536> buffer;
+  // A blocking write of more than the pipe holds would wait for a child that waits for us.
+  ::fcntl(input.writeEnd.get(), F_SETFL, O_NONBLOCK);
+  if (text.empty()) input.writeEnd.close();
+  while (output.readEnd.valid() || errors.readEnd.valid() || input.writeEnd.valid()) {
+    std::array<pollfd, 3> watched = {pollfd{output.readEnd.get(), POLLIN, 0},
+                                     pollfd{errors.readEnd.get(), POLLIN, 0},
+                                     pollfd{input.writeEnd.get(), POLLOUT, 0}};
+    if (::poll(watched.data(), watched.size(), -1) < 0 && errno != EINTR) return;
+    const auto drain = [&](const pollfd& state, UniqueFd& end, std::string* sink) {
+      if (state.revents == 0 || !end.valid()) return;
+      const ssize_t got = ::read(end.get(), buffer.data(), buffer.size());
+      if (got > 0) sink->append(buffer.data(), static_cast<size_t>(got));
+      if (got == 0 || (got < 0 && errno != EINTR)) end.close();
+    };
+    drain(watched[0], output.readEnd, &outcome->output);
+    drain(watched[1], errors.readEnd, &outcome->errorOutput);
+    if (watched[2].revents != 0 && input.writeEnd.valid()) {
+      const ssize_t put = ::write(input.writeEnd.get(), text.data(), text.size());
+      if (put > 0) text.remove_prefix(static_cast<size_t>(put));
+      if (text.empty() || (put < 0 && errno != EINTR && errno != EAGAIN)) input.writeEnd.close();
+    }
+  }
+}
+
+// Starts the child with its pipes; the parent's copies of the child's ends are closed.
+int spawn(const Command& command, Pipe& input, Pipe& output, Pipe& errors, pid_t* child,
+          const sigset_t& mask) {
+  FileActions files;
+  if (command.input.empty()) {
+    posix_spawn_file_actions_addopen(&files.actions, 0, "/dev/null", O_RDONLY, 0);
+  } else {
+    posix_spawn_file_actions_adddup2(&files.actions, input.readEnd.get(), 0);
+  }
+  posix_spawn_file_actions_adddup2(&files.actions, output.writeEnd.get(), 1);
+  if (command.standardError == StandardError::kCapture) {
+    posix_spawn_file_actions_adddup2(&files.actions, errors.writeEnd.get(), 2);
+  } else if (command.standardError == StandardError::kMergeIntoOutput) {
+    posix_spawn_file_actions_adddup2(&files.actions, output.writeEnd.get(), 2);
+  }
+  if (!command.workingDirectory.empty()) {
+    posix_spawn_file_actions_addchdir_np(&files.actions, command.workingDirectory.c_str());
+  }
+  SpawnAttributes spawning;
+  sigset_t defaults;
+  sigemptyset(&defaults);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) sigaddset(&defaults, number);
+  posix_spawnattr_setsigdefault(&spawning.attributes, &defaults);
+  posix_spawnattr_setsigmask(&spawning.attributes, &mask);
+  // A group of its own, so that an interruption reaches all programs of a pipeline.
+  posix_spawnattr_setpgroup(&spawning.attributes, 0);
+  posix_spawnattr_setflags(&spawning.attributes,
+                           POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
+
+  std::vector<std::string> arguments = command.argv;
+  std::vector<std::string> environment = childEnvironment(command);
+  const std::string program = findProgram(arguments.front());
+  const int result = ::posix_spawn(child, program.c_str(), &files.actions, &spawning.attributes,
+                                   pointersTo(arguments).data(), pointersTo(environment).data());
+  input.readEnd.close();
+  output.writeEnd.close();
+  errors.writeEnd.close();
+  return result;
+}
+
+}  // namespace
+
+bool runProcess(const Command& command, Outcome* outcome, ErrorText* error) {
+  *outcome = Outcome();
+  if (command.argv.empty()) return fail(error, "no program named");
+  std::fflush(stdout);
+
+  Pipe input, output, errors;
+  if (!input.open() || !output.open() || !errors.open()) return failWithErrno(error);
+  // A child that does not read its input must not end this program.
+  ::signal(SIGPIPE, SIG_IGN);
+  pid_t child = 0;
+  {
+    const SignalsBlocked blocked;
+    const int result = spawn(command, input, output, errors, &child, blocked.oldMask());
+    if (result != 0) return fail(error, std::strerror(result));
+    setRunningChild(child);
+  }
+  exchange(input, output, errors, command.input, outcome);
+
+  // Only learn of the end first: a child that is reaped must not be signalled any more.
+  siginfo_t ended{};
+  while (::waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT) < 0 &&
+         errno == EINTR) {
+  }
+  const SignalsBlocked blocked;
+  setRunningChild(0);
+  int status = 0;
+  while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
+  outcome->signalled = WIFSIGNALED(status);
+  outcome->status = outcome->signalled ? WTERMSIG(status) : WEXITSTATUS(status);
+  return true;
+}
+
+Command shellCommand(const std::string& commandLine) {
+  std::string launched = commandLine;
+  if (commandLine.starts_with('/')) {
+    const std::string tool = commandLine.substr(0, commandLine.find(' '));
+    const std::string replacement = HostRoot::resolve(tool);
+    if (replacement != tool)
+      launched = quotedForShell(replacement) + commandLine.substr(tool.size());
+  }
+  Command command;
+  command.argv = {"/bin/sh", "-c", launched};
+  return command;
+}
+
+std::string quotedForShell(const std::string& text) {
+  std::string quoted = "'";
+  for (const char c : text) {
+    if (c == '\'') {
+      quoted += "'\\''";
+    } else {
+      quoted += c;
+    }
+  }
+  return quoted + "'";
+}
+
+}  // namespace tovrek

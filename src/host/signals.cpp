@@ -1,0 +1,113 @@
+#include "host/signals.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstring>
+
+#include "host/running_child.h"
+
+namespace tovrek {
+namespace {
+
+// A slot is written by the main program only: 0 free, 1 being written, 2 in use. The handler
+// reads slots in use; it interrupts the very thread that writes, so no lock is needed.
+struct Slot {
+  std::atomic<int> state{0};
+  std::array<char, 4096> path{};
+};
+std::array<Slot, 64> slots;
+std::atomic<pid_t> runningChild{0};
+
+constexpr std::array<int, 3> kFatalSignals = {SIGINT, SIGTERM, SIGHUP};
+
+// Removing a tree needs calls that a handler may not make, so another program does it. fork,
+// execve and waitpid are allowed here.
+void removeRegisteredItems() {
+  static std::array<char*, 64 + 4> arguments;
+  static char name[] = "rm", option[] = "-rf", end[] = "--";
+  size_t count = 0;
+  arguments[count++] = name;
+  arguments[count++] = option;
+  arguments[count++] = end;
+  for (Slot& slot : slots) {
+    if (slot.state.load() == 2) arguments[count++] = slot.path.data();
+  }
+  arguments[count] = nullptr;
+  if (count == 3) return;
+  const pid_t cleaner = ::fork();
+  if (cleaner == 0) {
+    static char* const kNoEnvironment[] = {nullptr};
+    ::execve("/bin/rm", arguments.data(), kNoEnvironment);
+    ::_exit(127);
+  }
+  if (cleaner > 0) {
+    while (::waitpid(cleaner, nullptr, 0) < 0 && errno == EINTR) {
+    }
+  }
+}
+
+extern "C" void endBySignal(int number) {
+  if (const pid_t child = runningChild.load(); child > 0) {
+    ::kill(-child, number);
+    // The child may still write into the scratch folder: wait for it, then clean up.
+    while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
+  }
+  removeRegisteredItems();
+  ::signal(number, SIG_DFL);
+  ::raise(number);
+  // Delivered when this handler returns, as the signal is blocked meanwhile.
+}
+
+}  // namespace
+
+void installSignalHandlers() {
+  struct sigaction action {};
+  action.sa_handler = endBySignal;
+  sigemptyset(&action.sa_mask);
+  for (const int number : kFatalSignals) sigaddset(&action.sa_mask, number);
+  for (const int number : kFatalSignals) {
+    struct sigaction old {};
+    // A program started with a signal ignored (nohup) keeps ignoring it.
+    if (::sigaction(number, nullptr, &old) == 0 && old.sa_handler == SIG_IGN) continue;
+    ::sigaction(number, &action, nullptr);
+  }
+}
+
+RemovedOnSignal::RemovedOnSignal(const std::string& path) : slot_(-1) {
+  if (path.empty() || path.size() >= slots[0].path.size()) return;
+  for (size_t i = 0; i < slots.size(); ++i) {
+    int expected = 0;
+    if (!slots[i].state.compare_exchange_strong(expected, 1)) continue;
+    std::memcpy(slots[i].path.data(), path.c_str(), path.size() + 1);
+    slots[i].state.store(2);
+    slot_ = static_cast<int>(i);
+    return;
+  }
+}
+
+RemovedOnSignal::~RemovedOnSignal() {
+  if (slot_ >= 0) slots[static_cast<size_t>(slot_)].state.store(0);
+}
+
+SignalsBlocked::SignalsBlocked() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int number : kFatalSignals) sigaddset(&set, number);
+  ::pthread_sigmask(SIG_BLOCK, &set, &old_);
+}
+
+SignalsBlocked::~SignalsBlocked() {
+  ::pthread_sigmask(SIG_SETMASK, &old_, nullptr);
+}
+
+void setRunningChild(pid_t child) {
+  runningChild.store(child);
+}
+
+}  // namespace tovrek

@@ -1,0 +1,55 @@
+#include "log/WrapperLogger.h"
+
+#include <fmt/format.h>
+
+#include "host/clock.h"
+#include "host/files.h"
+#include "log/SystemLog.h"
+
+namespace tovrek {
+
+WrapperLogger::WrapperLogger(std::string moduleName, std::optional<std::string> logFilename)
+    : logFilename_(std::move(logFilename)), moduleName_(std::move(moduleName)) {}
+
+void WrapperLogger::logError(std::string_view text) const {
+  log(Kind::kError, text);
+}
+void WrapperLogger::logWarning(std::string_view text) const {
+  log(Kind::kWarning, text);
+}
+void WrapperLogger::logBasic(std::string_view text) const {
+  log(Kind::kBasic, text);
+}
+void WrapperLogger::logDetailed(std::string_view text) const {
+  log(Kind::kDetailed, text);
+}
+
+bool WrapperLogger::passes(int64_t level, Kind kind) {
+  // Errors pass at any level but 0, also at one outside the range.
+  if (kind == Kind::kError) return level != 0;
+  return level >= static_cast<int64_t>(kind) && level <= 4;
+}
+
+void WrapperLogger::log(Kind kind, std::string_view text) const {
+  const bool displayed = passes(logDisplayLevel_, kind);
+  const bool written = passes(logFileWriteLevel_, kind) && logFilename_.has_value();
+  if (!displayed && !written) return;
+  const std::string entry = fmt::format("[{}] {}", moduleName_, text);
+  if (displayed) systemLog(entry);
+  if (written) writeEntryToLogfile(entry);
+}
+
+void WrapperLogger::writeEntryToLogfile(std::string_view entry) const {
+  if (!logFilename_) return;
+  const std::string line =
+      fmt::format("{} {}\n", localTime("%Y-%m-%d %H:%M:%S", currentTime()), entry);
+  if (appendToFile(*logFilename_, line)) return;
+  ErrorText reason;
+  // Only a file that is not there yet may be written whole: never replace one that is.
+  if (!fileExists(*logFilename_) && writeFileAtomically(*logFilename_, line, &reason)) return;
+  if (!reason.isSet()) reason.set("the file cannot be appended to");
+  systemLog(
+      fmt::format("ERROR: failed to write file at {}, error is {}", *logFilename_, reason.text()));
+}
+
+}  // namespace tovrek

@@ -1,0 +1,125 @@
+#include "host/files.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "host/MappedFile.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace tovrek {
+namespace {
+
+using test::contentsOf;
+using test::TemporaryFolder;
+
+mode_t modeOf(const std::string& path) {
+  struct stat info {};
+  EXPECT_EQ(::lstat(path.c_str(), &info), 0) << path;
+  return info.st_mode & 07777;
+}
+
+TEST(Files, WriteKeepsModeAndNeverWritesThroughLinks) {
+  const TemporaryFolder folder;
+  const std::string file = folder.write("plain", "old");
+  ::chmod(file.c_str(), 0751);
+  ASSERT_TRUE(writeFileAtomically(file, "new"));
+  EXPECT_EQ(contentsOf(file), "new");
+  EXPECT_EQ(modeOf(file), 0751u);
+
+  const std::string link = folder.file("link");
+  ASSERT_EQ(::symlink(file.c_str(), link.c_str()), 0);
+  ASSERT_TRUE(writeFileAtomically(link, "elsewhere"));
+  EXPECT_EQ(contentsOf(file), "new");
+  EXPECT_FALSE(isSymbolicLink(link));
+  EXPECT_EQ(listDirectory(folder.path())->size(), 2u) << "no temporary file is left";
+}
+
+TEST(Files, FailuresNameTheReason) {
+  const TemporaryFolder folder;
+  ErrorText error;
+  EXPECT_FALSE(writeFileAtomically(folder.file("no/such/file"), "x", &error));
+  EXPECT_EQ(error.text(), "No such file or directory");
+  std::string contents;
+  EXPECT_FALSE(readFile(folder.path(), &contents, &error));
+  EXPECT_EQ(error.text(), "Is a directory");
+  EXPECT_FALSE(listDirectory(folder.file("missing"), &error));
+  EXPECT_FALSE(removeItem(folder.file("missing"), &error));
+}
+
+TEST(Files, ReadsFilesWithoutASize) {
+  std::string contents;
+  ASSERT_TRUE(readFile("/proc/self/status", &contents));
+  EXPECT_NE(contents.find("Pid:"), std::string::npos);
+}
+
+TEST(Files, CopyKeepsLinksModesAndEmptyFolders) {
+  const TemporaryFolder folder;
+  const std::string from = folder.file("from");
+  folder.write("from/sub/program", std::string(300000, 'p'));
+  ::chmod(folder.file("from/sub/program").c_str(), 0755);
+  ASSERT_TRUE(createDirectories(folder.file("from/empty")));
+  ASSERT_EQ(::symlink("sub/program", folder.file("from/link").c_str()), 0);
+  ASSERT_EQ(::symlink("nowhere", folder.file("from/dangling").c_str()), 0);
+  ::chmod(folder.file("from/sub").c_str(), 0555);
+
+  const std::string to = folder.file("to");
+  ASSERT_TRUE(copyItem(from, to));
+  EXPECT_EQ(contentsOf(to + "/sub/program"), std::string(300000, 'p'));
+  EXPECT_EQ(modeOf(to + "/sub/program"), 0755u);
+  EXPECT_EQ(modeOf(to + "/sub"), 0555u);
+  EXPECT_TRUE(isDirectory(to + "/empty"));
+  EXPECT_TRUE(isSymbolicLink(to + "/link"));
+  EXPECT_TRUE(isSymbolicLink(to + "/dangling"));
+
+  ErrorText error;
+  EXPECT_FALSE(copyItem(from, to, &error)) << "never merges";
+  EXPECT_EQ(error.text(), "File exists");
+  EXPECT_FALSE(copyItem(from + "/link", to + "/dangling", &error)) << "a link is in the way too";
+  ASSERT_TRUE(removeItem(to)) << "read-only folders go as well";
+  EXPECT_FALSE(itemExistsNoFollow(to));
+}
+
+TEST(Files, RemoveTakesTheLinkAndNotItsTarget) {
+  const TemporaryFolder folder;
+  folder.write("target/file", "x");
+  ASSERT_EQ(::symlink(folder.file("target").c_str(), folder.file("link").c_str()), 0);
+  ASSERT_TRUE(removeItem(folder.file("link")));
+  EXPECT_TRUE(fileExists(folder.file("target/file")));
+}
+
+TEST(Files, WalkIsSortedAndFollowsNoLinks) {
+  const TemporaryFolder folder;
+  for (const char* name : {"b/2", "b/1", "a", "B", "c.framework/x"}) folder.write(name, "");
+  ASSERT_EQ(::symlink("b", folder.file("d").c_str()), 0);
+  std::vector<std::string> seen;
+  ASSERT_TRUE(walkDirectory(folder.path(), [&](const WalkedItem& item) {
+    seen.push_back(item.relativePath);
+    return item.relativePath != "c.framework";
+  }));
+  EXPECT_EQ(seen, (std::vector<std::string>{"B", "a", "b", "b/1", "b/2", "c.framework", "d"}));
+  EXPECT_FALSE(walkDirectory(folder.file("missing"), [](const WalkedItem&) { return true; }));
+}
+
+TEST(Files, AppendNeedsTheFile) {
+  const TemporaryFolder folder;
+  EXPECT_FALSE(appendToFile(folder.file("log"), "x"));
+  folder.write("log", "a\n");
+  EXPECT_TRUE(appendToFile(folder.file("log"), "b\n"));
+  EXPECT_EQ(contentsOf(folder.file("log")), "a\nb\n");
+}
+
+TEST(MappedFile, EmptyFilesAndFolders) {
+  const TemporaryFolder folder;
+  MappedFile map;
+  EXPECT_TRUE(map.open(folder.write("empty", "")));
+  EXPECT_TRUE(map.bytes().empty());
+  EXPECT_TRUE(map.open(folder.write("three", "abc")));
+  EXPECT_EQ(map.bytes().size(), 3u);
+  ErrorText error;
+  EXPECT_FALSE(map.open(folder.path(), &error));
+  EXPECT_EQ(error.text(), "Is a directory");
+}
+
+}  // namespace
+}  // namespace tovrek

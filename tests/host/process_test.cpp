@@ -1,0 +1,159 @@
+#include "host/process.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "host/HostRoot.h"
+#include "host/clock.h"
+#include "host/files.h"
+#include "host/host_info.h"
+#include "host/signals.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace tovrek {
+namespace {
+
+using test::ScopedEnvironment;
+using test::TemporaryFolder;
+
+Outcome run(const Command& command) {
+  Outcome outcome;
+  ErrorText error;
+  EXPECT_TRUE(runProcess(command, &outcome, &error)) << error.text();
+  return outcome;
+}
+
+Command shell(const std::string& text) {
+  return {.argv = {"/bin/sh", "-c", text}};
+}
+
+TEST(Process, KeepsOutputsApartAndReadsThemWhole) {
+  Command command = shell("head -c 1000000 /dev/zero; head -c 1000000 /dev/zero >&2; exit 3");
+  command.standardError = StandardError::kCapture;
+  const Outcome outcome = run(command);
+  EXPECT_EQ(outcome.output.size(), 1000000u);
+  EXPECT_EQ(outcome.errorOutput.size(), 1000000u);
+  EXPECT_EQ(outcome.status, 3);
+
+  command = shell("echo out; echo err >&2");
+  command.standardError = StandardError::kMergeIntoOutput;
+  EXPECT_EQ(run(command).output, "out\nerr\n");
+}
+
+TEST(Process, InputFolderAndEnvironment) {
+  const TemporaryFolder folder;
+  const ScopedEnvironment options("ZIPOPT", "-9"), locale("LC_ALL", "de_DE");
+  Command command = shell("cat; pwd; echo \"[$ZIPOPT][$LC_ALL][$OWN]\"");
+  command.input = std::string(200000, 'i');
+  command.workingDirectory = folder.path();
+  command.environment = {{"OWN", "a b"}};
+  EXPECT_EQ(run(command).output, std::string(200000, 'i') + folder.path() + "\n[][C.UTF-8][a b]\n");
+  EXPECT_EQ(run(shell("cat")).output, "") << "input is empty, not the terminal's";
+}
+
+TEST(Process, UnreadInputAndDeathBySignal) {
+  Command command = shell("exit 0");
+  command.input = std::string(1000000, 'x');
+  EXPECT_EQ(run(command).status, 0);
+  const Outcome killed = run(shell("kill -9 $$"));
+  EXPECT_TRUE(killed.signalled);
+  EXPECT_EQ(killed.status, SIGKILL);
+}
+
+TEST(Process, MissingProgramIsAFailureToStart) {
+  Outcome outcome;
+  ErrorText error;
+  EXPECT_FALSE(runProcess({.argv = {"/no/such/program"}}, &outcome, &error));
+  EXPECT_EQ(error.text(), "No such file or directory");
+}
+
+TEST(HostRoot, StandsInForSystemPathsOnly) {
+  const TemporaryFolder root;
+  const std::string tool = root.write("usr/bin/tool", "#!/bin/sh\necho \"stand-in $*\"\n");
+  ::chmod(tool.c_str(), 0755);
+  const ScopedEnvironment environment("TOVREK_HOST_ROOT", root.path());
+
+  EXPECT_EQ(HostRoot::resolve("/usr/bin/tool"), tool);
+  EXPECT_EQ(HostRoot::resolve("/bin/sh"), "/bin/sh");
+  EXPECT_EQ(HostRoot::resolve("usr/bin/tool"), "usr/bin/tool");
+  EXPECT_TRUE(HostRoot::exists("/usr/bin/tool"));
+  EXPECT_EQ(run({.argv = {"/usr/bin/tool", "a b"}}).output, "stand-in a b\n");
+  EXPECT_EQ(run({.argv = {"tool"}}).output, "stand-in \n") << "found in the child's PATH";
+  EXPECT_EQ(run(shellCommand("/usr/bin/tool -l \"x y\" | cat")).output, "stand-in -l x y\n");
+  EXPECT_EQ(run(shellCommand("tool z")).output, "stand-in z\n");
+}
+
+TEST(Process, QuotingForTheShell) {
+  const std::string nasty = "a'b\"$(x)`y`\\ \n\xc3\xbc";
+  EXPECT_EQ(run(shell("printf %s " + quotedForShell(nasty))).output, nasty);
+}
+
+TEST(Signals, InterruptionRemovesScratchAndEndsBySignal) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    const TemporaryFolder folder;
+    const std::string scratch = folder.file("scratch");
+    const std::string kept = folder.write("kept", "x");
+    const pid_t program = ::fork();
+    ASSERT_GE(program, 0);
+    if (program == 0) {
+      installSignalHandlers();
+      createDirectories(scratch + "/sub");
+      const RemovedOnSignal guard(scratch);
+      { const RemovedOnSignal forgotten(kept); }
+      Outcome outcome;
+      runProcess({.argv = {"/bin/sh", "-c", "touch " + scratch + "/sub/started; sleep 30"}},
+                 &outcome);
+      ::_exit(99);
+    }
+    const double limit = currentTime() + 20;
+    while (!fileExists(scratch + "/sub/started") && currentTime() < limit) ::usleep(10000);
+    ::kill(program, number);
+    int status = 0;
+    ASSERT_EQ(::waitpid(program, &status, 0), program);
+    EXPECT_TRUE(WIFSIGNALED(status)) << number;
+    EXPECT_EQ(WTERMSIG(status), number);
+    EXPECT_FALSE(fileExists(scratch));
+    EXPECT_TRUE(fileExists(kept));
+  }
+}
+
+TEST(HostInfo, TemporaryFolderFollowsTmpdirOnlyWhenItIsAFolder) {
+  const TemporaryFolder folder;
+  {
+    const ScopedEnvironment named("TMPDIR", folder.path());
+    EXPECT_EQ(systemTemporaryFolder(), folder.path());
+  }
+  const ScopedEnvironment missing("TMPDIR", folder.file("missing"));
+  const auto own = systemTemporaryFolder();
+  ASSERT_TRUE(own);
+  EXPECT_EQ(*own, "/tmp/tovrek-" + std::to_string(::getuid()));
+}
+
+TEST(HostInfo, UniqueStringsAreVersion4AndDiffer) {
+  const std::string one = uniqueString();
+  ASSERT_EQ(one.size(), 36u);
+  EXPECT_EQ(one[14], '4');
+  EXPECT_NE(std::string("89AB").find(one[19]), std::string::npos);
+  EXPECT_NE(one, uniqueString());
+}
+
+TEST(HostInfo, MacAddressHasSixBytes) {
+  ErrorText error;
+  const auto address = macAddress(&error);
+  ASSERT_TRUE(address) << error.text();
+  EXPECT_EQ(address->size(), 17u);
+}
+
+TEST(Clock, DescriptionReachesBeyond2038) {
+  EXPECT_EQ(dateDescription(0), "1970-01-01 00:00:00 +0000");
+  EXPECT_EQ(dateDescription(4102444800.0), "2100-01-01 00:00:00 +0000");
+  EXPECT_EQ(dateDescription(kReferenceDateOffset - 0.5), "2000-12-31 23:59:59 +0000");
+}
+
+}  // namespace
+}  // namespace tovrek
