@@ -77,8 +77,8 @@ class WholeProgramTest(unittest.TestCase):
     @classmethod
     def wrap(cls, app, output, *options, environment=(), **keywords):
         command = cls.wrap_command(app, output, *options, **keywords)
-        result = subprocess.run(command, capture_output=True, env=dict(cls.environment, **dict(environment)),
-                                stdin=subprocess.DEVNULL, cwd=cls.folder, timeout=240)
+        result = subprocess.run(command, capture_output=True, stdin=subprocess.DEVNULL,
+                                env=cls.environment | dict(environment), cwd=cls.folder, timeout=240)
         result.stdout = result.stdout.decode()
         result.stderr = result.stderr.decode()
         return result
@@ -103,11 +103,11 @@ def changed_app(archive=DEMO_APP):
         yield folder, os.path.join(folder, "Payload", "Fieldbook.app")
 
 
-def pack(folder, output, *names):
-    """Zips entries of a folder, by default everything, into a new archive."""
+def pack(folder, output):
+    """Zips everything in a folder into a new archive."""
     if os.path.exists(output):
         os.remove(output)
-    run("zip", "-qry", output, *(names or ["."]), cwd=folder, env=dict(os.environ, LC_ALL="C.UTF-8"))
+    run("zip", "-qry", output, ".", cwd=folder, env=dict(os.environ, LC_ALL="C.UTF-8"))
     return output
 
 
@@ -123,9 +123,23 @@ def sign_as_developer(path, *options):
         os.path.join(IDENTITIES, "developer.keychain.pem"), path, *options)
 
 
-def make_profile(output, app_id, *options, identity="admin", team="EXAMPLE123"):
-    run(os.path.join(ROOT, "demo", "profile.sh"), output, IDENTITIES, identity, team, app_id, *options)
+def thin(executable, arch):
+    """Leaves one slice of a universal file."""
+    run(os.path.join(COMPANIONS, "lipo"), executable, "-thin", arch, "-output", executable)
+
+
+def make_profile(output, app_id, *expiry):
+    """A profile for the administrator's identity; expires in a year, or when date(1) says."""
+    run(os.path.join(ROOT, "demo", "profile.sh"), output, IDENTITIES, "admin", "EXAMPLE123", app_id,
+        *expiry)
     return output
+
+
+def sha1_of_admin():
+    """The administrator's certificate as the hash that names it, in upper-case pairs."""
+    shown = run("openssl", "x509", "-in", os.path.join(IDENTITIES, "admin.pem"), "-noout",
+                "-fingerprint", "-sha1").stdout.decode()
+    return shown.strip().split("=")[1].split(":")
 
 
 def copy_toolkit(target):

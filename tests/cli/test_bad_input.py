@@ -1,4 +1,5 @@
 """What Wrap says about input it cannot use: one text, the right status, nothing left behind."""
+import fnmatch
 import os
 import shutil
 import signal
@@ -9,8 +10,8 @@ import time
 import unittest
 
 from examiner import macho
-from harness import (COMPANIONS, DEMO_APP, DEVELOPER, IDENTITIES, WholeProgramTest, changed_app,
-                     copy_toolkit, make_profile, pack, read, result_text, run, sign_as_developer, write)
+from harness import (DEMO_APP, DEVELOPER, WholeProgramTest, changed_app, copy_toolkit, make_profile,
+                     pack, read, result_text, run, sha1_of_admin, sign_as_developer, thin, write)
 
 
 def fill_header(executable):
@@ -27,11 +28,14 @@ def fill_header(executable):
 
 class Refusals(WholeProgramTest):
     def refuse(self, status, text, app=DEMO_APP, *options, output=None, **keywords):
-        """Wrap must end with the status and the text, and leave nothing behind."""
+        """Wrap must end with the status and the text, and leave nothing behind.
+
+        A "*" in the text stands for what is not known beforehand.
+        """
         output = output or self.path("refused.wex")
         result = self.wrap(app, output, *options, **keywords)
-        self.assertIsNotNone(result_text(result), result.stderr)
-        self.assertRegex(result_text(result), text)
+        shown = result_text(result)
+        self.assertTrue(shown and fnmatch.fnmatchcase(shown, text), f"{shown}\n{result.stderr}")
         self.assertEqual(result.returncode, status, result.stderr)
         self.assertFalse(os.path.lexists(output))
         self.assertEqual(self.left_in_scratch(), [])
@@ -40,27 +44,29 @@ class Refusals(WholeProgramTest):
 class BadInput(Refusals):
     def test_archives(self):
         whole = read(DEMO_APP)
-        empty = self.path("empty folder", "Payload")
-        os.makedirs(empty)
-        other = os.path.dirname(write(b"text", self.path("other", "Contents", "file")))
-        unzip_failed = r"^Unzip command failed\. "
-        cases = {
-            "text.ipa": (write(b"this is no archive", self.path("text.ipa")), unzip_failed),
-            "empty.ipa": (write(b"", self.path("empty.ipa")), unzip_failed),
-            "half.ipa": (write(whole[:len(whole) // 2], self.path("half.ipa")), unzip_failed),
-            "endless.ipa": (write(whole[:-10], self.path("endless.ipa")), unzip_failed),
-            "damaged.ipa": (write(whole[:2000] + bytes(500) + whole[2500:],
-                                  self.path("damaged.ipa")), unzip_failed),
-            "no Payload": (pack(os.path.dirname(other), self.path("nopayload.ipa")),
-                           r"^Payload directory does not exist at /"),
-            "no app": (pack(os.path.dirname(empty), self.path("noapp.ipa")),
-                       r"^Payload directory \(/.*/Payload\) can not be found\.$"),
+        write(b"text", self.path("no payload", "Contents", "file"))
+        os.makedirs(self.path("no app", "Payload"))
+        write(b"", self.path("other case", "Payload", "X.APP", "X"))
+        archives = {
+            "text": (b"this is no archive", "Unzip command failed. *"),
+            "empty": (b"", "Unzip command failed. *"),
+            "half": (whole[:len(whole) // 2], "Unzip command failed. *"),
+            "no end": (whole[:-10], "Unzip command failed. *"),
+            "damaged": (whole[:2000] + bytes(500) + whole[2500:], "Unzip command failed. *"),
+            "no payload": (None, "Payload directory does not exist at /*"),
+            "no app": (None, "Payload directory (/*/Payload) can not be found."),
+            "other case": (None, "Payload directory (/*/Payload) can not be found."),
         }
-        for name, (archive, text) in cases.items():
+        for name, (content, text) in archives.items():
             with self.subTest(name):
+                archive = self.path(f"{name}.ipa")
+                if content is None:
+                    pack(self.path(name), archive)
+                else:
+                    write(content, archive)
                 # A failed unpacking ends with status 0 on purpose.
                 self.refuse(0, text, archive)
-        self.refuse(255, r"^A required file at this location does not exist: .*/gone\.ipa$",
+        self.refuse(255, "A required file at this location does not exist: */gone.ipa",
                     self.path("gone.ipa"))
 
     def test_executables(self):
@@ -71,98 +77,96 @@ class BadInput(Refusals):
             write(b"#!/bin/sh\n", app, "Fieldbook")
 
         def full(app):
-            executable = os.path.join(app, "Fieldbook")
-            run(os.path.join(COMPANIONS, "lipo"), executable, "-thin", "arm64", "-output", executable)
-            fill_header(executable)
+            thin(os.path.join(app, "Fieldbook"), "arm64")
+            fill_header(os.path.join(app, "Fieldbook"))
 
         def linked(app):
             old, new = b"@rpath/Ledger.framework/Ledger", b"@rpath/WEX.framework/WEX"
             write(read(app, "Fieldbook").replace(old, new.ljust(len(old), b"\0")), app, "Fieldbook")
 
-        cases = {
-            "none": (without, r"^ERROR: The app \(.*\) is an AppStore app\.$", 254),
-            "a script": (script, r"^ERROR: The app \(.*\) is an AppStore app\.$", 254),
-            "a full header": (full, r"^ERROR: No room in header of application binary image to "
-                                    r"insert dylib reference\.$", 254),
-            "linked with the SDK": (linked, r"^To wrap, choose a valid file that does not include the "
-                                            r"WEX framework\. Wrapping an SDK app with this tool is "
-                                            r"not supported\.$", 0),
-            "Adobe AIR": (lambda app: write(b"", app, "META-INF", "AIR", "application.xml"),
-                          r"^WEX does not support wrapping applications created using the Adobe Air "
-                          r"framework\.$", 254),
-        }
-        for name, (change, text, status) in cases.items():
-            with self.subTest(name), changed_app() as (folder, app):
+        def air(app):
+            write(b"", app, "META-INF", "AIR", "application.xml")
+
+        cases = [
+            (without, 254, "ERROR: The app (*) is an AppStore app."),
+            (script, 254, "ERROR: The app (*) is an AppStore app."),
+            (full, 254, "ERROR: No room in header of application binary image to insert dylib "
+                        "reference."),
+            (linked, 0, "To wrap, choose a valid file that does not include the WEX framework. "
+                        "Wrapping an SDK app with this tool is not supported."),
+            (air, 254, "WEX does not support wrapping applications created using the Adobe Air "
+                       "framework."),
+        ]
+        for change, status, text in cases:
+            with self.subTest(change.__name__), changed_app() as (folder, app):
                 change(app)
                 self.refuse(status, text, pack(folder, self.path("changed.ipa")))
 
     def test_wrapped_app(self):
         output, archive = self.path("first.wex"), self.path("first.ipa")
         self.assert_wrapped(self.wrap(DEMO_APP, output, "-outBundle", archive), output)
-        self.refuse(254, r"^ERROR: This app is already wrapped, and cannot be re-wrapped\.$", archive)
+        self.refuse(254, "ERROR: This app is already wrapped, and cannot be re-wrapped.", archive)
 
     def test_profiles(self):
-        text = write(b"not a profile", self.path("text.mobileprovision"))
-        fingerprint = run("openssl", "x509", "-in", os.path.join(IDENTITIES, "admin.pem"), "-noout",
-                          "-fingerprint", "-sha1").stdout.decode().strip().split("=")[1].replace(":", "")
-        cases = [
-            # Without a profile to list the name, a name is taken for a hash and loses its blanks.
-            (255, r"^iOS distribution certificate name \(iPhoneDistribution:ExampleCorporation"
-                  r"\(EXAMPLE123\)\) does not match certificates listed in the iOS distribution "
-                  r"provisioning profile\.", {"profile": text}),
-            (254, r"^Failed to execute security with exit code: 1$",
-             {"profile": text, "cert": fingerprint}),
-            (255, r"^A required file at this location does not exist: .*/gone\.mobileprovision$",
-             {"profile": self.path("gone.mobileprovision")}),
-            (254, r"^This provisioning profile has expired\. Please use a valid provisioning profile\.$",
-             {"profile": make_profile(self.path("expired.mobileprovision"), "*", "yesterday")}),
-            (254, r"^This provisioning profile is specific to <com\.example\.other>\.  Change the "
-                  r"bundle indentifier above or choose a different profile\.$",
-             {"profile": make_profile(self.path("other.mobileprovision"), "com.example.other")}),
-            (254, r"^Bundle identifier <com\.example\.fieldbook> is not suitable for use with wildcard "
-                  r"profile <com\.other\.\*>\.  Change the bundle indentifier above or choose a "
-                  r"different profile\.$",
-             {"profile": make_profile(self.path("wild.mobileprovision"), "com.other.*")}),
+        no_profile = write(b"not a profile", self.path("text.mobileprovision"))
+        # Without a profile to list the name, a name is taken for a hash and loses its blanks.
+        self.refuse(255, "iOS distribution certificate name (iPhoneDistribution:ExampleCorporation"
+                         "(EXAMPLE123)) does not match certificates listed in *", profile=no_profile)
+        self.refuse(254, "Failed to execute security with exit code: 1", profile=no_profile,
+                    cert="".join(sha1_of_admin()))
+        self.refuse(255, "A required file at this location does not exist: */gone.mobileprovision",
+                    profile=self.path("gone.mobileprovision"))
+        profiles = [
+            (("*", "yesterday"), "This provisioning profile has expired. Please use a valid "
+                                 "provisioning profile."),
+            (("com.example.other",), "This provisioning profile is specific to <com.example.other>.  "
+                                     "Change the bundle indentifier above or choose a different "
+                                     "profile."),
+            (("com.other.*",), "Bundle identifier <com.example.fieldbook> is not suitable for use "
+                               "with wildcard profile <com.other.*>.  Change the bundle indentifier "
+                               "above or choose a different profile."),
         ]
-        for status, text, keywords in cases:
-            with self.subTest(keywords):
-                self.refuse(status, text, **keywords)
+        for arguments, text in profiles:
+            with self.subTest(arguments):
+                profile = make_profile(self.path("refused.mobileprovision"), *arguments)
+                self.refuse(254, text, profile=profile)
 
     def test_identities(self):
         # Listed in the profile, but in no keychain: found out when signing starts.
-        self.refuse(254, r"^Failed to execute dylibcodesign with exit code: 1$",
+        self.refuse(254, "Failed to execute dylibcodesign with exit code: 1",
                     environment={"XDG_DATA_HOME": self.path("empty")})
-        self.refuse(255, r"does not match certificates listed", cert=DEVELOPER)
+        self.refuse(255, "iOS distribution certificate name (*) does not match *", cert=DEVELOPER)
 
     def test_content_folder(self):
         toolkit = copy_toolkit(self.path("toolkit"))
         data = os.path.join(toolkit, "Data")
         dylib = os.path.join(data, "OrvaneDylib.bundle", "OrvaneDylib.dylib")
         sign_as_developer(dylib)
-        self.refuse(254, r"^Failed to validate that dylib is signed by Orvane\.$", toolkit=toolkit)
+        self.refuse(254, "Failed to validate that dylib is signed by Orvane.", toolkit=toolkit)
         write(b"no program", dylib)
-        self.refuse(254, r"^Failed to execute codesign-verifyOrvaneDylib with exit code: 1$",
+        self.refuse(254, "Failed to execute codesign-verifyOrvaneDylib with exit code: 1",
                     toolkit=toolkit)
         shutil.rmtree(data)
-        self.refuse(254, r"^A required file at this location does not exist: .*/OrvaneDylib\.bundle/"
-                         r"OrvaneDylib\.dylib$", toolkit=toolkit)
+        self.refuse(254, "A required file at this location does not exist: */OrvaneDylib.bundle/"
+                         "OrvaneDylib.dylib", toolkit=toolkit)
 
     def test_outputs(self):
-        self.refuse(255, r"^Could not write to output path \(.*/gone\)\. Make sure this location exists "
-                         r"and that you have write access to it\.$", output=self.path("gone", "out.wex"))
-        self.refuse(255, r"^Output file has incorrect extension, it must be '\.wex'$",
+        self.refuse(255, "Could not write to output path (*/gone). Make sure this location exists "
+                         "and that you have write access to it.", output=self.path("gone", "o.wex"))
+        self.refuse(255, "Output file has incorrect extension, it must be '.wex'",
                     output=self.path("out.zip"))
-        self.refuse(255, r"^Output bundle file has incorrect extension, it must be '\.ipa'$", DEMO_APP,
+        self.refuse(255, "Output bundle file has incorrect extension, it must be '.ipa'", DEMO_APP,
                     "-outBundle", self.path("bundle.zip"))
 
     @unittest.skipIf(os.geteuid() == 0, "root may write everywhere")
     def test_read_only_output_folder(self):
         os.mkdir(self.path("locked"), 0o500)
-        self.refuse(255, r"^Could not write to output path \(.*/locked\)\.",
+        self.refuse(255, "Could not write to output path (*/locked). *",
                     output=self.path("locked", "out.wex"))
 
     def test_policies_that_are_not_xml(self):
-        self.refuse(254, r"^\S", DEMO_APP, "-policyXML", write(b"<Policy", self.path("bad.xml")))
+        policies = write(b"<Policy", self.path("bad.xml"))
+        self.refuse(254, "?*", DEMO_APP, "-policyXML", policies)
 
 
 class FullDisk(Refusals):
@@ -180,13 +184,13 @@ class FullDisk(Refusals):
 
     def test_full_output(self):
         write(bytes(200_000), self.disk, "filler")
-        self.refuse(254, r"^Failed to copy file from .* to .*/out\.wex\. Error:.*[Nn]o space left",
+        self.refuse(254, "Failed to copy file from * to */out.wex. Error:*No space left on device*",
                     output=os.path.join(self.disk, "out.wex"))
         self.assertEqual(os.listdir(self.disk), ["filler"])
         os.remove(os.path.join(self.disk, "filler"))
 
     def test_full_scratch(self):
-        self.refuse(0, r"^Unzip command failed\. ", environment={"TMPDIR": self.disk})
+        self.refuse(0, "Unzip command failed. *", environment={"TMPDIR": self.disk})
         self.assertEqual([files for _, _, files in os.walk(self.disk) if files], [])
 
 

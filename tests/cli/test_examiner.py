@@ -57,9 +57,8 @@ class Damage(WholeProgramTest):
         self.flip(os.path.join(self.app, "Info.plist"), len(read(self.app, "Info.plist")) - 40)
         self.assertIn("sha256: slot 1 has another hash", self.problems())
         executable = os.path.join(self.app, "Fieldbook")
-        data = read(executable)
-        write(data.replace(b"<string>SAMPLE0001.com.example.shared", b"<string>SAMPLE0001.com.example.sharee"),
-              executable)
+        old, new = b"<string>SAMPLE0001.com.example.shared", b"<string>SAMPLE0001.com.example.Shared"
+        write(read(executable).replace(old, new), executable)
         self.assertIn("the XML and DER entitlements differ", self.problems())
         self.assertIn("sha256: slot 5 has another hash", self.problems())
 

@@ -6,7 +6,7 @@ import shutil
 from examiner import bundle, macho, signature
 from harness import (COMPANIONS, DEMO_APP, IDENTITIES, TOOLKIT, TRUSTED_ROOT, WholeProgramTest,
                      changed_app, edit_info, make_profile, pack, read, result_text, run,
-                     sign_as_developer, unzip, write)
+                     sha1_of_admin, sign_as_developer, thin, unzip, write)
 
 EXTENSION_WARNING = (
     "WARNING: The created package includes one or more app extensions that have been re-signed to "
@@ -45,7 +45,8 @@ class Options(WholeProgramTest):
         output = self.path("network.wex")
         self.assert_wrapped(self.wrap(DEMO_APP, output, "-useNetworkOnlyLib"), output)
         app = self.wrapped_app("Fieldbook.app", output)
-        shipped = os.path.join(TOOLKIT, "Data", "OrvaneNetworkOnlyDylib.bundle", "OrvaneDylib.dylib")
+        shipped = os.path.join(TOOLKIT, "Data", "OrvaneNetworkOnlyDylib.bundle",
+                               "OrvaneDylib.dylib")
         inserted = os.path.join(app, "OrvaneDylib.bundle", "OrvaneDylib.dylib")
         self.assertEqual([image.contents() for image in macho.slices(inserted)],
                          [image.contents() for image in macho.slices(shipped)])
@@ -57,7 +58,8 @@ class Options(WholeProgramTest):
                          b"</PolicyMetadata>", self.path("own.xml"))
         profile = make_profile(self.path("explicit.mobileprovision"), "com.example.fieldbook")
         output = self.path("policies.wex")
-        self.assert_wrapped(self.wrap(DEMO_APP, output, "-policyXML", policies, profile=profile), output)
+        result = self.wrap(DEMO_APP, output, "-policyXML", policies, profile=profile)
+        self.assert_wrapped(result, output)
         app = self.wrapped_app("Fieldbook.app", output)
         self.assertEqual(read(app, "policy_metadata.xml"), read(policies))
         entitlements = signature.Signature(
@@ -68,18 +70,15 @@ class Options(WholeProgramTest):
         self.assertNotIn("com.apple.security.application-groups", entitlements)
 
     def test_keychain_file_and_certificate_hash(self):
-        # The identity is only in the file that is named, and is named by its hash in pairs.
-        run_environment = {"XDG_DATA_HOME": self.path("empty home")}
-        output = self.path("hash.wex")
+        # The identity is only in the file that is named.
+        output = self.path("file.wex")
         result = self.wrap(DEMO_APP, output, "-pell", "-keychainPath",
                            os.path.join(IDENTITIES, "admin.keychain.pem"),
-                           environment=run_environment)
+                           environment={"XDG_DATA_HOME": self.path("empty home")})
         self.assert_wrapped(result, output)
         self.wrapped_app("Fieldbook.app", output)
-        fingerprint = run("openssl", "x509", "-in", os.path.join(IDENTITIES, "admin.pem"), "-noout",
-                          "-fingerprint", "-sha1").stdout.decode().strip().split("=")[1]
         output = self.path("pairs.wex")
-        self.assert_wrapped(self.wrap(DEMO_APP, output, cert=fingerprint.replace(":", " ")), output)
+        self.assert_wrapped(self.wrap(DEMO_APP, output, cert=" ".join(sha1_of_admin())), output)
 
     def test_app_without_signature(self):
         with changed_app() as (folder, app):
@@ -98,8 +97,7 @@ class Options(WholeProgramTest):
 
     def test_thin_executable(self):
         with changed_app() as (folder, app):
-            executable = os.path.join(app, "Fieldbook")
-            run(os.path.join(COMPANIONS, "lipo"), executable, "-thin", "arm64", "-output", executable)
+            thin(os.path.join(app, "Fieldbook"), "arm64")
             archive = pack(folder, self.path("thin.ipa"))
         output = self.path("thin.wex")
         self.assert_wrapped(self.wrap(archive, output), output)

@@ -6,8 +6,8 @@ import re
 import xml.etree.ElementTree as ElementTree
 
 from examiner import bundle, macho, signature
-from harness import (ADMIN, DEMO_APP, PROFILE, SEPARATOR, TOOLKIT, TRUSTED_ROOT, WholeProgramTest, read,
-                     run, unzip)
+from harness import (ADMIN, DEMO_APP, PROFILE, SEPARATOR, TOOLKIT, TRUSTED_ROOT, WholeProgramTest,
+                     read, run, unzip)
 
 IDENTIFIER = "com.example.managed.fieldbook"
 WRAPPER = "@executable_path/OrvaneDylib.bundle/OrvaneDylib.dylib"
@@ -25,8 +25,9 @@ class WrappedDemoApp(WholeProgramTest):
         super().setUpClass()
         cls.output = os.path.join(cls.folder, "out.wex")
         cls.bundle_output = os.path.join(cls.folder, "out.ipa")
-        cls.result = cls.wrap(DEMO_APP, cls.output, "-outBundle", cls.bundle_output, "-appType",
-                              "premium", "-bundleID", IDENTIFIER, "-appDesc", "Field <notes> & more",
+        cls.result = cls.wrap(DEMO_APP, cls.output, "-outBundle", cls.bundle_output,
+                              "-appType", "premium", "-bundleID", IDENTIFIER,
+                              "-appDesc", "Field <notes> & more",
                               "-minPlatform", "9.0", "-maxPlatform", "15.0")
         if cls.result.returncode != 0 or not os.path.exists(cls.output):
             raise AssertionError(cls.result.stdout + cls.result.stderr)
@@ -103,7 +104,8 @@ class WrappedDemoApp(WholeProgramTest):
             data = read(self.package, name)
             self.assertEqual(data[:8], b"\x89PNG\r\n\x1a\n")
             self.assertEqual(data[12:16], b"IHDR")
-        self.assertEqual(read(self.package, "AppIcon29x29.png"), read(self.before, "AppIcon29x29.png"))
+        self.assertEqual(read(self.package, "AppIcon29x29.png"),
+                         read(self.before, "AppIcon29x29.png"))
 
     def test_load_commands(self):
         for before, after in self.slice_pairs():
@@ -208,5 +210,6 @@ class WrappedDemoApp(WholeProgramTest):
         expected = [(node.findtext("PolicyName"), node.findtext("PolicyDefault") or "")
                     for node in ElementTree.fromstring(source).iter("Policy")]
         defaults = ElementTree.parse(os.path.join(self.after, "default_wex_policies.xml")).getroot()
-        self.assertEqual([(node.tag, node.text or "") for node in defaults.find("Policies")], expected)
+        self.assertEqual([(node.tag, node.text or "") for node in defaults.find("Policies")],
+                         expected)
         self.assertGreater(len(expected), 10)

@@ -36,8 +36,8 @@ def executable_name(path):
 def seal_problems(path, seal):
     """Compares a bundle's CodeResources with the files that are there."""
     executable = executable_name(path)
-    present = [name for name in files_below(path)
-               if name not in (executable, "CodeResources") and not name.startswith("_CodeSignature/")]
+    present = [name for name in files_below(path) if name not in (executable, "CodeResources") and
+               not name.startswith("_CodeSignature/")]
     found = []
     expected2 = {name for name in present if not OMITTED2.match(name)}
     expected = {name for name in present if not OMITTED.match(name) and
@@ -47,8 +47,8 @@ def seal_problems(path, seal):
         found += [f"{key}: {name} is not sealed" for name in sorted(names - sealed)]
         found += [f"{key}: {name} is sealed but not there" for name in sorted(sealed - names)]
         for name in sorted(sealed & names):
-            found += [f"{key}: {name} {text}"
-                      for text in entry_problems(os.path.join(path, name), name, seal[key][name], key)]
+            texts = entry_problems(os.path.join(path, name), name, seal[key][name], key)
+            found += [f"{key}: {name} {text}" for text in texts]
     return found
 
 

@@ -1,4 +1,4 @@
-"""Mach-O files: slices, load commands, segments and sections, as <mach-o/loader.h> lays them out."""
+"""Mach-O files as <mach-o/loader.h> lays them out: slices, load commands, segments, sections."""
 import struct
 
 LC_SEGMENT, LC_SYMTAB, LC_LOAD_DYLIB, LC_SEGMENT_64 = 0x1, 0x2, 0xC, 0x19
@@ -28,17 +28,17 @@ class Segment:
         data = command.data
         self.command = command
         self.name = text16(data, 8)
+        # (ranges, offset of the section count, header size, record size, section, its flags' offset)
         if command.number == LC_SEGMENT:
-            self.vmaddr, self.vmsize, self.fileoff, self.filesize = struct.unpack_from("<4I", data, 24)
-            count, header, record, layout = struct.unpack_from("<I", data, 48)[0], 56, 68, "<3I"
+            ranges, count_at, header, record, section, flags_at = "<4I", 48, 56, 68, "<3I", 56
         else:
-            self.vmaddr, self.vmsize, self.fileoff, self.filesize = struct.unpack_from("<4Q", data, 24)
-            count, header, record, layout = struct.unpack_from("<I", data, 64)[0], 72, 80, "<QQI"
+            ranges, count_at, header, record, section, flags_at = "<4Q", 64, 72, 80, "<QQI", 64
+        self.vmaddr, self.vmsize, self.fileoff, self.filesize = struct.unpack_from(ranges, data, 24)
         self.sections = []
-        for index in range(count):
+        for index in range(struct.unpack_from("<I", data, count_at)[0]):
             at = header + index * record
-            address, size, offset = struct.unpack_from(layout, data, at + 32)
-            flags = struct.unpack_from("<I", data, at + (56 if command.number == LC_SEGMENT else 64))[0]
+            address, size, offset = struct.unpack_from(section, data, at + 32)
+            flags = struct.unpack_from("<I", data, at + flags_at)[0]
             self.sections.append((text16(data, at), address, size, offset, flags))
 
 
@@ -47,8 +47,8 @@ class Slice:
 
     def __init__(self, data):
         self.data = data
-        magic, cpu, subtype, self.filetype, count, self.commands_size, self.flags = struct.unpack_from(
-            "<7I", data)
+        (magic, cpu, subtype, self.filetype, count, self.commands_size,
+         self.flags) = struct.unpack_from("<7I", data)
         if magic not in (0xFEEDFACE, 0xFEEDFACF):
             raise ValueError(f"not a Mach-O image (magic {magic:#x})")
         self.arch = CPU_NAMES.get((cpu, subtype & 0xFFFFFF), f"{cpu:#x}/{subtype:#x}")
@@ -68,7 +68,8 @@ class Slice:
         return next(segment for segment in self.segments if segment.name == name)
 
     def dylibs(self):
-        return [command.dylib_name() for command in self.commands if command.number in DYLIB_COMMANDS]
+        return [command.dylib_name() for command in self.commands
+                if command.number in DYLIB_COMMANDS]
 
     def signature_range(self):
         """(offset, size) of the signature, or None."""

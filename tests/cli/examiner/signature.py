@@ -101,8 +101,8 @@ def problems(image, root, info_plist=None, resources=None, identifier=None):
         return [str(error)]
     found = placement_problems(image)
     for directory in signature.directories:
-        found += [f"{directory.hash_name}: {text}"
-                  for text in directory_problems(image, signature, directory, info_plist, resources)]
+        texts = directory_problems(image, signature, directory, info_plist, resources)
+        found += [f"{directory.hash_name}: {text}" for text in texts]
         if identifier not in (None, directory.identifier):
             found.append(f"{directory.hash_name}: signed as {directory.identifier}")
     found += choice_problems(image, signature)
