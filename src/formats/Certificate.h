@@ -1,4 +1,5 @@
-// X.509 certificates (OpenSSL), as far as names and digests are asked for.
+// X.509 certificates (OpenSSL; RFC 5280), as far as names, digests, validity and the links
+// between a certificate and its issuer are asked for.
 #pragma once
 
 #include <optional>
@@ -7,6 +8,7 @@
 
 namespace tovrek {
 
+// A value: everything is read from the DER form once and kept as plain text and bytes.
 class Certificate {
  public:
   // None when the bytes are not one DER-encoded certificate.
@@ -19,14 +21,49 @@ class Certificate {
   const std::string& inferredLabel() const { return label_; }
   // The first organisational unit of the subject; none without one.
   const std::optional<std::string>& organizationalUnit() const { return organizationalUnit_; }
+  // The first organisation of the subject; none without one.
+  const std::optional<std::string>& organization() const { return organization_; }
+  // The first e-mail address of the subject; none without one.
+  const std::optional<std::string>& emailAddress() const { return emailAddress_; }
   // SHA-1 over the DER form, 40 lower-case digits.
   std::string sha1Hex() const;
+
+  // Validity, in seconds since 1970. A time that cannot be read makes an empty range.
+  double notBefore() const { return notBefore_; }
+  double notAfter() const { return notAfter_; }
+
+  // DER forms of the subject and issuer names, and the serial number's bytes (big-endian).
+  const std::string& subjectDer() const { return subjectDer_; }
+  const std::string& issuerDer() const { return issuerDer_; }
+  const std::string& serialNumber() const { return serialNumber_; }
+  // The key identifiers of the certificate itself and of its issuer; empty where not given.
+  const std::string& subjectKeyIdentifier() const { return subjectKeyIdentifier_; }
+  const std::string& authorityKeyIdentifier() const { return authorityKeyIdentifier_; }
+  // DER form of the public key with its algorithm (SubjectPublicKeyInfo).
+  const std::string& publicKeyDer() const { return publicKeyDer_; }
+
+  // Issuer and subject have one name: the upper end of a chain.
+  bool isSelfIssued() const { return subjectDer_ == issuerDer_; }
+  // Whether the extended key usage lets the key sign code: it lists code signing or any use, or
+  // the certificate does not limit its uses at all.
+  bool allowsCodeSigning() const { return allowsCodeSigning_; }
 
  private:
   std::string der_;
   std::optional<std::string> commonName_;
   std::optional<std::string> organizationalUnit_;
+  std::optional<std::string> organization_;
+  std::optional<std::string> emailAddress_;
   std::string label_;
+  double notBefore_ = 0;
+  double notAfter_ = 0;
+  std::string subjectDer_;
+  std::string issuerDer_;
+  std::string serialNumber_;
+  std::string subjectKeyIdentifier_;
+  std::string authorityKeyIdentifier_;
+  std::string publicKeyDer_;
+  bool allowsCodeSigning_ = true;
 };
 
 }  // namespace tovrek

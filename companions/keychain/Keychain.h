@@ -1,0 +1,76 @@
+// A keychain of this host: a folder of certificates and private keys, or one file holding both.
+//
+// Certificates are .cer/.der (DER or PEM), keys .key (PEM or DER), .pem holds any mix and .p12
+// (.pfx) a whole identity (RFC 7292). What an import writes is one file per item, named after a
+// digest, keys with mode 0600 in a folder with mode 0700. Files put there by hand count too.
+#pragma once
+
+#include <openssl/types.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "formats/Certificate.h"
+#include "host/ErrorText.h"
+
+namespace tovrek::keychain {
+
+using PrivateKey = std::shared_ptr<EVP_PKEY>;
+
+// A certificate with its private key, ready to sign with.
+struct Identity {
+  Certificate leaf;
+  PrivateKey key;
+  // The issuers' certificates in DER, from the leaf's issuer upwards to the self-signed root, as
+  // far as the keychains hold them. The leaf is not among them; a self-signed leaf has none.
+  std::vector<std::string> chain;
+};
+
+// Certificates and keys read from a file or a folder, before they are matched.
+struct Items {
+  std::vector<Certificate> certificates;
+  std::vector<PrivateKey> keys;
+};
+
+class Keychain {
+ public:
+  // Reads the keychain at a real path (see locations.h for what users may write). None, with the
+  // reason, when nothing stands there or a single file cannot be read. In a folder, files that
+  // hold neither certificate nor key are passed over.
+  //
+  // Encrypted files are tried with no password, then with $TOVREK_KEYCHAIN_PASSWORD.
+  static std::optional<Keychain> open(const std::string& path, ErrorText* error = nullptr);
+
+  const std::string& path() const { return path_; }
+  // Each certificate once, in the order of the file names.
+  const std::vector<Certificate>& certificates() const { return items_.certificates; }
+  const std::vector<PrivateKey>& keys() const { return items_.keys; }
+  // Certificates whose private key is in this keychain too. Their chains are empty: see
+  // completeChain() in identities.h.
+  std::vector<Identity> identities() const;
+
+  struct Added {
+    int identities = 0;    // pairs among the items, at least one half of them new
+    int keys = 0;          // new keys without a certificate among the items
+    int certificates = 0;  // new certificates without a key among the items
+    int duplicates = 0;    // items that were there already
+  };
+  // Writes each item that the keychain lacks to a file of its own. False, with the reason, when
+  // the keychain is a single file or cannot be written; what was written until then stays.
+  bool add(const Items& items, Added* added, ErrorText* error);
+
+ private:
+  std::string path_;
+  Items items_;
+};
+
+// SHA-1 of the public key in lower-case hex: the same for a certificate and its key.
+std::string publicKeyId(const Certificate& certificate);
+std::string publicKeyId(const PrivateKey& key);
+
+// Whether a keychain's folder is searched for items in a file of this name, by its extension.
+bool isKeychainFileName(const std::string& name);
+
+}  // namespace tovrek::keychain

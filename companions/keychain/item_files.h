@@ -1,0 +1,29 @@
+// Certificates and private keys out of a file's bytes: PEM (RFC 7468), DER, PKCS#12 (RFC 7292).
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "companions/keychain/Keychain.h"
+
+namespace tovrek::keychain {
+
+enum class ReadResult {
+  kRead,
+  kUnknownFormat,  // neither certificate nor key in it
+  kWrongPassword,  // or none given where one is needed
+  kUnsupported,    // encrypted in a way that this host's OpenSSL cannot undo
+};
+
+// Appends what the bytes hold to `items`; the format is recognised by the content. Without a
+// password, PKCS#12 is tried with none and with an empty one. After a failure `items` has what
+// could be read, such as the certificates beside an encrypted key.
+ReadResult readItems(std::string_view bytes, const std::optional<std::string>& password,
+                     Items* items);
+
+// The part of readItems() for PKCS#12. kUnknownFormat when the bytes are something else.
+ReadResult readPkcs12(std::string_view bytes, const std::optional<std::string>& password,
+                      Items* items);
+
+}  // namespace tovrek::keychain

@@ -1,0 +1,56 @@
+// Where keychains are, which one is the default, and which are searched.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "companions/keychain/Keychain.h"
+#include "host/ErrorText.h"
+
+namespace tovrek::keychain {
+
+// $XDG_DATA_HOME/tovrek when that is an absolute path, else ~/.local/share/tovrek.
+std::string dataFolder();
+
+// The path that a keychain's name or path stands for, whether anything is there or not.
+//
+// A name without "/" is a keychain in dataFolder(): "build", "build.keychain" and
+// "build.keychain-db" are all build.keychain there; "login" and "keychain" are the default
+// folder "keychain". When no keychain has that name but one stands in the working directory
+// (certs.p12, build.keychain), that is meant. A path below a missing ".../Library/Keychains"
+// folder is taken by its name alone, so that scripts written for a Mac find theirs. Other paths
+// stand for themselves, else for what is there with ".keychain" or ".keychain-db" in place of the
+// suffix.
+std::string resolveKeychain(std::string_view nameOrPath);
+
+// The default keychain: what setDefaultKeychain() stored, else dataFolder()/keychain.
+std::string defaultKeychain();
+bool setDefaultKeychain(const std::string& path, ErrorText* error);
+bool resetDefaultKeychain(ErrorText* error);
+
+// The search list: what setSearchList() stored, else the default keychain alone.
+std::vector<std::string> searchList();
+bool setSearchList(const std::vector<std::string>& paths, ErrorText* error);
+
+// Opens one keychain by name or path; the reason for none reads on after the name.
+std::optional<Keychain> openKeychain(std::string_view nameOrPath, ErrorText* error = nullptr);
+// Opens the keychains of the search list that exist. None of them is needed.
+std::vector<Keychain> openSearchList();
+
+// Makes the folder with mode 0700. `password` guards nothing: keys are protected by the modes of
+// files and folder. It is remembered as a salted digest, so that unlocking with another one fails;
+// with none given any password will do.
+enum class CreateResult { kCreated, kExists, kFailed };
+CreateResult createKeychain(const std::string& path, const std::optional<std::string>& password,
+                            ErrorText* error);
+
+// Removes the keychain, and its path from the search list and the default.
+bool deleteKeychain(const std::string& path, ErrorText* error);
+
+// Whether `password` is the one given on creation; any fits a keychain made without. For a single
+// file, whether its content can be read with it.
+bool checkPassword(const std::string& path, std::string_view password);
+
+}  // namespace tovrek::keychain

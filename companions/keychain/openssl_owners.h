@@ -1,0 +1,55 @@
+// Owners of OpenSSL's objects.
+#pragma once
+
+#include <openssl/bio.h>
+#include <openssl/evp.h>
+#include <openssl/pkcs12.h>
+#include <openssl/x509.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace tovrek::keychain {
+
+template <auto Free>
+struct Freer {
+  template <class T>
+  void operator()(T* item) const noexcept {
+    Free(item);
+  }
+};
+
+using BioOwner = std::unique_ptr<BIO, Freer<BIO_free_all>>;
+using KeyOwner = std::unique_ptr<EVP_PKEY, Freer<EVP_PKEY_free>>;
+using X509Owner = std::unique_ptr<X509, Freer<X509_free>>;
+using Pkcs12Owner = std::unique_ptr<PKCS12, Freer<PKCS12_free>>;
+
+// The memory must outlive the BIO.
+inline BioOwner readingFrom(std::string_view bytes) {
+  return BioOwner(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
+}
+
+// Everything written to a memory BIO.
+inline std::string contentsOf(BIO* memory) {
+  char* data = nullptr;
+  const long size = BIO_get_mem_data(memory, &data);
+  return size > 0 ? std::string(data, static_cast<size_t>(size)) : std::string();
+}
+
+inline const unsigned char* asBytes(std::string_view text) {
+  return static_cast<const unsigned char*>(static_cast<const void*>(text.data()));
+}
+
+// What OpenSSL's encoders give: calls i2d(&buffer) and takes the buffer over.
+template <class Encode>
+std::string encoded(Encode encode) {
+  unsigned char* der = nullptr;
+  const int length = encode(&der);
+  if (length <= 0) return {};
+  std::string bytes(der, der + length);
+  OPENSSL_free(der);
+  return bytes;
+}
+
+}  // namespace tovrek::keychain

@@ -1,0 +1,65 @@
+#include <fmt/format.h>
+#include <openssl/pem.h>
+
+#include "companions/keychain/openssl_owners.h"
+#include "companions/security/Options.h"
+#include "companions/security/attribute_dump.h"
+#include "companions/security/commands.h"
+#include "companions/security/keychain_choice.h"
+#include "companions/security/status.h"
+#include "formats/Digest.h"
+#include "host/paths.h"
+#include "log/SystemLog.h"
+
+namespace tovrek::security {
+
+namespace {
+
+bool fits(const Certificate& certificate, const Options& options) {
+  const auto name = options.value('c');
+  const auto address = options.value('e');
+  return (!name || containsIgnoringCase(certificate.inferredLabel(), *name)) &&
+         (!address || equalsIgnoringCase(certificate.emailAddress().value_or(""), *address));
+}
+
+std::string pemOf(const Certificate& certificate) {
+  const keychain::BioOwner memory(BIO_new(BIO_s_mem()));
+  PEM_write_bio(memory.get(), "CERTIFICATE", "", keychain::asBytes(certificate.der()),
+                static_cast<long>(certificate.der().size()));
+  return keychain::contentsOf(memory.get());
+}
+
+void printCertificate(const Certificate& certificate, const std::string& keychainPath,
+                      const Options& options) {
+  if (options.has('Z')) {
+    const auto digest = [&](DigestAlgorithm algorithm) {
+      return hexUpper(digestOf(algorithm, certificate.der()));
+    };
+    printOut(fmt::format("SHA-256 hash: {}\nSHA-1 hash: {}\n", digest(DigestAlgorithm::kSha256),
+                         digest(DigestAlgorithm::kSha1)));
+  }
+  printOut(options.has('p') ? pemOf(certificate) : attributeDump(certificate, keychainPath));
+}
+
+}  // namespace
+
+int findCertificate(const Arguments& arguments) {
+  constexpr std::string_view kCall = "SecKeychainSearchCopyNext";
+  const auto options = Options::parse(arguments, "ac:e:pZ");
+  if (!options) return kUsage;
+  int status = kSuccess;
+  const auto keychains = chosenKeychains(options->operands(), kCall, &status);
+  if (!keychains) return status;
+
+  for (const auto& each : *keychains) {
+    for (const Certificate& certificate : each.certificates()) {
+      if (!fits(certificate, *options)) continue;
+      printCertificate(certificate, each.path(), *options);
+      if (!options->has('a')) return kSuccess;
+    }
+  }
+  // A list may be empty; a single certificate that was asked for may not be missing.
+  return options->has('a') ? kSuccess : reportStatus(kCall, OsStatus::kItemNotFound);
+}
+
+}  // namespace tovrek::security

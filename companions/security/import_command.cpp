@@ -1,0 +1,131 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+
+#include "companions/keychain/item_files.h"
+#include "companions/keychain/locations.h"
+#include "companions/security/Options.h"
+#include "companions/security/commands.h"
+#include "companions/security/status.h"
+#include "host/files.h"
+#include "log/SystemLog.h"
+
+namespace tovrek::security {
+
+namespace {
+
+using keychain::Items;
+using keychain::ReadResult;
+
+constexpr std::string_view kCall = "SecKeychainItemImport";
+
+// Formats that can be named; which one it is shows in the content.
+constexpr std::array<std::string_view, 11> kFormats = {"openssl", "openssh1", "openssh2", "bsafe",
+                                                       "raw",     "pkcs7",    "pkcs8",    "pkcs12",
+                                                       "x509",    "netscape", "pemseq"};
+
+int refused(ReadResult reason) {
+  switch (reason) {
+    case ReadResult::kWrongPassword:
+      return reportFailure(
+          fmt::format("{}: MAC verification failed during PKCS12 import (wrong password?)", kCall));
+    case ReadResult::kUnsupported:
+      return reportFailure(
+          fmt::format("{}: The encryption of this file is not supported by this host's OpenSSL "
+                      "(is its legacy provider installed?)",
+                      kCall));
+    default:
+      return reportFailure(fmt::format("{}: Unknown format in import.", kCall));
+  }
+}
+
+// Leaves only what the user asked for with -t.
+bool keepType(std::string_view type, Items* items) {
+  if (type == "cert") {
+    items->keys.clear();
+  } else if (type == "priv") {
+    items->certificates.clear();
+  } else if (type != "agg") {
+    return false;
+  }
+  return !items->certificates.empty() || !items->keys.empty();
+}
+
+// The named keychain or the default one, which comes into being with its first item.
+std::optional<keychain::Keychain> target(const std::optional<std::string>& name, int* status) {
+  const std::string path = name ? keychain::resolveKeychain(*name) : keychain::defaultKeychain();
+  ErrorText error;
+  if (!fileExists(path)) {
+    if (path != keychain::defaultKeychain()) {
+      *status = reportStatus(kCall, OsStatus::kNoSuchKeychain);
+      return std::nullopt;
+    }
+    if (keychain::createKeychain(path, std::nullopt, &error) == keychain::CreateResult::kFailed) {
+      *status = reportFailure(fmt::format("{}: {}: {}", kCall, path, error.text()));
+      return std::nullopt;
+    }
+  }
+  auto opened = keychain::Keychain::open(path, &error);
+  if (!opened) *status = reportFailure(fmt::format("{}: {}: {}", kCall, path, error.text()));
+  return opened;
+}
+
+void printCount(int count, std::string_view one, std::string_view many) {
+  if (count > 0) printOut(fmt::format("{} {} imported.\n", count, count == 1 ? one : many));
+}
+
+// Options come in any order, and -T and -a may be repeated. "-a NAME VALUE" is the one that takes
+// two words; attributes have no place in a folder, so both are passed over.
+Arguments withoutAttributes(const Arguments& arguments) {
+  Arguments result;
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    if (arguments[i] == "-a" && i + 2 < arguments.size()) {
+      i += 2;
+    } else {
+      result.push_back(arguments[i]);
+    }
+  }
+  return result;
+}
+
+}  // namespace
+
+int importItems(const Arguments& arguments) {
+  const auto options = Options::parse(withoutAttributes(arguments), "k:t:f:wP:xAT:");
+  if (!options || options->operands().size() != 1) return kUsage;
+  if (const auto format = options->value('f');
+      format && std::ranges::find(kFormats, *format) == kFormats.end()) {
+    return kUsage;
+  }
+
+  const std::string& file = options->operands().front();
+  std::string bytes;
+  ErrorText error;
+  if (!readFile(file, &bytes, &error)) {
+    return reportFailure(fmt::format("Error reading infile {}: {}", file, error.text()));
+  }
+  Items items;
+  const ReadResult read = keychain::readItems(bytes, options->value('P'), &items);
+  if (read != ReadResult::kRead) return refused(read);
+  if (!keepType(options->value('t').value_or("agg"), &items)) {
+    return refused(ReadResult::kUnknownFormat);
+  }
+
+  int status = kSuccess;
+  auto into = target(options->value('k'), &status);
+  if (!into) return status;
+  keychain::Keychain::Added added;
+  if (!into->add(items, &added, &error)) {
+    return reportFailure(fmt::format("{}: {}: {}", kCall, into->path(), error.text()));
+  }
+  if (added.identities + added.keys + added.certificates == 0) {
+    return reportStatus(kCall, OsStatus::kDuplicateItem);
+  }
+  printCount(added.identities, "identity", "identities");
+  printCount(added.keys, "key", "keys");
+  printCount(added.certificates, "certificate", "certificates");
+  return kSuccess;
+}
+
+}  // namespace tovrek::security
