@@ -141,6 +141,10 @@ bool createDirectories(const std::string& path, ErrorText* error) {
   return failWithErrno(error);
 }
 
+bool createPrivateDirectory(const std::string& path, ErrorText* error) {
+  return ::mkdir(path.c_str(), 0700) == 0 || failWithErrno(error);
+}
+
 bool removeItem(const std::string& path, ErrorText* error) {
   return removeTree(path) || failWithErrno(error);
 }

@@ -40,6 +40,8 @@ bool appendToFile(const std::string& path, std::string_view text);
 
 // --- Items. ---
 bool createDirectories(const std::string& path, ErrorText* error = nullptr);
+// Makes one folder that only this user may enter. Fails when anything stands there.
+bool createPrivateDirectory(const std::string& path, ErrorText* error = nullptr);
 // Removes a file, a link (not its target) or a whole folder. A missing item is a failure.
 bool removeItem(const std::string& path, ErrorText* error = nullptr);
 // Copies a file or folder. Fails when anything stands at `to`. Links are copied as links, modes

@@ -23,6 +23,8 @@ class UniqueFd {
 
   int get() const { return fd_; }
   bool valid() const { return fd_ >= 0; }
+  // Hands the descriptor over to another owner.
+  int release() { return std::exchange(fd_, -1); }
   // Closes now. False when the system reports a failed delayed write.
   bool close() { return fd_ < 0 || ::close(std::exchange(fd_, -1)) == 0; }
 

@@ -1,0 +1,77 @@
+// The two archives: the signed app and the package around it.
+#include <fmt/format.h>
+
+#include "converter/AppConverter.h"
+#include "converter/common.h"
+#include "host/files.h"
+#include "host/host_info.h"
+#include "host/paths.h"
+#include "package/UnzippedCma.h"
+#include "tools/tool_run.h"
+
+namespace tovrek {
+
+using namespace converter;
+
+namespace {
+
+constexpr char kZip[] = "/usr/bin/zip";
+
+// zip takes a name with a hyphen in front for options, and some of those start programs.
+std::string asOperand(const std::string& name) {
+  return name.starts_with('-') ? "./" + name : name;
+}
+
+bool zipApp(const char* options, const std::string& ipaName, const std::string& sourceDir,
+            const std::string& targetDir, ErrorText* error) {
+  const std::string archive = standardizePath(joinPath(sourceDir, ipaName));
+  // An item of that name came with the input; zip would add to it, or write through a link.
+  if (itemExistsNoFollow(archive)) removeItem(archive);
+
+  std::vector<std::string> command = {kZip, options, asOperand(ipaName), "Payload"};
+  for (const char* name : {"iTunesArtwork", "iTunesMetadata.plist"}) {
+    if (isPlainFile(joinPath(sourceDir, name))) command.push_back(name);
+  }
+  if (runTool(command, sourceDir) != 0) return true;
+
+  const std::string target = standardizePath(joinPath(targetDir, ipaName));
+  if (isPlainFile(target)) removeItem(target);
+  if (!copyOrFail(archive, target, error)) return false;
+  logger().logBasic("Generated output ipa file at: " + target);
+  return true;
+}
+
+}  // namespace
+
+bool AppConverter::ZipToIpa(const std::string& ipaName, const std::string& sourceDir,
+                            const std::string& targetDir, ErrorText* error) {
+  return zipApp("-qry", ipaName, sourceDir, targetDir, error);
+}
+
+bool AppConverter::ZipToIpaFromWex(const std::string& sourceDir, const UnzippedCma& package,
+                                   const std::string& packageDir, ErrorText* error) {
+  return zipApp("-qr", package.ipaName(), sourceDir, packageDir, error);
+}
+
+bool AppConverter::ZiptoPackage(const std::string& packageDir, ErrorText* error) {
+  const std::string name = uniqueString() + ".zip";
+  const std::string archive = standardizePath(joinPath(packageDir, name));
+  const int status = runTool({kZip, "-qr", name, "."}, packageDir);
+  if (status != 0) return failWithStatus(error, "zip", status);
+  if (!isPlainFile(archive)) {
+    return fail(error, fmt::format("Failed to generate this file: {}", archive));
+  }
+  logger().logDetailed("Generated output ipa file at: " + archive);
+
+  const std::string output = converterParam_.outputFile.value_or("");
+  if (isPlainFile(output)) {
+    removeItem(output);
+    logger().logWarning("WARNING! The target output file already exists. Deleting original file.");
+  }
+  // What counts is that something stands there in the end.
+  ErrorText failure;
+  copyOrFail(archive, output, &failure);
+  return fileExists(output) || fail(error, failure.text());
+}
+
+}  // namespace tovrek

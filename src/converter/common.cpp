@@ -1,0 +1,62 @@
+#include "converter/common.h"
+
+#include <fmt/format.h>
+
+#include "host/files.h"
+#include "host/paths.h"
+#include "log/module_loggers.h"
+
+namespace tovrek::converter {
+
+WrapperLogger& logger() {
+  return Global_TKLib_Logger();
+}
+
+std::string shown(const std::optional<std::string>& value) {
+  return value.value_or("(null)");
+}
+
+bool isEmpty(const std::optional<std::string>& value) {
+  return !value || value->empty();
+}
+
+bool copyOrFail(const std::string& from, const std::string& to, ErrorText* error) {
+  ErrorText reason;
+  if (copyItem(from, to, &reason)) return true;
+  return fail(error,
+              fmt::format("Failed to copy file from {} to {}. Error:{}", from, to, reason.text()));
+}
+
+bool replaceByCopy(const std::string& from, const std::string& to, ErrorText* error) {
+  if (itemExistsNoFollow(to)) removeItem(to);
+  return copyOrFail(from, to, error);
+}
+
+namespace {
+
+bool isBelow(std::string_view path, std::string_view folder) {
+  if (!path.starts_with(folder)) return false;
+  return path.size() == folder.size() || folder.ends_with('/') || path[folder.size()] == '/';
+}
+
+}  // namespace
+
+bool liesInside(const std::string& path, const std::string& folder) {
+  const auto realItem = realPath(path);
+  const auto realFolder = realPath(folder);
+  return realItem && realFolder && isBelow(*realItem, *realFolder);
+}
+
+std::optional<std::string> linkLeadingOutside(const std::string& folder) {
+  std::optional<std::string> found;
+  walkDirectory(folder, [&](const WalkedItem& item) {
+    // A link to nowhere counts as well: a program that writes to it would make the target.
+    const bool outside =
+        item.kind == ItemKind::kLink && !liesInside(joinPath(folder, item.relativePath), folder);
+    if (outside && !found) found = item.relativePath;
+    return !found;
+  });
+  return found;
+}
+
+}  // namespace tovrek::converter

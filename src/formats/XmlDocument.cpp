@@ -1,0 +1,137 @@
+#include "formats/XmlDocument.h"
+
+#include <libxml/parser.h>
+#include <libxml/xpath.h>
+#include <libxml/xpathInternals.h>
+
+#include <algorithm>
+#include <cassert>
+#include <climits>
+
+#include "formats/XmlNodeAccess.h"
+#include "formats/libxml_strings.h"
+#include "host/files.h"
+
+namespace tovrek {
+namespace {
+
+template <auto Free>
+struct Freer {
+  template <class T>
+  void operator()(T* object) const noexcept {
+    Free(object);
+  }
+};
+using ParserContext = std::unique_ptr<xmlParserCtxt, Freer<xmlFreeParserCtxt>>;
+using XPathContext = std::unique_ptr<xmlXPathContext, Freer<xmlXPathFreeContext>>;
+using XPathResult = std::unique_ptr<xmlXPathObject, Freer<xmlXPathFreeObject>>;
+
+xmlDocPtr docOf(void* document) {
+  return static_cast<xmlDocPtr>(document);
+}
+
+// libxml2 prints to standard error where no receiver is given.
+void ignoreXPathError(void* /*context*/, xmlErrorPtr /*error*/) {}
+
+// Keeps the first fault, which is the cause of those that follow it.
+void keepFirstFault(void* context, xmlErrorPtr fault) {
+  auto* reason = static_cast<std::string*>(static_cast<xmlParserCtxtPtr>(context)->_private);
+  if (reason->empty()) *reason = describeXmlError(fault);
+}
+
+}  // namespace
+
+void XmlDocument::Freed::operator()(void* document) const noexcept {
+  xmlFreeDoc(docOf(document));
+}
+
+std::optional<XmlDocument> XmlDocument::parse(std::string_view bytes, XmlParsing mode,
+                                              ErrorText* error) {
+  const ParserContext context(xmlNewParserCtxt());
+  if (!context || bytes.size() > INT_MAX) {
+    fail(error, "the document is too large");
+    return std::nullopt;
+  }
+  std::string reason;
+  context->_private = &reason;
+  context->sax->serror = keepFirstFault;
+  int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
+  if (mode == XmlParsing::kRecover) options |= XML_PARSE_RECOVER;
+  XmlDocument result(xmlCtxtReadMemory(context.get(), bytes.data(), static_cast<int>(bytes.size()),
+                                       nullptr, nullptr, options));
+  const xmlDocPtr document = docOf(result.document_.get());
+  if (document == nullptr || xmlDocGetRootElement(document) == nullptr) {
+    fail(error, reason.empty() ? "the document is empty" : reason);
+    return std::nullopt;
+  }
+  if (document->intSubset != nullptr) {
+    fail(error, "a document type declaration is not accepted");
+    return std::nullopt;
+  }
+  return result;
+}
+
+std::optional<XmlDocument> XmlDocument::readFile(const std::string& path, ErrorText* error) {
+  std::string bytes;
+  if (!tovrek::readFile(path, &bytes, error)) return std::nullopt;
+  if (auto document = parse(bytes, XmlParsing::kStrict, error)) return document;
+  return parse(bytes, XmlParsing::kRecover, error);
+}
+
+XmlDocument::XmlDocument(const XmlElement& root) : document_(xmlNewDoc(xmlChars("1.0"))) {
+  assert(isXmlName(root.name));
+  const xmlDocPtr document = docOf(document_.get());
+  xmlNodePtr node = xmlNewDocNode(document, nullptr, xmlChars(root.name), nullptr);
+  xmlDocSetRootElement(document, node);
+  fillElement(node, root);
+}
+
+XmlNode XmlDocument::root() const {
+  return XmlNode(xmlDocGetRootElement(docOf(document_.get())));
+}
+
+std::optional<std::vector<XmlNode>> XmlDocument::find(const std::string& xpath) const {
+  const xmlDocPtr document = docOf(document_.get());
+  const XPathContext context(xmlXPathNewContext(document));
+  if (!context) return std::nullopt;
+  context->node = reinterpret_cast<xmlNodePtr>(document);
+  context->error = ignoreXPathError;
+  const XPathResult result(xmlXPathEvalExpression(xmlChars(xpath), context.get()));
+  if (!result || result->type != XPATH_NODESET) return std::nullopt;
+  std::vector<XmlNode> nodes;
+  if (result->nodesetval == nullptr) return nodes;
+  xmlXPathNodeSetSort(result->nodesetval);
+  for (int i = 0; i < result->nodesetval->nodeNr; ++i) {
+    xmlNodePtr node = result->nodesetval->nodeTab[i];
+    // The document itself and namespaces are no nodes that could be edited.
+    const bool editable = node->type == XML_ELEMENT_NODE || node->type == XML_ATTRIBUTE_NODE ||
+                          node->type == XML_TEXT_NODE || node->type == XML_CDATA_SECTION_NODE;
+    if (editable) nodes.push_back(XmlNode(node));
+  }
+  return nodes;
+}
+
+std::string XmlDocument::serialize(XmlLayout layout) const {
+  const xmlDocPtr document = docOf(document_.get());
+  if (fromXmlChars(document->version) != "1.0") {
+    xmlFree(const_cast<xmlChar*>(document->version));
+    document->version = xmlStrdup(xmlChars("1.0"));
+  }
+  // The indentation is a setting of the thread.
+  const char* const indentBefore = xmlTreeIndentString;
+  xmlTreeIndentString = "    ";
+  xmlChar* bytes = nullptr;
+  int size = 0;
+  xmlDocDumpFormatMemoryEnc(document, &bytes, &size, "UTF-8",
+                            layout == XmlLayout::kIndented ? 1 : 0);
+  xmlTreeIndentString = indentBefore;
+  const std::string result(reinterpret_cast<const char*>(bytes), static_cast<size_t>(size));
+  xmlFree(bytes);
+  return result;
+}
+
+bool XmlDocument::save(const std::string& path, XmlLayout layout, ErrorText* error) const {
+  return writeFileAtomically(path, serialize(layout), error);
+}
+
+}  // namespace tovrek

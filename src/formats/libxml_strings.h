@@ -1,0 +1,29 @@
+// Between libxml2's strings and ours; for the XML sources alone.
+#pragma once
+
+#include <libxml/xmlerror.h>
+#include <libxml/xmlstring.h>
+
+#include <string>
+#include <string_view>
+
+#include "host/paths.h"
+
+namespace tovrek {
+
+inline const xmlChar* xmlChars(const std::string& text) {
+  return reinterpret_cast<const xmlChar*>(text.c_str());
+}
+
+inline std::string fromXmlChars(const xmlChar* text) {
+  return text == nullptr ? std::string() : reinterpret_cast<const char*>(text);
+}
+
+// "line 3: Opening and ending tag mismatch: a line 2 and b"; empty without a message.
+inline std::string describeXmlError(const xmlError* error) {
+  if (error == nullptr || error->message == nullptr) return {};
+  const std::string message = trimmed(error->message);
+  return error->line > 0 ? "line " + std::to_string(error->line) + ": " + message : message;
+}
+
+}  // namespace tovrek

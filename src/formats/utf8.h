@@ -1,0 +1,15 @@
+// Questions about text in UTF-8.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace tovrek {
+
+// Without overlong forms, surrogates and code points above U+10FFFF (RFC 3629).
+bool isUtf8(std::string_view bytes);
+
+// Length in UTF-16 units, which Apple's string lengths are counted in.
+size_t utf16Length(std::string_view utf8);
+
+}  // namespace tovrek

@@ -1,0 +1,60 @@
+// Composed images.
+#include <fmt/format.h>
+
+#include "host/files.h"
+#include "log/module_loggers.h"
+#include "package/HelperMethods.h"
+
+namespace tovrek {
+namespace {
+
+// One image of a composition; none when it is missing or no PNG file.
+std::optional<ImageSurface> load(const std::string& path, const char* complaint) {
+  ErrorText error;
+  std::optional<ImageSurface> image = ImageSurface::readPng(path, &error);
+  if (!image) Global_ManifestLib_logger().logError(complaint);
+  return image;
+}
+
+}  // namespace
+
+std::optional<ImageSurface> HelperMethods::createBitmapContextOfSize(ImageSize size) {
+  ErrorText error;
+  std::optional<ImageSurface> surface = ImageSurface::create(size, &error);
+  if (!surface) {
+    const bool noMemory = uint64_t{size.width} * size.height != 0;
+    Global_ManifestLib_logger().logError(noMemory ? "Memory not allocated!"
+                                                  : "Context not created!");
+  }
+  return surface;
+}
+
+std::optional<ImageSurface> HelperMethods::DrawMe(const ImageSurface& overlay,
+                                                  const ImageSurface& background) {
+  const ImageSize size = background.size();
+  Global_ManifestLib_logger().logDetailed(fmt::format("Background size {:f} {:f}",
+                                                      static_cast<double>(size.width),
+                                                      static_cast<double>(size.height)));
+  std::optional<ImageSurface> canvas = createBitmapContextOfSize(size);
+  if (!canvas) return std::nullopt;
+  // Whole pixels, so that the overlay stays sharp.
+  const auto centred = [](uint32_t outer, uint32_t inner) {
+    return static_cast<double>((int64_t{outer} - int64_t{inner}) / 2);
+  };
+  const double x = centred(size.width, overlay.size().width);
+  const double y = centred(size.height, overlay.size().height);
+  if (!canvas->draw(background, 0, 0) || !canvas->draw(overlay, x, y)) return std::nullopt;
+  return canvas;
+}
+
+std::optional<ImageSurface> HelperMethods::overLayImage(const std::string& overlayPath,
+                                                        const std::string& backgroundPath) {
+  const std::optional<ImageSurface> overlay = load(overlayPath, " overlay file path is not proper");
+  if (!overlay) return std::nullopt;
+  const std::optional<ImageSurface> background =
+      load(backgroundPath, " background image file path is not proper");
+  if (!background) return std::nullopt;
+  return DrawMe(*overlay, *background);
+}
+
+}  // namespace tovrek

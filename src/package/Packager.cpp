@@ -1,0 +1,20 @@
+#include "package/Packager.h"
+
+#include "host/host_info.h"
+#include "package/tool_version.h"
+
+namespace tovrek {
+
+Packager Packager::current() {
+  return {userName(), machineName(), kToolVersion};
+}
+
+XmlElement Packager::GeneratePackagerNode() const {
+  XmlElement element("Packager");
+  element.append(XmlElement("User", user));
+  element.append(XmlElement("Machine", machine));
+  element.append(XmlElement("ToolsVersion", toolVersion));
+  return element;
+}
+
+}  // namespace tovrek

@@ -1,0 +1,87 @@
+#include "package/UnzippedCma.h"
+
+#include <fmt/format.h>
+
+#include "host/files.h"
+#include "host/paths.h"
+#include "log/SystemLog.h"
+#include "package/archive_folder.h"
+
+namespace tovrek {
+
+std::shared_ptr<UnzippedCma> UnzippedCma::UnzippedIpaObjForInputFile(const std::string& path,
+                                                                     TemporaryDirectory* tempDir,
+                                                                     ErrorText* error) {
+  if (error != nullptr) error->clear();
+  if (tempDir == nullptr) {
+    systemLog("ERROR: No temp dir object passed.");
+    return nullptr;
+  }
+  if (!equalsIgnoringCase(pathExtension(path), "wex")) {
+    fail(error, "Unknown input file.");
+    return nullptr;
+  }
+  if (!tempDir->created() && !tempDir->Create(error)) return nullptr;
+  std::shared_ptr<UnzippedCma> package = initWithwexipa(path, *tempDir);
+  const bool unpacked = package->UnzipToGetIpaPath(error) && package->UnzipWithPayload(error);
+  return unpacked ? package : nullptr;
+}
+
+std::shared_ptr<UnzippedCma> UnzippedCma::initWithCma(const std::string& path,
+                                                      const TemporaryDirectory& tempDir) {
+  const std::shared_ptr<UnzippedCma> package(new UnzippedCma());
+  package->inputcma_ = path;
+  package->cmaName_ = lastPathComponent(path);
+  package->tempDir_ = tempDir.tempDir();
+  return package;
+}
+
+std::shared_ptr<UnzippedCma> UnzippedCma::initWithwexipa(const std::string& path,
+                                                         const TemporaryDirectory& tempDir) {
+  return initWithCma(path, tempDir);
+}
+
+int UnzippedCma::ExecuteTask(const std::string& destination, std::string* output) const {
+  return runUnzip(inputcma_, destination, output);
+}
+
+int UnzippedCma::ExecuteTaskIpa(const std::string& destination, std::string* output) const {
+  return runUnzip(ipaPath_, destination, output);
+}
+
+bool UnzippedCma::Unzip(ErrorText* error) {
+  std::string output;
+  if (ExecuteTask(tempDir_, &output) != 0) return fail(error, unzipFailure(output));
+  removeLinks(tempDir_);
+  const auto manifest = firstEntryWithExtension(tempDir_, "xml");
+  if (!manifest) {
+    return fail(error, fmt::format("Manifest xml cannot be foung in directory ({})", tempDir_));
+  }
+  manifestxmlPath_ = joinPath(tempDir_, *manifest);
+  return true;
+}
+
+bool UnzippedCma::UnzipToGetIpaPath(ErrorText* error) {
+  std::string output;
+  if (ExecuteTask(tempDir_, &output) != 0) return fail(error, unzipFailure(output));
+  removeLinks(tempDir_);
+  const auto ipa = firstEntryWithExtension(tempDir_, "ipa");
+  if (!ipa) return fail(error, fmt::format("Ipa is not found in directory ({}) .", tempDir_));
+  ipaName_ = *ipa;
+  ipaPath_ = joinPath(tempDir_, *ipa);
+  return true;
+}
+
+bool UnzippedCma::UnzipWithPayload(ErrorText* error) {
+  std::string output;
+  if (ExecuteTaskIpa(tempDir_, &output) != 0) return fail(error, unzipFailure(output));
+  const auto app = findPayloadApp(tempDir_, &payloadDir_, error);
+  if (!app) return false;
+  appPath_ = *app;
+  const std::string library =
+      fmt::format("{}/{}", appPath_, "OrvaneDylib.bundle/OrvaneDylib.dylib");
+  if (!fileExists(library)) isSDKApp_ = true;
+  return true;
+}
+
+}  // namespace tovrek

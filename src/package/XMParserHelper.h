@@ -1,0 +1,25 @@
+// Tells whether some bytes are well-formed XML.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "formats/XmlReader.h"
+
+namespace tovrek {
+
+class XMParserHelper : private XmlEvents {
+ public:
+  // True when no fault was found; a fault is logged and kept in parserError.
+  bool initXMLParser(std::string_view data);
+
+  const std::optional<std::string>& parserError() const { return parserError_; }
+
+ private:
+  void parseError(std::string_view message) override;
+  void validationError(std::string_view message) override;
+  std::optional<std::string> parserError_;
+};
+
+}  // namespace tovrek

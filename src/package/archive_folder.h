@@ -1,0 +1,34 @@
+// Unpacking of archives and the search in what they held.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "host/ErrorText.h"
+
+namespace tovrek {
+
+// Runs unzip on the archive. Answers its exit status, 127 when it could not be started; `output`
+// (may be null) gets its standard output.
+int runUnzip(const std::string& archive, const std::string& destination, std::string* output);
+
+// What both unpackers say when unzip fails; unzip writes its complaints to standard error, so
+// `output` is often empty.
+std::string unzipFailure(std::string_view output);
+
+// Takes every link out of an unpacked package. Packages are zipped without links; one that has
+// them would have the archive inside it, or a later step, write or read outside of the folder.
+void removeLinks(const std::string& folder);
+
+// The name of the first entry of the folder, in listing order, with exactly this extension.
+std::optional<std::string> firstEntryWithExtension(const std::string& folder,
+                                                   std::string_view extension);
+
+// The app in an unpacked archive: the first real folder "*.app" in `tempDir`/Payload. Sets
+// `payloadDir` as soon as that folder is known to exist. Links are passed over, since an archive
+// may hold one that leads to a folder of the user's.
+std::optional<std::string> findPayloadApp(const std::string& tempDir, std::string* payloadDir,
+                                          ErrorText* error);
+
+}  // namespace tovrek

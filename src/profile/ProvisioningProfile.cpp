@@ -1,0 +1,111 @@
+#include "profile/ProvisioningProfile.h"
+
+#include <fmt/format.h>
+
+#include "log/module_loggers.h"
+#include "profile/developer_certificates.h"
+#include "tools/PellRequest.h"
+#include "tools/tool_run.h"
+
+namespace tovrek {
+namespace {
+
+constexpr char kSecurity[] = "/usr/bin/security";
+constexpr char kEntitlements[] = "Entitlements";
+constexpr char kApplicationIdentifier[] = "application-identifier";
+
+Command decodingCommand(const std::string& profilePath) {
+  Command command;
+  command.argv = {kSecurity, "cms", "-D"};
+  const PellRequest& request = PellRequest::sharedInstance();
+  if (request.pellRequestFlag() && request.keychainPath()) {
+    command.argv.insert(command.argv.end(), {"-k", *request.keychainPath()});
+  }
+  command.argv.insert(command.argv.end(), {"-i", profilePath});
+  return command;
+}
+
+std::optional<std::string> optionalString(const PlistDictionary& dictionary, std::string_view key) {
+  const std::string* text = stringForKey(dictionary, key);
+  return text != nullptr ? std::optional(*text) : std::nullopt;
+}
+
+std::optional<std::string> firstStringOf(const PlistDictionary& dictionary, std::string_view key) {
+  const PlistValue::Array* list = arrayForKey(dictionary, key);
+  if (list == nullptr || list->empty()) return std::nullopt;
+  const std::string* text = list->front().string();
+  return text != nullptr ? std::optional(*text) : std::nullopt;
+}
+
+PlistDictionary entitlementsOf(const PlistDictionary& profile) {
+  const PlistDictionary* entitlements = dictionaryForKey(profile, kEntitlements);
+  return entitlements != nullptr ? *entitlements : PlistDictionary();
+}
+
+}  // namespace
+
+std::optional<PlistDictionary> ProvisioningProfile::extractProvisioningProfileData(
+    const std::string& path, ErrorText* error) {
+  const Outcome outcome = runQuietly(decodingCommand(path));
+  if (outcome.status != 0) {
+    failWithStatus(error, "security", outcome.status);
+    return std::nullopt;
+  }
+  if (outcome.output.empty()) {
+    Global_TKLib_Logger().logError(
+        "extractProvisioningProfileData failed to extract any data from current provisioning "
+        "profile.");
+    return std::nullopt;
+  }
+  const std::optional<PlistValue> value = parsePlist(outcome.output, error);
+  if (!value) return std::nullopt;
+  if (value->dictionary() == nullptr) {
+    fail(error, fmt::format("The provisioning profile holds no dictionary: {}", path));
+    return std::nullopt;
+  }
+  return *value->dictionary();
+}
+
+bool ProvisioningProfile::decode(ErrorText* error) {
+  if (!profilePList_ || profilePList_->empty()) {
+    profilePList_ = extractProvisioningProfileData(profile_, error);
+  }
+  return profilePList_.has_value();
+}
+
+void ProvisioningProfile::readIdentifiers() {
+  appIdPrefixFromProfile_ = firstStringOf(*profilePList_, "ApplicationIdentifierPrefix");
+  appIdFromProfile_ = optionalString(entitlementsOf(*profilePList_), kApplicationIdentifier);
+  isWildcardProfile_ = appIdFromProfile_ && appIdFromProfile_->find('*') != std::string::npos;
+}
+
+const std::vector<std::string>* ProvisioningProfile::getCertificates(ErrorText* error) {
+  if (!certificates_) certificates_ = getCertifiatesFromProvisionProfile(error);
+  return certificates_ ? &*certificates_ : nullptr;
+}
+
+std::optional<std::vector<std::string>> ProvisioningProfile::getCertifiatesFromProvisionProfile(
+    ErrorText* error) {
+  if (!decode(error)) return std::nullopt;
+  readIdentifiers();
+  teamIdFromProfile_ = firstStringOf(*profilePList_, "TeamIdentifier");
+
+  std::vector<std::string> labels;
+  for (const Certificate& certificate : developerCertificates(*profilePList_)) {
+    Global_TKLib_Logger().logDetailed(
+        fmt::format("Read identity from profile: {}", certificate.inferredLabel()));
+    labels.push_back(certificate.inferredLabel());
+  }
+  return labels;
+}
+
+bool ProvisioningProfile::validateProfile(const std::string& bundleId,
+                                          bool preserveUpgradeCompatibility, ErrorText* error) {
+  if (!decode(error)) return false;
+  readIdentifiers();
+  const PlistDictionary entitlements = entitlementsOf(*profilePList_);
+  teamIdFromProfile_ = optionalString(entitlements, "com.apple.developer.team-identifier");
+  return validateProfileWithPList(entitlements, bundleId, preserveUpgradeCompatibility, error);
+}
+
+}  // namespace tovrek

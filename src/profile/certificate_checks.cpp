@@ -1,0 +1,97 @@
+// Questions about single certificates: of the profile and of the keychain.
+#include <fmt/format.h>
+
+#include <string>
+
+#include "host/clock.h"
+#include "host/files.h"
+#include "host/host_info.h"
+#include "host/paths.h"
+#include "host/signals.h"
+#include "log/module_loggers.h"
+#include "profile/ProvisioningProfile.h"
+#include "profile/developer_certificates.h"
+#include "tools/PellRequest.h"
+#include "tools/splitting.h"
+#include "tools/tool_run.h"
+
+namespace tovrek {
+namespace {
+
+// How "security" reports the keychain's own status codes (the low byte of each).
+constexpr int kItemNotFound = 44;
+constexpr int kNoAccessForItem = 101;
+
+// The bytes of the first certificate of that name; empty when there is none.
+std::string derOfCertificateNamed(std::string_view name, const PlistDictionary& profile) {
+  for (const Certificate& certificate : developerCertificates(profile)) {
+    if (certificate.commonName() && *certificate.commonName() == name) return certificate.der();
+  }
+  return {};
+}
+
+// The subject line that "openssl" prints for the certificate; empty when it cannot be had.
+std::string subjectOf(const std::string& der) {
+  const std::optional<std::string> folder = systemTemporaryFolder();
+  if (!folder) return {};
+  const double milliseconds = (currentTime() - kReferenceDateOffset) * 1000;
+  const std::string path = joinPath(*folder, fmt::format("{:.0f}.der", milliseconds));
+  const RemovedOnSignal removed(path);
+  if (!writeFileAtomically(path, der)) return {};
+
+  Command command;
+  command.argv = {"/usr/bin/openssl", "x509", "-inform", "der", "-in", path, "-subject", "-noout"};
+  const Outcome outcome = runQuietly(command);
+  removeItem(path);
+  return outcome.output;
+}
+
+bool hasOrganizationalUnit(std::string_view subject) {
+  for (const std::string_view piece : splitAt(subject, '/')) {
+    const std::vector<std::string_view> parts = splitAt(piece, '=');
+    if (parts.size() == 2 && parts[0] == "OU") return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+void ProvisioningProfile::validateForiOS8Certificate(std::string_view certificateName,
+                                                     const PlistDictionary& profile,
+                                                     ErrorText* error) {
+  if (hasOrganizationalUnit(subjectOf(derOfCertificateNamed(certificateName, profile)))) return;
+  constexpr char kWarning[] =
+      "WARNING: Your certificate does not contain the team identifier required for iOS 8.";
+  Global_TKLib_Logger().logBasic(kWarning);
+  warnIfEmpty(error, kWarning);
+}
+
+bool ProvisioningProfile::doesCertificateExistWithSHA1(std::string_view sha1) {
+  Command command;
+  command.argv = {"/usr/bin/security", "find-certificate", "-a", "-Z"};
+  const PellRequest& request = PellRequest::sharedInstance();
+  if (request.pellRequestFlag() && request.keychainPath()) {
+    command.argv.push_back(*request.keychainPath());
+  }
+  const Outcome outcome = runQuietly(command);
+  if (outcome.status == kNoAccessForItem) {
+    Global_TKLib_Logger().logDetailed("Cert query failed,No access for certificate item");
+  }
+  if (outcome.status == kItemNotFound || (outcome.status == 0 && outcome.output.empty())) {
+    Global_TKLib_Logger().logDetailed("Cert query failed,No certificate details found");
+  }
+  if (outcome.status != 0 || sha1.empty()) return false;
+
+  constexpr std::string_view kHashLine = "SHA-1 hash:";
+  for (const std::string_view line : splitAt(outcome.output, '\n')) {
+    if (!line.starts_with(kHashLine)) continue;
+    if (equalsIgnoringCase(trimmed(line.substr(kHashLine.size())), sha1)) return true;
+  }
+  return false;
+}
+
+bool ProvisioningProfile::doesCertificate(const Certificate& certificate, std::string_view sha1) {
+  return !sha1.empty() && equalsIgnoringCase(certificate.sha1Hex(), sha1);
+}
+
+}  // namespace tovrek

@@ -1,0 +1,16 @@
+#include "tools/PellKeychainHelper.h"
+
+#include "log/SystemLog.h"
+#include "tools/PellRequest.h"
+#include "tools/tool_run.h"
+
+namespace tovrek {
+
+void PellKeychainHelper::displayKeychain() {
+  if (!PellRequest::sharedInstance().pellRequestFlag()) return;
+  Command command;
+  command.argv = {"/usr/bin/security", "list-keychains"};
+  systemLog(runQuietly(command).output);
+}
+
+}  // namespace tovrek

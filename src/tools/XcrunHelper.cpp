@@ -1,0 +1,67 @@
+#include "tools/XcrunHelper.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <vector>
+
+#include "host/files.h"
+#include "host/process.h"
+#include "log/SystemLog.h"
+#include "log/module_loggers.h"
+
+namespace tovrek {
+namespace {
+
+// The packager's arguments, up to the first value that is not set.
+std::vector<std::string> packagerArguments(const XcrunHelper& helper) {
+  const std::vector<std::optional<std::string>> values = {"-sdk",
+                                                          "iphoneos",
+                                                          "PackageApplication",
+                                                          helper.appBundlePath,
+                                                          "-o",
+                                                          helper.outPackagePath,
+                                                          "--sign",
+                                                          helper.codeSignCert,
+                                                          "--embed",
+                                                          helper.embeddedProfilePath,
+                                                          "--verbose"};
+  std::vector<std::string> arguments;
+  for (const auto& value : values) {
+    if (!value) break;
+    arguments.push_back(*value);
+  }
+  return arguments;
+}
+
+}  // namespace
+
+bool XcrunHelper::StartXCRun(ErrorText* error) const {
+  const std::vector<std::string> arguments = packagerArguments(*this);
+  systemLog(fmt::format("(\n    {}\n)", fmt::join(arguments, ",\n    ")));
+
+  Command command;
+  command.argv = {"/usr/bin/xcrun"};
+  command.argv.insert(command.argv.end(), arguments.begin(), arguments.end());
+  Outcome outcome;
+  ErrorText reason;
+  if (!runProcess(command, &outcome, &reason)) {
+    return fail(error, fmt::format("Catch an exception! Exception description: {}", reason.text()));
+  }
+  if (outcome.status != 0) {
+    systemLog(fmt::format("xcrun returns code {}. output: {}", outcome.status, outcome.output));
+  }
+
+  const std::string package = outPackagePath.value_or("");
+  if (!isPlainFile(package)) {
+    return fail(error, fmt::format("Failed to generate this file: {}", package));
+  }
+  Global_TKLib_Logger().logDetailed(fmt::format("Generated output ipa file at: {}", package));
+  return true;
+}
+
+std::optional<std::string> XcrunHelper::pathResolved(const std::string& path) {
+  return realPath(path);
+}
+
+}  // namespace tovrek

@@ -1,0 +1,126 @@
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include "host/process.h"
+#include "package/TemporaryDirectory.h"
+#include "package/UnzippedCma.h"
+#include "tests/converter/ConverterTest.h"
+
+namespace tovrek::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+
+// Names in an archive, sorted; the real unzip lists them.
+std::vector<std::string> namesIn(const std::string& archive) {
+  Outcome outcome;
+  runProcess({.argv = {"/usr/bin/unzip", "-Z1", archive}}, &outcome);
+  std::vector<std::string> names;
+  std::istringstream lines(outcome.output);
+  for (std::string line; std::getline(lines, line);) names.push_back(line);
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+class Archives : public ConverterTest {
+ protected:
+  Archives() {
+    write("source/Payload/Demo.app/Info.plist", "");
+    createDirectories(folder.file("source/Payload/Demo.app/empty"));
+    createDirectories(folder.file("target"));
+    param.outputFile = folder.file("out/Demo.wex");
+    createDirectories(folder.file("out"));
+  }
+  bool zipToIpa(const std::string& name) {
+    return converter().ZipToIpa(name, folder.file("source"), folder.file("target"), &error);
+  }
+};
+
+TEST_F(Archives, IpaHoldsThePayloadWithItsLinks) {
+  EXPECT_EQ(::symlink("Info.plist", folder.file("source/Payload/Demo.app/link").c_str()), 0);
+  write("source/notes.txt", "");
+  write("target/Demo.ipa", "old");
+  ASSERT_TRUE(zipToIpa("Demo.ipa")) << error.text();
+  EXPECT_THAT(namesIn(folder.file("target/Demo.ipa")),
+              ElementsAre("Payload/", "Payload/Demo.app/", "Payload/Demo.app/Info.plist",
+                          "Payload/Demo.app/empty/", "Payload/Demo.app/link"));
+  Outcome outcome;
+  runProcess({.argv = {"/usr/bin/unzip", "-Z", folder.file("target/Demo.ipa"), "*/link"}},
+             &outcome);
+  EXPECT_EQ(outcome.output.substr(0, 1), "l");
+}
+
+TEST_F(Archives, ArgumentsOfTheIpa) {
+  host.program("zip", "touch \"$2\"");
+  write("source/iTunesArtwork", "");
+  EXPECT_TRUE(zipToIpa("Demo.ipa"));
+  write("source/iTunesMetadata.plist", "");
+  createDirectories(folder.file("other/iTunesArtwork"));
+  EXPECT_TRUE(zipToIpa("-TTx.ipa"));  // names are no options
+  EXPECT_THAT(host.calls(),
+              ElementsAre("zip|-qry|Demo.ipa|Payload|iTunesArtwork",
+                          "zip|-qry|./-TTx.ipa|Payload|iTunesArtwork|iTunesMetadata.plist"));
+  EXPECT_TRUE(fileExists(folder.file("target/-TTx.ipa")));
+
+  TemporaryDirectory directory;
+  ASSERT_TRUE(directory.CreateTempDirForCma(&error));
+  const auto package = UnzippedCma::initWithCma("x.wex", directory);
+  package->setIpaName("Inner.ipa");
+  host.forgetCalls();
+  EXPECT_TRUE(
+      converter().ZipToIpaFromWex(folder.file("other"), *package, folder.file("target"), &error));
+  EXPECT_THAT(host.calls(), ElementsAre("zip|-qr|Inner.ipa|Payload"));
+}
+
+TEST_F(Archives, FailingZipIsNoFailureOfTheIpa) {
+  host.program("zip", "exit 12");
+  EXPECT_TRUE(zipToIpa("Demo.ipa"));
+  EXPECT_FALSE(error.isSet());
+  EXPECT_FALSE(fileExists(folder.file("target/Demo.ipa")));
+}
+
+TEST_F(Archives, IpaThatCameWithTheInputIsReplaced) {
+  const std::string outside = write("outside.zip", "untouched");
+  ASSERT_EQ(::symlink(outside.c_str(), folder.file("source/Demo.ipa").c_str()), 0);
+  EXPECT_TRUE(zipToIpa("Demo.ipa"));
+  EXPECT_EQ(contentsOf(outside), "untouched");
+  EXPECT_EQ(namesIn(folder.file("target/Demo.ipa")).size(), 4U);
+}
+
+TEST_F(Archives, IpaThatCannotBeCopied) {
+  createDirectories(folder.file("target/Demo.ipa"));
+  EXPECT_FALSE(zipToIpa("Demo.ipa"));
+  EXPECT_THAT(error.text(),
+              HasSubstr("Failed to copy file from " + folder.file("source/Demo.ipa")));
+}
+
+TEST_F(Archives, PackageOfAFolder) {
+  write("package/manifest.xml", "");
+  write("package/sub/icon.png", "");
+  write("out/Demo.wex", "old");
+  ASSERT_TRUE(converter().ZiptoPackage(folder.file("package"), &error)) << error.text();
+  EXPECT_THAT(namesIn(*param.outputFile), ElementsAre("manifest.xml", "sub/", "sub/icon.png"));
+}
+
+TEST_F(Archives, PackageFailures) {
+  write("package/manifest.xml", "");
+  host.program("zip", "exit 12");
+  EXPECT_FALSE(converter().ZiptoPackage(folder.file("package"), &error));
+  EXPECT_EQ(error.text(), "Failed to execute zip with exit code: 12");
+  EXPECT_THAT(host.calls(), ElementsAre(MatchesRegex("zip\\|-qr\\|[0-9A-F-]{36}\\.zip\\|\\.")));
+  host.program("zip");
+  EXPECT_FALSE(converter().ZiptoPackage(folder.file("package"), &error));
+  EXPECT_THAT(error.text(), HasSubstr("Failed to generate this file: " + folder.path()));
+  host.program("zip", "touch \"$2\"");
+  param.outputFile = "/nowhere/x.wex";
+  EXPECT_FALSE(converter().ZiptoPackage(folder.file("package"), &error));
+  EXPECT_THAT(error.text(), HasSubstr("to /nowhere/x.wex. Error:No such file or directory"));
+  // What stands there counts, be it a folder.
+  param.outputFile = folder.file("out");
+  EXPECT_TRUE(converter().ZiptoPackage(folder.file("package"), &error));
+}
+
+}  // namespace
+}  // namespace tovrek::test

@@ -1,0 +1,231 @@
+#include <fmt/format.h>
+
+#include "tests/converter/ConverterTest.h"
+
+namespace tovrek::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class Eligibility : public ConverterTest {
+ protected:
+  // Stand-ins that print a listing for each option and end with a status.
+  void otool(const std::string& loadCommands, const std::string& classes = "", int status = 0) {
+    host.program("otool", fmt::format("case $1 in -l) cat <<'E'\n{}\nE\n;; -o) cat <<'E'\n{}\nE\n;;"
+                                      " esac; exit {}",
+                                      loadCommands, classes, status));
+  }
+  void symbols(const std::string& names, int status = 0) {
+    host.program("nm", fmt::format("echo '{}'; exit {}", names, status));
+  }
+};
+
+TEST_F(Eligibility, AsksOtoolAboutTheExecutable) {
+  otool("nothing");
+  AppConverter::verifyIfApplicationIsAlreadyWrapped(bundle(), &error);
+  AppConverter::verifyIfApplicationIsAppStoreApp(bundle(), nullptr);
+  AppConverter::verifyIfAppBundleIsAlreadyWrapped(bundle(), nullptr);
+  EXPECT_THAT(host.calls(app()),
+              ElementsAre("otool|-l|@/Demo", "otool|-l|@/Demo", "otool|-o|@/Demo"));
+}
+
+TEST_F(Eligibility, NamesInBundlesStartNoProgram) {
+  // A backslash stays in front of the apostrophe, inside double quotes.
+  for (const auto& [name, seen] :
+       {std::pair<std::string, std::string>{"a\"; touch pwned; \"", "a\"; touch pwned; \""},
+        {"$(touch pwned)`touch pwned`$HOME", "$(touch pwned)`touch pwned`$HOME"},
+        {"back\\slash", "back\\slash"},
+        {"Bob's", "Bob\\'s"}}) {
+    PlistDictionary info;
+    info.set("CFBundleExecutable", name);
+    write("Demo.app/Info.plist", serializePlist(info, PlistFormat::kXml));
+    write("Demo.app/" + name, "executable");
+    otool("cryptid 0");
+    host.forgetCalls();
+    AppConverter::verifyIfApplicationIsAppStoreApp(bundle(), &error);
+    EXPECT_THAT(host.calls(app()), ElementsAre("otool|-l|@/" + seen));
+    EXPECT_FALSE(fileExists("pwned"));
+  }
+}
+
+TEST_F(Eligibility, AppStoreAppHasNoUnencryptedSlice) {
+  const struct {
+    const char* listing;
+    int status;
+    bool passes;
+  } cases[] = {
+      {"  cryptid 1\n  cryptid 0", 0, true}, {"cryptid     0", 0, true}, {"cryptid 1", 0, false},
+      {"no such command", 0, false},         {"cryptid 0", 1, true},  // grep's status counts
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.listing);
+    otool(c.listing, "", c.status);
+    error.clear();
+    EXPECT_EQ(AppConverter::verifyIfApplicationIsAppStoreApp(bundle(), &error), c.passes);
+    EXPECT_EQ(error.text(),
+              c.passes ? "" : "ERROR: The app (" + app() + "/Demo) is an AppStore app.");
+  }
+}
+
+TEST_F(Eligibility, WrappedAppIsRefused) {
+  otool("name @executable_path/OrvaneDylib.bundle/OrvaneDylib.dylib");
+  EXPECT_TRUE(AppConverter::verifyIfApplicationIsAlreadyWrapped(bundle(), &error));
+  EXPECT_EQ(error.text(), "ERROR: This app is already wrapped, and cannot be re-wrapped.");
+  otool("name @executable_path/OrvaneDylib.bundle/OrvaneDylib.dylib", "", 1);
+  EXPECT_FALSE(AppConverter::verifyIfApplicationIsAlreadyWrapped(bundle(), nullptr));
+}
+
+TEST_F(Eligibility, LaunchHook) {
+  otool("", "orvApplication:willFinishLaunchingWithOptions:");
+  EXPECT_FALSE(AppConverter::verifyIfAppBundleIsAlreadyWrapped(bundle(), &error));
+  EXPECT_EQ(error.text(),
+            "ERROR: This app is already linked against the TelvoSDK, and cannot be wrapped.");
+  EXPECT_TRUE(AppConverter::verifyIfApplicationIsLinkedWithStaticWEXSDK(bundle(), nullptr));
+  otool("", "application:willFinishLaunchingWithOptions:");
+  EXPECT_TRUE(AppConverter::verifyIfAppBundleIsAlreadyWrapped(bundle(), nullptr));
+  EXPECT_FALSE(AppConverter::verifyIfApplicationIsLinkedWithStaticWEXSDK(bundle(), nullptr));
+}
+
+TEST_F(Eligibility, SdkFrameworks) {
+  const struct {
+    const char* listing;
+    bool linked;
+    FrameworkNames found;
+  } cases[] = {
+      {"/WEX.framework/WEX", true, {"WEX.framework"}},
+      {"/WEXNetworkOnly.framework/", true, {"WEXNetworkOnly.framework"}},
+      {"/wex.framework/", false, {}},
+      {"/ORVMAMCore.framework/", false, {"ORVMAMCore.framework"}},
+      {"/ORVMAMAppCore.framework/", false, {"ORVMAMAppCore.framework"}},
+      {"/ORVMAMAppCore.framework/ /ORVMAMCore.framework/",
+       true,
+       {"ORVMAMCore.framework", "ORVMAMAppCore.framework"}},
+      {"/WexFrameworkLoader.framework/ /WEX.framework/",
+       true,
+       {"WEX.framework", "WexFrameworkLoader.framework"}},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.listing);
+    otool(c.listing);
+    FrameworkNames found;
+    EXPECT_EQ(AppConverter::verifyIfApplicationIsLinkedWithMDKSDK(bundle(), &found, nullptr),
+              c.linked);
+    EXPECT_EQ(found, c.found);
+  }
+}
+
+TEST_F(Eligibility, InspectionOfAnSdkApp) {
+  otool("/ORVMAMCore.framework/ /ORVMAMAppCore.framework/ /WexFrameworkLoader.framework/");
+  symbols("_FINGERPRINT_premain");
+  write("Demo.app/OrvaneDylib.bundle/OrvaneDylib.dylib", "");
+  BundleInspection found;
+  found.hasMAMSDKFrameworks = false;
+  AppConverter::checkIfAppBundle(bundle(), &found);
+  EXPECT_TRUE(found.hasWEXSDKFramework && found.hasOpenSSLFIPSModule && found.hasOrvaneDylib &&
+              found.hasMAMSDKFrameworks && found.hasDualModeFrameworks);
+  EXPECT_FALSE(found.hasDefaultPoliciesXML);
+  EXPECT_EQ(found.debugString,
+            "\n\nApp has: WEXSymbols?0 WEXSDKFrameworkFound?1 OpenSSLFIPSModuleFound?1 "
+            "DefaultPoliciesXML?0 OrvaneDylib?1 DualModeFrameworkFound?0 ORVMAMFrameworksFound?0\n"
+            "WARNING: App will not work as expected when run in Premium/AppSpecific mode.\n");
+  // A second look reports what the first one found.
+  AppConverter::checkIfAppBundle(bundle(), &found);
+  EXPECT_THAT(found.debugString, HasSubstr("DualModeFrameworkFound?1 ORVMAMFrameworksFound?1\n"));
+}
+
+TEST_F(Eligibility, InspectionOfOtherApps) {
+  otool("/usr/lib/libSystem.B.dylib");
+  symbols("_main", 1);
+  write("Demo.app/default_policies.xml", "");
+  BundleInspection found;
+  AppConverter::checkIfAppBundle(bundle(), &found);
+  EXPECT_FALSE(found.hasWEXSDKFramework || found.hasOpenSSLFIPSModule || found.hasOrvaneDylib);
+  EXPECT_TRUE(found.hasDefaultPoliciesXML);
+  EXPECT_THAT(found.debugString, HasSubstr("\noutputStr _main\n terminatedStatus 1\n"));
+
+  // The markers count without any framework, the fingerprint only with one.
+  symbols("_OrvSingleSignOn _FINGERPRINT_premain");
+  AppConverter::checkIfAppBundle(bundle(), &found);
+  EXPECT_TRUE(found.hasWEXSDKFramework);
+  EXPECT_FALSE(found.hasOpenSSLFIPSModule);
+}
+
+TEST_F(Eligibility, ForeignApps) {
+  auto subject = converter();
+  write("Demo.app/lib/Mono.dll", "");
+  write("Demo.app/Mono.DLL", "");
+  EXPECT_TRUE(subject.verifyIfItNotANativeiOSApp(app(), &error));
+  EXPECT_FALSE(subject.doesApplicationSupportAdobeAir(app(), &error));
+  EXPECT_FALSE(error.isSet());
+  write("Demo.app/Mono.dll", "");
+  EXPECT_FALSE(subject.verifyIfItNotANativeiOSApp(app(), &error));
+  EXPECT_THAT(error.text(), HasSubstr("not to be native iOS app , it could be"));
+  write("Demo.app/META-INF/AIR/application.xml", "");
+  EXPECT_TRUE(subject.doesApplicationSupportAdobeAir(app(), &error));
+  EXPECT_THAT(error.text(), HasSubstr("Adobe Air"));
+}
+
+TEST_F(Eligibility, DuplicateCertificates) {
+  const struct {
+    const char* listing;
+    int status;
+    const char* certificate;
+    bool duplicate;
+  } cases[] = {
+      {"  1) AA \"Acme\"\n  2) BB \"Acme Two\"", 0, "Acme", true},
+      {"  1) AA \"Acme\"\n  2) BB \"acme\"", 0, "Acme", false},
+      {"  1) AA \"aaa\"", 0, "aa", false},  // matches do not overlap
+      {"Acme Acme", 1, "Acme", false},
+      {"Acme Acme", 0, "", false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.listing);
+    host.program("security", fmt::format("echo '{}'; exit {}", c.listing, c.status));
+    error.clear();
+    EXPECT_EQ(AppConverter::checkForDuplicateCertificates(c.certificate, &error), c.duplicate);
+    EXPECT_EQ(error.isSet(), c.duplicate);
+  }
+  EXPECT_THAT(host.calls(), ::testing::Each("security|find-identity|-v|-p|codesigning"));
+}
+
+TEST_F(Eligibility, CommandLineToolsByReceiptOrByQuestion) {
+  host.file("/System/Library/CoreServices/SystemVersion.plist",
+            "<plist><dict><key>ProductVersion</key><string>10.11</string></dict></plist>");
+  host.program("pkgutil", "exit 1");
+  EXPECT_FALSE(AppConverter::isCmdLineToolInstalled());
+  host.program("pkgutil", "exit 0");
+  EXPECT_TRUE(AppConverter::isCmdLineToolInstalled());
+  host.program("pkgutil", "exit 1");
+  host.file("/var/db/receipts/com.apple.pkg.CLTools_Executables.bom", "");
+  EXPECT_TRUE(AppConverter::isCmdLineToolInstalled());
+}
+
+TEST_F(Eligibility, ShippedLibraryNeedsTheMakersSignature) {
+  const std::string path = write("Data/OrvaneDylib.dylib", "");
+  const struct {
+    const char* script;
+    const char* text;
+  } cases[] = {
+      {"echo 'Authority=iPhone Distribution: Orvane Systems, Inc.' >&2", ""},
+      {"echo 'Authority=iPhone Distribution: Orvane Systems, Inc.'",  // not on standard output
+       "Failed to validate that dylib is signed by Orvane."},
+      {"echo 'Authority=iPhone Developer: Orvane Systems, Inc.' >&2",
+       "Failed to validate that dylib is signed by Orvane."},
+      {"printf '\\377' >&2", "Failed to allocate memory."},
+      {"exit 1", "Failed to execute codesign-verifyOrvaneDylib with exit code: 1"},
+  };
+  for (const auto& c : cases) {
+    host.program("codesign", c.script);
+    error.clear();
+    EXPECT_EQ(converter().checkOrvaneDylib(path, &error), !error.isSet());
+    EXPECT_EQ(error.text(), c.text);
+  }
+  EXPECT_THAT(host.calls(folder.path()),
+              ::testing::Each("codesign|-dvvv|@/Data/OrvaneDylib.dylib"));
+  EXPECT_FALSE(converter().checkOrvaneLoggerDylib("/nowhere", &error));
+  EXPECT_EQ(error.text(), "A required file at this location does not exist: /nowhere");
+}
+
+}  // namespace
+}  // namespace tovrek::test

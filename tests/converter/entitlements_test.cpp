@@ -1,0 +1,235 @@
+#include <unistd.h>
+
+#include "tests/converter/ConverterTest.h"
+
+namespace tovrek::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+PlistValue list(const std::vector<std::string>& texts) {
+  return PlistValue::Array(texts.begin(), texts.end());
+}
+
+PlistDictionary dictionary(std::vector<PlistDictionary::Entry> entries) {
+  PlistDictionary result;
+  for (auto& [key, value] : entries) result.set(key, std::move(value));
+  return result;
+}
+
+constexpr char kAppId[] = "application-identifier";
+constexpr char kKeychain[] = "keychain-access-groups";
+constexpr char kGroups[] = "com.apple.security.application-groups";
+constexpr char kDomains[] = "com.apple.developer.associated-domains";
+constexpr char kCloud[] = "com.apple.developer.icloud-container-identifiers";
+constexpr char kCloudServices[] = "com.apple.developer.icloud-services";
+constexpr char kCloudEnvironment[] = "com.apple.developer.icloud-container-environment";
+constexpr char kTeam[] = "com.apple.developer.team-identifier";
+
+class Entitlements : public ConverterTest {
+ protected:
+  Entitlements() {
+    param.replacementBundleID = "com.example.demo";
+    appIsNotSigned();
+  }
+  void appIsNotSigned() { host.program("codesign", "exit 1"); }
+  void appIsSignedWith(const PlistDictionary& entitlements) {
+    const std::string old = write("old.plist", serializePlist(entitlements, PlistFormat::kXml));
+    host.program("codesign", "cp '" + old + "' \"${3#:}\"");
+  }
+  bool generate(const PlistDictionary& profileEntitlements) {
+    error.clear();
+    return converter().generateNewEntitlement(
+        &path, dictionary({{"Entitlements", profileEntitlements}}), folder.path(), app(), &error);
+  }
+  PlistDictionary generated(const PlistDictionary& profileEntitlements) {
+    EXPECT_TRUE(generate(profileEntitlements)) << error.text();
+    return readPlistDictionary(path).value_or(PlistDictionary());
+  }
+
+  std::string path;
+};
+
+TEST_F(Entitlements, OfVariousProfilesAndSignatures) {
+  const struct {
+    const char* name;
+    bool upgrade;
+    std::optional<PlistDictionary> old;
+    PlistDictionary profile, expected;
+  } cases[] = {
+      {"explicit profile, app not signed",
+       false,
+       {},
+       dictionary({{kAppId, "TEAMAAAAAA.com.example.demo"}, {kTeam, "TEAMAAAAAA"}}),
+       dictionary({{kAppId, "TEAMAAAAAA.com.example.demo"},
+                   {kTeam, "TEAMAAAAAA"},
+                   {kKeychain, list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex",
+                                     "TEAMAAAAAA.*"})}})},
+      {"wildcard profile, app not signed: the first wildcard group gives way",
+       false,
+       {},
+       dictionary({{kAppId, "TEAMAAAAAA.*"},
+                   {kKeychain, list({"TEAMAAAAAA.a", "TEAMAAAAAA.*", "TEAMAAAAAA.b.*"})}}),
+       dictionary(
+           {{kAppId, "TEAMAAAAAA.com.example.demo"},
+            {kKeychain, list({"TEAMAAAAAA.a", "TEAMAAAAAA.b.*", "TEAMAAAAAA.com.example.demo",
+                              "TEAMAAAAAA.com.orvane.wex"})}})},
+      {"wildcard profile of a company, upgrade: only the star goes",
+       true,
+       {},
+       dictionary({{kAppId, "TEAMAAAAAA.com.acme.*"}}),
+       dictionary({{kAppId, "TEAMAAAAAA.com.acme.com.example.demo"},
+                   {kKeychain,
+                    list({"TEAMAAAAAA.com.acme.com.example.demo", "TEAMAAAAAA.com.orvane.wex"})}})},
+      {"old groups move to the new team, and so does all else that names the old one", false,
+       dictionary({{kAppId, "OLDPREFIX1.com.example.demo"},
+                   {kKeychain, list({"OLDPREFIX1.com.example.demo", "OLDPREFIX1.shared"})},
+                   {kDomains, list({"applinks:OLDPREFIX1.example.com"})}}),
+       dictionary({{kAppId, "TEAMAAAAAA.*"},
+                   {kKeychain, list({"TEAMAAAAAA.*"})},
+                   {kDomains, list({"*"})}}),
+       dictionary(
+           {{kAppId, "TEAMAAAAAA.com.example.demo"},
+            {kDomains, list({"applinks:TEAMAAAAAA.example.com"})},
+            {kKeychain, list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.shared",
+                              "TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex"})}})},
+      {"old groups without the app's own", false,
+       dictionary(
+           {{kAppId, "OLDPREFIX1.com.example.demo"}, {kKeychain, list({"OLDPREFIX1.shared"})}}),
+       dictionary({{kAppId, "TEAMAAAAAA.*"}, {kKeychain, list({"TEAMAAAAAA.*"})}}),
+       dictionary({{kAppId, "TEAMAAAAAA.com.example.demo"},
+                   {kKeychain, list({"TEAMAAAAAA.shared", "TEAMAAAAAA.com.example.demo",
+                                     "TEAMAAAAAA.com.orvane.wex"})}})},
+      {"old domains do not enter a profile without them", false,
+       dictionary({{kDomains, list({"applinks:example.com"})}}),
+       dictionary({{kAppId, "TEAMAAAAAA.*"}}),
+       dictionary(
+           {{kAppId, "TEAMAAAAAA.com.example.demo"},
+            {kKeychain, list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex"})}})},
+      {"app groups are keychain groups too",
+       false,
+       {},
+       dictionary({{kAppId, "TEAMAAAAAA.*"}, {kGroups, list({"group.com.acme"})}}),
+       dictionary({{kAppId, "TEAMAAAAAA.com.example.demo"},
+                   {kGroups, list({"group.com.acme"})},
+                   {kKeychain, list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex",
+                                     "TEAMAAAAAA.group.com.acme"})}})},
+      {"an app without iCloud loses the profile's",
+       false,
+       {},
+       dictionary({{kAppId, "TEAMAAAAAA.*"},
+                   {kCloud, list({"iCloud.a"})},
+                   {kCloudServices, "*"},
+                   {kCloudEnvironment, list({"Production"})}}),
+       dictionary(
+           {{kAppId, "TEAMAAAAAA.com.example.demo"},
+            {kCloudServices, "*"},
+            {kKeychain, list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex"})}})},
+      {"an app with iCloud keeps the profile's containers and its own services", false,
+       dictionary({{kCloud, list({"iCloud.b"})}, {kCloudServices, list({"CloudKit"})}}),
+       dictionary({{kAppId, "TEAMAAAAAA.*"},
+                   {kCloud, list({"iCloud.a"})},
+                   {kCloudServices, "*"},
+                   {kCloudEnvironment, "Production"}}),
+       dictionary(
+           {{kAppId, "TEAMAAAAAA.com.example.demo"},
+            {kCloud, list({"iCloud.a"})},
+            {kCloudServices, list({"CloudKit"})},
+            {kKeychain, list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex"})}})},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    param.preserveUpgradeCompatibility = c.upgrade;
+    removeItem(app() + "/orig-entitlements.plist");
+    c.old ? appIsSignedWith(*c.old) : appIsNotSigned();
+    const PlistDictionary result = generated(c.profile);
+    EXPECT_EQ(result, c.expected) << serializePlist(result, PlistFormat::kXml);
+  }
+}
+
+TEST_F(Entitlements, AsksForThoseOfTheOldSignature) {
+  appIsNotSigned();
+  generated(dictionary({{kAppId, "TEAMAAAAAA.*"}}));
+  EXPECT_THAT(host.calls(app()),
+              ElementsAre("codesign|-d|--entitlements|:@/orig-entitlements.plist|@"));
+}
+
+TEST_F(Entitlements, StaleFileServesWhenTheSignatureIsGone) {
+  write("Demo.app/orig-entitlements.plist",
+        serializePlist(dictionary({{kKeychain, list({"X.old"})}}), PlistFormat::kXml));
+  const auto result = generated(dictionary({{kAppId, "TEAMAAAAAA.*"}}));
+  EXPECT_EQ(arrayForKey(result, kKeychain)->front(), PlistValue("X.old"));
+}
+
+TEST_F(Entitlements, OldSignatureIsNotWrittenThroughALink) {
+  const std::string outside = write("outside", "untouched");
+  ASSERT_EQ(::symlink(outside.c_str(), (app() + "/orig-entitlements.plist").c_str()), 0);
+  appIsSignedWith(dictionary({{kAppId, "OLDPREFIX1.x"}}));
+  generated(dictionary({{kAppId, "TEAMAAAAAA.*"}}));
+  EXPECT_EQ(contentsOf(outside), "untouched");
+}
+
+TEST_F(Entitlements, WarnsOfWhatTheProfileLacks) {
+  appIsSignedWith(dictionary({{"beta-reports-active", true}}));
+  generated(dictionary({{kAppId, "TEAMAAAAAA.*"}, {kTeam, "TEAMAAAAAA"}}));
+  EXPECT_FALSE(error.isSet()) << error.text();
+  appIsSignedWith(dictionary({{"com.apple.developer.healthkit", true}}));
+  generated(dictionary({{kAppId, "TEAMAAAAAA.*"}}));
+  EXPECT_THAT(error.text(), HasSubstr("your provisioning profile does not include entitlements"));
+}
+
+TEST_F(Entitlements, FailuresOfTheProfile) {
+  EXPECT_FALSE(
+      converter().generateNewEntitlement(&path, std::nullopt, folder.path(), app(), &error));
+  EXPECT_FALSE(error.isSet());
+  EXPECT_FALSE(
+      converter().generateNewEntitlement(&path, PlistDictionary(), "/nowhere", app(), &error));
+  EXPECT_EQ(error.text(), "ERROR: Failed to decode provisioning profile.");
+  EXPECT_FALSE(converter().GenerateEntitlement(path, "/nowhere", app(), &error));
+  EXPECT_EQ(error.text(), "ERROR: Failed to read provisioning profile.");
+  EXPECT_FALSE(
+      converter().generateNewEntitlement(&path, PlistDictionary(), folder.path(), app(), &error));
+  EXPECT_EQ(error.text(), "ERROR: Provisioning profile is missing entitlement data.");
+  EXPECT_FALSE(generate(dictionary({{kAppId, "TEAMAAAAAA.org.other"}})));
+  EXPECT_THAT(error.text(), HasSubstr("is specific to <org.other>"));
+}
+
+TEST_F(Entitlements, BundleIdentifierChanges) {
+  write("Payload/a.txt", "");
+  write("Payload/Demo.APP/Info.plist", infoPlist("com.example.old"));
+  const std::string payload = folder.file("Payload");
+  EXPECT_TRUE(AppConverter::doAppBundleIDChange("com.example.new", payload));
+  const std::string plist = payload + "/Demo.APP/Info.plist";
+  EXPECT_EQ(contentsOf(plist).substr(0, 6), "bplist");
+  const auto info = readPlistDictionary(plist).value();
+  EXPECT_EQ(*stringForKey(info, "CFBundleIdentifier"), "com.example.new");
+  EXPECT_EQ(*stringForKey(info, "WEXCFBundleIdentifier"), "com.example.old");
+  EXPECT_EQ(*stringForKey(info, "CFBundleExecutable"), "Demo");
+
+  EXPECT_FALSE(AppConverter::doAppBundleIDChange(std::nullopt, payload));
+  EXPECT_FALSE(AppConverter::doAppBundleIDChange("x", ""));
+  removeItem(plist);
+  EXPECT_FALSE(AppConverter::doAppBundleIDChange("x", payload));
+}
+
+TEST_F(Entitlements, BundleIdentifierOfALinkedAppStays) {
+  createDirectories(folder.file("Payload"));
+  ASSERT_EQ(::symlink(app().c_str(), folder.file("Payload/A.APP").c_str()), 0);
+  EXPECT_FALSE(AppConverter::doAppBundleIDChange("x", folder.file("Payload")));
+  EXPECT_EQ(contentsOf(app() + "/Info.plist"), infoPlist("com.example.demo"));
+}
+
+TEST_F(Entitlements, ManagementGroupIsRequired) {
+  const auto check = [&](const PlistDictionary& entitlements) {
+    error.clear();
+    return AppConverter::checkWexKeychainEntitlementInFile(
+        write("e.plist", serializePlist(entitlements, PlistFormat::kXml)), &error);
+  };
+  EXPECT_TRUE(check(dictionary({{kKeychain, list({"$(AppIdentifierPrefix)com.orvane.wex"})}})));
+  EXPECT_FALSE(check(dictionary({{kKeychain, list({"T.com.orvane"})}})));
+  EXPECT_THAT(error.text(), HasSubstr("keychain access group com.orvane.wex for this app."));
+}
+
+}  // namespace
+}  // namespace tovrek::test

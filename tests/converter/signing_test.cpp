@@ -1,0 +1,181 @@
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include "host/host_info.h"
+#include "tests/converter/ConverterTest.h"
+
+namespace tovrek::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+constexpr char kTeamOnError[] = "echo TeamIdentifier=ABCDE12345 >&2";
+constexpr char kKeepEntitlements[] = "--preserve-metadata=requirements,entitlements";
+
+class Signing : public ConverterTest {
+ protected:
+  Signing() { host.program("codesign", kTeamOnError); }
+  std::vector<std::string> calls() { return host.calls(app()); }
+};
+
+TEST_F(Signing, ArgumentOrders) {
+  const std::string entitlements = write("new.plist", "");
+  auto subject = converter();
+  const auto signEach = [&] {
+    host.forgetCalls();
+    EXPECT_TRUE(subject.CodeSignOrvaneDylib(app(), &error));
+    EXPECT_TRUE(subject.CodeSignFrameworks(app(), &error));
+    EXPECT_TRUE(subject.CodeSign(app(), entitlements, &error));
+    EXPECT_TRUE(subject.CodeSign(app(), "/nowhere", &error));
+    EXPECT_TRUE(subject.CodeSign(app(), std::nullopt, &error));
+  };
+  write("Demo.app/Frameworks/A.dylib", "");
+  const std::string dylib = "@/OrvaneDylib.bundle/OrvaneDylib.dylib";
+  const std::string shown = "codesign|--display|--verbose=4|" + dylib;
+
+  signEach();
+  EXPECT_THAT(calls(), ElementsAre("codesign|-f|-s|ID|" + dylib, shown,
+                                   "codesign|-f|-s|ID|@/Frameworks/A.dylib",
+                                   "codesign|-f|-s|ID|@|--entitlements|" + entitlements +
+                                       "|--preserve-metadata=requirements",
+                                   fmt::format("codesign|-f|-s|ID|@|{}", kKeepEntitlements),
+                                   fmt::format("codesign|-f|-s|ID|@|{}", kKeepEntitlements)));
+  // The keychain stands behind the path for frameworks only.
+  useKeychain("/k c");
+  signEach();
+  EXPECT_THAT(
+      calls(),
+      ElementsAre("codesign|-f|-s|ID|--keychain|/k c|" + dylib, shown,
+                  "codesign|-f|-s|ID|@/Frameworks/A.dylib|--keychain|/k c",
+                  "codesign|-f|-s|ID|--keychain|/k c|@|--entitlements|" + entitlements +
+                      "|--preserve-metadata=requirements",
+                  fmt::format("codesign|-f|-s|ID|--keychain|/k c|@|{}", kKeepEntitlements),
+                  fmt::format("codesign|-f|-s|ID|--keychain|/k c|@|{}", kKeepEntitlements)));
+}
+
+TEST_F(Signing, FrameworksInnerCodeFirst) {
+  write("Demo.app/Frameworks/B.framework/B", "");
+  write("Demo.app/Frameworks/B.framework/Frameworks/Inner.framework/Inner", "");
+  write("Demo.app/Frameworks/B.framework/Other/skipped.dylib", "");
+  write("Demo.app/Frameworks/a.txt", "");
+  write("Demo.app/Frameworks/folder/deep.dylib", "");
+  write("Demo.app/Frameworks/upper.DYLIB", "");
+  EXPECT_TRUE(converter().CodeSignFrameworks(app(), &error));
+  EXPECT_THAT(calls(),
+              ElementsAre("codesign|-f|-s|ID|@/Frameworks/B.framework/Frameworks/Inner.framework",
+                          "codesign|-f|-s|ID|@/Frameworks/B.framework",
+                          "codesign|-f|-s|ID|@/Frameworks/folder/deep.dylib"));
+}
+
+TEST_F(Signing, FrameworksStopAtTheFirstFailure) {
+  host.program("codesign", "case $4 in *B.dylib) exit 3;; esac");
+  for (const char* name : {"A", "B", "C"})
+    write(fmt::format("Demo.app/Frameworks/{}.dylib", name), "");
+  EXPECT_FALSE(converter().CodeSignFrameworks(app(), &error));
+  EXPECT_EQ(error.text(), "Failed to execute dylibcodesign with exit code: 3");
+  EXPECT_EQ(calls().size(), 2U);
+}
+
+TEST_F(Signing, FrameworkLinksDoNotGoRound) {
+  write("Demo.app/Frameworks/A.framework/Frameworks/x.txt", "");
+  ASSERT_EQ(::symlink("..", (app() + "/Frameworks/A.framework/Frameworks/B.framework").c_str()), 0);
+  EXPECT_TRUE(converter().CodeSignFrameworks(app(), &error));
+  EXPECT_THAT(calls(),
+              ElementsAre("codesign|-f|-s|ID|@/Frameworks/A.framework/Frameworks/B.framework",
+                          "codesign|-f|-s|ID|@/Frameworks/A.framework"));
+}
+
+TEST_F(Signing, NoFrameworksNoRuns) {
+  EXPECT_TRUE(converter().CodeSignFrameworks(app(), &error));
+  write("Demo.app/Frameworks/readme.txt", "");
+  EXPECT_TRUE(converter().CodeSignFrameworks(app(), &error));
+  EXPECT_THAT(calls(), IsEmpty());
+}
+
+TEST_F(Signing, BrokenExtensionsStopNothing) {
+  host.program("codesign", "exit 1");
+  write("Demo.app/PlugIns/A.appex/PlugIns/B.appex/Info.plist", "");
+  write("Demo.app/PlugIns/c.APPEX/Info.plist", "");
+  param.isSDK = true;  // whose extensions are not rebuilt
+  EXPECT_TRUE(converter().CodeSignExtensions(app(), &error));
+  EXPECT_THAT(calls(),
+              ElementsAre(fmt::format("codesign|-f|-s|ID|@/PlugIns/A.appex|{}", kKeepEntitlements),
+                          fmt::format("codesign|-f|-s|ID|@/PlugIns/A.appex/PlugIns/B.appex|{}",
+                                      kKeepEntitlements)));
+  // Executables that are none are no reason either.
+  param.isSDK = false;
+  EXPECT_TRUE(converter().CodeSignExtensions(app(), &error));
+  EXPECT_EQ(calls().size(), 4U);
+}
+
+TEST_F(Signing, TeamIdentifier) {
+  const std::pair<const char*, bool> cases[] = {
+      {"TeamIdentifier=ABCDE12345", true},
+      {"TeamIdentifier=not set", false},
+      {"TeamIdentifier=A\\nTeamIdentifier=not set", true},
+      {"Identifier=x", false},
+      {" TeamIdentifier=A", false},
+      {"TeamIdentifier", false},
+  };
+  for (const auto& [output, expected] : cases) {
+    SCOPED_TRACE(output);
+    host.program("codesign", fmt::format("printf '{}\\n' >&2; exit 1", output));
+    EXPECT_EQ(AppConverter::verifyCodeSignatureForiOS8("x"), expected);
+    host.program("codesign", fmt::format("printf '{}\\n'", output));
+    EXPECT_FALSE(AppConverter::verifyCodeSignatureForiOS8("x"));  // standard error counts
+  }
+}
+
+TEST_F(Signing, TeamWarningOnlyFillsAnEmptySlot) {
+  host.program("codesign");
+  EXPECT_TRUE(converter().CodeSignOrvaneDylib(app(), &error));
+  EXPECT_THAT(error.text(), HasSubstr("not correctly signed for iOS 8."));
+  error.set("earlier");
+  EXPECT_TRUE(converter().CodeSignOrvaneDylib(app(), &error));
+  EXPECT_EQ(error.text(), "earlier");
+}
+
+TEST_F(Signing, FailuresNameTheStep) {
+  host.program("codesign", "exit 2");
+  EXPECT_FALSE(converter().CodeSignOrvaneDylib(app(), &error));
+  EXPECT_EQ(error.text(), "Failed to execute dylibcodesign with exit code: 2");
+  EXPECT_FALSE(converter().CodeSign(app(), std::nullopt, &error));
+  EXPECT_EQ(error.text(),
+            "Failed to execute codesign:withEntitlement:withError: -  with exit code: 2");
+}
+
+TEST_F(Signing, PreparationRemovesTheOldSignature) {
+  const std::string outside = write("outside/kept", "");
+  write("Demo.app/_CodeSignature/CodeResources", "");
+  ASSERT_EQ(::symlink(outside.c_str(), (app() + "/CodeResources").c_str()), 0);
+  EXPECT_FALSE(converter().verifyCodeSigningPrerequisites(app(), "", &error));
+  EXPECT_THAT(error.text(), HasSubstr("Failed to copy file from " + folder.file("Data") +
+                                      "/ResourceRules.plist to " + app()));
+  write("Data/ResourceRules.plist", "rules");
+  EXPECT_TRUE(converter().verifyCodeSigningPrerequisites(app(), "", &error));
+  EXPECT_FALSE(fileExists(app() + "/_CodeSignature"));
+  EXPECT_FALSE(itemExistsNoFollow(app() + "/CodeResources"));
+  EXPECT_TRUE(fileExists(outside));
+  EXPECT_EQ(contentsOf(app() + "/ResourceRules.plist"), "rules");
+  // Rules of the app's own stay.
+  write("Demo.app/ResourceRules.plist", "own");
+  EXPECT_TRUE(converter().verifyCodeSigningPrerequisites(app(), "", &error));
+  EXPECT_EQ(contentsOf(app() + "/ResourceRules.plist"), "own");
+}
+
+TEST_F(Signing, FingerprintTool) {
+  const std::string tool = programFolder() + "/incore_macho";
+  const std::pair<int, bool> cases[] = {{0, true}, {255, true}, {1, false}};
+  for (const auto& [status, expected] : cases) {
+    host.program(tool, fmt::format("exit {}", status));
+    error.clear();
+    EXPECT_EQ(converter().EmbedOpenSSLFipsFingerprint(app(), &error), expected);
+    EXPECT_EQ(error.text(), expected ? "" : "Failed to execute incore_macho with exit code: 1");
+  }
+  EXPECT_THAT(calls(), ::testing::Each("incore_macho|--debug|-exe|@/Demo"));
+}
+
+}  // namespace
+}  // namespace tovrek::test

@@ -1,0 +1,163 @@
+// XML documents and the event reader.
+#include <gtest/gtest.h>
+
+#include "formats/XmlDocument.h"
+#include "formats/XmlReader.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace tovrek::test {
+namespace {
+
+std::optional<XmlDocument> parsed(const std::string& text) {
+  return XmlDocument::parse(text, XmlParsing::kStrict);
+}
+
+// The events as one line: "<a", "text", ">a", "!" for a fault.
+class Transcript : public XmlEvents {
+ public:
+  void startElement(std::string_view name) override { text.append("<").append(name); }
+  void characters(std::string_view piece) override { text.append("'").append(piece).append("'"); }
+  void endElement(std::string_view name) override { text.append(">").append(name); }
+  void parseError(std::string_view message) override {
+    text += "!";
+    error = message;
+  }
+  std::string text, error;
+};
+
+TEST(XmlDocument, HoldsAnyTextWithoutBreaking) {
+  const struct {
+    std::string given, held;
+  } cases[] = {
+      {"a & b < c > \"d\" 'e' &amp; ]]>", "a & b < c > \"d\" 'e' &amp; ]]>"},
+      {"line\r\nbreak\ttab", "line\r\nbreak\ttab"},
+      {std::string("nul\0 bell\a esc\x1b del\x7f", 20), "nul bell esc del\x7f"},
+      {"Gr\xc3\xbc\xc3\x9f \xf0\x9f\x98\x80", "Gr\xc3\xbc\xc3\x9f \xf0\x9f\x98\x80"},
+      {"cut \xc3", "cut "},
+      {"long form \xc0\x80 surrogate \xed\xa0\x80 high \xf5\x80\x80\x80 \xff",
+       "long form  surrogate  high  "},
+      {"noncharacter \xef\xbf\xbf", "noncharacter "},
+      {"", ""},
+  };
+  for (const auto& test : cases) {
+    XmlElement root("Root");
+    root.attribute("key", test.given).append(XmlElement("Child", test.given));
+    const XmlDocument document(root);
+    for (const XmlLayout layout : {XmlLayout::kCompact, XmlLayout::kIndented}) {
+      const auto again = parsed(document.serialize(layout));
+      ASSERT_TRUE(again) << test.given;
+      EXPECT_EQ(again->root().child("Child")->text(), test.held);
+      EXPECT_EQ(again->root().attribute("key"), test.held);
+    }
+    auto edited = parsed("<a><b>old<c/></b></a>");
+    auto nodes = edited->find("/a/b");
+    nodes->front().setText(test.given);
+    EXPECT_EQ(parsed(edited->serialize(XmlLayout::kCompact))->root().child("b")->text(), test.held);
+  }
+}
+
+TEST(XmlDocument, LayoutAndDeclaration) {
+  XmlElement root("a");
+  root.append(XmlElement("b", "x")).append(XmlElement("c").append(XmlElement("d")));
+  const XmlDocument document(root);
+  const std::string head = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+  EXPECT_EQ(document.serialize(XmlLayout::kCompact), head + "<a><b>x</b><c><d/></c></a>\n");
+  EXPECT_EQ(document.serialize(XmlLayout::kIndented),
+            head + "<a>\n    <b>x</b>\n    <c>\n        <d/>\n    </c>\n</a>\n");
+  // Other versions and encodings are written as ours; white space and CDATA stay.
+  const std::string latin1 =
+      "<?xml version='1.1' encoding='ISO-8859-1'?><a> <b><![CDATA[<\xfc>]]></b>\n</a>";
+  EXPECT_EQ(parsed(latin1)->serialize(XmlLayout::kCompact),
+            head + "<a> <b><![CDATA[<\xc3\xbc>]]></b>\n</a>\n");
+}
+
+TEST(XmlDocument, FindsFromAboveTheRoot) {
+  auto document = parsed("<a><i k='1'>x</i><j><i k='2'>y</i></j></a>");
+  const struct {
+    const char* xpath;
+    int count;  // -1: not an expression for nodes
+  } cases[] = {{"./a/i", 1}, {"//i", 2},         {"/a/j/i[@k='2']", 1},
+               {"i", 0},     {"//i[@k='3']", 0}, {"//i/@k", 2},
+               {"/", 0},     {"//i[", -1},       {"count(//i)", -1},
+               {"", -1},     {"nope:i", -1}};
+  for (const auto& test : cases) {
+    const auto nodes = document->find(test.xpath);
+    EXPECT_EQ(nodes ? static_cast<int>(nodes->size()) : -1, test.count) << test.xpath;
+  }
+  document->find("//i")->at(1).remove();
+  document->find("/a/i/@k")->at(0).setText("<new>");
+  document->root().append(XmlElement("last", "z"));
+  EXPECT_NE(document->serialize(XmlLayout::kCompact)
+                .find("<a><i k=\"&lt;new&gt;\">x</i><j/><last>z</last></a>"),
+            std::string::npos);
+}
+
+TEST(XmlDocument, RefusesWhatIsNoDocument) {
+  TemporaryFolder folder;
+  const std::string secret = folder.write("secret", "do not read");
+  const struct {
+    std::string text, reason;
+  } cases[] = {
+      {"", "Document is empty"},
+      {"no xml", "Start tag expected"},
+      {"<a><b></a>", "tag mismatch"},
+      {"<a>&undeclared;</a>", "undeclared"},
+      {"<!DOCTYPE a [<!ENTITY x SYSTEM \"" + secret + "\">]><a>&x;</a>", "declaration"},
+      {"<!DOCTYPE a [<!ENTITY x \"1\"><!ENTITY y \"&x;&x;\">]><a>&y;</a>", "declaration"},
+  };
+  for (const auto& test : cases) {
+    ErrorText error;
+    EXPECT_FALSE(XmlDocument::parse(test.text, XmlParsing::kStrict, &error)) << test.text;
+    EXPECT_NE(error.text().find(test.reason), std::string::npos) << error.text();
+  }
+  // A damaged file is read as far as it makes sense, with the recovery of the second try.
+  const auto mended = XmlDocument::readFile(folder.write("x", "<a><b>text</b><c>&nope; 1 < 2"));
+  ASSERT_TRUE(mended);
+  EXPECT_EQ(mended->root().child("b")->text(), "text");
+  EXPECT_FALSE(XmlDocument::readFile(folder.file("missing")));
+  EXPECT_FALSE(XmlDocument::readFile(folder.write("y", "junk")));
+}
+
+TEST(XmlReader, ReportsEventsUpToTheFirstFault) {
+  const struct {
+    std::string text, events;
+    bool wellFormed;
+  } cases[] = {
+      {"<a x='1'>t<b:c xmlns:b='u'/></a>", "<a't'<b:c>b:c>a", true},
+      {"<a><![CDATA[<&]]></a>", "<a'<&'>a", true},
+      {"<?xml version='1.0'?><!-- c --><a>\n</a>\n", "<a'\n'>a", true},
+      {"<a><b>", "<a<b!", false},
+      {"", "!", false},
+      {"<a>&x;</a>", "<a!", false},
+      {"<!DOCTYPE a [<!ENTITY x 'v'>]><a>&x;</a>", "<a!", false},
+      {"<a/><b/>", "<a>a!", false},
+      {std::string("\xff\xfe<\0a\0/\0>\0", 10), "<a>a", true},
+  };
+  for (const auto& test : cases) {
+    Transcript transcript;
+    EXPECT_EQ(readXml(test.text, transcript), test.wellFormed) << test.text;
+    EXPECT_EQ(transcript.text, test.events) << test.text;
+    EXPECT_EQ(transcript.error.empty(), test.wellFormed) << test.text;
+  }
+}
+
+TEST(XmlReader, TextLargerThanOnePiece) {
+  class Counter : public XmlEvents {
+   public:
+    void characters(std::string_view text) override { size += text.size(); }
+    size_t size = 0;
+  } counter;
+  constexpr size_t kSize = 3 * (size_t{1} << 20) + 17;
+  EXPECT_TRUE(readXml("<a>" + std::string(kSize, 'x') + "</a>", counter));
+  EXPECT_EQ(counter.size, kSize);
+}
+
+TEST(XmlNames, Validity) {
+  for (const char* good : {"a", "a.b-c", "_x", "a:b", "\xc3\xbc"}) EXPECT_TRUE(isXmlName(good));
+  for (const char* bad : {"", "1a", "a b", "a<", "-a", "a\n", "\xff"}) {
+    EXPECT_FALSE(isXmlName(bad)) << bad;
+  }
+}
+
+}  // namespace
+}  // namespace tovrek::test
