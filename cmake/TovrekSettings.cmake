@@ -10,7 +10,7 @@ endif()
 
 add_compile_options(-Wall -Wextra -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-align
                     -Woverloaded-virtual -Wconversion -Wno-sign-conversion)
-# GCC 12 sees overlapping copies in std::string where there are none (GCC bug 105651).
+# GCC 12 sees overlapping copies in plain string concatenation where there are none.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
   add_compile_options(-Wno-restrict)
 endif()

@@ -92,11 +92,15 @@ bool isPlainName(const std::string& name) {
   return name.find('/') == std::string::npos && name.find('\0') == std::string::npos;
 }
 
+bool hasFile(const AppBundle& bundle, const std::string& name) {
+  const std::optional<std::string> path = bundle.resourcePath(name, "");
+  return path && isPlainFile(*path);
+}
+
 std::optional<std::string> fileForIconName(const AppBundle& bundle, const std::string& name) {
   if (!isPlainName(name)) return std::nullopt;
   const std::string file = stemOf(name) + std::string(kPng);
-  const std::optional<std::string> path = bundle.resourcePath(file, "");
-  if (path && isPlainFile(*path)) return file;
+  if (hasFile(bundle, file)) return file;
   return HelperMethods::findAndCreateMatchingPatternForFile(name, bundle.path());
 }
 
@@ -118,9 +122,7 @@ std::optional<std::string> bestMatch(const AppBundle& bundle, const std::string&
   size_t bestDistance = 0;
   for (const std::string& name :
        listDirectory(bundle.path()).value_or(std::vector<std::string>())) {
-    if (!name.starts_with(stem) || !endsWithPng(name)) continue;
-    const std::optional<std::string> path = bundle.resourcePath(name, "");
-    if (!path || !isPlainFile(*path)) continue;
+    if (!name.starts_with(stem) || !endsWithPng(name) || !hasFile(bundle, name)) continue;
     const std::string nameStem = stemOf(name);
     if (nameStem.size() < stem.size()) continue;
     const size_t nameDistance = distance(std::string_view(nameStem).substr(stem.size()));
@@ -200,7 +202,7 @@ std::optional<std::string> HelperMethods::findAndCreateMatchingPatternForFile(
   if (!bundle || iconName.empty() || !isPlainName(iconName)) return std::nullopt;
   const std::string stem = stemOf(iconName);
   const std::string file = stem + std::string(kPng);
-  if (bundle->resourcePath(file, "")) {
+  if (hasFile(*bundle, file)) {
     Global_ManifestLib_logger().logWarning(
         fmt::format("File {} already exists in app bundle. There wasn't any need to run through "
                     "this method.",

@@ -119,7 +119,7 @@ class Unarchiver {
   }
 
   const PlistValue::Array& objects_;
-  int budget_ = 1000000;
+  int budget_ = 100000;
 };
 
 }  // namespace
