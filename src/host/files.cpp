@@ -83,6 +83,12 @@ std::optional<uint64_t> fileSize(const std::string& path) {
   return static_cast<uint64_t>(info.st_size);
 }
 
+std::optional<uint32_t> fileMode(const std::string& path) {
+  struct stat info {};
+  if (!statOf(path, &info)) return std::nullopt;
+  return static_cast<uint32_t>(info.st_mode & 07777);
+}
+
 std::optional<std::string> realPath(const std::string& path) {
   const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr),
                                                              &std::free);
@@ -115,13 +121,20 @@ bool readFile(const std::string& path, std::string* contents, ErrorText* error) 
 }
 
 bool writeFileAtomically(const std::string& path, std::string_view contents, ErrorText* error) {
+  return writeFileAtomically(path, {&contents, 1}, modeForNewFile(path), error);
+}
+
+bool writeFileAtomically(const std::string& path, std::span<const std::string_view> parts,
+                         uint32_t mode, ErrorText* error) {
   std::string temporary;
   UniqueFd fd = createTemporaryBeside(path, &temporary);
   if (!fd.valid()) return failWithErrno(error);
   const RemovedOnSignal guard(temporary);
-  const bool written = writeAll(fd.get(), contents) &&
-                       ::fchmod(fd.get(), modeForNewFile(path)) == 0 && ::fsync(fd.get()) == 0 &&
-                       fd.close() && ::rename(temporary.c_str(), path.c_str()) == 0;
+  const bool written =
+      std::ranges::all_of(parts,
+                          [&fd](std::string_view part) { return writeAll(fd.get(), part); }) &&
+      ::fchmod(fd.get(), static_cast<mode_t>(mode)) == 0 && ::fsync(fd.get()) == 0 && fd.close() &&
+      ::rename(temporary.c_str(), path.c_str()) == 0;
   if (written) return true;
   failWithErrno(error);
   ::unlink(temporary.c_str());
