@@ -9,9 +9,9 @@
 #include <cstdlib>
 #include <memory>
 
+#include "host/AtomicFile.h"
 #include "host/file_io.h"
 #include "host/paths.h"
-#include "host/signals.h"
 
 namespace tovrek {
 namespace {
@@ -21,15 +21,6 @@ bool statOf(const std::string& path, struct stat* info) {
 }
 bool linkStatOf(const std::string& path, struct stat* info) {
   return ::lstat(path.c_str(), info) == 0;
-}
-
-// The mode that a new file gets: the old file's when one stands there, else 0666 less the umask.
-mode_t modeForNewFile(const std::string& path) {
-  struct stat info {};
-  if (linkStatOf(path, &info) && S_ISREG(info.st_mode)) return info.st_mode & 07777;
-  const mode_t mask = ::umask(0);
-  ::umask(mask);
-  return static_cast<mode_t>(0666 & ~mask);
 }
 
 bool removeTree(const std::string& path) {
@@ -121,24 +112,16 @@ bool readFile(const std::string& path, std::string* contents, ErrorText* error) 
 }
 
 bool writeFileAtomically(const std::string& path, std::string_view contents, ErrorText* error) {
-  return writeFileAtomically(path, {&contents, 1}, modeForNewFile(path), error);
+  AtomicFile file;
+  return file.open(path, error) && file.write(contents, error) && file.commit(error);
 }
 
 bool writeFileAtomically(const std::string& path, std::span<const std::string_view> parts,
                          uint32_t mode, ErrorText* error) {
-  std::string temporary;
-  UniqueFd fd = createTemporaryBeside(path, &temporary);
-  if (!fd.valid()) return failWithErrno(error);
-  const RemovedOnSignal guard(temporary);
-  const bool written =
-      std::ranges::all_of(parts,
-                          [&fd](std::string_view part) { return writeAll(fd.get(), part); }) &&
-      ::fchmod(fd.get(), static_cast<mode_t>(mode)) == 0 && ::fsync(fd.get()) == 0 && fd.close() &&
-      ::rename(temporary.c_str(), path.c_str()) == 0;
-  if (written) return true;
-  failWithErrno(error);
-  ::unlink(temporary.c_str());
-  return false;
+  AtomicFile file;
+  return file.open(path, error) &&
+         std::ranges::all_of(parts, [&](std::string_view part) { return file.write(part, error); }) &&
+         file.commit(mode, error);
 }
 
 bool appendToFile(const std::string& path, std::string_view text) {
