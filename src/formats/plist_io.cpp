@@ -80,6 +80,15 @@ PlistValue integerFrom(plist_t node) {
   return bits;
 }
 
+// XML has no element for UIDs; their form there is a dictionary of one number.
+std::optional<PlistValue> uidFrom(const PlistDictionary& dictionary) {
+  if (dictionary.size() != 1) return std::nullopt;
+  const PlistValue* value = dictionary.find("CF$UID");
+  const int64_t* number = value != nullptr ? value->as<int64_t>() : nullptr;
+  if (number == nullptr || *number < 0) return std::nullopt;
+  return PlistValue::Uid{static_cast<uint64_t>(*number)};
+}
+
 PlistValue valueFrom(plist_t node);
 
 PlistValue dictionaryFrom(plist_t node) {
@@ -91,10 +100,12 @@ PlistValue dictionaryFrom(plist_t node) {
     char* key = nullptr;
     plist_t item = nullptr;
     plist_dict_next_item(node, iterator, &key, &item);
-    if (item == nullptr) return dictionary;
+    if (item == nullptr) break;
     const Memory<char> keyOwner(key);
     dictionary.set(key, valueFrom(item));
   }
+  if (auto uid = uidFrom(dictionary)) return *uid;
+  return dictionary;
 }
 
 PlistValue arrayFrom(plist_t node) {

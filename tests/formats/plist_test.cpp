@@ -40,8 +40,10 @@ TEST(Plist, EveryKindSurvivesBothForms) {
       EXPECT_TRUE(*twin == value) << key;
     }
   }
-  const std::string uid = serializePlist(PlistValue::Uid{7}, PlistFormat::kBinary);
-  EXPECT_TRUE(*parsePlist(uid) == PlistValue(PlistValue::Uid{7}));
+  for (const PlistFormat format : {PlistFormat::kXml, PlistFormat::kBinary}) {
+    const std::string uid = serializePlist(PlistValue::Uid{7}, format);
+    EXPECT_TRUE(*parsePlist(uid) == PlistValue(PlistValue::Uid{7}));
+  }
 }
 
 TEST(Plist, OtherReadersAgree) {
