@@ -111,7 +111,7 @@ TEST(Certificate, KeyIdentifiersLinkIssuerAndIssued) {
   IdentityRequest request;
   request.issuer = &root;
   request.subject = "/CN=Leaf";
-  request.extensions = "authorityKeyIdentifier=keyid\n";
+  request.extensions = "authorityKeyIdentifier=keyid\nsubjectKeyIdentifier=none\n";
   const auto files = test::makeIdentity(folder, "leaf", request);
   const auto issuer = Certificate::fromDer(test::derOf(root.certificate));
   const auto leaf = Certificate::fromDer(test::derOf(files.certificate));

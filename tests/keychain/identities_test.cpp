@@ -123,7 +123,9 @@ TEST_F(Identities, ChainFollowsTheIssuersKey) {
   const auto first = issue("g1", "/CN=Intermediate", &root, authority);
   const auto second = issue("g2", "/CN=Intermediate", &root, authority);
   const auto leaf = issue("leaf", "/CN=Leaf", &second, "authorityKeyIdentifier=keyid\n");
-  const auto bare = issue("bare", "/CN=Bare", &second, "extendedKeyUsage=codeSigning\n");
+  const auto bare = issue("bare", "/CN=Bare", &second, "authorityKeyIdentifier=none\n");
+
+  ASSERT_EQ(Certificate::fromDer(test::derOf(bare.certificate))->authorityKeyIdentifier(), "");
 
   store("issuers", "g1", first, false);
   store("issuers", "g2", second, false);
