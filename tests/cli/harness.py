@@ -41,6 +41,7 @@ def write(content, *parts):
 
 
 def unzip(archive, folder):
+    os.makedirs(folder, exist_ok=True)
     run("unzip", "-q", archive, "-d", folder, env=dict(os.environ, LC_ALL="C.UTF-8"))
     return folder
 
@@ -78,7 +79,8 @@ class WholeProgramTest(unittest.TestCase):
     def wrap(cls, app, output, *options, environment=(), **keywords):
         command = cls.wrap_command(app, output, *options, **keywords)
         result = subprocess.run(command, capture_output=True, stdin=subprocess.DEVNULL,
-                                env=cls.environment | dict(environment), cwd=cls.folder, timeout=240)
+                                env=cls.environment | dict(environment), cwd=cls.folder,
+                                timeout=240)
         result.stdout = result.stdout.decode()
         result.stderr = result.stderr.decode()
         return result

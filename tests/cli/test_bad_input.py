@@ -13,17 +13,24 @@ from examiner import macho
 from harness import (DEMO_APP, DEVELOPER, WholeProgramTest, changed_app, copy_toolkit, make_profile,
                      pack, read, result_text, run, sha1_of_admin, sign_as_developer, thin, write)
 
+LC_RPATH = 0x8000001C
+
 
 def fill_header(executable):
-    """Lets the last load command of a thin image grow until no room is left before the code."""
-    data = bytearray(read(executable))
-    image = macho.Slice(bytes(data))
+    """Lets the run path of a thin image grow until no room is left before the code."""
+    data = read(executable)
+    image = macho.Slice(data)
     first = min(offset for _, _, _, offset, _ in image.segment("__TEXT").sections)
     room = (first - image.header_size - image.commands_size) & ~7
-    last = image.commands[-1]
-    struct.pack_into("<I", data, last.offset + 4, len(last.data) + room)
-    struct.pack_into("<I", data, 20, image.commands_size + room)
-    write(bytes(data), executable)
+    commands = b""
+    for command in image.commands:
+        if command.number == LC_RPATH:
+            size = struct.pack("<I", len(command.data) + room)
+            commands += command.data[:4] + size + command.data[8:] + bytes(room)
+        else:
+            commands += command.data
+    header = data[:20] + struct.pack("<I", len(commands)) + data[24:image.header_size]
+    write((header + commands).ljust(first, b"\0") + data[first:], executable)
 
 
 class Refusals(WholeProgramTest):
@@ -111,7 +118,8 @@ class BadInput(Refusals):
         no_profile = write(b"not a profile", self.path("text.mobileprovision"))
         # Without a profile to list the name, a name is taken for a hash and loses its blanks.
         self.refuse(255, "iOS distribution certificate name (iPhoneDistribution:ExampleCorporation"
-                         "(EXAMPLE123)) does not match certificates listed in *", profile=no_profile)
+                         "(EXAMPLE123)) does not match certificates listed in *",
+                    profile=no_profile)
         self.refuse(254, "Failed to execute security with exit code: 1", profile=no_profile,
                     cert="".join(sha1_of_admin()))
         self.refuse(255, "A required file at this location does not exist: */gone.mobileprovision",
@@ -119,12 +127,12 @@ class BadInput(Refusals):
         profiles = [
             (("*", "yesterday"), "This provisioning profile has expired. Please use a valid "
                                  "provisioning profile."),
-            (("com.example.other",), "This provisioning profile is specific to <com.example.other>.  "
-                                     "Change the bundle indentifier above or choose a different "
-                                     "profile."),
+            (("com.other.app",), "This provisioning profile is specific to <com.other.app>.  "
+                                 "Change the bundle indentifier above or choose a different "
+                                 "profile."),
             (("com.other.*",), "Bundle identifier <com.example.fieldbook> is not suitable for use "
-                               "with wildcard profile <com.other.*>.  Change the bundle indentifier "
-                               "above or choose a different profile."),
+                               "with wildcard profile <com.other.*>.  Change the bundle "
+                               "indentifier above or choose a different profile."),
         ]
         for arguments, text in profiles:
             with self.subTest(arguments):

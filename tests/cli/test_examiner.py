@@ -54,10 +54,10 @@ class Damage(WholeProgramTest):
         self.assertIn("Fieldbook.app: slice 1 lies at", self.problems())
 
     def test_info_plist_and_entitlements(self):
-        self.flip(os.path.join(self.app, "Info.plist"), len(read(self.app, "Info.plist")) - 40)
+        write(read(self.app, "Info.plist").replace(b"2.4.1", b"2.4.2"), self.app, "Info.plist")
         self.assertIn("sha256: slot 1 has another hash", self.problems())
         executable = os.path.join(self.app, "Fieldbook")
-        old, new = b"<string>SAMPLE0001.com.example.shared", b"<string>SAMPLE0001.com.example.Shared"
+        old, new = b"SAMPLE0001.com.example.shared</", b"SAMPLE0001.com.example.Shared</"
         write(read(executable).replace(old, new), executable)
         self.assertIn("the XML and DER entitlements differ", self.problems())
         self.assertIn("sha256: slot 5 has another hash", self.problems())

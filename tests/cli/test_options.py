@@ -64,9 +64,10 @@ class Options(WholeProgramTest):
         self.assertEqual(read(app, "policy_metadata.xml"), read(policies))
         entitlements = signature.Signature(
             macho.slices(os.path.join(app, "Fieldbook"))[0]).der_entitlements()
+        # The app's own group twice: added while the old one still had the old team's prefix.
         self.assertEqual(entitlements["keychain-access-groups"], [
             "EXAMPLE123.com.example.fieldbook", "EXAMPLE123.com.example.shared",
-            "EXAMPLE123.com.orvane.wex", "EXAMPLE123.*"])
+            "EXAMPLE123.com.example.fieldbook", "EXAMPLE123.com.orvane.wex", "EXAMPLE123.*"])
         self.assertNotIn("com.apple.security.application-groups", entitlements)
 
     def test_keychain_file_and_certificate_hash(self):

@@ -53,7 +53,7 @@ class WrappedDemoApp(WholeProgramTest):
         out = self.result.stdout
         self.assertTrue(out.startswith(
             "\nCommand Line Interface for WEX Toolkit, version 20.5.0.0 (Env:Test)\n\n"))
-        banners = re.findall(rf"\n\n\n([^\n]*?)\.+\n{SEPARATOR}\n", "\n" + out)
+        banners = re.findall(rf"\n\n([^\n.]+)\.+\n{SEPARATOR}\n", out)
         self.assertEqual(banners, STAGES)
         self.assertNotIn("created successfully", out)
         self.assertEqual(self.left_in_scratch(), [])

@@ -28,7 +28,8 @@ class Segment:
         data = command.data
         self.command = command
         self.name = text16(data, 8)
-        # (ranges, offset of the section count, header size, record size, section, its flags' offset)
+        # Ranges, place of the section count, size of the header and of a section's record, a
+        # section's ranges and the place of its flags.
         if command.number == LC_SEGMENT:
             ranges, count_at, header, record, section, flags_at = "<4I", 48, 56, 68, "<3I", 56
         else:
