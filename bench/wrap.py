@@ -23,9 +23,12 @@ class Measured:
                    "-Profile", os.path.join(demo, "Example.mobileprovision"),
                    "-in", app, "-out", output, "-pell",
                    "-keychainPath", os.path.join(demo, "identities", "admin.keychain.pem")]
+        with open(os.path.join(demo, "identities", "root.sha1"), encoding="ascii") as root:
+            environment = dict(os.environ, TOVREK_TRUSTED_ROOT_SHA1=root.read().strip())
         banners = []
         start = time.monotonic()
-        run = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        run = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+                               env=environment)
         pending = b""
         while chunk := os.read(run.stdout.fileno(), 65536):
             now = time.monotonic()

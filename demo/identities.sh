@@ -7,6 +7,8 @@
 # For each NAME of root, intermediate, admin, maker and developer it writes NAME.key and NAME.pem;
 # for the last three also NAME.p12 (password "demo"), to be imported into a keychain, and
 # NAME.keychain.pem (key, certificate and chain), which serves as a keychain by its path.
+# root.sha1 is the root's hash: TOVREK_TRUSTED_ROOT_SHA1 with it lets codesign take these
+# certificates for such that belong to a team.
 set -eu
 export LC_ALL=C.UTF-8
 folder=$1
@@ -48,3 +50,4 @@ certificate maker distribution intermediate \
 certificate developer development intermediate \
   "iPhone Developer: Sam Sample (SAMPLE0001)" SAMPLE0001 "Sam Sample"
 for name in admin maker developer; do identity $name; done
+openssl x509 -in root.pem -noout -fingerprint -sha1 | sed 's/.*=//; s/://g' >root.sha1

@@ -7,6 +7,8 @@
 set -eu
 export LC_ALL=C.UTF-8
 output=$1 identities=$2
+export TOVREK_TRUSTED_ROOT_SHA1
+TOVREK_TRUSTED_ROOT_SHA1=$(cat "$2/root.sha1")
 here=$(cd "$(dirname "$0")" && pwd)
 sources=$here/sources
 signer="iPhone Developer: Sam Sample"

@@ -8,6 +8,8 @@
 set -eu
 export LC_ALL=C.UTF-8
 output=$1 identity=$2/maker.keychain.pem
+export TOVREK_TRUSTED_ROOT_SHA1
+TOVREK_TRUSTED_ROOT_SHA1=$(cat "$2/root.sha1")
 here=$(cd "$(dirname "$0")" && pwd)
 signer="iPhone Distribution: Orvane Systems, Inc"
 archs="armv7 arm64"

@@ -18,7 +18,7 @@ def main(app, root):
         for image in macho.slices(executable):
             try:
                 directory = signature.Signature(image).directories[-1]
-                text = f"{directory.identifier}, signed by {signature.signer(image)[0]}"
+                text = f"{directory.identifier}, signed by {signature.signer(image)}"
             except ValueError as error:
                 text = str(error)
             print(f"  {os.path.relpath(code, os.path.dirname(app))} ({image.arch}): {text}")

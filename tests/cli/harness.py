@@ -62,6 +62,7 @@ class WholeProgramTest(unittest.TestCase):
         os.mkdir(cls.scratch)
         cls.environment = dict(os.environ, TMPDIR=cls.scratch, HOME=cls.folder,
                                XDG_DATA_HOME=os.path.join(cls.folder, "home"), LC_ALL="C.UTF-8")
+        cls.environment["TOVREK_TRUSTED_ROOT_SHA1"] = read(IDENTITIES, "root.sha1").decode().strip()
         cls.environment.pop("TOVREK_HOST_ROOT", None)
         run(os.path.join(COMPANIONS, "security"), "import", os.path.join(IDENTITIES, "admin.p12"),
             "-P", "demo", env=cls.environment)

@@ -126,6 +126,15 @@ class Options(WholeProgramTest):
                                  read(TOOLKIT, "Data", "policy_metadata.xml"))
                 shutil.rmtree(self.path(self.id()))
 
+    def test_certificates_without_a_team_are_warned_of(self):
+        output = self.path("teamless.wex")
+        result = self.wrap(DEMO_APP, output, environment={"TOVREK_TRUSTED_ROOT_SHA1": ""})
+        self.assert_wrapped(result, output)
+        self.assertEqual(result_text(result), (
+            "WARNING: Your binaries are not correctly signed for iOS 8.  Please check command line "
+            "tools version, your certificate and provisioning profile."))
+        self.wrapped_app("Fieldbook.app", output)
+
     def test_an_existing_output_is_replaced(self):
         output = write(b"an older package", self.path("again.wex"))
         result = self.wrap(DEMO_APP, output)

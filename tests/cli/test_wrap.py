@@ -7,7 +7,7 @@ import xml.etree.ElementTree as ElementTree
 
 from examiner import bundle, macho, signature
 from harness import (ADMIN, DEMO_APP, PROFILE, SEPARATOR, TOOLKIT, TRUSTED_ROOT, WholeProgramTest,
-                     read, run, unzip)
+                     read, result_text, run, unzip)
 
 IDENTIFIER = "com.example.managed.fieldbook"
 WRAPPER = "@executable_path/OrvaneDylib.bundle/OrvaneDylib.dylib"
@@ -56,6 +56,8 @@ class WrappedDemoApp(WholeProgramTest):
         banners = re.findall(rf"\n\n([^\n.]+)\.+\n{SEPARATOR}\n", out)
         self.assertEqual(banners, STAGES)
         self.assertNotIn("created successfully", out)
+        # "beta-reports-active" apart, which does not count, the profile grants all that is needed.
+        self.assertIsNone(result_text(self.result))
         self.assertEqual(self.left_in_scratch(), [])
 
     def test_archives_are_whole(self):
@@ -151,6 +153,7 @@ class WrappedDemoApp(WholeProgramTest):
                 code, bundle.executable_name(code))
             for image in macho.slices(executable):
                 self.assertEqual(signature.signer(image), ADMIN, code)
+                self.assertEqual(signature.Signature(image).directories[0].team, "EXAMPLE123")
 
     def test_entitlements(self):
         expected = {
