@@ -106,7 +106,7 @@ void Display::hashes() {
   for (const CodeDirectory* each : ordered) {
     line(kHashes, "CandidateCDHash {}={}", each->kind().name, hexLower(each->cdHash()));
     line(kHashes, "CandidateCDHashFull {}={}", each->kind().name, hexLower(each->fullHash()));
-    choices += (choices.empty() ? "" : ",") + std::string(each->kind().name);
+    choices.append(choices.empty() ? "" : ",").append(each->kind().name);
   }
   line(kHashes, "Hash choices={}", choices);
   line(kHashes, "CMSDigest={}",
@@ -169,8 +169,8 @@ void Display::resources() {
   }
   const bool second = dictionaryForKey(*seal, "files2") != nullptr;
   const auto count = [&](const std::string& key) {
-    const PlistDictionary* items = dictionaryForKey(*seal, key + (second ? "2" : ""));
-    return items == nullptr ? 0 : items->size();
+    const PlistDictionary* items = dictionaryForKey(*seal, second ? key + "2" : key);
+    return items == nullptr ? size_t{0} : items->size();
   };
   line(kGeneral, "Sealed Resources version={} rules={} files={}", second ? 2 : 1, count("rules"),
        count("files"));

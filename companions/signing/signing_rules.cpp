@@ -70,10 +70,10 @@ std::string defaultIdentifier(const CodeObject& object, const CodeFile& file,
   }
   std::string identifier = canonicalIdentifier(object.executable);
   if (identifier.find('.') != std::string::npos) return identifier;
-  identifier = prefix + identifier;
+  identifier.insert(0, prefix);
   if (adhoc && identifier.find('.') == std::string::npos && file.isMachO() &&
       !file.mainImage().uuid.empty()) {
-    identifier += "-" + hexLower("UUID" + file.mainImage().uuid);
+    identifier.append("-").append(hexLower("UUID" + file.mainImage().uuid));
   }
   return identifier;
 }

@@ -47,13 +47,10 @@ bool AtomicFile::write(std::span<const std::byte> bytes, ErrorText* error) {
   return write(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()), error);
 }
 
-bool AtomicFile::commit(ErrorText* error) {
-  return commit(modeForNewFile(state_->path), error);
-}
-
-bool AtomicFile::commit(uint32_t mode, ErrorText* error) {
-  const bool done = ::fchmod(state_->fd.get(), static_cast<mode_t>(mode)) == 0 &&
-                    ::fsync(state_->fd.get()) == 0 && state_->fd.close() &&
+bool AtomicFile::commit(ErrorText* error, std::optional<uint32_t> mode) {
+  const mode_t bits = mode ? static_cast<mode_t>(*mode) : modeForNewFile(state_->path);
+  const bool done = ::fchmod(state_->fd.get(), bits) == 0 && ::fsync(state_->fd.get()) == 0 &&
+                    state_->fd.close() &&
                     ::rename(state_->temporary.c_str(), state_->path.c_str()) == 0;
   if (!done) return failWithErrno(error);
   state_->committed = true;

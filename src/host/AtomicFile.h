@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -24,10 +25,9 @@ class AtomicFile {
   bool open(const std::string& path, ErrorText* error = nullptr);
   bool write(std::string_view bytes, ErrorText* error = nullptr);
   bool write(std::span<const std::byte> bytes, ErrorText* error = nullptr);
-  // fsync and rename. The mode of a file that stood there is kept, else it is 0666 less the umask.
-  bool commit(ErrorText* error = nullptr);
-  // The same, with this mode.
-  bool commit(uint32_t mode, ErrorText* error);
+  // fsync and rename. The file gets the permission bits `mode`; without them it keeps those of a
+  // file that stood there, else it gets 0666 less the umask.
+  bool commit(ErrorText* error = nullptr, std::optional<uint32_t> mode = std::nullopt);
 
  private:
   struct State;

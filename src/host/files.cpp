@@ -12,6 +12,7 @@
 #include "host/AtomicFile.h"
 #include "host/file_io.h"
 #include "host/paths.h"
+#include "host/signals.h"
 
 namespace tovrek {
 namespace {
@@ -120,8 +121,9 @@ bool writeFileAtomically(const std::string& path, std::span<const std::string_vi
                          uint32_t mode, ErrorText* error) {
   AtomicFile file;
   return file.open(path, error) &&
-         std::ranges::all_of(parts, [&](std::string_view part) { return file.write(part, error); }) &&
-         file.commit(mode, error);
+         std::ranges::all_of(parts,
+                             [&](std::string_view part) { return file.write(part, error); }) &&
+         file.commit(error, mode);
 }
 
 bool appendToFile(const std::string& path, std::string_view text) {
