@@ -5,7 +5,7 @@
 #include <functional>
 
 #include "cli/CommandLineProcessor.h"
-#include "tests/support/FakeHostRoot.h"
+#include "tests/support/ScriptedHostRoot.h"
 #include "tools/PellRequest.h"
 
 namespace tovrek {
@@ -34,10 +34,10 @@ const Words kSdkPrep = {"SdkPrep",   "-in",      "/i.app",        "-out", "o.wex
 class Parser : public ::testing::Test {
  protected:
   Parser() {
-    host_.file("/System/Library/CoreServices/SystemVersion.plist",
-               "<plist version=\"1.0\"><dict><key>ProductVersion</key><string>10.15.7</string>"
-               "</dict></plist>");
-    for (const char* tool : {"nm", "otool", "codesign"}) host_.program(tool);
+    host_.addFile("/System/Library/CoreServices/SystemVersion.plist",
+                  "<plist version=\"1.0\"><dict><key>ProductVersion</key><string>10.15.7</string>"
+                  "</dict></plist>");
+    for (const char* tool : {"nm", "otool", "codesign"}) host_.addTool(tool);
   }
   ~Parser() override {
     PellRequest::sharedInstance().setPellRequestFlag(false);
@@ -60,7 +60,7 @@ class Parser : public ::testing::Test {
     return error_.text();
   }
 
-  test::FakeHostRoot host_;
+  test::ScriptedHostRoot host_;
   CommandLineProcessor processor_;
   AppConverterParam* param_ = nullptr;
   ErrorText error_;
@@ -145,7 +145,8 @@ TEST_F(Parser, RefusesValues) {
       {{"Wrap", "-CERT"}, missing("-CERT")},
       {{"Wrap", "-Cert", "-IN"}, missing("-Cert")},
       {{"Wrap", "-help", "-in"}, missing("-help")},
-      {{"Sign", "-Cert", "-storeURL"}, missing("-in")},  // no option of Sign, so a value
+      // No option of Sign, so it is a value.
+      {{"Sign", "-Cert", "-storeURL"}, "A required command line argument (-in) is missing. "},
       {{"Wrap", "-resign"}, unknown("-resign", "Wrap")},
       {{"sign", "x"}, unknown("x", "Sign")},
       {{"SetInfo", "-Cert"}, unknown("-Cert", "SetInfo")},
@@ -327,23 +328,23 @@ TEST_F(Parser, AnUnknownOptionOfSdkPrepIsLoggedToo) {
 }
 
 TEST_F(Parser, AsksForTheToolsBeforeAnyArgument) {
-  const test::FakeHostRoot bare;
-  bare.file("/System/Library/CoreServices/SystemVersion.plist",
-            "<plist version=\"1.0\"><dict><key>ProductVersion</key><string>10.8</string></dict>"
-            "</plist>");
-  bare.program("pkgutil", "exit 1");
-  bare.program("xcode-select", "exit 0");
+  test::ScriptedHostRoot bare;
+  bare.addFile("/System/Library/CoreServices/SystemVersion.plist",
+               "<plist version=\"1.0\"><dict><key>ProductVersion</key><string>10.8</string></dict>"
+               "</plist>");
+  bare.addTool("pkgutil", "exit 1");
+  bare.addTool("xcode-select", "exit 0");
   EXPECT_EQ(refusal({"Wrap", "-help"}),
             "You may need to install the command line tools. Please visit "
             "https://developer.apple.com/downloads .");
   EXPECT_THAT(log_, EndsWith("  Returning as no command line tools are installed\n"));
-  bare.file("/System/Library/CoreServices/SystemVersion.plist",
-            "<plist version=\"1.0\"><dict><key>ProductVersion</key><string>10.9</string></dict>"
-            "</plist>");
+  bare.addFile("/System/Library/CoreServices/SystemVersion.plist",
+               "<plist version=\"1.0\"><dict><key>ProductVersion</key><string>10.9</string></dict>"
+               "</plist>");
   EXPECT_EQ(refusal({"Wrap", "-help"}),
             "You may need to install the command line tools. We have invoked the install of "
             "command line tool please select INSTALL and proceed.");
-  EXPECT_THAT(bare.calls(), ::testing::Contains("xcode-select|--install"));
+  EXPECT_THAT(bare.allCalls(), ::testing::Contains("xcode-select|--install"));
 }
 
 TEST(CommandWords, AreAsTheOldCheckKnowsThem) {

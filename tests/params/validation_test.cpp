@@ -4,7 +4,7 @@
 #include <functional>
 
 #include "params/AppConverterParam.h"
-#include "tests/support/FakeHostRoot.h"
+#include "tests/support/ScriptedHostRoot.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace tovrek {
@@ -19,7 +19,7 @@ constexpr char kProfileXml[] =
 class Validation : public ::testing::Test {
  protected:
   Validation() {
-    host_.program("security", "case $1 in cms) echo '" + std::string(kProfileXml) +
+    host_.addTool("security", "case $1 in cms) echo '" + std::string(kProfileXml) +
                                   "';; *) echo 'SHA-1 hash: 00AA11';; esac");
     folder_.write("in.ipa", "");
     folder_.write("in.wex", "");
@@ -43,7 +43,7 @@ class Validation : public ::testing::Test {
   }
 
   test::TemporaryFolder folder_;
-  test::FakeHostRoot host_;
+  test::ScriptedHostRoot host_;
   std::string profile_;
   AppConverterParam param_;
 };
@@ -170,11 +170,11 @@ TEST(Record, CopiesAllButTheWorkingObjects) {
 class HostChecks : public ::testing::Test {
  protected:
   void setVersion(const std::string& version) const {
-    host_.file("/System/Library/CoreServices/SystemVersion.plist",
-               "<plist version=\"1.0\"><dict><key>ProductVersion</key><string>" + version +
-                   "</string></dict></plist>");
+    host_.addFile("/System/Library/CoreServices/SystemVersion.plist",
+                  "<plist version=\"1.0\"><dict><key>ProductVersion</key><string>" + version +
+                      "</string></dict></plist>");
   }
-  test::FakeHostRoot host_;
+  test::ScriptedHostRoot host_;
 };
 
 TEST_F(HostChecks, ComparesVersionsByNumber) {
@@ -190,12 +190,12 @@ TEST_F(HostChecks, ComparesVersionsByNumber) {
     EXPECT_EQ(AppConverterParam::verifyIfOSVerisonIsMavericksandAbove(), c.mavericks) << c.version;
     EXPECT_EQ(AppConverterParam::verifyIfOSVerisonIsCatalinaOrAbove(), c.catalina) << c.version;
   }
-  host_.file("/System/Library/CoreServices/SystemVersion.plist", "no property list");
+  host_.addFile("/System/Library/CoreServices/SystemVersion.plist", "no property list");
   EXPECT_FALSE(AppConverterParam::verifyIfOSVerisonIsMavericksandAbove());
 }
 
 TEST_F(HostChecks, AsksForToolsAsTheVersionNeeds) {
-  host_.program("pkgutil", "echo unknown; exit 1");
+  host_.addTool("pkgutil", "echo unknown; exit 1");
   std::vector<bool> told;
   const auto note = [&](bool installed, bool mayInstall) { told = {installed, mayInstall}; };
 
@@ -203,31 +203,31 @@ TEST_F(HostChecks, AsksForToolsAsTheVersionNeeds) {
   EXPECT_TRUE(AppConverterParam::verifyCommandLineToolisInstalled(note)) << "any output will do";
   EXPECT_THAT(told, ElementsAre(true, true));
   setVersion("10.8");
-  host_.program("pkgutil", "exit 1");
+  host_.addTool("pkgutil", "exit 1");
   EXPECT_FALSE(AppConverterParam::verifyCommandLineToolisInstalled(note));
   EXPECT_THAT(told, ElementsAre(false, false));
-  EXPECT_THAT(host_.calls(), ElementsAre("pkgutil|--pkg-info=com.apple.pkg.CLTools_Executables",
-                                         "pkgutil|--pkg-info=com.apple.pkg.DeveloperToolsCLI"));
+  EXPECT_THAT(host_.allCalls(), ElementsAre("pkgutil|--pkg-info=com.apple.pkg.CLTools_Executables",
+                                            "pkgutil|--pkg-info=com.apple.pkg.DeveloperToolsCLI"));
 
   setVersion("10.15");
-  host_.program("otool");
-  host_.program("nm");
+  host_.addTool("otool");
+  host_.addTool("nm");
   ::testing::internal::CaptureStderr();
   EXPECT_FALSE(AppConverterParam::verifyCommandLineToolisInstalled(note));
   EXPECT_THAT(::testing::internal::GetCapturedStderr(),
               ::testing::EndsWith(" Command Line tool /usr/bin/codesign: not present\n"));
   EXPECT_THAT(told, ElementsAre(false, true));
-  host_.program("codesign");
+  host_.addTool("codesign");
   EXPECT_TRUE(AppConverterParam::verifyCommandLineToolisInstalled(nullptr));
 }
 
 TEST_F(HostChecks, StartsTheInstallation) {
-  host_.program("xcode-select", "echo requested; exit 1");
+  host_.addTool("xcode-select", "echo requested; exit 1");
   ::testing::internal::CaptureStderr();
   EXPECT_TRUE(AppConverterParam().installCommandLineTools());
   EXPECT_THAT(::testing::internal::GetCapturedStderr(),
               ::testing::HasSubstr(" outputStr requested\n"));
-  EXPECT_THAT(host_.calls(), ElementsAre("xcode-select|--install"));
+  EXPECT_THAT(host_.allCalls(), ElementsAre("xcode-select|--install"));
 }
 
 }  // namespace

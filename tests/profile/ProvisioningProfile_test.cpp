@@ -7,7 +7,7 @@
 #include <cstdio>
 
 #include "host/files.h"
-#include "tests/support/FakeHostRoot.h"
+#include "tests/support/ScriptedHostRoot.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/openssl_identity.h"
 #include "tools/PellRequest.h"
@@ -232,8 +232,8 @@ TEST_F(SignedProfile, WarnsOfACertificateWithoutUnit) {
 
 TEST(ProfileTools, NamesTheKeychainInTheCall) {
   const test::TemporaryFolder folder;
-  const test::FakeHostRoot host;
-  host.program("security", "exit 0");
+  test::ScriptedHostRoot host;
+  host.addTool("security", "exit 0");
   PellRequest::sharedInstance().setKeychainPath("/k/other");
   ErrorText error;
   ::testing::internal::CaptureStderr();
@@ -247,14 +247,14 @@ TEST(ProfileTools, NamesTheKeychainInTheCall) {
               HasSubstr("extractProvisioningProfileData failed to extract any data from current "
                         "provisioning profile."));
   EXPECT_FALSE(error.isSet()) << "an empty decode leaves the slot alone";
-  EXPECT_THAT(host.calls(),
+  EXPECT_THAT(host.allCalls(),
               ElementsAre("security|cms|-D|-i|/p", "security|cms|-D|-k|/k/other|-i|/p",
                           "security|find-certificate|-a|-Z|/k/other"));
 }
 
 TEST(ProfileTools, AsksOpensslAboutATemporaryFile) {
   const test::TemporaryFolder folder;
-  const test::FakeHostRoot host;
+  test::ScriptedHostRoot host;
   const test::ScopedEnvironment temporary("TMPDIR", folder.path());
   struct Case {
     std::string subject;
@@ -262,12 +262,12 @@ TEST(ProfileTools, AsksOpensslAboutATemporaryFile) {
   };
   for (const Case& c : {Case{"subject=/UID=A/OU=T/CN=N", false}, Case{"subject=OU = T", true},
                         Case{"/OU=a=b", true}, Case{"/ou=T", true}}) {
-    host.program("openssl", "test -f \"$5\" && echo '" + c.subject + "'; exit 1");
+    host.addTool("openssl", "test -f \"$5\" && echo '" + c.subject + "'; exit 1");
     ErrorText error;
     ProvisioningProfile::validateForiOS8Certificate("x", PlistDictionary(), &error);
     EXPECT_EQ(error.isSet(), c.warns) << c.subject;
   }
-  EXPECT_THAT(host.calls(folder.path()).front(),
+  EXPECT_THAT(host.allCalls(folder.path()).front(),
               ::testing::MatchesRegex("openssl.x509.-inform.der.-in.@/[0-9]+.der.-subject.-noout"));
   EXPECT_THAT(*listDirectory(folder.path()), IsEmpty()) << "the temporary file stayed";
 }

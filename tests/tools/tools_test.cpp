@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "tests/support/FakeHostRoot.h"
+#include "tests/support/ScriptedHostRoot.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tools/PellKeychainHelper.h"
 #include "tools/PellRequest.h"
@@ -61,37 +61,37 @@ class Packager : public ::testing::Test {
   }
 
   test::TemporaryFolder folder_;
-  test::FakeHostRoot host_;
+  test::ScriptedHostRoot host_;
   std::string output_ = folder_.file("A.ipa");
   // Makes the file that follows "-o".
   const std::string writeOutput_ = "shift 4; echo packed > \"$2\"; ";
 };
 
 TEST_F(Packager, SucceedsByTheFileWhateverTheStatus) {
-  host_.program("xcrun", writeOutput_ + "echo complaint; exit 1");
+  host_.addTool("xcrun", writeOutput_ + "echo complaint; exit 1");
   ErrorText error;
   ::testing::internal::CaptureStderr();
   EXPECT_TRUE(helper().StartXCRun(&error));
   EXPECT_THAT(::testing::internal::GetCapturedStderr(),
               HasSubstr("xcrun returns code 1. output: complaint\n"));
   EXPECT_FALSE(error.isSet());
-  EXPECT_THAT(host_.calls(folder_.path()),
+  EXPECT_THAT(host_.allCalls(folder_.path()),
               ElementsAre("xcrun|-sdk|iphoneos|PackageApplication|/w/A.app|-o|@/A.ipa|--sign|"
                           "Some Identity|--embed|/w/p.mobileprovision|--verbose"));
 }
 
 TEST_F(Packager, LeavesOutAllFromTheFirstMissingValueOn) {
-  host_.program("xcrun", writeOutput_);
+  host_.addTool("xcrun", writeOutput_);
   XcrunHelper unsignedApp = helper();
   unsignedApp.codeSignCert.reset();
   EXPECT_TRUE(unsignedApp.StartXCRun(nullptr));
-  EXPECT_THAT(host_.calls(folder_.path()),
+  EXPECT_THAT(host_.allCalls(folder_.path()),
               ElementsAre("xcrun|-sdk|iphoneos|PackageApplication|/w/A.app|-o|@/A.ipa|--sign"));
 }
 
 TEST_F(Packager, FailsWithoutAPlainFile) {
   const std::string expected = "Failed to generate this file: " + output_;
-  host_.program("xcrun");
+  host_.addTool("xcrun");
   ErrorText error;
   EXPECT_FALSE(helper().StartXCRun(&error));
   EXPECT_EQ(error.text(), expected);
@@ -103,7 +103,7 @@ TEST_F(Packager, FailsWithoutAPlainFile) {
 }
 
 TEST_F(Packager, TellsThatItCouldNotBeStarted) {
-  host_.file("/usr/bin/xcrun", "not executable");
+  host_.addFile("/usr/bin/xcrun", "not executable");
   ErrorText error;
   EXPECT_FALSE(helper().StartXCRun(&error));
   EXPECT_EQ(error.text(), "Catch an exception! Exception description: Permission denied");
@@ -117,17 +117,17 @@ TEST_F(Packager, ResolvesPaths) {
 }
 
 TEST(PellKeychain, ListsKeychainsOnlyWhenAskedFor) {
-  const test::FakeHostRoot host;
-  host.program("security", "echo '    \"/k/login.keychain\"'");
+  test::ScriptedHostRoot host;
+  host.addTool("security", "echo '    \"/k/login.keychain\"'");
   PellKeychainHelper::displayKeychain();
-  EXPECT_THAT(host.calls(), IsEmpty());
+  EXPECT_THAT(host.allCalls(), IsEmpty());
 
   PellRequest::sharedInstance().setPellRequestFlag(true);
   ::testing::internal::CaptureStderr();
   PellKeychainHelper::displayKeychain();
   PellRequest::sharedInstance().setPellRequestFlag(false);
   EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("\"/k/login.keychain\""));
-  EXPECT_THAT(host.calls(), ElementsAre("security|list-keychains"));
+  EXPECT_THAT(host.allCalls(), ElementsAre("security|list-keychains"));
 }
 
 }  // namespace
