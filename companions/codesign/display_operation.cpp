@@ -45,6 +45,7 @@ class Display {
   void directory();
   void version();
   void hashes();
+  void executableSegment();
   void segment();
   void slots();
   void signer();
@@ -114,10 +115,14 @@ void Display::hashes() {
   line(kHashes, "CMSDigestType=2");
 }
 
-void Display::segment() {
+void Display::executableSegment() {
   line(kDetails, "Executable Segment base={}", info().execSegBase);
   line(kDetails, "Executable Segment limit={}", info().execSegLimit);
   line(kDetails, "Executable Segment flags={:#x}", info().execSegFlags);
+}
+
+void Display::segment() {
+  if (info().version >= signing::kExecSegVersion) executableSegment();
   line(kDetails, "Page size={}",
        info().pageSizeLog2 == 0 ? "none" : std::to_string(1U << info().pageSizeLog2));
 }

@@ -12,7 +12,6 @@ constexpr uint32_t kNewestVersion = 0x2f000;
 constexpr uint32_t kScatterVersion = 0x20100;
 constexpr uint32_t kTeamVersion = 0x20200;
 constexpr uint32_t kCodeLimit64Version = 0x20300;
-constexpr uint32_t kExecSegVersion = 0x20400;
 constexpr uint32_t kRuntimeVersion = 0x20500;
 constexpr uint32_t kNoLimit32 = 0xffffffff;
 constexpr size_t kOldestHeaderSize = 44;

@@ -50,6 +50,9 @@ enum ExecSegFlags : uint64_t {
   kExecSegCanExecCdHash = 0x200,
 };
 
+// The first version that describes the executable segment.
+inline constexpr uint32_t kExecSegVersion = 0x20400;
+
 // What a code directory says about the code, apart from the hash kind and the hashes.
 struct CodeDirectoryInfo {
   uint32_t version = 0;
