@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "companions/signing/parallel.h"
+#include "host/MappedFile.h"
 
 namespace tovrek::signing {
 namespace {
@@ -32,6 +33,10 @@ bool CodeImage::forEachRun(uint64_t offset, uint64_t size,
   return true;
 }
 
+void CodeImage::release(uint64_t offset, uint64_t size) const {
+  if (offset < original_.size()) releasePages(original_.substr(offset, size));
+}
+
 std::vector<std::string> CodeImage::pageHashes(uint8_t pageSizeLog2,
                                                std::span<const HashKind> kinds) const {
   const uint64_t pageSize = pageSizeLog2 == 0 ? limit_ : uint64_t{1} << pageSizeLog2;
@@ -50,6 +55,7 @@ std::vector<std::string> CodeImage::pageHashes(uint8_t pageSizeLog2,
         digests[i].finish().copy(hashes[i].data() + page * kinds[i].size, kinds[i].size);
       }
     }
+    release(begin * pageSize, (end - begin) * pageSize);
   });
   return hashes;
 }

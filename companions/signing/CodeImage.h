@@ -24,6 +24,8 @@ class CodeImage {
   // Answers whether all were taken.
   bool forEachRun(uint64_t offset, uint64_t size,
                   const std::function<bool(std::string_view)>& take) const;
+  // Gives back the memory of [offset, offset + size), which has been read.
+  void release(uint64_t offset, uint64_t size) const;
   // The hashes of all pages, one after the other, for each of `kinds`. Each page is read once.
   std::vector<std::string> pageHashes(uint8_t pageSizeLog2, std::span<const HashKind> kinds) const;
 

@@ -19,7 +19,7 @@ class ResourceRules {
     kUnsealed,  // no rule, or one that omits
     kSealed,
     kOptional,  // sealed, and may be missing later
-    kNested,    // code with a signature of its own
+    kNested,    // code with a signature of its own; flat bundles seal it as the file it is
   };
 
   ResourceRules() = default;

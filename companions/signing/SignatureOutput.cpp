@@ -66,6 +66,7 @@ bool writeImage(const SignedImage& image, AtomicFile* file, ErrorText* error) {
   for (uint64_t at = 0; good && at < image.code.limit(); at += kPieceSize) {
     good = image.code.forEachRun(at, kPieceSize,
                                  [&](std::string_view run) { return file->write(run, error); });
+    image.code.release(at, kPieceSize);
   }
   return good && file->write(image.signature, error);
 }

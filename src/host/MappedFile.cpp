@@ -4,6 +4,8 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 
+#include <bit>
+#include <cstdint>
 #include <utility>
 
 #include "host/file_io.h"
@@ -48,6 +50,15 @@ bool MappedFile::open(const std::string& path, ErrorText* error) {
   data_ = static_cast<const std::byte*>(view);
   size_ = size;
   return true;
+}
+
+void releasePages(std::string_view mapped) {
+  const auto page = static_cast<uintptr_t>(::sysconf(_SC_PAGESIZE));
+  const auto start = std::bit_cast<uintptr_t>(mapped.data());
+  const uintptr_t first = (start + page - 1) / page * page;
+  const uintptr_t end = (start + mapped.size()) / page * page;
+  // Only pages that lie inside as a whole; a refusal does no harm.
+  if (first < end) ::madvise(std::bit_cast<void*>(first), end - first, MADV_DONTNEED);
 }
 
 }  // namespace tovrek

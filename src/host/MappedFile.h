@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "host/ErrorText.h"
 
@@ -28,5 +29,10 @@ class MappedFile {
   const std::byte* data_ = nullptr;
   size_t size_ = 0;
 };
+
+// Says that this part of a mapping is not needed for now: its memory is given back and read anew
+// from the file on the next use. For one pass over a file larger than memory. Only for mappings of
+// MappedFile, whose pages nobody changes.
+void releasePages(std::string_view mapped);
 
 }  // namespace tovrek

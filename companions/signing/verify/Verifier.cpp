@@ -10,6 +10,7 @@
 #include "companions/signing/requirements.h"
 #include "companions/signing/verify/requirement_check.h"
 #include "companions/signing/verify/resource_check.h"
+#include "host/MappedFile.h"
 #include "host/files.h"
 #include "macho/layout.h"
 
@@ -24,6 +25,8 @@ constexpr const char* kNoResources =
     "code has no resources but signature indicates they must be present";
 constexpr const char* kUnsealedResources = "code has resources but the signature seals none";
 constexpr const char* kBadResource = "a sealed resource is missing or invalid";
+// A whole number of pages of any size that is in use.
+constexpr uint64_t kReleasedAtOnce = uint64_t{1} << 22;
 constexpr uint32_t kLastKnownSlot = 0x10002;
 
 // Whether the index holds known kinds of blobs alone, in order and without gaps.
@@ -55,6 +58,9 @@ bool arePagesIntact(const CodeDirectory& directory, std::string_view code) {
                                                : uint64_t{1} << info.pageSizeLog2;
   for (uint32_t page = 0; page < directory.codeSlotCount(); ++page) {
     const uint64_t start = page * step;
+    if (start % kReleasedAtOnce == 0 && start > 0) {
+      releasePages(code.substr(start - kReleasedAtOnce, kReleasedAtOnce));
+    }
     digest.update(code.substr(start, std::min(step, info.codeLimit - start)));
     if (digest.finish().substr(0, directory.kind().size) != directory.codeHash(page)) return false;
   }
