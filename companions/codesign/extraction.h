@@ -1,4 +1,4 @@
-// Parts of a signature that codesign -d hands out.
+// What codesign -d hands out of a signature.
 #pragma once
 
 #include <string>

@@ -56,7 +56,7 @@ bool parsePreserved(const std::string& list, signing::PreservedMetadata* preserv
       {"resource-rules", &preserve->resourceRules},
       {"flags", &preserve->flags},
       {"team-identifier", &preserve->teamId},
-      // Parts that signatures made here never have.
+      // What signatures made here never have.
       {"runtime", &ignored},
       {"launch-constraints", &ignored},
       {"library-constraints", &ignored},

@@ -121,15 +121,15 @@ ResourceRuleSet ResourceRuleSet::forFlatBundles() {
                         {"^embedded\\.provisionprofile$", 20}})};
 }
 
-std::optional<ResourceRuleSet> ResourceRuleSet::fromPlist(const PlistDictionary& specification,
+std::optional<ResourceRuleSet> ResourceRuleSet::fromPlist(const PlistDictionary& source,
                                                           ErrorText* error) {
-  const PlistDictionary* rules = dictionaryForKey(specification, "rules");
+  const PlistDictionary* rules = dictionaryForKey(source, "rules");
   if (rules == nullptr) {
     fail(error, kInvalidRules);
     return std::nullopt;
   }
   PlistDictionary rules2 = *rules;
-  if (const PlistDictionary* own = dictionaryForKey(specification, "rules2")) {
+  if (const PlistDictionary* own = dictionaryForKey(source, "rules2")) {
     rules2 = *own;
   } else {
     PlistDictionary nested;

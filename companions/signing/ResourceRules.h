@@ -42,10 +42,10 @@ struct ResourceRuleSet {
 
   // What bundles without Contents or Resources folders (all of iOS) get.
   static ResourceRuleSet forFlatBundles();
-  // From a property list with "rules" and perhaps "rules2", such as a seal or a specification
+  // From a property list with "rules" and perhaps "rules2", such as a seal or a rules
   // file. Without "rules2", "rules" serve for both, and code folders that they leave out are
   // nested code. "invalid resource specification rule(s)" otherwise.
-  static std::optional<ResourceRuleSet> fromPlist(const PlistDictionary& specification,
+  static std::optional<ResourceRuleSet> fromPlist(const PlistDictionary& source,
                                                   ErrorText* error = nullptr);
 };
 

@@ -139,8 +139,8 @@ std::optional<ResourceRuleSet> Signer::resourceRules() {
   }
   const std::string* named = stringForKey(object_.info, "CFBundleResourceSpecification");
   if (named == nullptr) return ResourceRuleSet::forFlatBundles();
-  const auto specification = readPlistDictionary(joinPath(object_.root, *named));
-  return ResourceRuleSet::fromPlist(specification.value_or(PlistDictionary()), error_);
+  const auto source = readPlistDictionary(joinPath(object_.root, *named));
+  return ResourceRuleSet::fromPlist(source.value_or(PlistDictionary()), error_);
 }
 
 bool Signer::seal() {

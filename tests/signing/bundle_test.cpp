@@ -231,20 +231,20 @@ TEST_F(BundleTest, CodeThatIsNoMachOKeepsItsSignatureBeside) {
   }
 }
 
-TEST_F(BundleTest, SpecificationReplacesTheRules) {
-  PlistDictionary specification;
+TEST_F(BundleTest, OwnRulesReplaceTheUsualOnes) {
+  PlistDictionary source;
   PlistDictionary rules;
   rules.set("^only", true);
-  specification.set("rules", rules);
+  source.set("rules", rules);
   SignOptions options;
-  options.resourceRules = specification;
+  options.resourceRules = source;
   write("only this", "x");
   ASSERT_TRUE(sign(options));
   EXPECT_THAT(keysOf(seal(), "files"), ElementsAre("only this"));
   EXPECT_TRUE(verifyCode(app()).valid);
 
-  specification.set("rules", "all of them");
-  options.resourceRules = specification;
+  source.set("rules", "all of them");
+  options.resourceRules = source;
   options.force = true;
   ErrorText error;
   EXPECT_FALSE(sign(options, &error));
