@@ -8,6 +8,9 @@ if(NOT CMAKE_BUILD_TYPE)
   set(CMAKE_BUILD_TYPE Release)
 endif()
 
+# -O3 costs a third more to compile and gains nothing measurable here.
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+
 add_compile_options(-Wall -Wextra -Wshadow -Wnon-virtual-dtor -Wold-style-cast -Wcast-align
                     -Woverloaded-virtual -Wconversion -Wno-sign-conversion)
 # GCC 12 sees overlapping copies in plain string concatenation where there are none.

@@ -24,9 +24,10 @@ using KeyInfoOwner = std::unique_ptr<PKCS8_PRIV_KEY_INFO, Freer<PKCS8_PRIV_KEY_I
 
 // Keychain Access and older OpenSSL encrypt certificates with 40-bit RC2, which OpenSSL 3 keeps
 // in a provider that is not loaded by itself. Without it modern files can still be read.
+// It stays loaded until the program ends.
 void allowLegacyCiphers() {
-  static const bool loaded = OSSL_PROVIDER_try_load(nullptr, "legacy", 1) != nullptr;
-  static_cast<void>(loaded);
+  static const std::unique_ptr<OSSL_PROVIDER, Freer<OSSL_PROVIDER_unload>> kLegacy(
+      OSSL_PROVIDER_try_load(nullptr, "legacy", 1));
 }
 
 // Reads bags with one password into the items; `complete` turns false when one cannot be read.

@@ -121,8 +121,7 @@ bool AppConverter::extractAndUpdateWexPackageInTempDir(TemporaryDirectory& direc
                                                        ErrorText* error) {
   if (!directory.CreateTempDirForCma(error)) return false;
   const auto package = UnzippedCma::initWithCma(converterParam_.inputFile.value_or(""), directory);
-  return package->Unzip(error) && refuseLinksOutside(directory.tempDir(), error) &&
-         updateWEXpackage(*package);
+  return package->Unzip(error) && updateWEXpackage(*package);
 }
 
 bool AppConverter::updateWEXpackage(const UnzippedCma& package) {

@@ -68,9 +68,6 @@ bool AppConverter::openInput(WrapRun* run, ErrorText* error) {
     logger().logError("Failed to get the input app file NSBundle object.");
     return fail(error, "Failed to get the input app file NSBundle object.");
   }
-  if (!run->payloadDir.empty() && !liesInside(run->appPath, run->directory->tempDir())) {
-    return fail(error, "The app in the archive is a link that leads out of it.");
-  }
   if (!refuseLinksOutside(run->appPath, error)) return false;
   if (!emptyPackageFolder(*run->directory, error)) return false;
   checkIfAppBundle(*run->bundle, &run->inspection);

@@ -1,6 +1,7 @@
 #include "host/file_io.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <vector>
@@ -26,6 +27,14 @@ UniqueFd createTemporaryBeside(const std::string& target, std::string* path) {
   UniqueFd fd(::mkostemp(pattern.data(), O_CLOEXEC));
   *path = pattern;
   return fd;
+}
+
+mode_t modeForNewFile(const std::string& path) {
+  struct stat info {};
+  if (::lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode)) return info.st_mode & 07777;
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  return static_cast<mode_t>(0666 & ~mask);
 }
 
 bool copyContents(int from, int to) {

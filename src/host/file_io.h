@@ -1,6 +1,8 @@
 // Pieces that the file operations of this folder share.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -21,6 +23,9 @@ bool writeAll(int fd, std::string_view bytes);
 
 // A new file beside `target` that only this process knows, for writing; its name goes to `path`.
 UniqueFd createTemporaryBeside(const std::string& target, std::string* path);
+
+// The mode that a new file gets: the old file's when one stands there, else 0666 less the umask.
+mode_t modeForNewFile(const std::string& path);
 
 // Copies the contents of an open file at its current position to another, in pieces.
 bool copyContents(int from, int to);

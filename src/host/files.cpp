@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "host/AtomicFile.h"
 #include "host/file_io.h"
 #include "host/paths.h"
 #include "host/signals.h"
@@ -21,15 +22,6 @@ bool statOf(const std::string& path, struct stat* info) {
 }
 bool linkStatOf(const std::string& path, struct stat* info) {
   return ::lstat(path.c_str(), info) == 0;
-}
-
-// The mode that a new file gets: the old file's when one stands there, else 0666 less the umask.
-mode_t modeForNewFile(const std::string& path) {
-  struct stat info {};
-  if (linkStatOf(path, &info) && S_ISREG(info.st_mode)) return info.st_mode & 07777;
-  const mode_t mask = ::umask(0);
-  ::umask(mask);
-  return static_cast<mode_t>(0666 & ~mask);
 }
 
 bool removeTree(const std::string& path) {
@@ -83,6 +75,12 @@ std::optional<uint64_t> fileSize(const std::string& path) {
   return static_cast<uint64_t>(info.st_size);
 }
 
+std::optional<uint32_t> fileMode(const std::string& path) {
+  struct stat info {};
+  if (!statOf(path, &info)) return std::nullopt;
+  return static_cast<uint32_t>(info.st_mode & 07777);
+}
+
 std::optional<std::string> realPath(const std::string& path) {
   const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr),
                                                              &std::free);
@@ -115,17 +113,17 @@ bool readFile(const std::string& path, std::string* contents, ErrorText* error) 
 }
 
 bool writeFileAtomically(const std::string& path, std::string_view contents, ErrorText* error) {
-  std::string temporary;
-  UniqueFd fd = createTemporaryBeside(path, &temporary);
-  if (!fd.valid()) return failWithErrno(error);
-  const RemovedOnSignal guard(temporary);
-  const bool written = writeAll(fd.get(), contents) &&
-                       ::fchmod(fd.get(), modeForNewFile(path)) == 0 && ::fsync(fd.get()) == 0 &&
-                       fd.close() && ::rename(temporary.c_str(), path.c_str()) == 0;
-  if (written) return true;
-  failWithErrno(error);
-  ::unlink(temporary.c_str());
-  return false;
+  AtomicFile file;
+  return file.open(path, error) && file.write(contents, error) && file.commit(error);
+}
+
+bool writeFileAtomically(const std::string& path, std::span<const std::string_view> parts,
+                         uint32_t mode, ErrorText* error) {
+  AtomicFile file;
+  return file.open(path, error) &&
+         std::ranges::all_of(parts,
+                             [&](std::string_view part) { return file.write(part, error); }) &&
+         file.commit(error, mode);
 }
 
 bool appendToFile(const std::string& path, std::string_view text) {

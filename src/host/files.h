@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,6 +26,8 @@ bool itemExistsNoFollow(const std::string& path);
 bool isWritable(const std::string& path);
 // Size in bytes as stat gives it; none when there is no such item.
 std::optional<uint64_t> fileSize(const std::string& path);
+// Permission bits as stat gives them; none when there is no such item.
+std::optional<uint32_t> fileMode(const std::string& path);
 // All links resolved; none when a component is missing.
 std::optional<std::string> realPath(const std::string& path);
 
@@ -34,6 +37,9 @@ bool readFile(const std::string& path, std::string* contents, ErrorText* error =
 // else 0666 less the umask. Replaces a link at `path` rather than writing through it.
 bool writeFileAtomically(const std::string& path, std::string_view contents,
                          ErrorText* error = nullptr);
+// The same for a file made of several parts one after another, with the permission bits `mode`.
+bool writeFileAtomically(const std::string& path, std::span<const std::string_view> parts,
+                         uint32_t mode, ErrorText* error = nullptr);
 // Opens with O_APPEND and writes `text` in one call, so that lines of two programs do not mix.
 // False when the file does not exist or cannot be opened.
 bool appendToFile(const std::string& path, std::string_view text);

@@ -17,6 +17,8 @@ namespace {
 
 constexpr std::string_view kSignature("\x89PNG\r\n\x1a\n", 8);
 constexpr uint64_t kMaxMemory = uint64_t{512} << 20;
+// The chunks and the result stand side by side at the end.
+constexpr uint64_t kMaxChunkMemory = kMaxMemory / 2;
 constexpr size_t kMaxImageChunk = 524288;
 constexpr uint8_t kLastFilterType = 4;
 
@@ -159,7 +161,7 @@ int IconConverter::init_chunk(std::FILE* stream, uint64_t fileLength) {
     return kTooLong;
   }
   const uint64_t size = uint64_t{chunk.length} + 4;
-  bool haveMemory = size <= kMaxMemory - bytesHeld_;
+  bool haveMemory = size <= kMaxChunkMemory - bytesHeld_;
   if (haveMemory) {
     try {
       chunk.typeAndData.resize(size);

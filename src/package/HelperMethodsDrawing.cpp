@@ -1,6 +1,8 @@
 // Composed images.
 #include <fmt/format.h>
 
+#include <cmath>
+
 #include "host/files.h"
 #include "log/module_loggers.h"
 #include "package/HelperMethods.h"
@@ -39,7 +41,7 @@ std::optional<ImageSurface> HelperMethods::DrawMe(const ImageSurface& overlay,
   if (!canvas) return std::nullopt;
   // Whole pixels, so that the overlay stays sharp.
   const auto centred = [](uint32_t outer, uint32_t inner) {
-    return static_cast<double>((int64_t{outer} - int64_t{inner}) / 2);
+    return std::trunc((static_cast<double>(outer) - inner) / 2);
   };
   const double x = centred(size.width, overlay.size().width);
   const double y = centred(size.height, overlay.size().height);

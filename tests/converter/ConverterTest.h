@@ -11,7 +11,7 @@
 #include "host/files.h"
 #include "log/module_loggers.h"
 #include "package/AppBundle.h"
-#include "tests/support/FakeHostRoot.h"
+#include "tests/support/ScriptedHostRoot.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tools/PellRequest.h"
 
@@ -47,7 +47,7 @@ class ConverterTest : public ::testing::Test {
     PellRequest::sharedInstance().setPellKeychainPath(path);
   }
 
-  FakeHostRoot host;
+  ScriptedHostRoot host;
   TemporaryFolder folder;
   AppConverterParam param;
   TKProgressor progressor{Global_TKLib_Logger()};

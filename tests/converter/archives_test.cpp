@@ -53,13 +53,13 @@ TEST_F(Archives, IpaHoldsThePayloadWithItsLinks) {
 }
 
 TEST_F(Archives, ArgumentsOfTheIpa) {
-  host.program("zip", "touch \"$2\"");
+  host.addTool("zip", "touch \"$2\"");
   write("source/iTunesArtwork", "");
   EXPECT_TRUE(zipToIpa("Demo.ipa"));
   write("source/iTunesMetadata.plist", "");
   createDirectories(folder.file("other/iTunesArtwork"));
   EXPECT_TRUE(zipToIpa("-TTx.ipa"));  // names are no options
-  EXPECT_THAT(host.calls(),
+  EXPECT_THAT(host.allCalls(),
               ElementsAre("zip|-qry|Demo.ipa|Payload|iTunesArtwork",
                           "zip|-qry|./-TTx.ipa|Payload|iTunesArtwork|iTunesMetadata.plist"));
   EXPECT_TRUE(fileExists(folder.file("target/-TTx.ipa")));
@@ -71,11 +71,11 @@ TEST_F(Archives, ArgumentsOfTheIpa) {
   host.forgetCalls();
   EXPECT_TRUE(
       converter().ZipToIpaFromWex(folder.file("other"), *package, folder.file("target"), &error));
-  EXPECT_THAT(host.calls(), ElementsAre("zip|-qr|Inner.ipa|Payload"));
+  EXPECT_THAT(host.allCalls(), ElementsAre("zip|-qr|Inner.ipa|Payload"));
 }
 
 TEST_F(Archives, FailingZipIsNoFailureOfTheIpa) {
-  host.program("zip", "exit 12");
+  host.addTool("zip", "exit 12");
   EXPECT_TRUE(zipToIpa("Demo.ipa"));
   EXPECT_FALSE(error.isSet());
   EXPECT_FALSE(fileExists(folder.file("target/Demo.ipa")));
@@ -106,14 +106,14 @@ TEST_F(Archives, PackageOfAFolder) {
 
 TEST_F(Archives, PackageFailures) {
   write("package/manifest.xml", "");
-  host.program("zip", "exit 12");
+  host.addTool("zip", "exit 12");
   EXPECT_FALSE(converter().ZiptoPackage(folder.file("package"), &error));
   EXPECT_EQ(error.text(), "Failed to execute zip with exit code: 12");
-  EXPECT_THAT(host.calls(), ElementsAre(MatchesRegex("zip\\|-qr\\|[0-9A-F-]{36}\\.zip\\|\\.")));
-  host.program("zip");
+  EXPECT_THAT(host.allCalls(), ElementsAre(MatchesRegex("zip\\|-qr\\|[0-9A-F-]{36}\\.zip\\|\\.")));
+  host.addTool("zip");
   EXPECT_FALSE(converter().ZiptoPackage(folder.file("package"), &error));
   EXPECT_THAT(error.text(), HasSubstr("Failed to generate this file: " + folder.path()));
-  host.program("zip", "touch \"$2\"");
+  host.addTool("zip", "touch \"$2\"");
   param.outputFile = "/nowhere/x.wex";
   EXPECT_FALSE(converter().ZiptoPackage(folder.file("package"), &error));
   EXPECT_THAT(error.text(), HasSubstr("to /nowhere/x.wex. Error:No such file or directory"));

@@ -33,10 +33,10 @@ class Entitlements : public ConverterTest {
     param.replacementBundleID = "com.example.demo";
     appIsNotSigned();
   }
-  void appIsNotSigned() { host.program("codesign", "exit 1"); }
+  void appIsNotSigned() { host.addTool("codesign", "exit 1"); }
   void appIsSignedWith(const PlistDictionary& entitlements) {
     const std::string old = write("old.plist", serializePlist(entitlements, PlistFormat::kXml));
-    host.program("codesign", "cp '" + old + "' \"${3#:}\"");
+    host.addTool("codesign", "cp '" + old + "' \"${3#:}\"");
   }
   bool generate(const PlistDictionary& profileEntitlements) {
     error.clear();
@@ -151,7 +151,7 @@ TEST_F(Entitlements, OfVariousProfilesAndSignatures) {
 TEST_F(Entitlements, AsksForThoseOfTheOldSignature) {
   appIsNotSigned();
   generated(dictionary({{kAppId, "TEAMAAAAAA.*"}}));
-  EXPECT_THAT(host.calls(app()),
+  EXPECT_THAT(host.allCalls(app()),
               ElementsAre("codesign|-d|--entitlements|:@/orig-entitlements.plist|@"));
 }
 

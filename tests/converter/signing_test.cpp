@@ -16,8 +16,8 @@ constexpr char kKeepEntitlements[] = "--preserve-metadata=requirements,entitleme
 
 class Signing : public ConverterTest {
  protected:
-  Signing() { host.program("codesign", kTeamOnError); }
-  std::vector<std::string> calls() { return host.calls(app()); }
+  Signing() { host.addTool("codesign", kTeamOnError); }
+  std::vector<std::string> calls() { return host.allCalls(app()); }
 };
 
 TEST_F(Signing, ArgumentOrders) {
@@ -70,7 +70,7 @@ TEST_F(Signing, FrameworksInnerCodeFirst) {
 }
 
 TEST_F(Signing, FrameworksStopAtTheFirstFailure) {
-  host.program("codesign", "case $4 in *B.dylib) exit 3;; esac");
+  host.addTool("codesign", "case $4 in *B.dylib) exit 3;; esac");
   for (const char* name : {"A", "B", "C"})
     write(fmt::format("Demo.app/Frameworks/{}.dylib", name), "");
   EXPECT_FALSE(converter().CodeSignFrameworks(app(), &error));
@@ -95,7 +95,7 @@ TEST_F(Signing, NoFrameworksNoRuns) {
 }
 
 TEST_F(Signing, BrokenExtensionsStopNothing) {
-  host.program("codesign", "exit 1");
+  host.addTool("codesign", "exit 1");
   write("Demo.app/PlugIns/A.appex/PlugIns/B.appex/Info.plist", "");
   write("Demo.app/PlugIns/c.APPEX/Info.plist", "");
   param.isSDK = true;  // whose extensions are not rebuilt
@@ -121,15 +121,15 @@ TEST_F(Signing, TeamIdentifier) {
   };
   for (const auto& [output, expected] : cases) {
     SCOPED_TRACE(output);
-    host.program("codesign", fmt::format("printf '{}\\n' >&2; exit 1", output));
+    host.addTool("codesign", fmt::format("printf '{}\\n' >&2; exit 1", output));
     EXPECT_EQ(AppConverter::verifyCodeSignatureForiOS8("x"), expected);
-    host.program("codesign", fmt::format("printf '{}\\n'", output));
+    host.addTool("codesign", fmt::format("printf '{}\\n'", output));
     EXPECT_FALSE(AppConverter::verifyCodeSignatureForiOS8("x"));  // standard error counts
   }
 }
 
 TEST_F(Signing, TeamWarningOnlyFillsAnEmptySlot) {
-  host.program("codesign");
+  host.addTool("codesign");
   EXPECT_TRUE(converter().CodeSignOrvaneDylib(app(), &error));
   EXPECT_THAT(error.text(), HasSubstr("not correctly signed for iOS 8."));
   error.set("earlier");
@@ -138,7 +138,7 @@ TEST_F(Signing, TeamWarningOnlyFillsAnEmptySlot) {
 }
 
 TEST_F(Signing, FailuresNameTheStep) {
-  host.program("codesign", "exit 2");
+  host.addTool("codesign", "exit 2");
   EXPECT_FALSE(converter().CodeSignOrvaneDylib(app(), &error));
   EXPECT_EQ(error.text(), "Failed to execute dylibcodesign with exit code: 2");
   EXPECT_FALSE(converter().CodeSign(app(), std::nullopt, &error));
@@ -169,7 +169,7 @@ TEST_F(Signing, FingerprintTool) {
   const std::string tool = programFolder() + "/incore_macho";
   const std::pair<int, bool> cases[] = {{0, true}, {255, true}, {1, false}};
   for (const auto& [status, expected] : cases) {
-    host.program(tool, fmt::format("exit {}", status));
+    host.addTool(tool, fmt::format("exit {}", status));
     error.clear();
     EXPECT_EQ(converter().EmbedOpenSSLFipsFingerprint(app(), &error), expected);
     EXPECT_EQ(error.text(), expected ? "" : "Failed to execute incore_macho with exit code: 1");

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "host/files.h"
 #include "icons/IconConverter.h"
@@ -145,6 +146,15 @@ TEST_F(Damage, SizesFarBeyondTheFileTakeNoMemory) {
     EXPECT_EQ(process(iconOf(header, pixel)), IconConverter::kFailed);
     EXPECT_EQ(output_, source_ + " : " + message + "\n");
   }
+  // A file that is large only on paper.
+  source_ = folder_.write("icon.png", pngSignature() + cgbiChunk() + bigEndian32(290 << 20));
+  std::filesystem::resize_file(source_, 300 << 20);
+  converter_.settings().debug = true;
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(converter_.process(source_), IconConverter::kFailed);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "    informational : no memory for chunk length 304087040\n" + source_ +
+                " : out of memory\n");
   // A stream that would grow a thousand times stops at what the header promised.
   EXPECT_EQ(process(iconOf(pngHeaderChunk(8, 8), image(std::string(size_t{64} << 20, '\0')))),
             IconConverter::kFailed);

@@ -1,0 +1,92 @@
+#!/usr/bin/env python3
+"""Makes an app of a chosen size to measure with: make_app.py DEMO.ipa OUTPUT.ipa [MEGABYTES FILES]
+
+The demo app is taken as the core (its executable, frameworks and Info.plist) and filled up with a
+mix like that of real apps: text that packs well, images that hardly do, random data that does not,
+in folders, localisations and frameworks. The same arguments always give the same files.
+"""
+import os
+import random
+import shutil
+import subprocess
+import sys
+import tempfile
+import zlib
+
+WORDS = ("field book page margin entry note place date weather soil sample north ridge river "
+         "measure depth colour layer root stone clay sand").split()
+LANGUAGES = ["de", "en", "es", "fr", "it", "ja", "nl", "pt"]
+
+
+def text(generator, size):
+    lines, length = [], 0
+    while length < size:
+        line = " ".join(generator.choices(WORDS, k=generator.randint(4, 12)))
+        lines.append(line)
+        length += len(line) + 1
+    return ("\n".join(lines) + "\n")[:size].encode()
+
+
+def strings(generator, size):
+    lines, length = [], 0
+    while length < size:
+        line = f'"key.{len(lines)}" = "{" ".join(generator.choices(WORDS, k=5))}";'
+        lines.append(line)
+        length += len(line) + 1
+    return ("\n".join(lines) + "\n").encode()
+
+
+def image(generator, size):
+    """A PNG's bytes as far as packing is concerned: a header and an already packed body."""
+    return b"\x89PNG\r\n\x1a\n" + zlib.compress(generator.randbytes(size), 1)[:size - 8]
+
+
+def noise(generator, size):
+    return generator.randbytes(size)
+
+
+# (share of the files, share of the bytes, folder pattern, name pattern, content)
+KINDS = [
+    (0.30, 0.10, "{language}.lproj", "Table{index}.strings", strings),
+    (0.45, 0.45, "Images/{group}", "picture{index}@2x.png", image),
+    (0.15, 0.20, "Documents/{group}", "text{index}.html", text),
+    (0.10, 0.25, "Media", "clip{index}.dat", noise),
+]
+
+
+def fill(app, megabytes, files):
+    generator = random.Random(20)
+    for share, weight, folder, name, content in KINDS:
+        count = max(int(files * share), 1)
+        mean = megabytes * 1_000_000 * weight / count
+        for index in range(count):
+            place = folder.format(language=LANGUAGES[index % len(LANGUAGES)], group=index % 40)
+            os.makedirs(os.path.join(app, place), exist_ok=True)
+            size = max(int(mean * generator.uniform(0.2, 1.8)), 64)
+            with open(os.path.join(app, place, name.format(index=index)), "wb") as file:
+                file.write(content(generator, size))
+
+
+def copy_frameworks(app, count):
+    """More frameworks, as copies of the one that holds another."""
+    frameworks = os.path.join(app, "Frameworks")
+    for index in range(count):
+        shutil.copytree(os.path.join(frameworks, "Ledger.framework"),
+                        os.path.join(frameworks, f"Ledger{index}.framework"), symlinks=True)
+
+
+def main(demo, output, megabytes="100", files="3000"):
+    output = os.path.abspath(output)
+    with tempfile.TemporaryDirectory() as scratch:
+        subprocess.run(["unzip", "-q", demo, "-d", scratch], check=True)
+        app = os.path.join(scratch, "Payload", "Fieldbook.app")
+        copy_frameworks(app, 10)
+        fill(app, float(megabytes), int(files))
+        if os.path.exists(output):
+            os.remove(output)
+        # Level 1: packing the input is not what is measured.
+        subprocess.run(["zip", "-qry1", output, "Payload"], cwd=scratch, check=True)
+
+
+if __name__ == "__main__":
+    main(*sys.argv[1:])

@@ -1,0 +1,98 @@
+#include "companions/signing/verify/resource_check.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <map>
+
+#include "companions/signing/FileHasher.h"
+#include "companions/signing/ResourceRules.h"
+#include "companions/signing/ResourceSeal.h"
+#include "host/files.h"
+#include "host/paths.h"
+
+namespace tovrek::signing {
+namespace {
+
+// A seal's entry for one file.
+struct Sealed {
+  std::string sha1, sha256, link;
+  bool optional = false;
+  bool isNested = false;  // code with its own signature
+};
+
+std::string bytesUnder(const PlistDictionary& entry, const char* key) {
+  const PlistValue* value = entry.find(key);
+  const auto* data = value == nullptr ? nullptr : value->data();
+  return data == nullptr ? "" : data->bytes;
+}
+
+Sealed sealedFrom(const PlistValue& value) {
+  Sealed sealed;
+  if (const auto* data = value.data()) sealed.sha1 = data->bytes;
+  if (const PlistDictionary* entry = value.dictionary()) {
+    sealed.sha1 = bytesUnder(*entry, "hash");
+    sealed.sha256 = bytesUnder(*entry, "hash2");
+    sealed.link = stringForKeyOr(*entry, "symlink", "");
+    const PlistValue* optional = entry->find("optional");
+    const bool* flag = optional == nullptr ? nullptr : optional->boolean();
+    sealed.optional = flag != nullptr && *flag;
+    sealed.isNested = entry->contains("cdhash");
+  }
+  return sealed;
+}
+
+bool isUnchanged(const std::string& path, const Sealed& sealed) {
+  if (sealed.isNested) return true;
+  if (isSymbolicLink(path)) {
+    std::error_code code;
+    return !sealed.link.empty() &&
+           std::filesystem::read_symlink(path, code).string() == sealed.link && !code;
+  }
+  if (sealed.sha1.empty() && sealed.sha256.empty()) return false;
+  FileHashes hashes;
+  if (!hashFile(path, !sealed.sha1.empty(), &hashes, nullptr)) return false;
+  return (sealed.sha1.empty() || hashes.sha1 == sealed.sha1) &&
+         (sealed.sha256.empty() || hashes.sha256 == sealed.sha256);
+}
+
+}  // namespace
+
+std::vector<std::string> resourceDifferences(const CodeObject& object, const std::string& seal) {
+  const auto plist = parsePlist(seal);
+  const PlistDictionary* dictionary = plist ? plist->dictionary() : nullptr;
+  const bool second = dictionary != nullptr && dictionaryForKey(*dictionary, "files2") != nullptr;
+  const auto rules = dictionary == nullptr ? std::nullopt : ResourceRuleSet::fromPlist(*dictionary);
+  const PlistDictionary* files =
+      rules ? dictionaryForKey(*dictionary, second ? "files2" : "files") : nullptr;
+  if (files == nullptr) return {"the seal is unreadable: " + object.sealPath()};
+
+  std::map<std::string, Sealed> expected;
+  for (const auto& [path, value] : *files) expected.emplace(path, sealedFrom(value));
+  std::vector<std::string> differences;
+  for (const auto& [path, sealed] : expected) {
+    const std::string full = joinPath(object.root, path);
+    if (!itemExistsNoFollow(full)) {
+      if (!sealed.optional) differences.push_back("file missing: " + full);
+    } else if (!isUnchanged(full, sealed)) {
+      differences.push_back("file modified: " + full);
+    }
+  }
+  const ResourceRules& valid = second ? rules->rules2 : rules->rules;
+  walkDirectory(object.root, [&](const WalkedItem& item) {
+    if (isOutsideSeal(item.relativePath, object.executableName())) return false;
+    const auto known = expected.find(item.relativePath);
+    if (item.kind == ItemKind::kDirectory) return known == expected.end();
+    const auto verdict = valid.match(item.relativePath);
+    const bool counts =
+        verdict == ResourceRules::Verdict::kSealed || verdict == ResourceRules::Verdict::kOptional;
+    const bool older = !second && item.kind != ItemKind::kFile;
+    if (counts && !older && known == expected.end()) {
+      differences.push_back("file added: " + joinPath(object.root, item.relativePath));
+    }
+    return true;
+  });
+  std::stable_sort(differences.begin(), differences.end());
+  return differences;
+}
+
+}  // namespace tovrek::signing

@@ -1,0 +1,63 @@
+// Tells which of the programs that are run on this host are missing, and how to get them.
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <string_view>
+
+#include "companions/launch/programs.h"
+#include "companions/xcode-select/host_packages.h"
+#include "host/HostRoot.h"
+#include "host/host_info.h"
+#include "host/paths.h"
+#include "log/SystemLog.h"
+
+namespace {
+
+using namespace tovrek;
+
+constexpr std::string_view kUsage =
+    "Usage: xcode-select [options]\n"
+    "    --install         show which packages of this host are missing\n"
+    "    -p, --print-path  print the folder that holds the developer tools\n"
+    "    -v, --version     print the version\n"
+    "    -h, --help        print this text\n";
+
+int install() {
+  const std::vector<std::string> missing = missingPackages();
+  if (missing.empty()) {
+    printOut("xcode-select: note: all programs that the developer tools need are installed\n");
+    return 0;
+  }
+  printOut(
+      fmt::format("xcode-select: note: missing packages: {}\nInstall them with: sudo apt "
+                  "install {}\n",
+                  fmt::join(missing, ", "), fmt::join(missing, " ")));
+  return 1;
+}
+
+// The host root: the folder above usr/bin, where this program stands.
+std::string developerFolder() {
+  const std::string named = HostRoot::folder();
+  if (!named.empty()) return named;
+  return deletingLastPathComponent(deletingLastPathComponent(programFolder()));
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::string_view option = argc == 2 ? argv[1] : "";
+  if (option == "--install") return install();
+  if (option == "-p" || option == "--print-path" || option == "-print-path") {
+    printOut(developerFolder() + "\n");
+  } else if (option == "-v" || option == "--version") {
+    printOut("xcode-select version 20.5.0.\n");
+  } else if (option == "-h" || option == "--help") {
+    printOut(kUsage);
+  } else {
+    printError(argc < 2 ? "xcode-select: error: no command option given\n"
+                        : "xcode-select: error: invalid argument\n");
+    printError(kUsage);
+    return 1;
+  }
+  return 0;
+}

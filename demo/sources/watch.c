@@ -1,0 +1,2 @@
+// The demo app's watch app.
+int main(void) { return 0; }

@@ -1,0 +1,67 @@
+#!/usr/bin/env python3
+"""Refuses includes against the layers: layers.py FILE...
+
+An arrow of LAYERS means "may include", also by way of others. Tests and benchmarks may include
+everything. Includes are written from src/ or from the project's root, so their first folder names
+the layer.
+"""
+import re
+import sys
+
+LAYERS = {
+    "cli": ["converter"],
+    "converter": ["package"],
+    "package": ["macho", "icons", "params"],
+    "params": ["profile"],
+    "profile": ["tools"],
+    "tools": ["formats", "log"],
+    "icons": ["formats", "log"],
+    "macho": ["log"],
+    "formats": ["host"],
+    "log": ["host"],
+    "host": [],
+    "companions": ["macho", "formats"],
+    "tests": [],
+}
+INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"')
+
+
+def reachable(layer):
+    found = {layer}
+    for lower in LAYERS[layer]:
+        found |= reachable(lower)
+    return found
+
+
+def layer_of(path):
+    parts = path.split("/")
+    return parts[1] if parts[0] == "src" else parts[0]
+
+
+def wrong_includes(path):
+    layer = layer_of(path)
+    if layer not in LAYERS or layer == "tests":
+        return
+    allowed = reachable(layer)
+    with open(path, encoding="utf-8") as source:
+        for number, line in enumerate(source, 1):
+            match = INCLUDE.match(line)
+            if not match:
+                continue
+            target = match.group(1).split("/")
+            if len(target) == 1:
+                yield number, f'"{match.group(1)}" is not written from src/ or the project root'
+            elif target[0] not in LAYERS:
+                yield number, f'"{match.group(1)}" names no layer'
+            elif target[0] not in allowed:
+                yield number, f"{layer} may not include {target[0]}"
+
+
+def main(paths):
+    found = [f"{path}:{number}: {text}" for path in paths for number, text in wrong_includes(path)]
+    print("\n".join(found), end="\n" if found else "")
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1:]))

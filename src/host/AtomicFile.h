@@ -1,0 +1,37 @@
+// Replacing a large file in pieces.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "host/ErrorText.h"
+
+namespace tovrek {
+
+// A new version of the file at `path`, written beside it and put in its place by commit(). Without
+// a commit (a failure, an early return, an interrupted run) the old file stays as it was.
+class AtomicFile {
+ public:
+  AtomicFile();
+  ~AtomicFile();
+  AtomicFile(const AtomicFile&) = delete;
+  AtomicFile& operator=(const AtomicFile&) = delete;
+
+  bool open(const std::string& path, ErrorText* error = nullptr);
+  bool write(std::string_view bytes, ErrorText* error = nullptr);
+  bool write(std::span<const std::byte> bytes, ErrorText* error = nullptr);
+  // fsync and rename. The file gets the permission bits `mode`; without them it keeps those of a
+  // file that stood there, else it gets 0666 less the umask.
+  bool commit(ErrorText* error = nullptr, std::optional<uint32_t> mode = std::nullopt);
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace tovrek

@@ -1,0 +1,33 @@
+#include "macho/MachORebuildLib.h"
+
+#include "macho/entry_points.h"
+
+namespace tovrek {
+namespace {
+
+WrapperLogger newLogger() {
+  return {"MachORebuildLib", std::nullopt};
+}
+
+}  // namespace
+
+WrapperLogger& MachORebuildLib::logger() {
+  static WrapperLogger instance = newLogger();
+  return instance;
+}
+
+void MachORebuildLib::load() {
+  logger() = newLogger();
+}
+
+bool MachORebuildLib::insertBinaryType(int binaryType, bool libraryType, const std::string& path,
+                                       int32_t* errorCode) {
+  return addOrvaneDylib(binaryType, libraryType, path, errorCode);
+}
+
+bool MachORebuildLib::checkOrderSDKLibraryType(bool libraryType, const std::string& path,
+                                               int32_t* errorCode) {
+  return checkOrderDynamicLibrariesInSDKImage(libraryType, path, errorCode);
+}
+
+}  // namespace tovrek

@@ -1,0 +1,146 @@
+// Lists of functions that the loader calls at start and end: the pointers must lead into the code
+// and must be slid with it.
+#include <algorithm>
+
+#include "macho/MachOChecker.h"
+#include "macho/dyld_opcodes.h"
+#include "macho/engine_text.h"
+#include "macho/rounding.h"
+
+namespace tovrek::macho {
+namespace {
+
+std::string_view kindOf(uint32_t sectionFlags) {
+  switch (sectionFlags & SECTION_TYPE_MASK) {
+    case S_MOD_INIT_FUNC_POINTERS:
+      return "initializer";
+    case S_MOD_TERM_FUNC_POINTERS:
+      return "terminator";
+    default:
+      return {};
+  }
+}
+
+// Picks out the places in `wanted`. The loader fixes no place twice, so honest opcodes name fewer
+// places than the image has bytes; others would keep us busy for ever.
+class SiteCollector {
+ public:
+  SiteCollector(const IntervalSet& wanted, uint64_t budget, std::vector<uint64_t>* out)
+      : wanted_(wanted), budget_(budget), out_(out) {}
+
+  void add(uint64_t address) {
+    if (wanted_.holds(address)) out_->push_back(address);
+  }
+  template <class Integer>
+  void addRun(uint64_t address, const SiteRun& run) {
+    if (run.count > budget_) throwf("loader opcodes name more places than the image holds");
+    budget_ -= run.count;
+    for (uint64_t i = 0; i < run.count; ++i, address += run.stride) {
+      add(static_cast<Integer>(address));
+    }
+  }
+
+ private:
+  const IntervalSet& wanted_;
+  uint64_t budget_;
+  std::vector<uint64_t>* out_;
+};
+
+}  // namespace
+
+template <class Arch>
+typename MachOChecker<Arch>::FixupSites MachOChecker<Arch>::collectFixupSites() const {
+  IntervalSet wanted;
+  for (const SectionInfo& info : sections_) {
+    if (!kindOf(info.record.flags).empty()) wanted.add(info.record.addr, info.record.size);
+  }
+  FixupSites sites;
+  SiteCollector rebased(wanted, image_.size(), &sites.rebased);
+  SiteCollector bound(wanted, image_.size(), &sites.bound);
+
+  if (pointers_.dynamicSymbolTable) {
+    const auto& table = *pointers_.dynamicSymbolTable;
+    for (uint32_t i = 0; i < table.nlocrel; ++i) {
+      rebased.add(relocatedAddress(relocationAt(table.locreloff, i)));
+    }
+    for (uint32_t i = 0; i < table.nextrel; ++i) {
+      bound.add(relocatedAddress(relocationAt(table.extreloff, i)));
+    }
+  }
+  if (pointers_.dyldInfo) {
+    const auto& info = *pointers_.dyldInfo;
+    const auto segmentCount = static_cast<uint32_t>(segments_.size());
+    const auto collectInto = [this](SiteCollector& collector) {
+      return [this, &collector](const SiteRun& run) {
+        collector.addRun<typename P::Integer>(segments_[run.segment].vmaddr + run.offset, run);
+      };
+    };
+    walkRebaseOpcodes(image_.sub(info.rebase_off, info.rebase_size), segmentCount, kPointerSize,
+                      collectInto(rebased));
+    walkBindOpcodes(image_.sub(info.bind_off, info.bind_size), segmentCount, kPointerSize,
+                    collectInto(bound));
+  }
+  std::ranges::sort(sites.rebased);
+  std::ranges::sort(sites.bound);
+  return sites;
+}
+
+template <class Arch>
+void MachOChecker<Arch>::checkInitTermTargets(const SectionInfo& section,
+                                              std::string_view kind) const {
+  for (uint64_t at = 0; at < section.record.size; at += kPointerSize) {
+    typename P::Address stored;
+    // Possible where a segment without file data claims to hold the section.
+    if (!image_.read(section.record.offset + at, &stored)) throw MachORebuildErrors::kSectionOffset;
+    const uint64_t target = stored;
+    if (!isInside(target, textSegment_->vmaddr, textSegment_->vmsize)) {
+      throwf("{} 0x{:08X} points outside __TEXT segment", kind, target);
+    }
+  }
+}
+
+template <class Arch>
+void MachOChecker<Arch>::checkInitTermSites(const SectionInfo& section, std::string_view kind,
+                                            const FixupSites& sites) const {
+  using Integer = typename P::Integer;
+  const auto end = static_cast<Integer>(section.record.addr + section.record.size);
+  for (Integer at = section.record.addr; at < end; at += kPointerSize) {
+    if (std::ranges::binary_search(sites.bound, at)) {
+      throwf("{} at 0x{:X} has binding to external symbol", kind, at);
+    }
+    if (!std::ranges::binary_search(sites.rebased, at)) {
+      throwf("{} at 0x{:X} is not rebased", kind, at);
+    }
+  }
+}
+
+template <class Arch>
+void MachOChecker<Arch>::checkInitTerms() const {
+  std::optional<FixupSites> sites;
+  for (const SectionInfo& section : sections_) {
+    const std::string_view kind = kindOf(section.record.flags);
+    if (kind.empty()) continue;
+    const std::string_view name = section.record.sectname.view();
+    if (section.record.size % kPointerSize != 0) {
+      throwf("{} section size is not an even multiple of element size", name);
+    }
+    if (section.record.addr % kPointerSize != 0) {
+      throwf("{} section size is not pointer size aligned", name);
+    }
+    checkInitTermTargets(section, kind);
+    if (!positionIndependentOrLibrary_) continue;
+    if (!sites) sites = collectFixupSites();
+    checkInitTermSites(section, kind, *sites);
+  }
+}
+
+#define TOVREK_INSTANTIATE(Arch)                                                               \
+  template MachOChecker<Arch>::FixupSites MachOChecker<Arch>::collectFixupSites() const;       \
+  template void MachOChecker<Arch>::checkInitTermTargets(const SectionInfo&, std::string_view) \
+      const;                                                                                   \
+  template void MachOChecker<Arch>::checkInitTermSites(const SectionInfo&, std::string_view,   \
+                                                       const FixupSites&) const;               \
+  template void MachOChecker<Arch>::checkInitTerms() const;
+TOVREK_FOR_EACH_ARCH(TOVREK_INSTANTIATE)
+
+}  // namespace tovrek::macho

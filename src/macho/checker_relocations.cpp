@@ -1,0 +1,154 @@
+// Relocation entries of images that are not adjusted by loader opcodes.
+#include <algorithm>
+
+#include "macho/MachOChecker.h"
+#include "macho/engine_text.h"
+
+namespace tovrek::macho {
+namespace {
+
+using Errors = MachORebuildErrors;
+
+constexpr size_t kSymbolNumbers = size_t{1} << 24;  // r_symbolnum has 24 bits
+constexpr uint32_t kPlainPointer = 0;               // the relocation type that is 0 everywhere
+
+// The only architecture whose loader patches code.
+template <class Arch>
+constexpr bool kAllowsTextRelocations = Arch::kCpuType == x86::kCpuType;
+
+template <class Arch>
+constexpr uint32_t kPointerLengthCode = Arch::kPointerSize == 8 ? 3 : 2;
+
+// Whether one of the sorted addresses lies in [start, start + size).
+bool hasTextRelocInRange(const std::vector<uint64_t>& sorted, uint64_t start, uint64_t size) {
+  const auto first = std::ranges::lower_bound(sorted, start);
+  return first != sorted.end() && *first - start < size;
+}
+
+}  // namespace
+
+template <class Arch>
+uint64_t MachOChecker<Arch>::relocBase() const {
+  if constexpr (kHasRelocations) {
+    constexpr RelocationBase kRule = Arch::kRelocationBase;
+    const bool split = (header_.flags & MH_SPLIT_SEGS) != 0;
+    const bool writable = kRule == RelocationBase::kWritable ||
+                          (kRule == RelocationBase::kFirstUnlessSplit && split) ||
+                          (kRule == RelocationBase::kWritableWhenHigh && (split || highBase_));
+    if (writable) return firstWritable_ ? uint64_t{segments_[*firstWritable_].vmaddr} : 0;
+  }
+  return segments_.empty() ? 0 : uint64_t{segments_.front().vmaddr};
+}
+
+template <class Arch>
+uint64_t MachOChecker<Arch>::relocatedAddress(const Relocation& entry) const {
+  const bool scattered = kPointerSize == 4 && entry.isScattered();
+  const uint64_t distance = scattered ? entry.scatteredAddress() : uint32_t{entry.r_address};
+  return static_cast<typename P::Integer>(relocBase() + distance);
+}
+
+// The tables were found to lie in the link-edit segment, hence in the image.
+template <class Arch>
+typename MachOChecker<Arch>::Relocation MachOChecker<Arch>::relocationAt(uint64_t tableOffset,
+                                                                         uint32_t index) const {
+  Relocation entry;
+  if (!image_.read(tableOffset + uint64_t{index} * sizeof(Relocation), &entry)) {
+    throw Errors::kCommandBeyondFile;
+  }
+  return entry;
+}
+
+template <class Arch>
+void MachOChecker<Arch>::checkExternalReloation(const Relocation& entry) const {
+  if constexpr (!kHasRelocations) throw Errors::kExternalRelocationOnArm64;
+  if (entry.r_length() != kPointerLengthCode<Arch>) throwf("bad external relocation length");
+  if (entry.r_type() != kPlainPointer) throwf("unknown external relocation type");
+  if (entry.r_pcrel() != 0) throwf("bad external relocation pc_rel");
+  if (entry.r_extern() == 0) throwf("local relocation found with external relocations");
+  if (!writableRanges_.holds(relocBase() + uint32_t{entry.r_address})) {
+    throwf("external relocation address not in writable segment");
+  }
+}
+
+template <class Arch>
+void MachOChecker<Arch>::checkLocalReloation(const Relocation& entry) const {
+  if constexpr (!kHasRelocations) throw Errors::kLocalRelocationOnArm64;
+  if constexpr (requires { Arch::kScatteredPointerType; }) {
+    if (entry.isScattered()) {
+      if (entry.scatteredLength() != kPointerLengthCode<Arch>) throw Errors::kLocalScatteredLength;
+      if (entry.scatteredType() != Arch::kScatteredPointerType) {
+        throw Errors::kLocalScatteredType;
+      }
+      return;
+    }
+  }
+  if (entry.r_length() != kPointerLengthCode<Arch>) throw Errors::kLocalLength;
+  if (entry.r_type() != kPlainPointer) throw Errors::kLocalType;
+  if (entry.r_pcrel() != 0) throw Errors::kLocalPcRelative;
+  if (entry.r_extern() != 0) throw Errors::kLocalExtern;
+  if (!kAllowsTextRelocations<Arch> && !writableRanges_.holds(relocatedAddress(entry))) {
+    throw Errors::kLocalRelocationTarget;
+  }
+}
+
+template <class Arch>
+void MachOChecker<Arch>::checkExternalRelocations() const {
+  const auto& table = *pointers_.dynamicSymbolTable;
+  const uint32_t count = table.nextrel;
+  if (count == 0) return;
+  // The entries of one symbol must stand together.
+  std::vector<bool> seen(kSymbolNumbers);
+  std::optional<uint32_t> previous;
+  for (uint32_t i = 0; i < count; ++i) {
+    const Relocation entry = relocationAt(table.extreloff, i);
+    checkExternalReloation(entry);
+    const uint32_t symbol = entry.r_symbolnum();
+    if (previous == symbol) continue;
+    if (seen[symbol]) throw Errors::kExternalRelocationsUnsorted;
+    seen[symbol] = true;
+    previous = symbol;
+  }
+}
+
+template <class Arch>
+void MachOChecker<Arch>::checkLocalRelocations(std::vector<uint64_t>* sites) const {
+  const auto& table = *pointers_.dynamicSymbolTable;
+  const uint32_t count = table.nlocrel;
+  for (uint32_t i = 0; i < count; ++i) {
+    const Relocation entry = relocationAt(table.locreloff, i);
+    checkLocalReloation(entry);
+    sites->push_back(relocatedAddress(entry));
+  }
+  std::ranges::sort(*sites);
+}
+
+template <class Arch>
+void MachOChecker<Arch>::checkRelocations() const {
+  std::vector<uint64_t> sites;
+  if (pointers_.dynamicSymbolTable) {
+    checkExternalRelocations();
+    checkLocalRelocations(&sites);
+  }
+  for (const SectionInfo& info : sections_) {
+    const Section& section = info.record;
+    if (info.writable || (section.flags & S_ATTR_LOC_RELOC) == 0) continue;
+    if (!hasTextRelocInRange(sites, section.addr, section.size)) {
+      throwf("section {} has attribute set that it has relocs, but it has none",
+             section.sectname.view());
+    }
+  }
+}
+
+#define TOVREK_INSTANTIATE(Arch)                                                               \
+  template uint64_t MachOChecker<Arch>::relocBase() const;                                     \
+  template uint64_t MachOChecker<Arch>::relocatedAddress(const Relocation&) const;             \
+  template MachOChecker<Arch>::Relocation MachOChecker<Arch>::relocationAt(uint64_t, uint32_t) \
+      const;                                                                                   \
+  template void MachOChecker<Arch>::checkExternalReloation(const Relocation&) const;           \
+  template void MachOChecker<Arch>::checkLocalReloation(const Relocation&) const;              \
+  template void MachOChecker<Arch>::checkExternalRelocations() const;                          \
+  template void MachOChecker<Arch>::checkLocalRelocations(std::vector<uint64_t>*) const;       \
+  template void MachOChecker<Arch>::checkRelocations() const;
+TOVREK_FOR_EACH_ARCH(TOVREK_INSTANTIATE)
+
+}  // namespace tovrek::macho

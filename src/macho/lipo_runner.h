@@ -1,0 +1,29 @@
+// Splitting and joining universal executables with the `lipo` program.
+#pragma once
+
+#include <array>
+#include <string>
+#include <string_view>
+
+namespace tovrek {
+
+// The architectures of iOS devices, in the order in which slices are handled.
+inline constexpr std::array<std::string_view, 3> kDeviceArchs = {"armv7", "armv7s", "arm64"};
+// One flag for each of kDeviceArchs: whether the executable has such a slice.
+using ArchPresence = std::array<bool, kDeviceArchs.size()>;
+
+// Where the slice lies between split and join: beside the executable.
+std::string sliceFileName(const std::string& path, std::string_view arch);
+
+// Whether `lipo` does not call the file thin. True also for what it cannot read.
+bool IsFatBinary(const std::string& path);
+
+// Writes the slice of each device architecture to its own file and tells which there are. False
+// as soon as one cannot be written.
+bool ExtractArchsFromFatBinary(const std::string& path, bool isFat, ArchPresence* present);
+
+// Replaces the executable by a universal file of the slices and removes them. True when `lipo`
+// made it, or complained about an unknown architecture flag (the slices stay then).
+bool CreateFatBinaryFromArchs(const std::string& path, const ArchPresence& present);
+
+}  // namespace tovrek

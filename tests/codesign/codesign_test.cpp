@@ -1,0 +1,268 @@
+// The command line: what is accepted, printed and answered.
+#include "companions/codesign/Codesign.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "formats/Digest.h"
+#include "host/files.h"
+#include "host/process.h"
+#include "tests/support/SignableImage.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/openssl_identity.h"
+
+namespace tovrek::codesign {
+namespace {
+
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::StartsWith;
+using namespace test;  // NOLINT(google-build-using-namespace): builders all over the file
+
+constexpr const char* kEntitlementsText =
+    "<plist version=\"1.0\"><dict><key>get-task-allow</key><true/></dict></plist>";
+constexpr const char* kInfo =
+    "<plist version=\"1.0\"><dict><key>CFBundleExecutable</key><string>Demo</string>"
+    "<key>CFBundleIdentifier</key><string>com.example.demo</string>"
+    "<key>CFBundlePackageType</key><string>APPL</string></dict></plist>";
+
+struct Result {
+  int status = 0;
+  std::string out, error;
+};
+
+Result codesign(const std::vector<std::string>& arguments) {
+  Result result;
+  result.status = run(arguments, {[&](std::string_view text) { result.out += text; },
+                                  [&](std::string_view text) { result.error += text; }});
+  return result;
+}
+
+class CodesignTest : public testing::Test {
+ protected:
+  CodesignTest() : isolation_("XDG_DATA_HOME", folder_.file("data")) {
+    const IdentityFiles identity = makeIdentity(folder_, "signer");
+    keychain_ =
+        folder_.write("kc/all.pem", contentsOf(identity.certificate) + contentsOf(identity.key));
+    keychain_ = folder_.file("kc");
+    sha1_ = hexUpper(digestOf(DigestAlgorithm::kSha1, derOf(identity.certificate)));
+    app_ = folder_.file("Demo.app");
+    folder_.write("Demo.app/Info.plist", kInfo);
+    folder_.write("Demo.app/Demo", SignableImage().build());
+    folder_.write("Demo.app/text", "text");
+    entitlements_ = folder_.write("ent.plist", kEntitlementsText);
+  }
+
+  TemporaryFolder folder_;
+  ScopedEnvironment isolation_;
+  std::string keychain_, sha1_, app_, entitlements_;
+};
+
+TEST_F(CodesignTest, OptionsAndPathInAnyOrder) {
+  const std::vector<std::vector<std::string>> orders = {
+      {"-f", "-s", sha1_, app_, "--keychain", keychain_},
+      {"-f", "-s", "iphone distribution: TEST", "--keychain", keychain_, app_, "--entitlements",
+       entitlements_, "--preserve-metadata=requirements"},
+      {app_, "--keychain=" + keychain_, "--preserve-metadata=req,ent", "-fs*"},
+      {"--sign", "iPhone Distribution: Test", "--keychain", keychain_, "--force",
+       "--timestamp=none", "--generate-entitlement-der", "--deep", "--", app_},
+  };
+  for (const auto& arguments : orders) {
+    const Result result = codesign(arguments);
+    EXPECT_EQ(result.status, 0) << result.error;
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(codesign({"--verify", app_}).status, 0);
+  }
+}
+
+TEST_F(CodesignTest, UsageErrors) {
+  const std::vector<std::vector<std::string>> cases = {
+      {},
+      {"-d"},
+      {app_},
+      {"-s"},
+      {"-q", app_},
+      {"--nonsense", app_},
+      {"-d", "-s", "-", app_},
+      {"--e", app_},
+      {"--deep=1", "-v", app_},
+      {"--verbose=x", "-d", app_},
+  };
+  for (const auto& arguments : cases) {
+    const Result result = codesign(arguments);
+    EXPECT_EQ(result.status, 2) << testing::PrintToString(arguments);
+    EXPECT_THAT(result.error, HasSubstr("Usage: codesign")) << testing::PrintToString(arguments);
+  }
+}
+
+TEST_F(CodesignTest, SigningSaysWhatItDid) {
+  EXPECT_EQ(codesign({"-s", "-", "-v", app_}).error,
+            app_ + ": signed app bundle with Mach-O thin (arm64) [com.example.demo]\n");
+  const Result again = codesign({"-s", "-", app_});
+  EXPECT_EQ(again.error, app_ + ": is already signed\n");
+  EXPECT_EQ(again.status, 1);
+  EXPECT_EQ(codesign({"-f", "-s", "-", app_}).error, app_ + ": replacing existing signature\n");
+}
+
+TEST_F(CodesignTest, SigningFailures) {
+  struct Case {
+    std::vector<std::string> arguments;
+    std::string error;
+  };
+  const std::string none = folder_.file("none");
+  const Case cases[] = {
+      {{"-s", "Nobody", "--keychain", keychain_, app_}, "Nobody: no identity found\n"},
+      {{"-s", "Nobody", app_}, "Nobody: no identity found\n"},
+      {{"-s", "-", none}, none + ": No such file or directory\n"},
+      {{"-s", "-", "--entitlements", none, app_}, none + ": No such file or directory\n"},
+      {{"-s", "-", "--preserve-metadata=e,nonsense", app_},
+       "\"nonsense\" is not a part of a signature to preserve\n"},
+      {{"-s", "-", "-o", "runtime,nonsense", app_}, "unknown option flag \"nonsense\"\n"},
+      {{"-s", "-", keychain_},
+       keychain_ + ": bundle format unrecognized, invalid, or unsuitable\n"},
+  };
+  for (const Case& c : cases) {
+    const Result result = codesign(c.arguments);
+    EXPECT_EQ(result.status, 1) << c.error;
+    EXPECT_EQ(result.error, c.error);
+  }
+}
+
+TEST_F(CodesignTest, SeveralPathsGiveTheWorstStatus) {
+  const std::string tool = folder_.write("tool", SignableImage().build());
+  const Result result = codesign({"-s", "-", folder_.file("none"), tool});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(codesign({"-v", tool}).status, 0);
+}
+
+TEST_F(CodesignTest, DisplayLevelsAddUp) {
+  ASSERT_EQ(codesign({"-s", sha1_, "--keychain", keychain_, app_}).status, 0);
+  const std::string real = *realPath(app_);
+  EXPECT_EQ(codesign({"-d", app_}).error, "Executable=" + real + "/Demo\n");
+  const auto keys = [&](const std::vector<std::string>& arguments) {
+    const Result result = codesign(arguments);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.out, "");
+    std::string list;
+    bool atStart = true, inKey = true;
+    for (const char c : result.error) {
+      if (c == '\n') {
+        atStart = inKey = true;
+        continue;
+      }
+      inKey = inKey && c != '=';
+      if (inKey)
+        list += atStart ? (list.empty() ? "" : ",") + std::string(1, c) : std::string(1, c);
+      atStart = false;
+    }
+    return list;
+  };
+  EXPECT_EQ(keys({"-dv", app_}),
+            "Executable,Identifier,Format,CodeDirectory v,Signature size,Signed Time,Info.plist "
+            "entries,TeamIdentifier,Sealed Resources version,Internal requirements count");
+  const std::string four =
+      "Executable,Identifier,Format,CodeDirectory v,VersionPlatform,VersionMin,VersionSDK,Hash "
+      "type,CandidateCDHash sha256,CandidateCDHashFull sha256,Hash "
+      "choices,CMSDigest,CMSDigestType,Executable Segment base,Executable Segment "
+      "limit,Executable Segment flags,Page size,CDHash,Signature size,Authority,Signed "
+      "Time,Info.plist entries,TeamIdentifier,Sealed Resources version,Internal requirements count";
+  EXPECT_EQ(keys({"--display", "--verbose=4", app_}), four);
+  EXPECT_EQ(keys({"-dvvvv", app_}), four);
+
+  const std::string text = codesign({"-dvvvv", app_}).error;
+  for (const char* line :
+       {"\nIdentifier=com.example.demo\n", "\nFormat=app bundle with Mach-O thin (arm64)\n",
+        "\nVersionMin=851968\n", "\nAuthority=iPhone Distribution: Test\n",
+        "\nTeamIdentifier=not set\n", "\nPage size=4096\n", "\nInfo.plist entries=3\n",
+        "\nSealed Resources version=2 rules=10 files=1\n", " flags=0x0(none) hashes=4+3 "}) {
+    EXPECT_THAT(text, HasSubstr(line));
+  }
+  EXPECT_THAT(codesign({"-dvvv", app_}).error, HasSubstr("Authority=iPhone Distribution: Test\n"));
+}
+
+TEST_F(CodesignTest, DisplayOfUnsignedCodeFails) {
+  const std::vector<std::vector<std::string>> cases = {
+      {"-d", app_}, {"-d", "--entitlements", ":-", app_}, {"-v", app_}};
+  for (const auto& arguments : cases) {
+    const Result result = codesign(arguments);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.error, app_ + ": code object is not signed at all\n");
+    EXPECT_EQ(result.out, "");
+  }
+}
+
+TEST_F(CodesignTest, EntitlementsComeOut) {
+  ASSERT_EQ(codesign({"-s", "-", "--entitlements", entitlements_, app_}).status, 0);
+  EXPECT_EQ(codesign({"-d", "--entitlements", ":-", app_}).out, kEntitlementsText);
+  EXPECT_THAT(codesign({"-d", "--entitlements", "-", app_}).out, StartsWith("\xfa\xde\x71\x71"));
+  const std::string target = folder_.file("out.plist");
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(codesign({"-d", "--entitlements", ":" + target, app_}).status, 0);
+  }
+  EXPECT_EQ(contentsOf(target), std::string(kEntitlementsText) + kEntitlementsText);
+
+  ASSERT_EQ(codesign({"-f", "-s", "-", app_}).status, 0);
+  const Result none = codesign({"-d", "--entitlements", ":-", app_});
+  EXPECT_EQ(none.status, 0);
+  EXPECT_EQ(none.out, "");
+  const Result bad = codesign({"-f", "-s", "-", "--entitlements", app_ + "/text", app_});
+  EXPECT_EQ(bad.status, 1);
+}
+
+TEST_F(CodesignTest, RequirementsAndCertificatesComeOut) {
+  ASSERT_EQ(codesign({"-s", sha1_, "--keychain", keychain_, app_}).status, 0);
+  EXPECT_THAT(codesign({"-d", "-r", "-", app_}).out,
+              MatchesRegex("designated => identifier \"com.example.demo\" and certificate root = "
+                           "H\"[0-9a-f]+\"\n"));
+  EXPECT_EQ(codesign({"-d", "--extract-certificates=" + folder_.file("cert"), app_}).status, 0);
+  EXPECT_EQ(hexUpper(digestOf(DigestAlgorithm::kSha1, contentsOf(folder_.file("cert0")))), sha1_);
+  ASSERT_EQ(codesign({"-f", "-s", "-", app_}).status, 0);
+  EXPECT_THAT(codesign({"-d", "-r-", app_}).out,
+              MatchesRegex("# designated => cdhash H\"[0-9a-f]+\"\n"));
+}
+
+TEST_F(CodesignTest, VerifyAnswers) {
+  ASSERT_EQ(codesign({"-s", sha1_, "--keychain", keychain_, app_}).status, 0);
+  EXPECT_EQ(codesign({"-v", app_}).error, "");
+  EXPECT_EQ(codesign({"--verify", "-v", app_}).error,
+            app_ + ": valid on disk\n" + app_ + ": satisfies its Designated Requirement\n");
+
+  // Requirements of the first signer kept under another one are no longer satisfied.
+  ASSERT_EQ(codesign({"-f", "-s", "-", "--preserve-metadata=requirements", app_}).status, 0);
+  const Result other = codesign({"-vv", app_});
+  EXPECT_EQ(other.status, 3);
+  EXPECT_EQ(other.error,
+            app_ + ": valid on disk\n" + app_ + ": does not satisfy its designated Requirement\n");
+
+  folder_.write("Demo.app/text", "changed");
+  const Result changed = codesign({"-v", app_});
+  EXPECT_EQ(changed.status, 1);
+  EXPECT_EQ(changed.error, app_ + ": a sealed resource is missing or invalid\nfile modified: " +
+                               *realPath(app_) + "/text\n");
+}
+
+TEST_F(CodesignTest, RemovesSignatures) {
+  ASSERT_EQ(codesign({"-s", "-", app_}).status, 0);
+  EXPECT_EQ(codesign({"--remove-signature", app_}).status, 0);
+  EXPECT_FALSE(fileExists(app_ + "/_CodeSignature"));
+  EXPECT_EQ(codesign({"-d", app_}).status, 1);
+}
+
+TEST_F(CodesignTest, BuiltProgramUsesItsStreams) {
+  Command command;
+  command.argv = {TOVREK_BUILT_FOLDER "/host/usr/bin/codesign", "-s", "-", app_};
+  Outcome outcome;
+  ErrorText error;
+  ASSERT_TRUE(runProcess(command, &outcome, &error)) << error.text();
+  EXPECT_EQ(outcome.status, 0);
+  command.argv = {TOVREK_BUILT_FOLDER "/host/usr/bin/codesign", "--display", "--verbose=4", app_};
+  command.standardError = StandardError::kCapture;
+  ASSERT_TRUE(runProcess(command, &outcome, &error)) << error.text();
+  EXPECT_EQ(outcome.output, "");
+  EXPECT_THAT(outcome.errorOutput, HasSubstr("\nSignature=adhoc\n"));
+  EXPECT_THAT(outcome.errorOutput, HasSubstr("\nTeamIdentifier=not set\n"));
+}
+
+}  // namespace
+}  // namespace tovrek::codesign

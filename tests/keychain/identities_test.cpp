@@ -1,0 +1,150 @@
+#include "companions/keychain/identities.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/openssl_identity.h"
+
+namespace tovrek::keychain {
+namespace {
+
+using test::IdentityFiles;
+using test::IdentityRequest;
+using test::makeIdentity;
+using testing::HasSubstr;
+
+class Identities : public testing::Test {
+ protected:
+  // Puts the identity's files into the keychain folder `keychain`.
+  void store(const std::string& keychain, const std::string& name, const IdentityFiles& files,
+             bool withKey = true) {
+    folder_.write(keychain + "/" + name + ".pem", test::contentsOf(files.certificate));
+    if (withKey) folder_.write(keychain + "/" + name + ".key", test::contentsOf(files.key));
+  }
+  IdentityFiles make(const std::string& name, const std::string& subject, int days = 30,
+                     const char* usage = "codeSigning") {
+    IdentityRequest request;
+    request.subject = subject;
+    request.days = days;
+    request.extensions = std::string("extendedKeyUsage=") + usage + "\n";
+    return makeIdentity(folder_, name, request);
+  }
+  Keychain open(const std::string& name) {
+    auto keychain = Keychain::open(folder_.file(name));
+    EXPECT_TRUE(keychain);
+    return keychain.value_or(Keychain());
+  }
+
+  test::TemporaryFolder folder_;
+};
+
+TEST_F(Identities, ChosenByWhatTheUserWrote) {
+  const auto acme = make("acme", "/CN=iPhone Distribution: Acme");
+  store("kc", "acme", acme);
+  store("kc", "acme2", make("acme2", "/CN=iPhone Distribution: Acme Two"));
+  store("kc", "beta", make("beta", "/CN=Beta"));
+  store("kc", "old", make("old", "/CN=Beta", -1));  // a renewal keeps the name
+  store("kc", "gone", make("gone", "/CN=Gone Corp", -1));
+  store("kc", "web", make("web", "/CN=Web Server", 30, "serverAuth"));
+  store("kc", "lost", make("lost", "/CN=Lost Key"), false);
+  store("second", "acme", acme);
+  const std::vector<Keychain> keychains = {open("kc"), open("second")};
+  const std::string digest = Certificate::fromDer(test::derOf(acme.certificate))->sha1Hex();
+  std::string upper = digest;
+  for (char& c : upper) c = static_cast<char>(std::toupper(c));
+
+  const struct {
+    std::string name;
+    Lookup outcome;
+    std::string expected;  // the leaf's name, or the text after "NAME: "
+  } cases[] = {
+      {"iPhone Distribution: Acme", Lookup::kFound, "iPhone Distribution: Acme"},
+      {"acme two", Lookup::kFound, "iPhone Distribution: Acme Two"},
+      {digest, Lookup::kFound, "iPhone Distribution: Acme"},
+      {upper, Lookup::kFound, "iPhone Distribution: Acme"},
+      {"*", Lookup::kFound, "iPhone Distribution: Acme"},
+      {"Beta", Lookup::kFound, "Beta"},
+      {"iphone distribution", Lookup::kAmbiguous,
+       "ambiguous (matches \"iPhone Distribution: Acme\" and \"iPhone Distribution: Acme Two\" "
+       "in " +
+           folder_.file("kc") + ")"},
+      {"Nobody", Lookup::kNotFound, "no identity found"},
+      {"", Lookup::kNotFound, "no identity found"},
+      {std::string(40, 'a'), Lookup::kNotFound, "no identity found"},
+      {"Lost", Lookup::kNoPrivateKey, "no identity found"},
+      {"Gone", Lookup::kExpired, "this identity cannot be used for signing code"},
+      {"Web", Lookup::kNotForSigning, "this identity cannot be used for signing code"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const LookupResult result = findSigningIdentity(keychains, c.name);
+    EXPECT_EQ(result.outcome, c.outcome);
+    if (c.outcome == Lookup::kFound) {
+      ASSERT_TRUE(result.identity);
+      EXPECT_EQ(result.identity->leaf.commonName(), c.expected);
+      EXPECT_TRUE(isValidNow(result.identity->leaf));
+      EXPECT_EQ(publicKeyId(result.identity->leaf), publicKeyId(result.identity->key));
+    } else {
+      EXPECT_FALSE(result.identity);
+      EXPECT_EQ(result.text, c.name + ": " + c.expected);
+    }
+  }
+  EXPECT_THAT(findSigningIdentity(keychains, "Lost").detail, HasSubstr("private key is not"));
+  EXPECT_THAT(findSigningIdentity(keychains, "Gone").detail, HasSubstr("valid from"));
+  EXPECT_THAT(findSigningIdentity(keychains, "Web").detail, HasSubstr("not meant"));
+}
+
+TEST_F(Identities, NothingToChooseFrom) {
+  for (const char* name : {"*", "x"}) {
+    EXPECT_EQ(findSigningIdentity({}, name).outcome, Lookup::kNotFound);
+  }
+}
+
+TEST_F(Identities, ExactNameThatCannotSignIsNotReplacedByALongerOne) {
+  store("kc", "a", make("a", "/CN=Acme", -1));
+  store("kc", "b", make("b", "/CN=Acme Two"));
+  EXPECT_EQ(findSigningIdentity({open("kc")}, "Acme").outcome, Lookup::kExpired);
+}
+
+// Two generations of an intermediate share a name; only the right one belongs into the chain.
+TEST_F(Identities, ChainFollowsTheIssuersKey) {
+  const std::string authority =
+      "basicConstraints=critical,CA:TRUE\nsubjectKeyIdentifier=hash\n"
+      "authorityKeyIdentifier=keyid\n";
+  const auto issue = [&](const std::string& name, const std::string& subject,
+                         const IdentityFiles* issuer, const std::string& extensions) {
+    IdentityRequest request;
+    request.subject = subject;
+    request.issuer = issuer;
+    request.extensions = extensions;
+    return makeIdentity(folder_, name, request);
+  };
+  const auto root = issue("root", "/CN=Root", nullptr, authority);
+  const auto first = issue("g1", "/CN=Intermediate", &root, authority);
+  const auto second = issue("g2", "/CN=Intermediate", &root, authority);
+  const auto leaf = issue("leaf", "/CN=Leaf", &second, "authorityKeyIdentifier=keyid\n");
+  const auto bare = issue("bare", "/CN=Bare", &second, "authorityKeyIdentifier=none\n");
+
+  ASSERT_EQ(Certificate::fromDer(test::derOf(bare.certificate))->authorityKeyIdentifier(), "");
+
+  store("issuers", "g1", first, false);
+  store("issuers", "g2", second, false);
+  store("kc", "leaf", leaf);
+  store("kc", "bare", bare);
+  const std::vector<std::string> upToSecond = {test::derOf(second.certificate)};
+  EXPECT_EQ(findSigningIdentity({open("kc"), open("issuers")}, "Leaf").identity->chain, upToSecond);
+
+  store("issuers", "root", root, false);
+  const std::vector<std::string> whole = {test::derOf(second.certificate),
+                                          test::derOf(root.certificate)};
+  const std::vector<Keychain> keychains = {open("kc"), open("issuers")};
+  EXPECT_EQ(findSigningIdentity(keychains, "Leaf").identity->chain, whole);
+  // Without key identifiers the signature tells the two apart.
+  EXPECT_EQ(findSigningIdentity(keychains, "Bare").identity->chain, whole);
+  EXPECT_TRUE(completeChain({}, open("kc").certificates()[0]).empty());
+  EXPECT_TRUE(
+      completeChain(keychains, *Certificate::fromDer(test::derOf(root.certificate))).empty());
+}
+
+}  // namespace
+}  // namespace tovrek::keychain

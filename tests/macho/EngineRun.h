@@ -1,0 +1,45 @@
+// Runs engine operations and turns whatever they end with into one comparable text.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <exception>
+#include <string>
+
+#include "macho/MachORebuildErrors.h"
+#include "macho/entry_points.h"
+#include "tests/support/MachOBuilder.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace tovrek::test {
+
+// "ok", a code in digits, or the engine's own words.
+template <class Operation>
+std::string outcomeOf(Operation&& operation) {
+  try {
+    operation();
+    return "ok";
+  } catch (MachORebuildErrors code) {
+    return std::to_string(static_cast<int>(code));
+  } catch (const std::exception& failure) {
+    return failure.what();
+  }
+}
+
+// Compares files without printing them: the first place where they differ.
+inline testing::AssertionResult sameBytes(const std::string& got, const std::string& wanted) {
+  if (got == wanted) return testing::AssertionSuccess();
+  const auto at = std::ranges::mismatch(got, wanted).in1 - got.begin();
+  return testing::AssertionFailure()
+         << "sizes " << got.size() << " and " << wanted.size() << ", first difference at " << at;
+}
+
+inline std::string checkBytes(const std::string& bytes, bool sdkOrder = false,
+                              bool libraryType = false, macho::AcceptanceRules rules = {}) {
+  static const TemporaryFolder folder;
+  const std::string path = folder.write("image", bytes);
+  return outcomeOf([&] { check(path, sdkOrder, libraryType, rules); });
+}
+
+}  // namespace tovrek::test
