@@ -58,7 +58,10 @@ xmlSAXHandler handlers() {
 }
 
 struct ContextFreer {
-  void operator()(xmlParserCtxt* context) const noexcept { xmlFreeParserCtxt(context); }
+  void operator()(xmlParserCtxt* context) const noexcept {
+    xmlFreeDoc(context->myDoc);  // made by libxml2 itself where entities are declared
+    xmlFreeParserCtxt(context);
+  }
 };
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <memory>
 
 #include "formats/PlistValue.h"
+#include "formats/XmlDocument.h"
 #include "formats/plist_depth.h"
 #include "host/clock.h"
 #include "host/files.h"
@@ -219,7 +220,8 @@ std::optional<PlistValue> parsePlist(std::string_view bytes, ErrorText* error) {
 
 std::string serializePlist(const PlistValue& value, PlistFormat format) {
   const Node node(value.visit(NodeMaker()));
-  if (format == PlistFormat::kXml) return xmlOf(node.get());
+  // The library writes texts as they are, also those that no XML reader would take again.
+  if (format == PlistFormat::kXml) return xmlText(xmlOf(node.get()));
   char* bytes = nullptr;
   uint32_t length = 0;
   plist_to_bin(node.get(), &bytes, &length);

@@ -1,0 +1,148 @@
+// Edits of a finished manifest.
+#include <gtest/gtest.h>
+
+#include "formats/XmlDocument.h"
+#include "log/module_loggers.h"
+#include "package/HelperMethods.h"
+#include "package/ManifestData.h"
+#include "tests/package/package_testing.h"
+
+namespace tovrek::test {
+namespace {
+
+constexpr char kHead[] = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n";
+constexpr char kStore[] = "<AppStoreUrl CRKW=\"MamPublicStoreURL\">x</AppStoreUrl>";
+
+class ManifestEdit : public ::testing::Test {
+ protected:
+  // A manifest whose MobileApp holds these elements.
+  std::string manifest(const std::string& elements) {
+    return folder_.write("manifest.xml", document(elements));
+  }
+  static std::string document(const std::string& elements) {
+    return std::string(kHead) + "<MobileAppPackage><MobileApp>" + elements +
+           "</MobileApp></MobileAppPackage>\n";
+  }
+  void expectManifest(const std::string& elements) const {
+    EXPECT_EQ(contentsOf(folder_.file("manifest.xml")), document(elements));
+  }
+  TemporaryFolder folder_;
+  LogCapture log_{Global_ManifestLib_logger()};
+};
+
+TEST_F(ManifestEdit, UserSelection) {
+  const std::string min = "<MinPlatform CRKW=\"MamMinPlatform\">",
+                    max = "<MaxPlatform CRKW=\"MamMaxPlatform\">",
+                    excluded = "<ExcludeDeviceTypes CRKW=\"MamExcludeDeviceTypes\">";
+  ManifestData data("New & name");
+  data.minPlatform = "9.0";
+  data.maxPlatform = "15<";
+  // Missing elements are appended, in the order minimum, maximum, devices.
+  const std::string path =
+      manifest(excluded + "ipad</ExcludeDeviceTypes><FriendlyName>Old</FriendlyName><Last/>");
+  EXPECT_TRUE(HelperMethods::UpdateManifestFileAsPerUserSelection(path, data));
+  expectManifest(
+      "<ExcludeDeviceTypes CRKW=\"MamExcludeDeviceTypes\"/>"
+      "<FriendlyName>New &amp; name</FriendlyName><Last/>" +
+      min + "9.0</MinPlatform>" + max + "15&lt;</MaxPlatform>");
+  // No values empty what is there; an empty name changes nothing.
+  EXPECT_TRUE(HelperMethods::UpdateManifestFileAsPerUserSelection(path, ManifestData("")));
+  expectManifest(
+      "<ExcludeDeviceTypes CRKW=\"MamExcludeDeviceTypes\"/>"
+      "<FriendlyName>New &amp; name</FriendlyName><Last/>"
+      "<MinPlatform CRKW=\"MamMinPlatform\"/><MaxPlatform CRKW=\"MamMaxPlatform\"/>");
+  EXPECT_EQ(log_.text(), "");
+}
+
+TEST_F(ManifestEdit, FailuresChangeNothing) {
+  const std::string platforms =
+      "<MinPlatform CRKW=\"MamMinPlatform\">1</MinPlatform>"
+      "<MaxPlatform CRKW=\"MamMaxPlatform\">2</MaxPlatform>"
+      "<ExcludeDeviceTypes CRKW=\"MamExcludeDeviceTypes\">3</ExcludeDeviceTypes>";
+  ManifestData data("Name");
+  data.minPlatform = "9";
+  const auto select = [&](const std::string& path) {
+    return HelperMethods::UpdateManifestFileAsPerUserSelection(path, data);
+  };
+  using Edit = std::function<bool(const std::string&)>;
+  const struct {
+    std::string elements;
+    Edit edit;
+    const char* logged;
+  } cases[] = {
+      {platforms, select, "Could not update application Friendly Name"},
+      {"<FriendlyName/>" + platforms + platforms, select,
+       "Could not update application Minium Platform"},
+      {"<FriendlyName/>" + platforms + "<MaxPlatform CRKW=\"MamMaxPlatform\"/>", select,
+       "Could not update application Maximum Platform"},
+      {"<FriendlyName/>" + platforms + "<ExcludeDeviceTypes CRKW=\"MamExcludeDeviceTypes\"/>",
+       select, "Could not update application Excluded Device Types"},
+      {"<AppStoreUrl>no key</AppStoreUrl>",
+       [](const std::string& path) { return HelperMethods::UpdateAppStoreURL(path, "u"); },
+       "Could not update application ,MamPublicStoreURL not avaliable in manifest file"},
+      {std::string(kStore) + kStore,
+       [](const std::string& path) { return HelperMethods::removeAppStoreURL(path); },
+       "Could not update application, remove MamPublicStoreURL failed."},
+      {"", [](const std::string& path) { return HelperMethods::removeAppStoreURL(path); },
+       "Manifest update: matchingNodes count = 0."},
+      {"<BundleFile/><BundleFile/>",
+       [](const std::string& path) { return HelperMethods::updateManifestFile(path, "x.ipa"); },
+       "Could not update application, BundleFile."},
+      {"<A/>",
+       [](const std::string& path) {
+         return HelperMethods::updateAppWEXProperty(path, "//B[", "v");
+       },
+       "Could not update application property with Value v \n"},
+      {"<PackageSize CRKW=\"MamPackageSize\"/><PackageSize CRKW=\"MamPackageSize\"/>",
+       [](const std::string& path) { return HelperMethods::ModifyPackageSize(path, path, ""); },
+       "The manifest.xml file has multiple entry of PackageSize element"},
+      {"<PackageSize CRKW=\"MamPackageSize\"/>",
+       [](const std::string& path) {
+         return HelperMethods::ModifyPackageSize(path, path + ".missing", "");
+       },
+       "Error reading ipa file size"},
+  };
+  for (const auto& test : cases) {
+    SCOPED_TRACE(test.logged);
+    const LogCapture log(Global_ManifestLib_logger());
+    EXPECT_FALSE(test.edit(manifest(test.elements)));
+    EXPECT_TRUE(log.holds(test.logged)) << log.text();
+    EXPECT_EQ(contentsOf(folder_.file("manifest.xml")), document(test.elements));
+    EXPECT_FALSE(test.edit(folder_.file("missing.xml")));
+    EXPECT_FALSE(test.edit(folder_.write("junk.xml", "no xml")));
+  }
+}
+
+TEST_F(ManifestEdit, StoreAddressBundleFileAndOthers) {
+  const std::string path = manifest(std::string("<BundleFile>a</BundleFile><X>1</X>") + kStore);
+  EXPECT_TRUE(HelperMethods::updateManifestFile(path, "b&c.ipa"));
+  EXPECT_TRUE(
+      HelperMethods::updateAppWEXProperty(path, "/MobileAppPackage/MobileApp/X", std::nullopt));
+  // Base64 of more than one line: the line ends have to survive being read again.
+  EXPECT_TRUE(HelperMethods::UpdateAppStoreURL(path, std::string(60, 'u')));
+  const auto document = XmlDocument::readFile(path);
+  const std::string encoded = document->find("//AppStoreUrl")->front().text();
+  EXPECT_EQ(encoded.find("\r\n"), 64u);
+  EXPECT_EQ(encoded.size(), 82u);
+  EXPECT_TRUE(HelperMethods::removeAppStoreURL(path));
+  expectManifest("<BundleFile>b&amp;c.ipa</BundleFile><X/>");
+}
+
+TEST_F(ManifestEdit, PackageSize) {
+  const std::string path = manifest("<PackageSize CRKW=\"MamPackageSize\"/>");
+  const std::string ipa = folder_.write("a.ipa", std::string(4321, 'x'));
+  EXPECT_TRUE(HelperMethods::ModifyPackageSize(path, ipa, ""));
+  expectManifest("<PackageSize CRKW=\"MamPackageSize\">4321</PackageSize>");
+  EXPECT_TRUE(HelperMethods::ModifyPackageSize(path, folder_.file("missing"), std::nullopt));
+  expectManifest("<PackageSize CRKW=\"MamPackageSize\">2000</PackageSize>");
+}
+
+TEST_F(ManifestEdit, DamagedManifestIsMended) {
+  const std::string path = folder_.write(
+      "manifest.xml", "<MobileAppPackage><MobileApp><BundleFile>a &nbsp; b</BundleFile>");
+  EXPECT_TRUE(HelperMethods::updateManifestFile(path, "c.ipa"));
+  expectManifest("<BundleFile>c.ipa</BundleFile>");
+}
+
+}  // namespace
+}  // namespace tovrek::test
