@@ -33,11 +33,12 @@ bool TemporaryDirectory::createTempDir(bool create, bool andPackageDir, ErrorTex
   if (itemExistsNoFollow(folder)) {
     return fail(error, "Failed to create temp folder because folder already exits.");
   }
+  // Registered first: an interruption may come as soon as the folder is there.
+  removedOnSignal_.emplace(folder);
   if (!createDirectories(family, &reason) || !createPrivateDirectory(folder, &reason)) {
     return notCreated(reason);
   }
   tempDir_ = folder;
-  removedOnSignal_.emplace(tempDir_);
   if (andPackageDir) {
     packageDir_ = joinPath(tempDir_, "ORVANE_PACKAGE");
     if (!createDirectories(packageDir_, &reason)) {
