@@ -12,8 +12,8 @@
 #include <set>
 
 #include "companions/keychain/item_files.h"
-#include "companions/keychain/openssl_owners.h"
 #include "formats/Digest.h"
+#include "formats/openssl_owners.h"
 #include "host/file_io.h"
 #include "host/files.h"
 #include "host/paths.h"

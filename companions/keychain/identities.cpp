@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <set>
 
-#include "companions/keychain/openssl_owners.h"
+#include "formats/openssl_owners.h"
 #include "host/clock.h"
 #include "host/paths.h"
 

@@ -7,7 +7,7 @@
 #include <climits>
 #include <cstring>
 
-#include "companions/keychain/openssl_owners.h"
+#include "formats/openssl_owners.h"
 
 namespace tovrek::keychain {
 

@@ -22,7 +22,7 @@ enum class ReadResult {
 ReadResult readItems(std::string_view bytes, const std::optional<std::string>& password,
                      Items* items);
 
-// The part of readItems() for PKCS#12. kUnknownFormat when the bytes are something else.
+// readItems() for PKCS#12 alone. kUnknownFormat when the bytes are something else.
 ReadResult readPkcs12(std::string_view bytes, const std::optional<std::string>& password,
                       Items* items);
 

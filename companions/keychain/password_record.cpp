@@ -8,8 +8,8 @@
 #include <array>
 #include <sstream>
 
-#include "companions/keychain/openssl_owners.h"
 #include "formats/Digest.h"
+#include "formats/openssl_owners.h"
 #include "host/files.h"
 #include "host/paths.h"
 

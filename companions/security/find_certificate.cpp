@@ -1,13 +1,13 @@
 #include <fmt/format.h>
 #include <openssl/pem.h>
 
-#include "companions/keychain/openssl_owners.h"
 #include "companions/security/Options.h"
 #include "companions/security/attribute_dump.h"
 #include "companions/security/commands.h"
 #include "companions/security/keychain_choice.h"
 #include "companions/security/status.h"
 #include "formats/Digest.h"
+#include "formats/openssl_owners.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
 
@@ -23,10 +23,10 @@ bool fits(const Certificate& certificate, const Options& options) {
 }
 
 std::string pemOf(const Certificate& certificate) {
-  const keychain::BioOwner memory(BIO_new(BIO_s_mem()));
-  PEM_write_bio(memory.get(), "CERTIFICATE", "", keychain::asBytes(certificate.der()),
+  const BioOwner memory(BIO_new(BIO_s_mem()));
+  PEM_write_bio(memory.get(), "CERTIFICATE", "", asBytes(certificate.der()),
                 static_cast<long>(certificate.der().size()));
-  return keychain::contentsOf(memory.get());
+  return contentsOf(memory.get());
 }
 
 void printCertificate(const Certificate& certificate, const std::string& keychainPath,

@@ -7,8 +7,8 @@
 #include <cstdlib>
 
 #include "companions/signing/bytes.h"
-#include "companions/signing/openssl_owners.h"
 #include "formats/Digest.h"
+#include "formats/openssl_owners.h"
 #include "host/paths.h"
 
 namespace tovrek::signing {

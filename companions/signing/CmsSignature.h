@@ -11,7 +11,7 @@
 #include "companions/signing/CertificateChain.h"
 #include "companions/signing/CodeDirectory.h"
 #include "companions/signing/SigningIdentity.h"
-#include "companions/signing/openssl_owners.h"
+#include "formats/openssl_owners.h"
 #include "host/ErrorText.h"
 
 namespace tovrek::signing {

@@ -6,8 +6,8 @@
 #include <cctype>
 
 #include "companions/signing/RequirementExpression.h"
-#include "companions/signing/openssl_owners.h"
 #include "formats/Digest.h"
+#include "formats/openssl_owners.h"
 #include "host/clock.h"
 
 namespace tovrek::signing {

@@ -2,7 +2,7 @@
 
 #include <openssl/objects.h>
 
-#include "companions/signing/openssl_owners.h"
+#include "formats/openssl_owners.h"
 
 namespace tovrek::signing {
 namespace {

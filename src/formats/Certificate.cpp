@@ -2,7 +2,6 @@
 
 #include <openssl/err.h>
 #include <openssl/objects.h>
-#include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
 #include <climits>
@@ -10,19 +9,11 @@
 #include <memory>
 
 #include "formats/Digest.h"
+#include "formats/openssl_owners.h"
 
 namespace tovrek {
 
 namespace {
-
-template <auto Free>
-struct Freer {
-  template <class T>
-  void operator()(T* item) const noexcept {
-    Free(item);
-  }
-};
-using X509Owner = std::unique_ptr<X509, Freer<X509_free>>;
 
 std::string bytesOf(const ASN1_STRING* text) {
   if (text == nullptr || ASN1_STRING_length(text) <= 0) return {};

@@ -1,4 +1,4 @@
-// The part of HelperMethods that edits an existing manifest. Each edit loads the file, changes it
+// Operations of HelperMethods that edit an existing manifest. Each edit loads the file, changes it
 // and writes it back whole; one that fails leaves the file as it was.
 #include <fmt/format.h>
 

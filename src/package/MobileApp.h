@@ -1,4 +1,4 @@
-// The part of a manifest that describes the app.
+// The section of a manifest that describes the app.
 #pragma once
 
 #include <map>

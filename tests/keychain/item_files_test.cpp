@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <openssl/pkcs12.h>
 
-#include "companions/keychain/openssl_owners.h"
+#include "formats/openssl_owners.h"
 #include "tests/support/openssl_identity.h"
 
 namespace tovrek::keychain {

@@ -2,8 +2,8 @@
 
 #include <openssl/pem.h>
 
-#include "companions/signing/openssl_owners.h"
 #include "formats/Digest.h"
+#include "formats/openssl_owners.h"
 
 namespace tovrek::test {
 namespace {
@@ -19,7 +19,7 @@ signing::CodeCertificate certificateIn(const IdentityFiles& files) {
 
 std::shared_ptr<EVP_PKEY> keyIn(const std::string& path) {
   const std::string pem = contentsOf(path);
-  const signing::BioOwner source(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
+  const BioOwner source(BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())));
   return {PEM_read_bio_PrivateKey(source.get(), nullptr, nullptr, nullptr), EVP_PKEY_free};
 }
 

@@ -1,7 +1,9 @@
-// Owners of OpenSSL's objects.
+// Owners of OpenSSL's objects, and the conversions that come with every use of them.
 #pragma once
 
 #include <openssl/bio.h>
+#include <openssl/cms.h>
+#include <openssl/err.h>
 #include <openssl/evp.h>
 #include <openssl/pkcs12.h>
 #include <openssl/x509.h>
@@ -10,20 +12,28 @@
 #include <string>
 #include <string_view>
 
-namespace tovrek::keychain {
+namespace tovrek {
 
 template <auto Free>
 struct Freer {
   template <class T>
-  void operator()(T* item) const noexcept {
-    Free(item);
+  void operator()(T* object) const noexcept {
+    Free(object);
   }
 };
 
+using AttributeOwner = std::unique_ptr<X509_ATTRIBUTE, Freer<X509_ATTRIBUTE_free>>;
 using BioOwner = std::unique_ptr<BIO, Freer<BIO_free_all>>;
+using CmsOwner = std::unique_ptr<CMS_ContentInfo, Freer<CMS_ContentInfo_free>>;
 using KeyOwner = std::unique_ptr<EVP_PKEY, Freer<EVP_PKEY_free>>;
-using X509Owner = std::unique_ptr<X509, Freer<X509_free>>;
+using ObjectOwner = std::unique_ptr<ASN1_OBJECT, Freer<ASN1_OBJECT_free>>;
 using Pkcs12Owner = std::unique_ptr<PKCS12, Freer<PKCS12_free>>;
+using StoreOwner = std::unique_ptr<X509_STORE, Freer<X509_STORE_free>>;
+using X509Owner = std::unique_ptr<X509, Freer<X509_free>>;
+struct CertificateListFreer {
+  void operator()(STACK_OF(X509) * list) const noexcept { sk_X509_pop_free(list, X509_free); }
+};
+using CertificateList = std::unique_ptr<STACK_OF(X509), CertificateListFreer>;
 
 // The memory must outlive the BIO.
 inline BioOwner readingFrom(std::string_view bytes) {
@@ -52,4 +62,12 @@ std::string encoded(Encode encode) {
   return bytes;
 }
 
-}  // namespace tovrek::keychain
+// The library's reason for its last failure; empties its queue.
+inline std::string opensslReason() {
+  const char* reason = ERR_reason_error_string(ERR_peek_last_error());
+  std::string text = reason == nullptr ? "unknown reason" : reason;
+  ERR_clear_error();
+  return text;
+}
+
+}  // namespace tovrek
