@@ -234,12 +234,13 @@ class EnterpriseApp(SdkApp):
         self.assertEqual((result.returncode, self.left_in_scratch()), (0, []), text)
         self.assert_transcript("wrap_enterprise", text)
         texts = manifest_texts(unzip(self.path("Enterprise.wex"), self.path("store package")))
-        self.assertEqual((texts["BundleFile"], texts["PackageSize"]), ("Enterprise_SDK.ipa", "2000"))
+        self.assertEqual((texts["BundleFile"], texts["PackageSize"]),
+                         ("Enterprise_SDK.ipa", "2000"))
         unzip(self.path("Enterprise_SDK.ipa"), self.path("store app"))
         app = self.path("store app", "Payload", "Gauge.app")
         self.assertEqual(bundle.problems(app, TRUSTED_ROOT), [])
         for image in macho.slices(os.path.join(app, "Gauge")):
             self.assertEqual(signature.signer(image), ADMIN)
-            self.assertEqual(signature.Signature(image).der_entitlements()["application-identifier"],
-                             "EXAMPLE123.com.example.gauge")
+            entitlements = signature.Signature(image).der_entitlements()
+            self.assertEqual(entitlements["application-identifier"], "EXAMPLE123.com.example.gauge")
         self.assertEqual(read(app, "embedded.mobileprovision"), read(PROFILE))

@@ -34,10 +34,10 @@ class SetInfo(TranscriptTest):
         before = self.path(before)
         old, new = texts(before), texts(after)
         manifest = {tag: new.get(tag) for tag in old | new if old.get(tag) != new.get(tag)}
-        names = set(os.listdir(before)) | set(os.listdir(after))
-        files = {name for name in names - {"manifest.xml"}
-                 if not all(os.path.isfile(os.path.join(folder, name)) for folder in (before, after))
-                 or read(before, name) != read(after, name)}
+        contents = [{name: read(folder, name) for name in os.listdir(folder)}
+                    for folder in (before, after)]
+        files = {name for name in (contents[0] | contents[1]).keys() - {"manifest.xml"}
+                 if contents[0].get(name) != contents[1].get(name)}
         return manifest, files
 
     def assert_done(self, result, text):
@@ -107,7 +107,8 @@ class SetInfo(TranscriptTest):
             ("SetInfo", "-storeURL", "https://a.example.com", "-embedBundle"),
             ("SetInfo", "-embedBundle", "App.ipa", "-storeURL", "https://a.example.com"),
             ("SetInfo", "-in", "Some.app", "-out", "o.wex"),
-            ("SetInfo", *files, "-logWriteLevel", "5"), ("SetInfo", *files, "-logDisplayLevel", "9"),
+            ("SetInfo", *files, "-logWriteLevel", "5"),
+            ("SetInfo", *files, "-logDisplayLevel", "9"),
             ("SetInfo", *files, "-policyXML", "gone.xml"),
             ("SetInfo", "-in", "App.wex", "-out", "gone/o.wex", *LOG),
             ("SetInfo", "-in", "App.wex", "-out", "o.ipa", *LOG),

@@ -14,8 +14,9 @@ def signers(app):
     """Whose signature each code object has, by its path in the app."""
     found = {}
     for code in bundle.code_objects(app):
-        executable = os.path.join(code, bundle.executable_name(code)) if os.path.isdir(code) else code
-        found[os.path.relpath(code, app)] = signature.signer(macho.slices(executable)[0])
+        inner = bundle.executable_name(code) if os.path.isdir(code) else ""
+        image = macho.slices(os.path.join(code, inner).rstrip("/"))[0]
+        found[os.path.relpath(code, app)] = signature.signer(image)
     return found
 
 
