@@ -134,7 +134,7 @@ class SetInfo(TranscriptTest):
     def test_refusals_that_only_the_log_explains(self):
         # A wrapped app has no store address to change or to remove.
         runs = [("-storeURL", "https://a.example.com"), ("-embedBundle", "App.ipa"),
-                ("-embedBundle", "gone.ipa")]
+                ("-embedBundle", "gone.ipa"), ("-embedBundle", ".."), ("-embedBundle", "/")]
         shown = []
         for words in runs:
             result, text = self.transcript("SetInfo", "-in", "App.wex", "-out", "o.wex", *words,
@@ -144,7 +144,8 @@ class SetInfo(TranscriptTest):
             shown.append(text)
         text = "\n".join(shown)
         for reason in ("MamPublicStoreURL not avaliable in manifest file",
-                       "embedBundle: removeAppStoreURL failed", "bunlde does not exist"):
+                       "embedBundle: removeAppStoreURL failed", "bunlde does not exist",
+                       "error=.. has no name", "error=/ has no name"):
             self.assertIn(reason, text)
 
     def test_help(self):
