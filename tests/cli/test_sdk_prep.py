@@ -37,9 +37,10 @@ class SdkPrep(SdkApp):
             "SdkPrep", "-in", app, "-out", "Gauge.wex", "-packageId", f'"{PACKAGE_ID}"',
             "-appType", "General", "-appDesc", 'The "gauge"', "-minPlatform", "9.1",
             "-maxPlatform", "14", "-excludedDevices", '"ipad"', "-appIdPrefix", "EXAMPLE123",
-            "-adalClientID", " client ", "-adalNSGResource", "resource", *REQUIRED)
+            "-adalClientID", " client ", "-adalNSGResource", "resource", "-logWriteLevel", "4",
+            "-logDisplayLevel", "1", *REQUIRED)
         self.assertEqual((result.returncode, self.left_in_scratch()), (0, []), text)
-        self.assert_transcript("sdk_prep_store", text.replace(PACKAGE_ID, "UUID"))
+        self.assert_transcript("sdk_prep_store", text)
 
         package = unzip(self.path("Gauge.wex"), self.path("package"))
         self.assertEqual(sorted(os.listdir(package)), [
@@ -74,11 +75,17 @@ class SdkPrep(SdkApp):
 
     def test_app_mode_5_copies_nothing_into_the_app(self):
         app = self.app("mode 5")
-        result = self.tovrek("SdkPrep", "-in", app, "-out", "Mode5.wex", "-appMode", "5", *REQUIRED)
+        policies = write(b"<PolicyMetadata><Policy><PolicyName>Only</PolicyName></Policy>"
+                         b"</PolicyMetadata>", self.path("own.xml"))
+        result = self.tovrek("SdkPrep", "-in", app, "-out", "Mode5.wex", "-appMode", "5",
+                             "-policyXML", policies, *REQUIRED)
         self.assertEqual((result.returncode, self.left_in_scratch()), (0, []), result.stderr)
         added = set(bundle.files_below(self.path(app))) - set(bundle.files_below(SDK_APP))
         self.assertEqual(added, {"Orvane.plist", "policy_metadata.xml", "default_wex_policies.xml"})
-        texts = manifest_texts(unzip(self.path("Mode5.wex"), self.path("mode 5 package")))
+        package = unzip(self.path("Mode5.wex"), self.path("mode 5 package"))
+        for folder in (package, self.path(app)):
+            self.assertEqual(read(folder, "policy_metadata.xml"), read(policies))
+        texts = manifest_texts(package)
         self.assertEqual((texts["WEXApplicationType"], texts["SDKAppMode"]), ("Invalid", "5"))
 
     def test_preparing_twice_replaces_what_is_there(self):

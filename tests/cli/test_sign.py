@@ -45,7 +45,7 @@ class Sign(TranscriptTest):
             self.assertIn("EXAMPLE456.com.orvane.wex", groups)
 
     def test_package(self):
-        result, text = self.transcript("Sign", *BY_BRANCH, "-in", "App.wex")
+        result, text = self.transcript("Sign", *BY_BRANCH, "-in", "App.wex", "-wexResign", "Yes")
         self.assertEqual((result.returncode, self.left_in_scratch()), (0, []), text)
         self.assert_transcript("sign_package", text)
 
@@ -73,7 +73,8 @@ class Sign(TranscriptTest):
         with changed_app() as (folder, app):
             os.symlink("PkgInfo", os.path.join(app, "link"))
             pack(folder, self.path("Plain.ipa"))
-        for words, output in (((), "Plain_Resign.ipa"), (("-out", "Other.ipa"), "Other.ipa")):
+        levels = ("-reSign", "maybe", "-logWriteLevel", "1", "-logDisplayLevel", "3")
+        for words, output in (((), "Plain_Resign.ipa"), (("-out", "Other.ipa", *levels), "Other.ipa")):
             result, text = self.transcript("Sign", *BY_BRANCH, "-in", "Plain.ipa", *words)
             self.assertEqual((result.returncode, self.left_in_scratch()), (0, []), text)
             app = self.app_of(self.path(output), output + ".d")
@@ -112,6 +113,20 @@ class Sign(TranscriptTest):
         result = self.tovrek(*words, "-in", "App.wex", "-out", "Expired.wex")
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertTrue(os.path.isfile(self.path("Expired.wex")))
+
+    def test_upgrades_take_the_identifier_of_any_wildcard_profile(self):
+        profile = make_profile(self.path("other.mobileprovision"), "com.other.*")
+        words = ("Sign", "-Cert", ADMIN, "-Profile", profile, "-logFile", "log", "-in", "App.wex",
+                 "-out", "Upgrade.wex")
+        self.assertEqual(self.tovrek(*words).returncode, 254)
+        result = self.tovrek(*words, "-upgrade")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        unzip(self.path("Upgrade.wex"), self.path("upgrade package"))
+        app = self.app_of(self.path("upgrade package", "App.ipa"), "upgrade")
+        self.assertEqual(bundle.problems(app, TRUSTED_ROOT), [])
+        image = macho.slices(os.path.join(app, "Fieldbook"))[0]
+        self.assertEqual(signature.Signature(image).der_entitlements()["application-identifier"],
+                         "EXAMPLE123.com.other.com.example.managed")
 
     def test_refused_arguments(self):
         values = ["-Cert", "-Profile", "-in", "-out", "-logFile", "-logWriteLevel",
