@@ -4,8 +4,8 @@
 #
 #   identities.sh FOLDER
 #
-# For each NAME of root, intermediate, admin, maker and developer it writes NAME.key and NAME.pem;
-# for the last three also NAME.p12 (password "demo"), to be imported into a keychain, and
+# For each NAME of root, intermediate, admin, branch, maker and developer it writes NAME.key and
+# NAME.pem; for all but the first two also NAME.p12 (password "demo"), to be imported into a keychain, and
 # NAME.keychain.pem (key, certificate and chain), which serves as a keychain by its path.
 # root.sha1 is the root's hash: TOVREK_TRUSTED_ROOT_SHA1 with it lets codesign take these
 # certificates for such that belong to a team.
@@ -45,9 +45,11 @@ certificate root root self "Demo Root CA" "Demo Certification Authority" "Demo A
 certificate intermediate intermediate root "Demo Device Relations CA" "G1" "Demo Authority"
 certificate admin distribution intermediate \
   "iPhone Distribution: Example Corporation (EXAMPLE123)" EXAMPLE123 "Example Corporation"
+certificate branch distribution intermediate \
+  "iPhone Distribution: Example Branch (EXAMPLE456)" EXAMPLE456 "Example Branch"
 certificate maker distribution intermediate \
   "iPhone Distribution: Orvane Systems, Inc. (ORVANE1234)" ORVANE1234 "Orvane Systems, Inc."
 certificate developer development intermediate \
   "iPhone Developer: Sam Sample (SAMPLE0001)" SAMPLE0001 "Sam Sample"
-for name in admin maker developer; do identity $name; done
+for name in admin branch maker developer; do identity $name; done
 openssl x509 -in root.pem -noout -fingerprint -sha1 | sed 's/.*=//; s/://g' >root.sha1

@@ -38,6 +38,17 @@ void moveMetadata(const std::string& from, const std::string& to) {
   }
 }
 
+// A path such as ".." names no place in the folder, but the folder itself or one above.
+bool copyUnderName(const std::string& from, const std::string& folder, const std::string& name,
+                   ErrorText* reason) {
+  if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) {
+    return fail(reason, fmt::format("{} has no name to be copied under", from));
+  }
+  const std::string target = joinPath(folder, name);
+  if (itemExistsNoFollow(target)) removeItem(target);
+  return copyItem(from, target, reason);
+}
+
 bool removeIpas(const std::string& folder) {
   const auto names = listDirectory(folder);
   if (!names) {
@@ -168,10 +179,8 @@ bool AppConverter::doEmbedBundle(const std::optional<std::string>& bundlePath,
   if (!removeIpas(package.tempDir())) return false;
 
   const std::string name = lastPathComponent(*bundlePath);
-  const std::string target = joinPath(package.tempDir(), name);
-  if (itemExistsNoFollow(target)) removeItem(target);
   ErrorText reason;
-  if (!copyItem(*bundlePath, target, &reason)) {
+  if (!copyUnderName(*bundlePath, package.tempDir(), name, &reason)) {
     systemLog(fmt::format("{}: embedBundle: copy failed. error={}.", kOperation, reason.text()));
     logger().logError(fmt::format("Error: embedBundle: copy failed. error={}.", reason.text()));
     return false;
@@ -198,7 +207,7 @@ bool AppConverter::EmbedResourcesIntoApp(ErrorText* error) {
     logger().logError("Failed to get the input app NSBundle object.");
     return false;
   }
-  if (!refuseLinksOutside(run.appPath, error) || !checkSdkApp(run, error) ||
+  if (!checkSdkApp(run, error) || !refuseLinksOutside(run.appPath, error) ||
       !embedManagementFiles(run, error)) {
     return false;
   }

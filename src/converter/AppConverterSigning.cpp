@@ -4,6 +4,7 @@
 
 #include "converter/AppConverter.h"
 #include "converter/common.h"
+#include "host/HostRoot.h"
 #include "host/files.h"
 #include "host/host_info.h"
 #include "host/paths.h"
@@ -204,6 +205,10 @@ bool AppConverter::EmbedOpenSSLFipsFingerprint(const std::string& appPath, Error
   const std::string executable = bundle ? bundle->executablePath().value_or("") : "";
   const std::string tool = joinPath(programFolder(), "incore_macho");
   systemLog("Trying to run " + tool);
+  // It comes with the SDK's crypto module, not with us: say so before a status that tells little.
+  if (!HostRoot::exists(tool)) {
+    return fail(error, fmt::format("A required file at this location does not exist: {}", tool));
+  }
   const int status = runTool({tool, "--debug", "-exe", executable});
   // The tool ends with 255 when the fingerprint was there already.
   return status == 0 || status == 255 || failWithStatus(error, "incore_macho", status);

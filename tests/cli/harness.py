@@ -18,6 +18,11 @@ IDENTITIES = os.path.join(DEMO, "identities")
 PROFILE = os.path.join(DEMO, "Example.mobileprovision")
 TRUSTED_ROOT = os.path.join(IDENTITIES, "root.pem")
 ADMIN = "iPhone Distribution: Example Corporation (EXAMPLE123)"
+BRANCH = "iPhone Distribution: Example Branch (EXAMPLE456)"
+BRANCH_PROFILE = os.path.join(DEMO, "Branch.mobileprovision")
+SDK_APP = os.path.join(DEMO, "sdk", "Gauge.app")
+SDK_APP_WITH_FINGERPRINT = os.path.join(DEMO, "sdk-fingerprint", "Gauge.app")
+SDK_ENTITLEMENTS = os.path.join(ROOT, "demo", "sdk_app", "entitlements.plist")
 DEVELOPER = "iPhone Developer: Sam Sample (SAMPLE0001)"
 SEPARATOR = "-" * 30
 
@@ -64,11 +69,16 @@ class WholeProgramTest(unittest.TestCase):
                                XDG_DATA_HOME=os.path.join(cls.folder, "home"), LC_ALL="C.UTF-8")
         cls.environment["TOVREK_TRUSTED_ROOT_SHA1"] = read(IDENTITIES, "root.sha1").decode().strip()
         cls.environment.pop("TOVREK_HOST_ROOT", None)
-        run(os.path.join(COMPANIONS, "security"), "import", os.path.join(IDENTITIES, "admin.p12"),
-            "-P", "demo", env=cls.environment)
+        cls.import_identity("admin")
 
-    def path(self, *parts):
-        return os.path.join(self.folder, *parts)
+    @classmethod
+    def import_identity(cls, name):
+        run(os.path.join(COMPANIONS, "security"), "import",
+            os.path.join(IDENTITIES, f"{name}.p12"), "-P", "demo", env=cls.environment)
+
+    @classmethod
+    def path(cls, *parts):
+        return os.path.join(cls.folder, *parts)
 
     @classmethod
     def wrap_command(cls, app, output, *options, toolkit=TOOLKIT, cert=ADMIN, profile=PROFILE):
@@ -77,14 +87,19 @@ class WholeProgramTest(unittest.TestCase):
                 *options]
 
     @classmethod
-    def wrap(cls, app, output, *options, environment=(), **keywords):
-        command = cls.wrap_command(app, output, *options, **keywords)
-        result = subprocess.run(command, capture_output=True, stdin=subprocess.DEVNULL,
-                                env=cls.environment | dict(environment), cwd=cls.folder,
-                                timeout=240)
+    def run_toolkit(cls, command, environment=(), merge=False):
+        """Runs a command line; `merge` puts both outputs into one, in the order of their lines."""
+        error = subprocess.STDOUT if merge else subprocess.PIPE
+        result = subprocess.run(command, stdout=subprocess.PIPE, stderr=error,
+                                stdin=subprocess.DEVNULL, env=cls.environment | dict(environment),
+                                cwd=cls.folder, timeout=240)
         result.stdout = result.stdout.decode()
-        result.stderr = result.stderr.decode()
+        result.stderr = (result.stderr or b"").decode()
         return result
+
+    @classmethod
+    def wrap(cls, app, output, *options, environment=(), **keywords):
+        return cls.run_toolkit(cls.wrap_command(app, output, *options, **keywords), environment)
 
     def left_in_scratch(self):
         """All files and folders below the scratch place but the fixed parent of scratch folders."""

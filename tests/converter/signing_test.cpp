@@ -167,6 +167,8 @@ TEST_F(Signing, PreparationRemovesTheOldSignature) {
 
 TEST_F(Signing, FingerprintTool) {
   const std::string tool = programFolder() + "/incore_macho";
+  EXPECT_FALSE(converter().EmbedOpenSSLFipsFingerprint(app(), &error));
+  EXPECT_EQ(error.text(), "A required file at this location does not exist: " + tool);
   const std::pair<int, bool> cases[] = {{0, true}, {255, true}, {1, false}};
   for (const auto& [status, expected] : cases) {
     host.addTool(tool, fmt::format("exit {}", status));

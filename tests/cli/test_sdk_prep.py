@@ -1,0 +1,253 @@
+"""SdkPrep, and what else is done with apps that were built with the SDK."""
+import base64
+import os
+import plistlib
+import shutil
+import xml.etree.ElementTree as ElementTree
+
+from examiner import bundle, macho, signature
+from harness import (ADMIN, DEMO_APP, PROFILE, SDK_APP, SDK_APP_WITH_FINGERPRINT, SDK_ENTITLEMENTS,
+                     TOOLKIT, TRUSTED_ROOT, copy_toolkit, pack, read, unzip, write)
+from transcripts import TranscriptTest
+
+ADDRESS = "https://apps.example.com/the gauge"
+PACKAGE_ID = "0F1E2D3C-0000-4000-8000-00000000000A"
+LOG = ("-logFile", "log")
+REQUIRED = ("-storeURL", ADDRESS, "-entitlements", SDK_ENTITLEMENTS, *LOG)
+WEX, INTUNE = b"@rpath/Wex.framework/Wex", b"IntuneMAM.framework/IntuneMAM"
+
+
+def manifest_texts(package):
+    root = ElementTree.parse(os.path.join(package, "manifest.xml")).getroot()
+    return {node.tag: node.text or "" for node in root.iter()}
+
+
+class SdkApp(TranscriptTest):
+    def app(self, folder, source=SDK_APP):
+        """A copy of the SDK app, which the run will change; its path from the test's folder."""
+        shutil.copytree(source, self.path(folder, "Gauge.app"))
+        return f"{folder}/Gauge.app"
+
+
+class SdkPrep(SdkApp):
+    def test_store_app(self):
+        app = self.app("build")
+        before = {name: read(SDK_APP, name) for name in bundle.files_below(SDK_APP)}
+        result, text = self.transcript(
+            "SdkPrep", "-in", app, "-out", "Gauge.wex", "-packageId", f'"{PACKAGE_ID}"',
+            "-appType", "General", "-appDesc", 'The "gauge"', "-minPlatform", "9.1",
+            "-maxPlatform", "14", "-excludedDevices", '"ipad"', "-appIdPrefix", "EXAMPLE123",
+            "-adalClientID", " client ", "-adalNSGResource", "resource", "-logWriteLevel", "4",
+            "-logDisplayLevel", "1", *REQUIRED)
+        self.assertEqual((result.returncode, self.left_in_scratch()), (0, []), text)
+        self.assert_transcript("sdk_prep_store", text)
+
+        package = unzip(self.path("Gauge.wex"), self.path("package"))
+        self.assertEqual(sorted(os.listdir(package)), [
+            "AppIcon29x29.png", "manifest.xml", "policy_metadata.xml", "strings-de.xml",
+            "strings-en.xml", "strings-fr.xml"])
+        texts = manifest_texts(package)
+        expected = {
+            "Description": "The gauge", "AppID": "EXAMPLE123.com.example.gauge",
+            "BundleID": "com.example.gauge", "FriendlyName": "Gauge", "AppVersion": "1.3",
+            "BundleFile": "Gauge_SDK.ipa", "PackageID": PACKAGE_ID, "PackageSize": "2000",
+            "MinPlatform": "9.1", "MaxPlatform": "14", "ExcludeDeviceTypes": "ipad",
+            "AppStoreUrl": base64.b64encode(ADDRESS.encode()).decode(),
+            "WEXApplicationType": "General", "SDKAppMode": "2"}
+        self.assertEqual({tag: texts[tag] for tag in expected}, expected)
+
+        # The management files are in the app; its code is as it was.
+        app = self.path(app)
+        data = os.path.join(TOOLKIT, "Data")
+        copied = {"OrvaneDylib.bundle": "Orvane.bundle",
+                  "Frameworks/OrvaneLogger.framework": "WEXSDK/OrvaneLogger.framework"}
+        added = {"Orvane.plist", "policy_metadata.xml", "default_wex_policies.xml",
+                 "AppLoaderViewController.nib"}
+        for target, source in copied.items():
+            for name in bundle.files_below(os.path.join(data, source)):
+                self.assertEqual(read(app, target, name), read(data, source, name))
+                added.add(f"{target}/{name}")
+        self.assertEqual(set(bundle.files_below(app)) - set(before), added)
+        for name in before:
+            if name != "Info.plist":
+                self.assertEqual(read(app, name), before[name], name)
+        self.assertEqual(plistlib.loads(read(app, "Orvane.plist"))["PackageID"], PACKAGE_ID)
+
+    def test_app_mode_5_copies_nothing_into_the_app(self):
+        app = self.app("mode 5")
+        policies = write(b"<PolicyMetadata><Policy><PolicyName>Only</PolicyName></Policy>"
+                         b"</PolicyMetadata>", self.path("own.xml"))
+        result = self.tovrek("SdkPrep", "-in", app, "-out", "Mode5.wex", "-appMode", "5",
+                             "-policyXML", policies, *REQUIRED)
+        self.assertEqual((result.returncode, self.left_in_scratch()), (0, []), result.stderr)
+        added = set(bundle.files_below(self.path(app))) - set(bundle.files_below(SDK_APP))
+        self.assertEqual(added, {"Orvane.plist", "policy_metadata.xml", "default_wex_policies.xml"})
+        package = unzip(self.path("Mode5.wex"), self.path("mode 5 package"))
+        for folder in (package, self.path(app)):
+            self.assertEqual(read(folder, "policy_metadata.xml"), read(policies))
+        texts = manifest_texts(package)
+        self.assertEqual((texts["WEXApplicationType"], texts["SDKAppMode"]), ("Invalid", "5"))
+
+    def test_preparing_twice_replaces_what_is_there(self):
+        app = self.app("twice")
+        shown = []
+        for _ in range(2):
+            result = self.tovrek("SdkPrep", "-in", app, "-out", "Twice.wex", *REQUIRED)
+            self.assertEqual(result.returncode, 0, result.stderr)
+            shown.append(bundle.files_below(self.path(app)))
+        self.assertEqual(shown[0], shown[1])
+        for text in ("The app has been previously processed by Orvane. Simply replacing it...",
+                     "OrvaneLogger.framework. Simply replacing it...",
+                     "WARNING! The target output file already exists."):
+            self.assertIn(text, result.stderr)
+        schemes = [kind["CFBundleURLSchemes"] for kind in
+                   plistlib.loads(read(self.path(app), "Info.plist"))["CFBundleURLTypes"]]
+        self.assertEqual(sum("com.orvane.sso." in names[0] for names in schemes), 1)
+
+    def test_load_order(self):
+        def linked(folder, first, second):
+            app = self.app(folder)
+            data = read(self.path(app), "Gauge")
+            for old, new in ((b"@rpath/WEX.framework/WEX", first),
+                             (b"/usr/lib/libSystem.B.dylib", second)):
+                data = data.replace(old.ljust(32, b"\0"), new.ljust(32, b"\0"))
+            write(data, self.path(app), "Gauge")
+            return ("SdkPrep", "-in", app, "-out", "Order.wex", *REQUIRED)
+
+        self.refusals("sdk_prep_load_order", [
+            linked("intune first", INTUNE, WEX), linked("two", WEX, WEX),
+            linked("two intunes", INTUNE, INTUNE)])
+        self.assertFalse(os.path.lexists(self.path("Order.wex")))
+        # A refusal comes before the first change to the app.
+        self.assertFalse(os.path.lexists(self.path("two", "Gauge.app", "OrvaneDylib.bundle")))
+        result = self.tovrek(*linked("right order", WEX, INTUNE))
+        self.assertEqual(result.returncode, 0, result.stderr)
+
+    def test_refused_arguments(self):
+        values = ["-in", "-out", "-packageId", "-appDesc", "-logFile", "-logWriteLevel",
+                  "-logDisplayLevel", "-minPlatform", "-maxPlatform", "-excludedDevices",
+                  "-storeURL", "-appMode", "-appType", "-policyXML", "-entitlements",
+                  "-appIdPrefix", "-adalClientID", "-adalNSGResource"]
+        store, files = ("-storeURL", ADDRESS), ("-in", "Gauge.app", "-out", "o.wex")
+        self.refusals("sdk_prep_arguments", [
+            *[("SdkPrep", option) for option in values],
+            ("SdkPrep", "-help", "-appMode"), ("SdkPrep", "-Cert", "x"),
+            ("SdkPrep", "-logWriteLevel", "2x"), ("SdkPrep", "-storeURL", "no address"),
+            ("SdkPrep", "-appMode", "4"), ("SdkPrep", "-appMode", "x"),
+            ("SdkPrep", "-appType", "other"),
+            ("SdkPrep",), ("SdkPrep", *store), ("SdkPrep", *store, "-in", "Gauge.app"),
+            ("SdkPrep", *store, *files), ("SdkPrep", *files, *REQUIRED, "-logDisplayLevel", "5"),
+            ("SdkPrep", "-in", "Gauge.app", "-out", "gone/o.wex", *REQUIRED),
+            ("SdkPrep", "-in", "Gauge.app", "-out", "o.app", *REQUIRED),
+            ("SdkPrep", *files, *REQUIRED, "-policyXML", "gone.xml"),
+            ("SdkPrep", *files, *store, "-entitlements", "gone.plist", *LOG),
+        ])
+
+    def test_refused_files(self):
+        shutil.copy(DEMO_APP, self.path("App.ipa"))
+        entitlements = plistlib.loads(read(SDK_ENTITLEMENTS))
+        entitlements["keychain-access-groups"].pop()
+        write(plistlib.dumps(entitlements), self.path("no group.plist"))
+        write(b"text", self.path("text.plist"))
+        script = self.app("script")
+        write(b"#!/bin/sh\n", self.path(script), "Gauge")
+        iconless = self.app("iconless")
+        info = plistlib.loads(read(self.path(iconless), "Info.plist"))
+        del info["CFBundleIcons"]
+        write(plistlib.dumps(info), self.path(iconless), "Info.plist")
+        app, output = ("SdkPrep", "-in", self.app("whole"), "-out", "o.wex"), ("-out", "o.wex")
+        broken = write(b"<Policy", self.path("broken.xml"))
+        self.refusals("sdk_prep_files", [
+            ("SdkPrep", "-in", "gone.app", *output, *REQUIRED),
+            ("SdkPrep", "-in", "App.ipa", *output, *REQUIRED),
+            ("SdkPrep", "-in", script, *output, *REQUIRED),
+            ("SdkPrep", "-in", iconless, *output, *REQUIRED),
+            (*app, "-storeURL", ADDRESS, "-entitlements", "no group.plist", *LOG),
+            (*app, "-storeURL", ADDRESS, "-entitlements", "text.plist", *LOG),
+            (*app, *REQUIRED, "-policyXML", broken),
+        ])
+        self.assertFalse(os.path.lexists(self.path("o.wex")))
+
+    def test_help(self):
+        self.assert_transcript("sdk_prep_help", self.transcript("sdkprep", "-help", "x")[1])
+
+
+class Fingerprint(SdkApp):
+    """The step of apps with a crypto module, which a program beside the toolkit does."""
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.toolkit = copy_toolkit(cls.path("toolkit"))
+        cls.tool = os.path.join(cls.toolkit, "incore_macho")
+        cls.record = cls.path("record")
+
+    def place_tool(self, status):
+        write(f"#!/bin/sh\nprintf '%s\\n' \"$@\" >'{self.record}'\nexit {status}\n".encode(),
+              self.tool)
+        os.chmod(self.tool, 0o755)
+
+    def setUp(self):
+        for path in (self.tool, self.record):
+            if os.path.exists(path):
+                os.remove(path)
+
+    def prepare(self, folder, source=SDK_APP_WITH_FINGERPRINT):
+        return ("SdkPrep", "-in", self.app(folder, source), "-out", f"{folder}.wex", *REQUIRED)
+
+    def test_tool_is_run_on_the_executable(self):
+        # 255 is its status for an executable that has a fingerprint already.
+        for status in (0, 255):
+            self.place_tool(status)
+            words = self.prepare(f"done {status}")
+            result = self.tovrek(*words)
+            self.assertEqual((result.returncode, self.left_in_scratch()), (0, []), result.stderr)
+            self.assertEqual(read(self.record).decode().splitlines(),
+                             ["--debug", "-exe", f"{words[2]}/Gauge"])
+            self.assertIn(f"Trying to run {self.tool}\n", result.stderr)
+        os.remove(self.record)
+        self.assertEqual(self.tovrek(*self.prepare("without module", SDK_APP)).returncode, 0)
+        self.assertFalse(os.path.exists(self.record))
+
+    def test_missing_or_failing_tool(self):
+        missing = self.refusal(*self.prepare("missing"))
+        self.place_tool(1)
+        failing = self.refusal(*self.prepare("failing"))
+        self.assert_transcript("sdk_prep_fingerprint", missing + "\n" + failing)
+        self.assertFalse(os.path.exists(self.path("missing.wex")))
+        self.assertFalse(os.path.exists(self.path("failing.wex")))
+
+    def test_signing_a_package(self):
+        self.app("signed/package/Payload", SDK_APP_WITH_FINGERPRINT)
+        os.mkdir(self.path("wex"))
+        pack(self.path("signed", "package"), self.path("wex", "Gauge.ipa"))
+        pack(self.path("wex"), self.path("Gauge.wex"))
+        words = ("Sign", "-Cert", ADMIN, "-Profile", PROFILE, "-in", "Gauge.wex", *LOG)
+        self.assertIn(f"does not exist: {self.tool}\n", self.tovrek(*words).stderr)
+        self.assertFalse(os.path.exists(self.path("Gauge_Resign.wex")))
+        self.place_tool(0)
+        self.assertEqual(self.tovrek(*words).returncode, 0)
+        self.assertTrue(read(self.record).decode().endswith("/Payload/Gauge.app/Gauge\n"))
+
+
+class EnterpriseApp(SdkApp):
+    """Wrap's way with SDK apps: two results, a package and the app for the store."""
+
+    def test_app_folder_is_packaged_by_the_developer_tools(self):
+        app = self.app("enterprise")
+        result, text = self.transcript(
+            "Wrap", "-Cert", ADMIN, "-Profile", PROFILE, "-in", app, "-out", "Enterprise.wex",
+            "-appType", "enterprise", "-storeURL", "https://apps.example.com/gauge", *LOG)
+        self.assertEqual((result.returncode, self.left_in_scratch()), (0, []), text)
+        self.assert_transcript("wrap_enterprise", text)
+        texts = manifest_texts(unzip(self.path("Enterprise.wex"), self.path("store package")))
+        self.assertEqual((texts["BundleFile"], texts["PackageSize"]),
+                         ("Enterprise_SDK.ipa", "2000"))
+        unzip(self.path("Enterprise_SDK.ipa"), self.path("store app"))
+        app = self.path("store app", "Payload", "Gauge.app")
+        self.assertEqual(bundle.problems(app, TRUSTED_ROOT), [])
+        for image in macho.slices(os.path.join(app, "Gauge")):
+            self.assertEqual(signature.signer(image), ADMIN)
+            entitlements = signature.Signature(image).der_entitlements()
+            self.assertEqual(entitlements["application-identifier"], "EXAMPLE123.com.example.gauge")
+        self.assertEqual(read(app, "embedded.mobileprovision"), read(PROFILE))
