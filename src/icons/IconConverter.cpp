@@ -19,6 +19,8 @@ constexpr std::string_view kSignature("\x89PNG\r\n\x1a\n", 8);
 constexpr uint64_t kMaxMemory = uint64_t{512} << 20;
 // The chunks and the result stand side by side at the end.
 constexpr uint64_t kMaxChunkMemory = kMaxMemory / 2;
+// What a chunk takes beyond its bytes while their list grows: files may consist of empty chunks.
+constexpr uint64_t kChunkOverhead = 3 * sizeof(PngChunk);
 constexpr size_t kMaxImageChunk = 524288;
 constexpr uint8_t kLastFilterType = 4;
 
@@ -43,9 +45,11 @@ std::optional<std::string> withoutPngEnding(const std::string& path) {
   return path.substr(0, path.size() - 4);
 }
 
-// Packed and unpacked image data and the new packed form live side by side for a moment.
+// Packed and unpacked image data, the room for the new packed form and that form itself live side
+// by side for a moment.
 bool fitsMemory(uint64_t bytesHeld, uint64_t imageSize) {
-  return imageSize <= kMaxMemory && bytesHeld + imageSize + deflatedBound(imageSize) <= kMaxMemory;
+  return imageSize <= kMaxMemory &&
+         bytesHeld + 2 * imageSize + deflatedBound(imageSize) <= kMaxMemory;
 }
 
 }  // namespace
@@ -147,21 +151,25 @@ int IconConverter::init_chunk(std::FILE* stream, uint64_t fileLength) {
   const auto debug = [this](const std::string& text) {
     if (settings_.debug) printOut("    informational : " + text);
   };
+  // Answers how many of the number's four bytes there were.
   const auto readNumber = [stream](uint32_t* value) {
     std::string bytes(4, '\0');
-    if (std::fread(bytes.data(), 1, bytes.size(), stream) != bytes.size()) return false;
+    const size_t got = std::fread(bytes.data(), 1, bytes.size(), stream);
     *value = readBigEndian32(bytes);
-    return true;
+    return got;
   };
 
   PngChunk chunk;
-  if (!readNumber(&chunk.length)) return kEndOfFile;
+  if (const size_t got = readNumber(&chunk.length); got != 4) {
+    if (got != 0) debug("failed to read chunk length");
+    return kEndOfFile;
+  }
   if (uint64_t{chunk.length} + 4 > fileLength) {
     debug(fmt::format("chunk length {} larger than file\n", chunk.length));
     return kTooLong;
   }
   const uint64_t size = uint64_t{chunk.length} + 4;
-  bool haveMemory = size <= kMaxChunkMemory - bytesHeld_;
+  bool haveMemory = bytesHeld_ + size + kChunkOverhead <= kMaxChunkMemory;
   if (haveMemory) {
     try {
       chunk.typeAndData.resize(size);
@@ -177,11 +185,11 @@ int IconConverter::init_chunk(std::FILE* stream, uint64_t fileLength) {
     debug(fmt::format("failed to read chunk length {}\n", chunk.length));
     return kShort;
   }
-  if (!readNumber(&chunk.crc)) {
+  if (readNumber(&chunk.crc) != 4) {
     debug("failed to read chunk crc32");
     return kShort;
   }
-  bytesHeld_ += size;
+  bytesHeld_ += size + kChunkOverhead;
   chunks_.push_back(std::move(chunk));
   return kChunk;
 }
@@ -292,7 +300,11 @@ std::string IconConverter::outputPath(const std::string& path) const {
 
 std::string IconConverter::assemble(ImageRun run,
                                     const std::optional<std::string>& imageData) const {
-  std::string bytes(kSignature);
+  size_t size = kSignature.size() + (imageData ? imageData->size() : 0);
+  for (const PngChunk& chunk : chunks_) size += chunk.typeAndData.size() + 8;
+  std::string bytes;
+  bytes.reserve(size);
+  bytes += kSignature;
   const auto copy = [&](size_t from, size_t to) {
     for (size_t i = from; i < to; i++) appendChunk(bytes, chunks_[i].typeAndData, chunks_[i].crc);
   };

@@ -57,18 +57,19 @@ uint64_t deflatedBound(uint64_t size) {
 
 std::optional<std::string> deflateImageData(const std::vector<uint8_t>& bytes, ErrorText* error) {
   const Compressor compressor(libdeflate_alloc_compressor(kFastest));
-  std::string packed(deflatedBound(bytes.size()), '\0');
+  // Not cleared, so that pages which stay empty take no memory.
+  const uint64_t room = deflatedBound(bytes.size());
+  const auto packed = std::make_unique_for_overwrite<char[]>(room);
   size_t size = 0;
   if (compressor != nullptr) {
-    size = libdeflate_zlib_compress(compressor.get(), bytes.data(), bytes.size(), packed.data(),
-                                    packed.size());
+    size =
+        libdeflate_zlib_compress(compressor.get(), bytes.data(), bytes.size(), packed.get(), room);
   }
   if (size == 0) {
     fail(error, "unspecified compression error");
     return std::nullopt;
   }
-  packed.resize(size);
-  return packed;
+  return std::string(packed.get(), size);
 }
 
 uint32_t pngCrc(std::string_view typeAndData) {

@@ -2,8 +2,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <utility>
+#include <vector>
 
 #include "log/SystemLog.h"
 
@@ -13,40 +16,92 @@ namespace {
 // Filter types of the PNG format.
 enum : int { kNone = 0, kSub = 1, kUp = 2, kAverage = 3, kPaeth = 4 };
 
-uint8_t paeth(int left, int above, int aboveLeft) {
-  const int estimate = left + above - aboveLeft;
-  const int toLeft = std::abs(estimate - left);
-  const int toAbove = std::abs(estimate - above);
-  const int toAboveLeft = std::abs(estimate - aboveLeft);
-  if (toLeft <= toAbove && toLeft <= toAboveLeft) return static_cast<uint8_t>(left);
-  return static_cast<uint8_t>(toAbove <= toAboveLeft ? above : aboveLeft);
+uint8_t byteOf(int value) {
+  return static_cast<uint8_t>(value);
 }
 
-// The filter's prediction of byte `i` of a line from unfiltered bytes. `above` is empty for the
-// first line of a pass; what lies outside counts as zero.
-uint8_t predict(int filter, std::span<const uint8_t> line, std::span<const uint8_t> above, size_t i,
-                size_t bytesPerPixel) {
-  const bool hasLeft = i >= bytesPerPixel;
-  const int left = hasLeft ? line[i - bytesPerPixel] : 0;
-  const int up = above.empty() ? 0 : above[i];
-  const int upLeft = hasLeft && !above.empty() ? above[i - bytesPerPixel] : 0;
+// Of the left, upper and upper left byte the one nearest to left + above - corner; the first of
+// equals. Free of branches: which one wins is next to random.
+uint8_t paeth(int left, int above, int corner) {
+  const int toLeft = std::abs(above - corner);
+  const int toAbove = std::abs(left - corner);
+  const int toCorner = std::abs(left + above - 2 * corner);
+  const int upper = toAbove <= toCorner ? above : corner;
+  return byteOf(((toLeft <= toAbove) & (toLeft <= toCorner)) ? left : upper);
+}
+
+// What lies left of the first pixel counts as zero, so that `line[i - kStep]` is only asked for
+// from the second pixel on.
+template <size_t kStep>
+void removeFilter(int filter, std::span<uint8_t> line, const uint8_t* above) {
+  uint8_t* const bytes = line.data();
+  const size_t size = line.size();
   switch (filter) {
     case kSub:
-      return static_cast<uint8_t>(left);
+      for (size_t i = kStep; i < size; i++) bytes[i] = byteOf(bytes[i] + bytes[i - kStep]);
+      return;
     case kUp:
-      return static_cast<uint8_t>(up);
+      for (size_t i = 0; i < size; i++) bytes[i] = byteOf(bytes[i] + above[i]);
+      return;
     case kAverage:
-      return static_cast<uint8_t>((left + up) / 2);
-    case kPaeth:
-      return paeth(left, up, upLeft);
+      for (size_t i = 0; i < kStep; i++) bytes[i] = byteOf(bytes[i] + above[i] / 2);
+      for (size_t i = kStep; i < size; i++) {
+        bytes[i] = byteOf(bytes[i] + (bytes[i - kStep] + above[i]) / 2);
+      }
+      return;
     default:
-      return 0;
+      for (size_t i = 0; i < kStep; i++) bytes[i] = byteOf(bytes[i] + above[i]);
+      for (size_t i = kStep; i + kStep <= size; i += kStep) {
+        for (size_t k = i; k < i + kStep; k++) {
+          bytes[k] = byteOf(bytes[k] + paeth(bytes[k - kStep], above[k], above[k - kStep]));
+        }
+      }
   }
 }
 
-std::span<const uint8_t> lineAbove(const PixelRows& rows, size_t row) {
-  return row == 0 ? std::span<uint8_t>() : rows.line(row - 1);
+// Writes the filtered form of `line` to `filtered`.
+template <size_t kStep>
+void applyFilter(int filter, std::span<const uint8_t> line, const uint8_t* above,
+                 uint8_t* __restrict filtered) {
+  const uint8_t* const bytes = line.data();
+  const size_t size = line.size();
+  switch (filter) {
+    case kSub:
+      for (size_t i = 0; i < kStep; i++) filtered[i] = bytes[i];
+      for (size_t i = kStep; i < size; i++) filtered[i] = byteOf(bytes[i] - bytes[i - kStep]);
+      return;
+    case kUp:
+      for (size_t i = 0; i < size; i++) filtered[i] = byteOf(bytes[i] - above[i]);
+      return;
+    case kAverage:
+      for (size_t i = 0; i < kStep; i++) filtered[i] = byteOf(bytes[i] - above[i] / 2);
+      for (size_t i = kStep; i < size; i++) {
+        filtered[i] = byteOf(bytes[i] - (bytes[i - kStep] + above[i]) / 2);
+      }
+      return;
+    default:
+      for (size_t i = 0; i < kStep; i++) filtered[i] = byteOf(bytes[i] - above[i]);
+      for (size_t i = kStep; i < size; i++) {
+        filtered[i] = byteOf(bytes[i] - paeth(bytes[i - kStep], above[i], above[i - kStep]));
+      }
+  }
 }
+
+// The line above the first one counts as zeros.
+const uint8_t* lineAbove(const PixelRows& rows, size_t row, const std::vector<uint8_t>& zeros) {
+  return row == 0 ? zeros.data() : rows.line(row - 1).data();
+}
+
+// 2^24 / alpha, rounded up. A 16-bit number times this, shifted back, is the exact quotient: the
+// rounding adds less than 2^8 to a factor of less than 2^16, which stays below 2^24.
+constexpr int kReciprocalShift = 24;
+constexpr std::array<uint32_t, 256> kReciprocals = [] {
+  std::array<uint32_t, 256> reciprocals{};
+  for (uint32_t alpha = 1; alpha < reciprocals.size(); alpha++) {
+    reciprocals[alpha] = ((1U << kReciprocalShift) + alpha - 1) / alpha;
+  }
+  return reciprocals;
+}();
 
 }  // namespace
 
@@ -59,6 +114,7 @@ void swapRedAndBlue(const PixelRows& rows) {
 }
 
 void removeRowFilters(const PixelRows& rows) {
+  const std::vector<uint8_t> zeros(rows.bytesPerLine);
   for (size_t row = 0; row < rows.height(); row++) {
     const int filter = rows.filter(row);
     if (filter == kNone) continue;
@@ -66,16 +122,16 @@ void removeRowFilters(const PixelRows& rows) {
       printOut(fmt::format("removerowfilter() : Unknown row filter {}\n", filter));
       continue;
     }
-    const std::span<uint8_t> line = rows.line(row);
-    const std::span<const uint8_t> above = lineAbove(rows, row);
-    for (size_t i = 0; i < line.size(); i++) {
-      line[i] = static_cast<uint8_t>(line[i] + predict(filter, line, above, i, rows.bytesPerPixel));
-    }
+    const auto remove = rows.bytesPerPixel == 3 ? removeFilter<3> : removeFilter<4>;
+    remove(filter, rows.line(row), lineAbove(rows, row, zeros));
   }
 }
 
-// Backwards in both directions, so that every prediction is made from bytes not yet filtered.
+// From the last row up and through a copy of the line, so that every prediction is made from bytes
+// not yet filtered.
 void applyRowFilters(const PixelRows& rows) {
+  const std::vector<uint8_t> zeros(rows.bytesPerLine);
+  std::vector<uint8_t> unfiltered(rows.bytesPerLine);
   for (size_t row = rows.height(); row-- > 0;) {
     const int filter = rows.filter(row);
     if (filter == kNone) continue;
@@ -84,10 +140,9 @@ void applyRowFilters(const PixelRows& rows) {
       continue;
     }
     const std::span<uint8_t> line = rows.line(row);
-    const std::span<const uint8_t> above = lineAbove(rows, row);
-    for (size_t i = line.size(); i-- > 0;) {
-      line[i] = static_cast<uint8_t>(line[i] - predict(filter, line, above, i, rows.bytesPerPixel));
-    }
+    std::copy(line.begin(), line.end(), unfiltered.begin());
+    const auto apply = rows.bytesPerPixel == 3 ? applyFilter<3> : applyFilter<4>;
+    apply(filter, unfiltered, lineAbove(rows, row, zeros), line.data());
   }
 }
 
@@ -95,10 +150,11 @@ void demultiplyAlpha(const PixelRows& rows) {
   for (size_t row = 0; row < rows.height(); row++) {
     const std::span<uint8_t> line = rows.line(row);
     for (size_t i = 0; i + 3 < line.size(); i += 4) {
-      const unsigned alpha = line[i + 3];
-      if (alpha == 0) continue;
+      const uint32_t alpha = line[i + 3];
+      if (alpha == 0 || alpha == 255) continue;  // 255 divides to the same bytes
       for (size_t channel = i; channel < i + 3; channel++) {
-        line[channel] = static_cast<uint8_t>((line[channel] * 255U + alpha / 2) / alpha);
+        const uint64_t dividend = line[channel] * 255U + alpha / 2;
+        line[channel] = static_cast<uint8_t>(dividend * kReciprocals[alpha] >> kReciprocalShift);
       }
     }
   }

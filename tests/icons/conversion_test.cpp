@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <random>
 #include <tuple>
 
 #include "host/files.h"
@@ -96,6 +97,26 @@ INSTANTIATE_TEST_SUITE_P(Icons, EveryForm,
                          testing::Combine(testing::Values(3, 4), testing::Bool(),
                                           testing::Range(-1, 5)));
 
+// Sizes, forms and pieces that nobody thought of.
+TEST_F(Conversion, KeepsThePixelsOfRandomImages) {
+  std::mt19937 random(20);
+  const auto upTo = [&random](uint32_t most) { return 1 + static_cast<uint32_t>(random()) % most; };
+  for (uint32_t round = 0; round < 120; round++) {
+    PngForm form;
+    form.interlaced = random() % 2 == 0;
+    form.filter = static_cast<int>(upTo(6)) - 2;
+    form.imageChunks = upTo(5);
+    const int channels = random() % 3 == 0 ? 3 : 4;
+    const Picture picture = noisePicture(upTo(90), upTo(60), channels, round);
+    SCOPED_TRACE(testing::Message()
+                 << picture.width << "x" << picture.height << "x" << channels << " filter "
+                 << form.filter << (form.interlaced ? " interlaced" : ""));
+    const std::optional<Picture> converted = decodedPng(convert(pngFile(picture, form)), channels);
+    ASSERT_TRUE(converted) << output_;
+    ASSERT_NO_FATAL_FAILURE(expectSamePicture(picture, *converted));
+  }
+}
+
 TEST_F(Conversion, WritesAStandardFile) {
   PngForm form;
   form.imageChunks = 4;
@@ -135,6 +156,25 @@ TEST_F(Conversion, DividesByAlphaWithoutClamping) {
 
   converter_.settings().updateAlpha = false;
   EXPECT_EQ(decodedPng(convert(pngFile(stored, form)))->bytes, stored.bytes);
+}
+
+TEST_F(Conversion, DividesEveryColourByEveryAlpha) {
+  Picture stored{256, 256, 4, {}};
+  Picture expected = stored;
+  for (int alpha = 0; alpha < 256; alpha++) {
+    for (int colour = 0; colour < 256; colour++) {
+      const auto quotient = static_cast<uint8_t>(
+          alpha == 0 ? colour : static_cast<int>(colour * 255.0 / alpha + alpha / 2 * 1.0 / alpha));
+      for (Picture* picture : {&stored, &expected}) {
+        picture->bytes.insert(picture->bytes.end(), 3,
+                              picture == &stored ? static_cast<uint8_t>(colour) : quotient);
+        picture->bytes.push_back(static_cast<uint8_t>(alpha));
+      }
+    }
+  }
+  PngForm form;
+  form.premultiply = false;
+  EXPECT_EQ(decodedPng(convert(pngFile(stored, form)))->bytes, expected.bytes);
 }
 
 TEST_F(Conversion, LeavesOtherPixelFormatsAsTheyAre) {
@@ -193,6 +233,13 @@ TEST_F(Conversion, ListsChunksAndHeader) {
   EXPECT_THAT(output_, HasSubstr("    swapping BGR(A) to RGB(A)\n"));
   EXPECT_THAT(output_, HasSubstr("    repacked size: "));
   EXPECT_THAT(output_, Not(HasSubstr("changed to")));
+
+  // The image data gets a checksum of its own, whatever it came with.
+  std::string file = pngFile(noisePicture(2, 2, 4));
+  const size_t checksum = file.size() - pngChunk("IEND", "").size() - 1;
+  file[checksum] = static_cast<char>(file[checksum] ^ 1);
+  EXPECT_TRUE(decodedPng(convert(file)));
+  EXPECT_THAT(output_, HasSubstr(" -> invalid, changed to "));
 }
 
 TEST_F(Conversion, ChoosesBetweenConversionAndCopy) {
