@@ -33,8 +33,8 @@ EXTENSIONS = ("WARNING: The created package includes one or more app extensions 
 DUPLICATE = ("WARNING: Duplicate certificates in keychain, code signing may fail.  Use Keychain "
              "Access utility to resolve this.")
 NO_UNIT = "WARNING: Your certificate does not contain the team identifier required for iOS 8."
-NO_SIGNED_TEAM = ("WARNING: Your binaries are not correctly signed for iOS 8.  Please check command "
-                  "line tools version, your certificate and provisioning profile.")
+NO_SIGNED_TEAM = ("WARNING: Your binaries are not correctly signed for iOS 8.  Please check "
+                  "command line tools version, your certificate and provisioning profile.")
 ICONS = "Failed to extract icon files. Error:-1"
 
 GROUPS = "keychain-access-groups"
@@ -159,26 +159,23 @@ int main(void) { return 0; }
         def linked(*names):
             return {"libraries": tuple(f"@rpath/{name}.framework/{name}" for name in names)}
 
-        def exports(*names):
-            functions = "".join(f"void {name}(void) {{}}\n" for name in names)
-            return {"source": functions + makers.DEFAULT_SOURCE}
+        def exports(name, rest=makers.DEFAULT_SOURCE):
+            return {"source": f"void {name}(void) {{}}\n" + rest}
 
         cases = [
-            ({}, False, "WEXSymbols?0 WEXSDKFrameworkFound?0"),
             (linked("WEX"), True, "WEXSDKFrameworkFound?1"),
             (linked("WEXNetworkOnly"), True, "WEXSDKFrameworkFound?1"),
             (linked("WexFrameworkLoader"), True, "WEXSDKFrameworkFound?1"),
-            (linked("ORVMAMCore"), False, "WEXSDKFrameworkFound?0"),
-            (linked("ORVMAMAppCore"), False, "WEXSDKFrameworkFound?0"),
+            # Half an SDK, and names that only look like others; a module alone is nobody's SDK.
+            (linked("ORVMAMCore", "wex"), False, "WEXSDKFrameworkFound?0"),
+            (linked("ORVMAMAppCore") |
+             exports("FINGERPRINT_premain", self.HOOK % "application"), False,
+             "WEXSymbols?0 WEXSDKFrameworkFound?0 OpenSSLFIPSModuleFound?0"),
             (linked("ORVMAMCore", "ORVMAMAppCore"), True, "WEXSDKFrameworkFound?1"),
-            (linked("wex"), False, "WEXSDKFrameworkFound?0"),
             ({"source": self.HOOK % "orvApplication"}, True, "WEXSDKFrameworkFound?1"),
-            ({"source": self.HOOK % "application"}, False, "WEXSDKFrameworkFound?0"),
             (exports("ORVMAM_WrappedAppLib"), True, "WEXSymbols?1 WEXSDKFrameworkFound?0"),
             (exports("OrvSingleSignOn"), True, "WEXSymbols?1 WEXSDKFrameworkFound?0"),
             (exports("WEXSDKloadInit"), True, "WEXSymbols?1 WEXSDKFrameworkFound?0"),
-            # The module alone is nobody's SDK.
-            (exports("FINGERPRINT_premain"), False, "OpenSSLFIPSModuleFound?0"),
             (linked("OrvaneDylib.dylib"), None, "WEXSDKFrameworkFound?0"),
         ]
         for image, is_sdk, report in cases:
@@ -509,7 +506,8 @@ class NothingElseRuns(Rules):
             self.assert_untouched(before)
 
     def test_values(self):
-        hostile = '"; touch canary; "$(touch canary)`touch canary`\'; touch canary; \'\ntouch canary'
+        hostile = ('"; touch canary; "$(touch canary)`touch canary`\'; touch canary; \'\n'
+                   "touch canary")
         profile = makers.profile(self.path("hostile.mobileprovision"),
                                  {APP_GROUPS: [hostile], hostile: hostile}, None, (),
                                  Name=hostile, TeamName=hostile, UUID=hostile,
