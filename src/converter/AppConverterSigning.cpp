@@ -4,6 +4,7 @@
 
 #include "converter/AppConverter.h"
 #include "converter/common.h"
+#include "formats/utf8.h"
 #include "host/HostRoot.h"
 #include "host/files.h"
 #include "host/host_info.h"
@@ -24,40 +25,18 @@ constexpr int kBinaryTypeExtension = 1;
 
 using Arguments = std::vector<std::string>;
 
-// "--keychain <path>" when the user asked for a keychain.
+// "--keychain <path>" when the user asked for a keychain and named it.
 void appendKeychain(Arguments* arguments) {
   const PellRequest& request = PellRequest::sharedInstance();
-  if (!request.pellRequestFlag()) return;
+  if (!request.pellRequestFlag() || !request.keychainPath()) return;
   arguments->push_back("--keychain");
-  arguments->push_back(request.keychainPath().value_or(""));
+  arguments->push_back(*request.keychainPath());
 }
 
 bool removeForSigning(const std::string& path, ErrorText* error) {
   ErrorText reason;
   if (removeItem(path, &reason)) return true;
   return fail(error, fmt::format("Failed to remove _CodeSignature. Error:{}", reason.text()));
-}
-
-// Strict: no overlong forms, no surrogates, nothing above U+10FFFF.
-bool isUtf8(std::string_view text) {
-  for (size_t i = 0; i < text.size();) {
-    const auto byteAt = [&](size_t at) { return static_cast<unsigned char>(text[at]); };
-    const unsigned lead = byteAt(i);
-    const size_t more = lead < 0x80 ? 0 : lead < 0xC2 ? 4 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
-    if (lead > 0xF4 || more == 4 || more >= text.size() - i) return false;
-    for (size_t k = 1; k <= more; ++k) {
-      if ((byteAt(i + k) & 0xC0) != 0x80) return false;
-    }
-    if (more >= 2) {
-      const unsigned second = byteAt(i + 1);
-      if ((lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) ||
-          (lead == 0xF0 && second < 0x90) || (lead == 0xF4 && second > 0x8F)) {
-        return false;
-      }
-    }
-    i += more + 1;
-  }
-  return true;
 }
 
 }  // namespace

@@ -7,9 +7,11 @@
 namespace tovrek::test {
 namespace {
 
+using ::testing::Each;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 constexpr char kTeamOnError[] = "echo TeamIdentifier=ABCDE12345 >&2";
 constexpr char kKeepEntitlements[] = "--preserve-metadata=requirements,entitlements";
@@ -53,6 +55,10 @@ TEST_F(Signing, ArgumentOrders) {
                       "|--preserve-metadata=requirements",
                   fmt::format("codesign|-f|-s|ID|--keychain|/k c|@|{}", kKeepEntitlements),
                   fmt::format("codesign|-f|-s|ID|--keychain|/k c|@|{}", kKeepEntitlements)));
+  // Asked for, but not named: the usual search finds it.
+  PellRequest::sharedInstance().setKeychainPath(std::nullopt);
+  signEach();
+  EXPECT_THAT(calls(), Each(Not(HasSubstr("--keychain"))));
 }
 
 TEST_F(Signing, FrameworksInnerCodeFirst) {
