@@ -163,8 +163,8 @@ TEST_F(Conversion, DividesEveryColourByEveryAlpha) {
   Picture expected = stored;
   for (int alpha = 0; alpha < 256; alpha++) {
     for (int colour = 0; colour < 256; colour++) {
-      const auto quotient = static_cast<uint8_t>(
-          alpha == 0 ? colour : static_cast<int>(colour * 255.0 / alpha + alpha / 2 * 1.0 / alpha));
+      const auto quotient =
+          static_cast<uint8_t>(alpha == 0 ? colour : (colour * 255 + alpha / 2) / alpha);
       for (Picture* picture : {&stored, &expected}) {
         picture->bytes.insert(picture->bytes.end(), 3,
                               picture == &stored ? static_cast<uint8_t>(colour) : quotient);
