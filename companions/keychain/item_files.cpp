@@ -17,7 +17,7 @@ namespace {
 int givePassword(char* buffer, int size, int /*writing*/, void* context) {
   const auto* password = static_cast<const std::optional<std::string>*>(context);
   if (!*password || (*password)->size() > static_cast<size_t>(size)) return -1;
-  std::memcpy(buffer, (*password)->data(), (*password)->size());
+  std::copy_n((*password)->data(), (*password)->size(), buffer);  // OpenSSL takes the length
   return static_cast<int>((*password)->size());
 }
 
