@@ -103,11 +103,12 @@ TestCommand MachOBuilder::newSegment(const std::string& name, uint64_t vmaddr, u
   return segment;
 }
 
-TestRecord MachOBuilder::newSection(const std::string& name, uint64_t addr, uint64_t size,
-                                    uint64_t offset, uint32_t flags) const {
+TestRecord MachOBuilder::newSection(const std::string& segmentName, const std::string& name,
+                                    uint64_t addr, uint64_t size, uint64_t offset,
+                                    uint32_t flags) const {
   TestRecord section;
   section.name16(name)
-      .name16("__SEG")
+      .name16(segmentName)
       .number("addr", arch.pointerSize(), addr)
       .number("size", arch.pointerSize(), size)
       .number("offset", 4, offset)
@@ -126,14 +127,16 @@ void MachOBuilder::addSegments() {
   commands.push_back(newSegment("__PAGEZERO", 0, text, 0, 0, 0));
 
   TestCommand code = newSegment("__TEXT", text, 0x2000, 0, 0x2000, 5);
-  code.sections.push_back(newSection("__text", text + kTextOffset, 0x100, kTextOffset, 0x400));
+  code.sections.push_back(
+      newSection("__TEXT", "__text", text + kTextOffset, 0x100, kTextOffset, 0x400));
   commands.push_back(code);
 
   TestCommand variables = newSegment("__DATA", data, 0x2000, kDataOffset, 0x1000, 3);
-  variables.sections.push_back(newSection("__mod_init_func", data, 2 * p, kDataOffset, 9));
   variables.sections.push_back(
-      newSection("__la_symbol_ptr", data + 2 * p, 2 * p, kDataOffset + 2 * p, 7));
-  variables.sections.push_back(newSection("__bss", data + 0x1000, 0x800, 0, 1));
+      newSection("__DATA", "__mod_init_func", data, 2 * p, kDataOffset, 9));
+  variables.sections.push_back(
+      newSection("__DATA", "__la_symbol_ptr", data + 2 * p, 2 * p, kDataOffset + 2 * p, 7));
+  variables.sections.push_back(newSection("__DATA", "__bss", data + 0x1000, 0x800, 0, 1));
   commands.push_back(variables);
 
   commands.push_back(newSegment("__LINKEDIT", text + 0x4000, 0x1000, kLinkEditOffset, 0x1000, 1));

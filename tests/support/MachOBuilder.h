@@ -127,8 +127,8 @@ class MachOBuilder {
   TestRecord newCommand(uint32_t cmd) const;
   TestCommand newSegment(const std::string& name, uint64_t vmaddr, uint64_t vmsize,
                          uint64_t fileoff, uint64_t filesize, uint32_t protection) const;
-  TestRecord newSection(const std::string& name, uint64_t addr, uint64_t size, uint64_t offset,
-                        uint32_t flags) const;
+  TestRecord newSection(const std::string& segmentName, const std::string& name, uint64_t addr,
+                        uint64_t size, uint64_t offset, uint32_t flags) const;
   void addSegments();
   void addTables();
   void fillCounts();
