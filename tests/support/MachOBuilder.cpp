@@ -319,7 +319,7 @@ void MachOBuilder::fillCounts() {
   }
 }
 
-std::string MachOBuilder::build() {
+std::string MachOBuilder::buildCommands() {
   fillCounts();
   std::string load;
   for (TestCommand& each : commands) {
@@ -330,7 +330,11 @@ std::string MachOBuilder::build() {
   header["ncmds"] = ncmds.value_or(static_cast<uint32_t>(commands.size()));
   header["sizeofcmds"] = sizeofcmds.value_or(static_cast<uint32_t>(load.size()));
   commandsEnd_ = headerSize() + load.size();
+  return header.bytes(arch) + load;
+}
 
+std::string MachOBuilder::build() {
+  const std::string start = buildCommands();
   std::string image(length, '\0');
   for (uint64_t i = kTextOffset; i < kTextOffset + 0x100; ++i) image[i] = static_cast<char>(i);
   uint64_t at = kDataOffset;
@@ -357,7 +361,7 @@ std::string MachOBuilder::build() {
     at = kExternal;
   }
   patch(&image, kStrings, strings);
-  patch(&image, 0, header.bytes(arch) + load);
+  patch(&image, 0, start);
   return image;
 }
 

@@ -119,6 +119,8 @@ class MachOBuilder {
                           uint32_t type) const;
 
   std::string build();
+  // The header and the load commands alone, for images that are laid out otherwise.
+  std::string buildCommands();
   // End of the commands of the last build.
   uint64_t commandsEnd() const { return commandsEnd_; }
   uint64_t headerSize() const { return arch.is64 ? 32 : 28; }
