@@ -74,8 +74,9 @@ MachOBuilder::MachOBuilder(const TestArch& forArch) : arch(forArch) {
   initializers = {textAddress() + kTextOffset, textAddress() + kTextOffset + 8};
   // Pointers in segment 2 from its start on: both initializers and two lazy pointers.
   rebase = std::string("\x11\x22\x00\x54\x00", 5);
-  // One place behind them in the same segment, to "_printf".
-  bind = std::string("\x11\x40_printf\0\x51\x72\x20\x90\x00", 14);
+  // The last of them is also bound, to "_printf".
+  bind = std::string("\x11\x40_printf\0\x51\x72", 12) + static_cast<char>(3 * arch.pointerSize()) +
+         std::string("\x90\x00", 2);
   addSegments();
   addTables();
 }
