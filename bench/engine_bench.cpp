@@ -11,7 +11,6 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <exception>
 #include <fstream>
 #include <functional>
 #include <string>
@@ -123,6 +122,7 @@ int main(int argc, char** argv) {
   fmt::print(
       "| MB | Image | Read, ms | Check, ms | Check / read | Check, memory / file | Insert, ms | "
       "Insert, memory / file |\n|---|---|---|---|---|---|---|---|\n");
+  std::fflush(stdout);  // or every child prints it again
   const test::TemporaryFolder folder;
   for (const uint64_t megabytes : sizes) {
     const uint64_t size = megabytes << 20;

@@ -131,6 +131,7 @@ class MachOChecker {
   // checker_relocations.cpp
   void checkRelocations() const;
   void checkExternalRelocations() const;
+  static bool claimsTextRelocations(const SectionInfo& info);
   void checkLocalRelocations(std::vector<uint64_t>* sites) const;
   void checkExternalReloation(const Relocation& entry) const;
   void checkLocalReloation(const Relocation& entry) const;

@@ -36,14 +36,15 @@ class SymbolNames {
 
   // Adds the name at `start`; false when an equal one is there already.
   bool add(uint32_t start);
-  bool contains(uint32_t start) const;
+  bool contains(uint32_t start);
 
  private:
-  std::optional<uint32_t> numberOf(uint32_t start) const;
+  std::optional<uint32_t> numberOf(uint32_t start);
 
   std::vector<uint32_t> starts_;   // sorted
   std::vector<uint32_t> numbers_;  // of the name at each start
   std::vector<bool> defined_;      // by number
+  size_t next_ = 0;                // behind the start that was asked for last
 };
 
 }  // namespace tovrek::macho

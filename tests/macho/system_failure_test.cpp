@@ -23,6 +23,14 @@ namespace {
 
 using test::MachOBuilder;
 
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kAddressSanitizer = true;
+#elif defined(__has_feature)
+constexpr bool kAddressSanitizer = __has_feature(address_sanitizer);
+#else
+constexpr bool kAddressSanitizer = false;
+#endif
+
 // Lets every later call of `number` fail.
 void refuseSystemCall(uint32_t number) {
   sock_filter program[] = {
@@ -70,9 +78,7 @@ TEST_F(SystemFailureDeathTest, FileWithoutStatus) {
 }
 
 TEST_F(SystemFailureDeathTest, NoMemoryToMoveTheCommands) {
-#if defined(__SANITIZE_ADDRESS__)
-  GTEST_SKIP() << "the sanitizer needs all address space";
-#endif
+  if (kAddressSanitizer) GTEST_SKIP() << "the sanitizer needs all address space";
   constexpr uint64_t kMegabyte = 1 << 20;
   MachOBuilder b(test::kArm64);
   b.addPlain(0x1b, 64 * kMegabyte);
