@@ -13,6 +13,7 @@
 #include "host/FileMapping.h"
 #include "macho/AcceptanceRules.h"
 #include "macho/ByteView.h"
+#include "macho/CoveredRanges.h"
 #include "macho/ImagePointers.h"
 #include "macho/IntervalSet.h"
 #include "macho/MachORebuildErrors.h"
@@ -130,6 +131,7 @@ class MachOChecker {
   // checker_relocations.cpp
   void checkRelocations() const;
   void checkExternalRelocations() const;
+  static bool claimsTextRelocations(const SectionInfo& info);
   void checkLocalRelocations(std::vector<uint64_t>* sites) const;
   void checkExternalReloation(const Relocation& entry) const;
   void checkLocalReloation(const Relocation& entry) const;
@@ -142,9 +144,10 @@ class MachOChecker {
   uint64_t nameOffsetOf(const macho_nlist<P>& symbol, uint64_t poolSize) const;
   // checker_init_terms.cpp
   void checkInitTerms() const;
-  void checkInitTermTargets(const SectionInfo& section, std::string_view kind) const;
+  void checkInitTermTargets(const SectionInfo& section, std::string_view kind,
+                            CoveredRanges& done) const;
   void checkInitTermSites(const SectionInfo& section, std::string_view kind,
-                          const FixupSites& sites) const;
+                          const FixupSites& sites, CoveredRanges& done) const;
   FixupSites collectFixupSites() const;
 
   // checker_insertion.cpp

@@ -1,24 +1,25 @@
 #include "macho/SymbolNames.h"
 
 #include <algorithm>
+#include <bit>
+#include <compare>
+#include <string_view>
 #include <utility>
 
 namespace tovrek::macho {
+namespace {
 
-bool SymbolNames::Before::operator()(const Name* a, const Name* b) const {
-  if (a->hash != b->hash) return a->hash < b->hash;
-  if (a->text.size() != b->text.size()) return a->text.size() < b->text.size();
-  return a->text < b->text;
-}
+// A name by its place among the sorted starts. The length comes before the letters, so that only
+// names of one length are compared letter by letter; those cannot share letters in the pool.
+struct Spelled {
+  uint64_t hash;
+  uint32_t size;
+  uint32_t index;
+};
 
-SymbolNames::SymbolNames(ByteView pool, std::vector<uint32_t> starts) {
-  if (starts.empty()) return;
-  std::ranges::sort(starts);
-  starts.erase(std::unique(starts.begin(), starts.end()), starts.end());
-  names_.resize(starts.size());
-
-  const void* begin = pool.bytes().data();
-  const std::string_view letters(static_cast<const char*>(begin), pool.size());
+// Hashes all names in one pass from the pool's end to its start.
+std::vector<Spelled> spell(std::string_view letters, const std::vector<uint32_t>& starts) {
+  std::vector<Spelled> names(starts.size());
   CStringHash hash;
   size_t end = letters.size();
   size_t next = starts.size();
@@ -31,27 +32,78 @@ SymbolNames::SymbolNames(ByteView pool, std::vector<uint32_t> starts) {
     }
     if (next > 0 && starts[next - 1] == i) {
       --next;
-      names_[next] = {starts[next], false, hash.value(), letters.substr(i, end - i)};
+      names[next] = {hash.value(), static_cast<uint32_t>(end - i), static_cast<uint32_t>(next)};
     }
   }
+  return names;
 }
 
-SymbolNames::Name* SymbolNames::find(uint32_t start) {
-  const auto found = std::ranges::lower_bound(names_, start, {}, &Name::start);
-  return found != names_.end() && found->start == start ? &*found : nullptr;
+// Sorts by hash, then by what `before` says. Spreading the names over small buckets first takes
+// most of the work away; names of one hash share a bucket, whose size changes nothing but speed.
+template <class Before>
+std::vector<Spelled> sortedByHash(const std::vector<Spelled>& names, const Before& before) {
+  constexpr uint64_t kSpread = 0x9e3779b97f4a7c15;
+  const int bits = std::max(static_cast<int>(std::bit_width(names.size())) - 2, 1);
+  const auto bucketOf = [bits](const Spelled& name) { return name.hash * kSpread >> (64 - bits); };
+  std::vector<uint32_t> ends((size_t{1} << bits) + 1);
+  for (const Spelled& name : names) ++ends[bucketOf(name) + 1];
+  for (size_t i = 1; i < ends.size(); ++i) ends[i] += ends[i - 1];
+  std::vector<Spelled> sorted(names.size());
+  for (const Spelled& name : names) sorted[ends[bucketOf(name)]++] = name;
+  size_t start = 0;
+  for (const uint32_t end : ends) {
+    std::sort(sorted.begin() + static_cast<ptrdiff_t>(start), sorted.begin() + end, before);
+    start = end;
+  }
+  return sorted;
+}
+
+}  // namespace
+
+SymbolNames::SymbolNames(ByteView pool, std::vector<uint32_t> starts) : starts_(std::move(starts)) {
+  if (starts_.empty()) return;
+  if (!std::ranges::is_sorted(starts_)) std::ranges::sort(starts_);
+  starts_.erase(std::unique(starts_.begin(), starts_.end()), starts_.end());
+
+  const void* begin = pool.bytes().data();
+  const std::string_view letters(static_cast<const char*>(begin), pool.size());
+  const auto compare = [&](const Spelled& a, const Spelled& b) {
+    if (a.hash != b.hash) return a.hash <=> b.hash;
+    if (a.size != b.size) return a.size <=> b.size;
+    return letters.substr(starts_[a.index], a.size) <=> letters.substr(starts_[b.index], b.size);
+  };
+  const std::vector<Spelled> names =
+      sortedByHash(spell(letters, starts_),
+                   [&](const Spelled& a, const Spelled& b) { return compare(a, b) < 0; });
+  numbers_.resize(names.size());
+  uint32_t number = 0;
+  for (size_t i = 0; i < names.size(); ++i) {
+    if (i > 0 && compare(names[i - 1], names[i]) != 0) ++number;
+    numbers_[names[i].index] = number;
+  }
+  defined_.resize(size_t{number} + 1);
+}
+
+std::optional<uint32_t> SymbolNames::numberOf(uint32_t start) {
+  // Most tables name their strings in order.
+  if (next_ >= starts_.size() || starts_[next_] != start) {
+    const auto found = std::ranges::lower_bound(starts_, start);
+    if (found == starts_.end() || *found != start) return std::nullopt;
+    next_ = static_cast<size_t>(found - starts_.begin());
+  }
+  return numbers_[next_++];
 }
 
 bool SymbolNames::add(uint32_t start) {
-  const Name* name = find(start);
-  return name != nullptr && defined_.insert(name).second;
+  const std::optional<uint32_t> number = numberOf(start);
+  if (!number || defined_[*number]) return false;
+  defined_[*number] = true;
+  return true;
 }
 
 bool SymbolNames::contains(uint32_t start) {
-  Name* name = find(start);
-  if (name == nullptr || name->knownAbsent) return false;
-  if (defined_.contains(name)) return true;
-  name->knownAbsent = true;
-  return false;
+  const std::optional<uint32_t> number = numberOf(start);
+  return number && defined_[*number];
 }
 
 }  // namespace tovrek::macho

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <cstdint>
-#include <set>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -27,7 +27,8 @@ class CStringHash {
 };
 
 // Works in time linear in the pool plus n log n for n symbols, also for pools in which all names
-// share one tail or one hash.
+// share one tail or one hash: names are numbered first, equal ones (of equal hash and equal text)
+// alike, and the set is one bit for each number.
 class SymbolNames {
  public:
   // `starts` are the places in the pool, each inside it, of all names that will be asked for.
@@ -38,22 +39,12 @@ class SymbolNames {
   bool contains(uint32_t start);
 
  private:
-  struct Name {
-    uint32_t start = 0;
-    bool knownAbsent = false;  // asked for before, and not there
-    uint64_t hash = 0;
-    std::string_view text;
-  };
-  // Equal hash and equal text; the length first, so that only names of one length are compared
-  // letter by letter.
-  struct Before {
-    bool operator()(const Name* a, const Name* b) const;
-  };
+  std::optional<uint32_t> numberOf(uint32_t start);
 
-  Name* find(uint32_t start);
-
-  std::vector<Name> names_;  // by start
-  std::set<const Name*, Before> defined_;
+  std::vector<uint32_t> starts_;   // sorted
+  std::vector<uint32_t> numbers_;  // of the name at each start
+  std::vector<bool> defined_;      // by number
+  size_t next_ = 0;                // behind the start that was asked for last
 };
 
 }  // namespace tovrek::macho

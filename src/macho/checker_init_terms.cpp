@@ -1,6 +1,7 @@
 // Lists of functions that the loader calls at start and end: the pointers must lead into the code
 // and must be slid with it.
 #include <algorithm>
+#include <array>
 
 #include "macho/MachOChecker.h"
 #include "macho/dyld_opcodes.h"
@@ -51,8 +52,12 @@ class SiteCollector {
 template <class Arch>
 typename MachOChecker<Arch>::FixupSites MachOChecker<Arch>::collectFixupSites() const {
   IntervalSet wanted;
+  CoveredRanges known;  // sections may overlap
   for (const SectionInfo& info : sections_) {
-    if (!kindOf(info.record.flags).empty()) wanted.add(info.record.addr, info.record.size);
+    if (kindOf(info.record.flags).empty()) continue;
+    const uint64_t start = info.record.addr;
+    known.cover(start, endOf(start, info.record.size),
+                [&](uint64_t from, uint64_t to) { wanted.add(from, to - from); });
   }
   FixupSites sites;
   SiteCollector rebased(wanted, image_.size(), &sites.rebased);
@@ -86,37 +91,45 @@ typename MachOChecker<Arch>::FixupSites MachOChecker<Arch>::collectFixupSites() 
 }
 
 template <class Arch>
-void MachOChecker<Arch>::checkInitTermTargets(const SectionInfo& section,
-                                              std::string_view kind) const {
-  for (uint64_t at = 0; at < section.record.size; at += kPointerSize) {
-    typename P::Address stored;
-    // Possible where a segment without file data claims to hold the section.
-    if (!image_.read(section.record.offset + at, &stored)) throw MachORebuildErrors::kSectionOffset;
-    const uint64_t target = stored;
-    if (!isInside(target, textSegment_->vmaddr, textSegment_->vmsize)) {
-      throwf("{} 0x{:08X} points outside __TEXT segment", kind, target);
+void MachOChecker<Arch>::checkInitTermTargets(const SectionInfo& section, std::string_view kind,
+                                              CoveredRanges& done) const {
+  const uint64_t offset = section.record.offset;
+  done.cover(offset, endOf(offset, section.record.size), [&](uint64_t at, uint64_t end) {
+    for (; at < end; at += kPointerSize) {
+      typename P::Address stored;
+      // Possible where a segment without file data claims to hold the section.
+      if (!image_.read(at, &stored)) throw MachORebuildErrors::kSectionOffset;
+      const uint64_t target = stored;
+      if (!isInside(target, textSegment_->vmaddr, textSegment_->vmsize)) {
+        throwf("{} 0x{:08X} points outside __TEXT segment", kind, target);
+      }
     }
-  }
+  });
 }
 
 template <class Arch>
 void MachOChecker<Arch>::checkInitTermSites(const SectionInfo& section, std::string_view kind,
-                                            const FixupSites& sites) const {
-  using Integer = typename P::Integer;
-  const auto end = static_cast<Integer>(section.record.addr + section.record.size);
-  for (Integer at = section.record.addr; at < end; at += kPointerSize) {
-    if (std::ranges::binary_search(sites.bound, at)) {
-      throwf("{} at 0x{:X} has binding to external symbol", kind, at);
+                                            const FixupSites& sites, CoveredRanges& done) const {
+  const auto sectionEnd =
+      static_cast<typename P::Integer>(section.record.addr + section.record.size);
+  done.cover(section.record.addr, sectionEnd, [&](uint64_t at, uint64_t end) {
+    for (; at < end; at += kPointerSize) {
+      if (std::ranges::binary_search(sites.bound, at)) {
+        throwf("{} at 0x{:X} has binding to external symbol", kind, at);
+      }
+      if (!std::ranges::binary_search(sites.rebased, at)) {
+        throwf("{} at 0x{:X} is not rebased", kind, at);
+      }
     }
-    if (!std::ranges::binary_search(sites.rebased, at)) {
-      throwf("{} at 0x{:X} is not rebased", kind, at);
-    }
-  }
+  });
 }
 
 template <class Arch>
 void MachOChecker<Arch>::checkInitTerms() const {
   std::optional<FixupSites> sites;
+  // Sections may overlap; no pointer is looked at twice. Pointers are read at any alignment.
+  std::array<CoveredRanges, kPointerSize> targetsDone;
+  CoveredRanges sitesDone;
   for (const SectionInfo& section : sections_) {
     const std::string_view kind = kindOf(section.record.flags);
     if (kind.empty()) continue;
@@ -127,19 +140,19 @@ void MachOChecker<Arch>::checkInitTerms() const {
     if (section.record.addr % kPointerSize != 0) {
       throwf("{} section size is not pointer size aligned", name);
     }
-    checkInitTermTargets(section, kind);
+    checkInitTermTargets(section, kind, targetsDone[section.record.offset % kPointerSize]);
     if (!positionIndependentOrLibrary_) continue;
     if (!sites) sites = collectFixupSites();
-    checkInitTermSites(section, kind, *sites);
+    checkInitTermSites(section, kind, *sites, sitesDone);
   }
 }
 
-#define TOVREK_INSTANTIATE(Arch)                                                               \
-  template MachOChecker<Arch>::FixupSites MachOChecker<Arch>::collectFixupSites() const;       \
-  template void MachOChecker<Arch>::checkInitTermTargets(const SectionInfo&, std::string_view) \
-      const;                                                                                   \
-  template void MachOChecker<Arch>::checkInitTermSites(const SectionInfo&, std::string_view,   \
-                                                       const FixupSites&) const;               \
+#define TOVREK_INSTANTIATE(Arch)                                                                 \
+  template MachOChecker<Arch>::FixupSites MachOChecker<Arch>::collectFixupSites() const;         \
+  template void MachOChecker<Arch>::checkInitTermTargets(const SectionInfo&, std::string_view,   \
+                                                         CoveredRanges&) const;                  \
+  template void MachOChecker<Arch>::checkInitTermSites(const SectionInfo&, std::string_view,     \
+                                                       const FixupSites&, CoveredRanges&) const; \
   template void MachOChecker<Arch>::checkInitTerms() const;
 TOVREK_FOR_EACH_ARCH(TOVREK_INSTANTIATE)
 

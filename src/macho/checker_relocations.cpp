@@ -111,13 +111,20 @@ void MachOChecker<Arch>::checkExternalRelocations() const {
 }
 
 template <class Arch>
+bool MachOChecker<Arch>::claimsTextRelocations(const SectionInfo& info) {
+  return !info.writable && (info.record.flags & S_ATTR_LOC_RELOC) != 0;
+}
+
+// The sites are gathered only where a section asks for them.
+template <class Arch>
 void MachOChecker<Arch>::checkLocalRelocations(std::vector<uint64_t>* sites) const {
   const auto& table = *pointers_.dynamicSymbolTable;
   const uint32_t count = table.nlocrel;
+  const bool asked = std::ranges::any_of(sections_, claimsTextRelocations);
   for (uint32_t i = 0; i < count; ++i) {
     const Relocation entry = relocationAt(table.locreloff, i);
     checkLocalReloation(entry);
-    sites->push_back(relocatedAddress(entry));
+    if (asked) sites->push_back(relocatedAddress(entry));
   }
   std::ranges::sort(*sites);
 }
@@ -131,7 +138,7 @@ void MachOChecker<Arch>::checkRelocations() const {
   }
   for (const SectionInfo& info : sections_) {
     const Section& section = info.record;
-    if (info.writable || (section.flags & S_ATTR_LOC_RELOC) == 0) continue;
+    if (!claimsTextRelocations(info)) continue;
     if (!hasTextRelocInRange(sites, section.addr, section.size)) {
       throwf("section {} has attribute set that it has relocs, but it has none",
              section.sectname.view());
@@ -147,6 +154,7 @@ void MachOChecker<Arch>::checkRelocations() const {
   template void MachOChecker<Arch>::checkExternalReloation(const Relocation&) const;           \
   template void MachOChecker<Arch>::checkLocalReloation(const Relocation&) const;              \
   template void MachOChecker<Arch>::checkExternalRelocations() const;                          \
+  template bool MachOChecker<Arch>::claimsTextRelocations(const SectionInfo&);                 \
   template void MachOChecker<Arch>::checkLocalRelocations(std::vector<uint64_t>*) const;       \
   template void MachOChecker<Arch>::checkRelocations() const;
 TOVREK_FOR_EACH_ARCH(TOVREK_INSTANTIATE)

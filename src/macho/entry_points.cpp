@@ -5,8 +5,8 @@
 #include <string_view>
 
 #include "log/SystemLog.h"
-#include "macho/FatFile.h"
 #include "macho/MachOChecker.h"
+#include "macho/file_check.h"
 #include "macho/lipo_runner.h"
 
 namespace tovrek {
@@ -25,32 +25,6 @@ void openMapping(FileMapping& file, const std::string& path, FileMapping::Mode m
       throw Errors::kStat;
     case FileMapping::Opened::kMapFailed:
       throw Errors::kMap;
-  }
-}
-
-// False for a cputype that is none of the six.
-bool checkSlice(const macho::FatSlice& slice, ByteView image, const std::string& path,
-                bool sdkOrder, bool libraryType, const macho::AcceptanceRules& rules) {
-  return macho::tryArchitectures([&]<class Arch>() {
-    if (slice.cputype != Arch::kCpuType) return false;
-    macho::MachOChecker<Arch>::doCheck(image, path, sdkOrder, libraryType, rules);
-    return true;
-  });
-}
-
-void checkFat(ByteView file, const std::string& path, bool sdkOrder, bool libraryType,
-              const macho::AcceptanceRules& rules) {
-  // Slices that overlap could make the work grow with the square of the file.
-  uint64_t unseen = file.size();
-  const uint32_t count = macho::fatEntryCount(file);
-  for (uint32_t i = 0; i < count; ++i) {
-    macho::FatSlice slice;
-    if (!macho::readFatEntry(file, i, &slice)) throw Errors::kSliceMismatch;
-    const bool fits = slice.size <= unseen;
-    const ByteView image = fits ? file.sub(slice.offset, slice.size) : ByteView();
-    if (fits) unseen -= slice.size;
-    // An unknown architecture ends the walk, so slices behind it are not looked at.
-    if (!checkSlice(slice, image, path, sdkOrder, libraryType, rules)) return;
   }
 }
 
@@ -77,14 +51,7 @@ void addDylib(int binaryType, const std::string& path, bool libraryType) {
 void check(const std::string& path, bool sdkOrder, bool libraryType, macho::AcceptanceRules rules) {
   FileMapping mapping;
   openMapping(mapping, path, FileMapping::Mode::kRead);
-  const ByteView file{mapping.bytes()};
-  if (macho::hasFatMagic(file)) return checkFat(file, path, sdkOrder, libraryType, rules);
-  const bool known = macho::tryArchitectures([&]<class Arch>() {
-    if (!macho::MachOChecker<Arch>::validFile(file)) return false;
-    macho::MachOChecker<Arch>::doCheck(file, path, sdkOrder, libraryType, rules);
-    return true;
-  });
-  if (!known) throw Errors::kUnknownArchitecture;
+  macho::checkFile(ByteView{mapping.bytes()}, path, sdkOrder, libraryType, rules);
 }
 
 bool addOrvaneDylib(int binaryType, bool libraryType, const std::string& path, int32_t* errorCode,

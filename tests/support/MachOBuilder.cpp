@@ -74,8 +74,9 @@ MachOBuilder::MachOBuilder(const TestArch& forArch) : arch(forArch) {
   initializers = {textAddress() + kTextOffset, textAddress() + kTextOffset + 8};
   // Pointers in segment 2 from its start on: both initializers and two lazy pointers.
   rebase = std::string("\x11\x22\x00\x54\x00", 5);
-  // One place behind them in the same segment, to "_printf".
-  bind = std::string("\x11\x40_printf\0\x51\x72\x20\x90\x00", 14);
+  // The last of them is also bound, to "_printf".
+  bind = std::string("\x11\x40_printf\0\x51\x72", 12) + static_cast<char>(3 * arch.pointerSize()) +
+         std::string("\x90\x00", 2);
   addSegments();
   addTables();
 }
@@ -103,11 +104,12 @@ TestCommand MachOBuilder::newSegment(const std::string& name, uint64_t vmaddr, u
   return segment;
 }
 
-TestRecord MachOBuilder::newSection(const std::string& name, uint64_t addr, uint64_t size,
-                                    uint64_t offset, uint32_t flags) const {
+TestRecord MachOBuilder::newSection(const std::string& segmentName, const std::string& name,
+                                    uint64_t addr, uint64_t size, uint64_t offset,
+                                    uint32_t flags) const {
   TestRecord section;
   section.name16(name)
-      .name16("__SEG")
+      .name16(segmentName)
       .number("addr", arch.pointerSize(), addr)
       .number("size", arch.pointerSize(), size)
       .number("offset", 4, offset)
@@ -126,14 +128,16 @@ void MachOBuilder::addSegments() {
   commands.push_back(newSegment("__PAGEZERO", 0, text, 0, 0, 0));
 
   TestCommand code = newSegment("__TEXT", text, 0x2000, 0, 0x2000, 5);
-  code.sections.push_back(newSection("__text", text + kTextOffset, 0x100, kTextOffset, 0x400));
+  code.sections.push_back(
+      newSection("__TEXT", "__text", text + kTextOffset, 0x100, kTextOffset, 0x400));
   commands.push_back(code);
 
   TestCommand variables = newSegment("__DATA", data, 0x2000, kDataOffset, 0x1000, 3);
-  variables.sections.push_back(newSection("__mod_init_func", data, 2 * p, kDataOffset, 9));
   variables.sections.push_back(
-      newSection("__la_symbol_ptr", data + 2 * p, 2 * p, kDataOffset + 2 * p, 7));
-  variables.sections.push_back(newSection("__bss", data + 0x1000, 0x800, 0, 1));
+      newSection("__DATA", "__mod_init_func", data, 2 * p, kDataOffset, 9));
+  variables.sections.push_back(
+      newSection("__DATA", "__la_symbol_ptr", data + 2 * p, 2 * p, kDataOffset + 2 * p, 7));
+  variables.sections.push_back(newSection("__DATA", "__bss", data + 0x1000, 0x800, 0, 1));
   commands.push_back(variables);
 
   commands.push_back(newSegment("__LINKEDIT", text + 0x4000, 0x1000, kLinkEditOffset, 0x1000, 1));
@@ -316,7 +320,7 @@ void MachOBuilder::fillCounts() {
   }
 }
 
-std::string MachOBuilder::build() {
+std::string MachOBuilder::buildCommands() {
   fillCounts();
   std::string load;
   for (TestCommand& each : commands) {
@@ -327,7 +331,11 @@ std::string MachOBuilder::build() {
   header["ncmds"] = ncmds.value_or(static_cast<uint32_t>(commands.size()));
   header["sizeofcmds"] = sizeofcmds.value_or(static_cast<uint32_t>(load.size()));
   commandsEnd_ = headerSize() + load.size();
+  return header.bytes(arch) + load;
+}
 
+std::string MachOBuilder::build() {
+  const std::string start = buildCommands();
   std::string image(length, '\0');
   for (uint64_t i = kTextOffset; i < kTextOffset + 0x100; ++i) image[i] = static_cast<char>(i);
   uint64_t at = kDataOffset;
@@ -354,7 +362,7 @@ std::string MachOBuilder::build() {
     at = kExternal;
   }
   patch(&image, kStrings, strings);
-  patch(&image, 0, header.bytes(arch) + load);
+  patch(&image, 0, start);
   return image;
 }
 

@@ -119,6 +119,8 @@ class MachOBuilder {
                           uint32_t type) const;
 
   std::string build();
+  // The header and the load commands alone, for images that are laid out otherwise.
+  std::string buildCommands();
   // End of the commands of the last build.
   uint64_t commandsEnd() const { return commandsEnd_; }
   uint64_t headerSize() const { return arch.is64 ? 32 : 28; }
@@ -127,8 +129,8 @@ class MachOBuilder {
   TestRecord newCommand(uint32_t cmd) const;
   TestCommand newSegment(const std::string& name, uint64_t vmaddr, uint64_t vmsize,
                          uint64_t fileoff, uint64_t filesize, uint32_t protection) const;
-  TestRecord newSection(const std::string& name, uint64_t addr, uint64_t size, uint64_t offset,
-                        uint32_t flags) const;
+  TestRecord newSection(const std::string& segmentName, const std::string& name, uint64_t addr,
+                        uint64_t size, uint64_t offset, uint32_t flags) const;
   void addSegments();
   void addTables();
   void fillCounts();

@@ -1,0 +1,115 @@
+#include "tests/fuzz/engine/engine_fuzzing.h"
+
+#include <cstdlib>
+#include <exception>
+
+#include "macho/FatFile.h"
+#include "macho/MachORebuildErrors.h"
+#include "macho/entry_points.h"
+#include "macho/file_check.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace tovrek::test {
+namespace {
+
+template <class Operation>
+std::string outcomeOf(Operation&& operation) {
+  try {
+    operation();
+    return "ok";
+  } catch (MachORebuildErrors code) {
+    return std::to_string(static_cast<int>(code));
+  } catch (const std::exception& failure) {
+    return failure.what();
+  }
+}
+
+// A copy of its own for every run, so that AddressSanitizer sees the first byte behind it.
+class HeapCopy {
+ public:
+  explicit HeapCopy(std::string_view bytes) : bytes_(bytes.size()) {
+    const void* start = bytes.data();
+    const auto* first = static_cast<const std::byte*>(start);
+    std::copy(first, first + bytes.size(), bytes_.begin());
+  }
+  macho::ByteView view() const { return std::span<const std::byte>(bytes_); }
+
+ private:
+  std::vector<std::byte> bytes_;
+};
+
+void require(bool promise) {
+  if (!promise) std::abort();
+}
+
+// Where the header says that the commands end.
+uint64_t commandsEnd(std::string_view image) {
+  const auto byte = [&](size_t at) { return static_cast<uint8_t>(image[at]); };
+  const bool bigEndian = byte(0) == 0xfe;
+  const bool is64 = (bigEndian ? byte(3) : byte(0)) == 0xcf;
+  uint64_t size = 0;
+  for (size_t i = 0; i < 4; ++i) size = size << 8 | byte(20 + (bigEndian ? i : 3 - i));
+  return (is64 ? 32 : 28) + size;
+}
+
+void checkBothWays(const HeapCopy& file, std::string* outcome) {
+  // Other flags reach other branches; the outcome of the usual ones is given.
+  outcomeOf([&] { macho::checkFile(file.view(), "image", true, false, {}); });
+  *outcome = outcomeOf([&] { macho::checkFile(file.view(), "image", false, true, {}); });
+}
+
+}  // namespace
+
+std::string fuzzCheck(std::string_view bytes) {
+  std::string outcome;
+  checkBothWays(HeapCopy(bytes), &outcome);
+  return outcome;
+}
+
+std::string fuzzInsertion(std::string_view bytes) {
+  static const TemporaryFolder folder;
+  const std::string before(bytes);
+  const std::string path = folder.write("image", before);
+  const int type = before.size() % 2 == 0 ? kApplication : kAppExtension;
+  const std::string outcome = outcomeOf([&] { addDylib(type, path, true); });
+  const std::string after = contentsOf(path);
+  require(after.size() == before.size());
+  if (outcome != "ok") return outcome;
+  const uint64_t end = commandsEnd(after);
+  require(end <= after.size() && end > commandsEnd(before));
+  require(std::string_view(after).substr(end) == std::string_view(before).substr(end));
+  return outcome;
+}
+
+std::string fuzzFat(std::string_view bytes) {
+  const HeapCopy file(bytes);
+  macho::FatFile fat;
+  std::string why;
+  const bool read = macho::FatFile::read(file.view(), &fat, nullptr);
+  for (const macho::FatSlice& slice : fat.slices) {
+    if (read) require(file.view().contains(slice.offset, slice.size));
+  }
+  if (read && fat.fat) {
+    // The table can be written again as it was read, but for the places.
+    require(macho::fatEntryCount(file.view()) == fat.slices.size());
+    if (macho::layOutFatFile(fat.slices, nullptr)) {
+      const std::string header = macho::fatFileHeader(fat.slices);
+      const HeapCopy again(header);
+      require(macho::fatEntryCount(again.view()) == fat.slices.size());
+    }
+  }
+  std::string outcome;
+  checkBothWays(file, &outcome);
+  return outcome;
+}
+
+std::span<const FuzzTarget> engineFuzzTargets() {
+  static constexpr FuzzTarget kTargets[] = {
+      {"check", fuzzCheck, imageSeeds},
+      {"insertion", fuzzInsertion, imageSeeds},
+      {"fat", fuzzFat, fatSeeds},
+  };
+  return kTargets;
+}
+
+}  // namespace tovrek::test
