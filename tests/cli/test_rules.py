@@ -10,7 +10,7 @@ from datetime import datetime
 
 import makers
 from examiner import macho, signature
-from harness import (ADMIN, COMPANIONS, IDENTITIES, WholeProgramTest,
+from harness import (ADMIN, COMPANIONS, IDENTITIES, TOOLKIT, WholeProgramTest,
                      changed_app, pack, read, result_text, run, unzip, write)
 from makers import FORMER_TEAM, IDENTIFIER, TEAM
 
@@ -204,7 +204,9 @@ int main(void) { return 0; }
         with makers.small_app(program=program) as (folder, app):
             result, _ = self.wrap_folder(folder, "-appType", "enterprise")
             # The tool for the module comes from elsewhere and is not installed here.
-            self.assert_ends_with(result, 254, "Failed to execute incore_macho with exit code: 127")
+            tool = os.path.join(os.path.realpath(TOOLKIT), "incore_macho")
+            self.assert_ends_with(
+                result, 254, f"A required file at this location does not exist: {tool}")
             self.assertIn("WEXSDKFrameworkFound?1 OpenSSLFIPSModuleFound?1", result.stderr)
 
     def test_intune(self):

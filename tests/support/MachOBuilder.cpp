@@ -337,7 +337,9 @@ std::string MachOBuilder::buildCommands() {
 std::string MachOBuilder::build() {
   const std::string start = buildCommands();
   std::string image(length, '\0');
-  for (uint64_t i = kTextOffset; i < kTextOffset + 0x100; ++i) image[i] = static_cast<char>(i);
+  std::string code;
+  for (int i = 0; i < 0x100; ++i) code += static_cast<char>(i);
+  patch(&image, kTextOffset, code);
   uint64_t at = kDataOffset;
   for (uint64_t target : initializers) {
     patch(&image, at, stored(arch, target, arch.pointerSize()));
