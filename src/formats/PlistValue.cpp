@@ -79,7 +79,7 @@ const PlistDictionary* dictionaryForKey(const PlistDictionary& dictionary, std::
 std::string stringForKeyOr(const PlistDictionary& dictionary, std::string_view key,
                            std::string otherwise) {
   const std::string* value = stringForKey(dictionary, key);
-  return value == nullptr ? std::move(otherwise) : *value;
+  return value == nullptr ? otherwise : *value;
 }
 
 }  // namespace tovrek

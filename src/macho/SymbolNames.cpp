@@ -74,11 +74,11 @@ SymbolNames::SymbolNames(ByteView pool, std::vector<uint32_t> starts) : starts_(
   };
   const std::vector<Spelled> names =
       sortedByHash(spell(letters, starts_),
-                   [&](const Spelled& a, const Spelled& b) { return compare(a, b) < 0; });
+                   [&](const Spelled& a, const Spelled& b) { return std::is_lt(compare(a, b)); });
   numbers_.resize(names.size());
   uint32_t number = 0;
   for (size_t i = 0; i < names.size(); ++i) {
-    if (i > 0 && compare(names[i - 1], names[i]) != 0) ++number;
+    if (i > 0 && std::is_neq(compare(names[i - 1], names[i]))) ++number;
     numbers_[names[i].index] = number;
   }
   defined_.resize(size_t{number} + 1);
