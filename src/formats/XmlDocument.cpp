@@ -10,18 +10,12 @@
 
 #include "formats/XmlNodeAccess.h"
 #include "formats/libxml_strings.h"
+#include "host/Freer.h"
 #include "host/files.h"
 
 namespace tovrek {
 namespace {
 
-template <auto Free>
-struct Freer {
-  template <class T>
-  void operator()(T* object) const noexcept {
-    Free(object);
-  }
-};
 using ParserContext = std::unique_ptr<xmlParserCtxt, Freer<xmlFreeParserCtxt>>;
 using XPathContext = std::unique_ptr<xmlXPathContext, Freer<xmlXPathFreeContext>>;
 using XPathResult = std::unique_ptr<xmlXPathObject, Freer<xmlXPathFreeObject>>;

@@ -12,15 +12,9 @@
 #include <string>
 #include <string_view>
 
-namespace tovrek {
+#include "host/Freer.h"
 
-template <auto Free>
-struct Freer {
-  template <class T>
-  void operator()(T* object) const noexcept {
-    Free(object);
-  }
-};
+namespace tovrek {
 
 using AttributeOwner = std::unique_ptr<X509_ATTRIBUTE, Freer<X509_ATTRIBUTE_free>>;
 using BioOwner = std::unique_ptr<BIO, Freer<BIO_free_all>>;

@@ -6,16 +6,11 @@
 #include <algorithm>
 #include <memory>
 
+#include "host/Freer.h"
+
 namespace tovrek {
 namespace {
 
-template <auto Free>
-struct Freer {
-  template <class T>
-  void operator()(T* pointer) const noexcept {
-    Free(pointer);
-  }
-};
 using Decompressor = std::unique_ptr<libdeflate_decompressor, Freer<libdeflate_free_decompressor>>;
 using Compressor = std::unique_ptr<libdeflate_compressor, Freer<libdeflate_free_compressor>>;
 

@@ -50,7 +50,7 @@ class BasicByteView {
     return true;
   }
 
-  // The part [offset, offset + size), or an empty view when it does not lie inside.
+  // The bytes [offset, offset + size), or an empty view when they do not lie inside.
   BasicByteView sub(uint64_t offset, uint64_t size) const {
     if (!contains(offset, size)) return {};
     return BasicByteView(bytes_.subspan(offset, size));
