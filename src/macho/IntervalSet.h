@@ -24,11 +24,31 @@ class IntervalSet {
     return true;
   }
 
-  // Whether one of the ranges holds `value`.
-  bool holds(uint64_t value) const {
-    const auto next = ends_.upper_bound(value);
-    return next != ends_.begin() && std::prev(next)->second > value;
-  }
+  // Tells whether one of the ranges holds a value, for one value after another. Tables mostly name
+  // neighbours, so the range or gap of the last answer is tried first. The set must outlive this
+  // and stay as it is.
+  class Lookup {
+   public:
+    explicit Lookup(const IntervalSet& set) : ends_(set.ends_) {}
+
+    bool holds(uint64_t value) {
+      if (value - start_ >= size_) moveTo(value);
+      return inside_;
+    }
+
+   private:
+    void moveTo(uint64_t value) {
+      const auto next = ends_.upper_bound(value);
+      const uint64_t before = next == ends_.begin() ? 0 : std::prev(next)->second;
+      inside_ = before > value;
+      start_ = inside_ ? std::prev(next)->first : before;
+      size_ = (inside_ ? before : next == ends_.end() ? UINT64_MAX : next->first) - start_;
+    }
+
+    const std::map<uint64_t, uint64_t>& ends_;
+    uint64_t start_ = 0, size_ = 0;
+    bool inside_ = false;
+  };
 
  private:
   std::map<uint64_t, uint64_t> ends_;  // by start

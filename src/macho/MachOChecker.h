@@ -68,6 +68,13 @@ class MachOChecker {
     Section record;
     bool writable;  // as its segment at start
   };
+  // What entries of relocation tables are held against.
+  struct RelocationPlaces {
+    explicit RelocationPlaces(const MachOChecker& image)
+        : base(image.relocBase()), writable(image.writableRanges_) {}
+    uint64_t base;
+    IntervalSet::Lookup writable;
+  };
   // Where pointers that the loader adjusts may lie; sorted once asked for.
   struct FixupSites {
     std::vector<uint64_t> rebased;
@@ -133,11 +140,24 @@ class MachOChecker {
   void checkExternalRelocations() const;
   static bool claimsTextRelocations(const SectionInfo& info);
   void checkLocalRelocations(std::vector<uint64_t>* sites) const;
-  void checkExternalReloation(const Relocation& entry) const;
-  void checkLocalReloation(const Relocation& entry) const;
+  void checkExternalReloation(const Relocation& entry, RelocationPlaces& places) const;
+  void checkLocalReloation(const Relocation& entry, RelocationPlaces& places) const;
   uint64_t relocBase() const;
-  uint64_t relocatedAddress(const Relocation& entry) const;
-  Relocation relocationAt(uint64_t tableOffset, uint32_t index) const;
+  static uint64_t relocatedAddress(const Relocation& entry, uint64_t base) {
+    return static_cast<typename P::Integer>(base + entry.distance());
+  }
+  // Hands over the entries of a table that was found to lie in the link-edit segment.
+  template <class Visitor>
+  void forEachRelocation(uint64_t offset, uint32_t count, Visitor visit) const {
+    const ByteView table = image_.sub(offset, uint64_t{count} * sizeof(Relocation));
+    for (uint32_t i = 0; i < count; ++i) {
+      Relocation entry;
+      if (!table.read(uint64_t{i} * sizeof(entry), &entry)) {
+        throw MachORebuildErrors::kCommandBeyondFile;
+      }
+      visit(entry);
+    }
+  }
   // checker_symbols.cpp
   void checkSymbolTable() const;
   macho_nlist<P> symbolAt(uint64_t index) const;

@@ -1,50 +1,42 @@
 // The set of names that an image's external symbols define.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <string_view>
+#include <span>
 #include <vector>
 
 #include "macho/ByteView.h"
 
 namespace tovrek::macho {
 
-// The hash of names: h becomes h times 5 plus the next (signed) character, from 0 up to the
-// terminator. Grown from the end of a name to its start here, because names in a string pool may
-// be tails of each other and are then hashed all at once.
-class CStringHash {
- public:
-  void prepend(char letter) {
-    value_ += static_cast<uint64_t>(static_cast<signed char>(letter)) * power_;
-    power_ *= 5;
-  }
-  uint64_t value() const { return value_; }
-
- private:
-  uint64_t value_ = 0;
-  uint64_t power_ = 1;
-};
-
-// Works in time linear in the pool plus n log n for n symbols, also for pools in which all names
-// share one tail or one hash: names are numbered first, equal ones (of equal hash and equal text)
-// alike, and the set is one bit for each number.
+// Takes time linear in the pool and the number of names, whatever they are.
 class SymbolNames {
  public:
-  // `starts` are the places in the pool, each inside it, of all names that will be asked for.
-  SymbolNames(ByteView pool, std::vector<uint32_t> starts);
+  // `starts` are the places of the names in the pool, each inside it; both must outlive this.
+  SymbolNames(ByteView pool, std::span<const uint32_t> starts);
 
-  // Adds the name at `start`; false when an equal one is there already.
-  bool add(uint32_t start);
-  bool contains(uint32_t start);
+  // The index of the first name that equals an earlier one, of the first `count`; those before it
+  // are defined from now on.
+  std::optional<size_t> define(size_t count);
+  // The index of the first defined name, from the one at `first`.
+  std::optional<size_t> firstDefined(size_t first) const;
 
  private:
-  std::optional<uint32_t> numberOf(uint32_t start);
+  struct Slot {
+    uint32_t tag = 0;   // bits of the hash that do not choose the slot
+    uint32_t name = 0;  // its index plus one: 0 is an empty slot
+  };
+  // The slot that holds the name of this index, or else the empty one where it belongs.
+  size_t slotOf(size_t name) const;
+  void prefetch(size_t name) const;
+  bool equal(size_t a, size_t b) const;
 
-  std::vector<uint32_t> starts_;   // sorted
-  std::vector<uint32_t> numbers_;  // of the name at each start
-  std::vector<bool> defined_;      // by number
-  size_t next_ = 0;                // behind the start that was asked for last
+  ByteView pool_;
+  std::span<const uint32_t> starts_;
+  std::vector<uint64_t> hashes_;
+  std::vector<Slot> slots_;  // a power of two, at least a quarter more than names
 };
 
 }  // namespace tovrek::macho

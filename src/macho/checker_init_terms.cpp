@@ -42,7 +42,7 @@ class SiteCollector {
   }
 
  private:
-  const IntervalSet& wanted_;
+  IntervalSet::Lookup wanted_;
   uint64_t budget_;
   std::vector<uint64_t>* out_;
 };
@@ -65,12 +65,11 @@ typename MachOChecker<Arch>::FixupSites MachOChecker<Arch>::collectFixupSites() 
 
   if (pointers_.dynamicSymbolTable) {
     const auto& table = *pointers_.dynamicSymbolTable;
-    for (uint32_t i = 0; i < table.nlocrel; ++i) {
-      rebased.add(relocatedAddress(relocationAt(table.locreloff, i)));
-    }
-    for (uint32_t i = 0; i < table.nextrel; ++i) {
-      bound.add(relocatedAddress(relocationAt(table.extreloff, i)));
-    }
+    const uint64_t base = relocBase();
+    forEachRelocation(table.locreloff, table.nlocrel,
+                      [&](const Relocation& entry) { rebased.add(relocatedAddress(entry, base)); });
+    forEachRelocation(table.extreloff, table.nextrel,
+                      [&](const Relocation& entry) { bound.add(relocatedAddress(entry, base)); });
   }
   if (pointers_.dyldInfo) {
     const auto& info = *pointers_.dyldInfo;

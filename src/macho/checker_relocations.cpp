@@ -41,37 +41,21 @@ uint64_t MachOChecker<Arch>::relocBase() const {
 }
 
 template <class Arch>
-uint64_t MachOChecker<Arch>::relocatedAddress(const Relocation& entry) const {
-  const bool scattered = kPointerSize == 4 && entry.isScattered();
-  const uint64_t distance = scattered ? entry.scatteredAddress() : uint32_t{entry.r_address};
-  return static_cast<typename P::Integer>(relocBase() + distance);
-}
-
-// The tables were found to lie in the link-edit segment, hence in the image.
-template <class Arch>
-typename MachOChecker<Arch>::Relocation MachOChecker<Arch>::relocationAt(uint64_t tableOffset,
-                                                                         uint32_t index) const {
-  Relocation entry;
-  if (!image_.read(tableOffset + uint64_t{index} * sizeof(Relocation), &entry)) {
-    throw Errors::kCommandBeyondFile;
-  }
-  return entry;
-}
-
-template <class Arch>
-void MachOChecker<Arch>::checkExternalReloation(const Relocation& entry) const {
+void MachOChecker<Arch>::checkExternalReloation(const Relocation& entry,
+                                                RelocationPlaces& places) const {
   if constexpr (!kHasRelocations) throw Errors::kExternalRelocationOnArm64;
   if (entry.r_length() != kPointerLengthCode<Arch>) throwf("bad external relocation length");
   if (entry.r_type() != kPlainPointer) throwf("unknown external relocation type");
   if (entry.r_pcrel() != 0) throwf("bad external relocation pc_rel");
   if (entry.r_extern() == 0) throwf("local relocation found with external relocations");
-  if (!writableRanges_.holds(relocBase() + uint32_t{entry.r_address})) {
+  if (!places.writable.holds(places.base + uint32_t{entry.r_address})) {
     throwf("external relocation address not in writable segment");
   }
 }
 
 template <class Arch>
-void MachOChecker<Arch>::checkLocalReloation(const Relocation& entry) const {
+void MachOChecker<Arch>::checkLocalReloation(const Relocation& entry,
+                                             RelocationPlaces& places) const {
   if constexpr (!kHasRelocations) throw Errors::kLocalRelocationOnArm64;
   if constexpr (requires { Arch::kScatteredPointerType; }) {
     if (entry.isScattered()) {
@@ -86,7 +70,8 @@ void MachOChecker<Arch>::checkLocalReloation(const Relocation& entry) const {
   if (entry.r_type() != kPlainPointer) throw Errors::kLocalType;
   if (entry.r_pcrel() != 0) throw Errors::kLocalPcRelative;
   if (entry.r_extern() != 0) throw Errors::kLocalExtern;
-  if (!kAllowsTextRelocations<Arch> && !writableRanges_.holds(relocatedAddress(entry))) {
+  if (!kAllowsTextRelocations<Arch> &&
+      !places.writable.holds(relocatedAddress(entry, places.base))) {
     throw Errors::kLocalRelocationTarget;
   }
 }
@@ -94,20 +79,19 @@ void MachOChecker<Arch>::checkLocalReloation(const Relocation& entry) const {
 template <class Arch>
 void MachOChecker<Arch>::checkExternalRelocations() const {
   const auto& table = *pointers_.dynamicSymbolTable;
-  const uint32_t count = table.nextrel;
-  if (count == 0) return;
+  if (table.nextrel == 0) return;
   // The entries of one symbol must stand together.
   std::vector<bool> seen(kSymbolNumbers);
   std::optional<uint32_t> previous;
-  for (uint32_t i = 0; i < count; ++i) {
-    const Relocation entry = relocationAt(table.extreloff, i);
-    checkExternalReloation(entry);
+  RelocationPlaces places(*this);
+  forEachRelocation(table.extreloff, table.nextrel, [&](const Relocation& entry) {
+    checkExternalReloation(entry, places);
     const uint32_t symbol = entry.r_symbolnum();
-    if (previous == symbol) continue;
+    if (previous == symbol) return;
     if (seen[symbol]) throw Errors::kExternalRelocationsUnsorted;
     seen[symbol] = true;
     previous = symbol;
-  }
+  });
 }
 
 template <class Arch>
@@ -119,13 +103,12 @@ bool MachOChecker<Arch>::claimsTextRelocations(const SectionInfo& info) {
 template <class Arch>
 void MachOChecker<Arch>::checkLocalRelocations(std::vector<uint64_t>* sites) const {
   const auto& table = *pointers_.dynamicSymbolTable;
-  const uint32_t count = table.nlocrel;
   const bool asked = std::ranges::any_of(sections_, claimsTextRelocations);
-  for (uint32_t i = 0; i < count; ++i) {
-    const Relocation entry = relocationAt(table.locreloff, i);
-    checkLocalReloation(entry);
-    if (asked) sites->push_back(relocatedAddress(entry));
-  }
+  RelocationPlaces places(*this);
+  forEachRelocation(table.locreloff, table.nlocrel, [&](const Relocation& entry) {
+    checkLocalReloation(entry, places);
+    if (asked) sites->push_back(relocatedAddress(entry, places.base));
+  });
   std::ranges::sort(*sites);
 }
 
@@ -146,16 +129,8 @@ void MachOChecker<Arch>::checkRelocations() const {
   }
 }
 
-#define TOVREK_INSTANTIATE(Arch)                                                               \
-  template uint64_t MachOChecker<Arch>::relocBase() const;                                     \
-  template uint64_t MachOChecker<Arch>::relocatedAddress(const Relocation&) const;             \
-  template MachOChecker<Arch>::Relocation MachOChecker<Arch>::relocationAt(uint64_t, uint32_t) \
-      const;                                                                                   \
-  template void MachOChecker<Arch>::checkExternalReloation(const Relocation&) const;           \
-  template void MachOChecker<Arch>::checkLocalReloation(const Relocation&) const;              \
-  template void MachOChecker<Arch>::checkExternalRelocations() const;                          \
-  template bool MachOChecker<Arch>::claimsTextRelocations(const SectionInfo&);                 \
-  template void MachOChecker<Arch>::checkLocalRelocations(std::vector<uint64_t>*) const;       \
+#define TOVREK_INSTANTIATE(Arch)                           \
+  template uint64_t MachOChecker<Arch>::relocBase() const; \
   template void MachOChecker<Arch>::checkRelocations() const;
 TOVREK_FOR_EACH_ARCH(TOVREK_INSTANTIATE)
 

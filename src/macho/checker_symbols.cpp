@@ -1,5 +1,6 @@
 // Names and section numbers of the symbol table.
-#include <algorithm>
+#include <optional>
+#include <vector>
 
 #include "macho/MachOChecker.h"
 #include "macho/SymbolNames.h"
@@ -31,7 +32,7 @@ void MachOChecker<Arch>::checkSymbolTable() const {
   const uint64_t endUndefined = firstUndefined + ranges.nundefsym;
   const ByteView pool = stringPool();
 
-  // The names are hashed together first. A symbol that fails below ends this gathering.
+  // The names are compared together first. A symbol that fails below ends this gathering.
   std::vector<uint32_t> starts;
   const auto gather = [&](uint64_t first, uint64_t end) {
     for (uint64_t i = first; i < end; ++i) {
@@ -42,20 +43,25 @@ void MachOChecker<Arch>::checkSymbolTable() const {
     }
   };
   gather(firstDefined, endDefined);
+  const size_t definedCount = starts.size();
   gather(firstUndefined, endUndefined);
-  SymbolNames names(pool, std::move(starts));
+  SymbolNames names(pool, starts);
 
+  const std::optional<size_t> repeated = names.define(definedCount);
   for (uint64_t i = firstDefined; i < endDefined; ++i) {
     const auto symbol = symbolAt(i);
-    const auto start = static_cast<uint32_t>(nameOffsetOf(symbol, pool.size()));
-    if (!names.add(start)) throwf("duplicate external symbol: {}", pool.cString(start));
+    const uint64_t start = nameOffsetOf(symbol, pool.size());
+    if (i - firstDefined == repeated) {
+      throwf("duplicate external symbol: {}", pool.cString(start));
+    }
     if ((symbol.n_type & N_EXT) == 0) {
       throwf("non-external symbol in external symbol range: {}", pool.cString(start));
     }
   }
+  const std::optional<size_t> known = names.firstDefined(definedCount);
   for (uint64_t i = firstUndefined; i < endUndefined; ++i) {
-    const auto start = static_cast<uint32_t>(nameOffsetOf(symbolAt(i), pool.size()));
-    if (names.contains(start)) {
+    const uint64_t start = nameOffsetOf(symbolAt(i), pool.size());
+    if (definedCount + (i - firstUndefined) == known) {
       throwf("undefine with same name as external symbol: {}", pool.cString(start));
     }
   }

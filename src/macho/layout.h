@@ -268,6 +268,11 @@ struct macho_relocation_info {
   uint32_t scatteredLength() const { return (r_address >> 28) & 3; }
   uint32_t scatteredType() const { return (r_address >> 24) & 0xf; }
   uint32_t scatteredAddress() const { return r_address & 0x00ffffff; }
+
+  // Where the entry applies, from the base of its image's relocations.
+  uint32_t distance() const {
+    return P::kPointerSize == 4 && isScattered() ? scatteredAddress() : uint32_t{r_address};
+  }
 };
 
 // --- Universal files: always big-endian ---

@@ -96,7 +96,8 @@ std::string tailNames(uint32_t count) {
   return std::string(1, '\0') + std::string(count, 'x') + '\0';
 }
 
-// "ab" and "b]" hash alike, and so do all rows of them.
+// "ab" and "b]" are alike to the usual hash of names (times 5 plus the next letter), and so are all
+// rows of them.
 std::string equalHashNames(uint32_t count) {
   std::string strings(1, '\0');
   for (uint32_t i = 0; i < count; ++i) {
