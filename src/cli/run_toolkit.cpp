@@ -11,6 +11,7 @@
 #include "log/SystemLog.h"
 #include "log/TKProgressor.h"
 #include "log/module_loggers.h"
+#include "settings/settings_file.h"
 
 namespace tovrek {
 namespace {
@@ -46,10 +47,10 @@ bool runAction(AppConverter& converter, const AppConverterParam& param, ErrorTex
   return converter.CreatePackage(error);
 }
 
-int convert(AppConverterParam& param, TKProgressor& progressor) {
+int convert(AppConverterParam& param, TKProgressor& progressor, Settings settings) {
   const std::string contentPath = joinPath(programFolder(), "Data");
   Global_Commandline_Logger().logBasic(fmt::format("Content path: {}", contentPath));
-  AppConverter converter(param, progressor, contentPath);
+  AppConverter converter(param, progressor, contentPath, settings);
   ErrorText error;
   const bool succeeded = runAction(converter, param, &error);
   // Never announced as a success: without a text nothing more is printed, and a warning that
@@ -73,6 +74,13 @@ int runToolkit(const std::vector<std::string>& arguments) {
   if (processor.helpShown()) return kExitSuccess;
   if (param == nullptr) return refuseArguments(processor, parseError);
 
+  // Before the run touches anything, its log included.
+  Settings settings;
+  ErrorText badSettings;
+  if (!readSettings(&settings, &badSettings)) {
+    reportError(badSettings.text());
+    return kExitBadInput;
+  }
   setUpLogging(*param);
   CLProgressor progressor(Global_Commandline_Logger());
   AppConverter::initializeLogging(*param);
@@ -88,7 +96,7 @@ int runToolkit(const std::vector<std::string>& arguments) {
     reportError(notUnpacked.text());
     return kExitSuccess;
   }
-  return convert(*param, progressor);
+  return convert(*param, progressor, settings);
 }
 
 }  // namespace tovrek

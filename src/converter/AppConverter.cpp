@@ -16,10 +16,11 @@ namespace tovrek {
 using namespace converter;
 
 AppConverter::AppConverter(AppConverterParam& param, TKProgressor& progressor,
-                           std::string contentPath)
+                           std::string contentPath, Settings settings)
     : converterParam_(param),
       progressor_(progressor),
       contentPath_(std::move(contentPath)),
+      settings_(settings),
       isSDK_(param.isSDK),
       isUpdate_(param.isUpdate),
       isInputApp_(pathExtension(param.inputFile.value_or("")) == "app") {

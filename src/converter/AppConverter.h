@@ -11,6 +11,7 @@
 #include "host/ErrorText.h"
 #include "log/TKProgressor.h"
 #include "params/AppConverterParam.h"
+#include "settings/Settings.h"
 
 namespace tovrek {
 
@@ -43,7 +44,9 @@ class AppConverter {
  public:
   // `param` and `progressor` must outlive the converter; the pipeline writes its findings back
   // into `param`. `contentPath` is the folder of bundles and policies to insert, only read from.
-  AppConverter(AppConverterParam& param, TKProgressor& progressor, std::string contentPath);
+  // `settings` as the program has read them at its start; by default the built-in rules.
+  AppConverter(AppConverterParam& param, TKProgressor& progressor, std::string contentPath,
+               Settings settings = {});
   ~AppConverter();
   AppConverter(const AppConverter&) = delete;
   AppConverter& operator=(const AppConverter&) = delete;
@@ -240,6 +243,7 @@ class AppConverter {
   AppConverterParam& converterParam_;
   TKProgressor& progressor_;
   std::string contentPath_;
+  const Settings settings_;
   // As the record was at construction.
   bool isSDK_;
   bool isUpdate_;

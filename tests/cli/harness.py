@@ -68,7 +68,8 @@ class WholeProgramTest(unittest.TestCase):
         cls.environment = dict(os.environ, TMPDIR=cls.scratch, HOME=cls.folder,
                                XDG_DATA_HOME=os.path.join(cls.folder, "home"), LC_ALL="C.UTF-8")
         cls.environment["TOVREK_TRUSTED_ROOT_SHA1"] = read(IDENTITIES, "root.sha1").decode().strip()
-        cls.environment.pop("TOVREK_HOST_ROOT", None)
+        for name in ("TOVREK_HOST_ROOT", "TOVREK_CONF"):
+            cls.environment.pop(name, None)
         cls.import_identity("admin")
 
     @classmethod

@@ -1,0 +1,101 @@
+#include "settings/settings_file.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <cstdlib>
+#include <optional>
+
+#include "host/files.h"
+#include "host/host_info.h"
+#include "host/paths.h"
+
+namespace tovrek {
+namespace {
+
+struct NamedSetting {
+  std::string_view name;
+  bool Settings::*field;
+};
+constexpr std::array<NamedSetting, 7> kNamedSettings = {{
+    {"modernImages", &Settings::modernImages},
+    {"strictHeaderRoom", &Settings::strictHeaderRoom},
+    {"resignNested", &Settings::resignNested},
+    {"resignWrapped", &Settings::resignWrapped},
+    {"keepPlistLimits", &Settings::keepPlistLimits},
+    {"refreshOnResign", &Settings::refreshOnResign},
+    {"keepExtensionsOnSign", &Settings::keepExtensionsOnSign},
+}};
+
+std::optional<size_t> indexOf(std::string_view name) {
+  for (size_t i = 0; i < kNamedSettings.size(); ++i) {
+    if (kNamedSettings[i].name == name) return i;
+  }
+  return std::nullopt;
+}
+
+class SettingsReader {
+ public:
+  explicit SettingsReader(Settings* out) : out_(*out) {}
+
+  // Takes one line; false with the reason, which does not say where.
+  bool take(std::string_view line, ErrorText* reason) {
+    line = line.substr(0, line.find('#'));
+    const size_t sign = line.find('=');
+    const std::string name = trimmed(line.substr(0, sign));
+    if (name.empty() && sign == std::string_view::npos) return true;
+    if (sign == std::string_view::npos) {
+      return fail(reason,
+                  fmt::format("\"{}\" is not of the form \"name = yes\" or \"name = no\"", name));
+    }
+    const auto index = indexOf(name);
+    if (!index) return fail(reason, fmt::format("there is no setting \"{}\"", name));
+    if (given_[*index]) return fail(reason, fmt::format("\"{}\" is given twice", name));
+    given_[*index] = true;
+    const std::string value = trimmed(line.substr(sign + 1));
+    if (value != "yes" && value != "no") {
+      return fail(reason, fmt::format("\"{}\" must be yes or no, not \"{}\"", name, value));
+    }
+    out_.*kNamedSettings[*index].field = value == "yes";
+    return true;
+  }
+
+ private:
+  Settings& out_;
+  std::array<bool, kNamedSettings.size()> given_{};
+};
+
+}  // namespace
+
+bool parseSettings(std::string_view contents, const std::string& path, Settings* out,
+                   ErrorText* error) {
+  *out = {};
+  SettingsReader reader(out);
+  for (size_t number = 1; !contents.empty(); ++number) {
+    const size_t length = std::min(contents.find('\n'), contents.size());
+    ErrorText reason;
+    if (!reader.take(contents.substr(0, length), &reason)) {
+      return fail(error, fmt::format("Settings file {}, line {}: {}", path, number, reason.text()));
+    }
+    contents.remove_prefix(std::min(length + 1, contents.size()));
+  }
+  return true;
+}
+
+bool readSettings(Settings* out, ErrorText* error) {
+  *out = {};
+  const char* named = std::getenv("TOVREK_CONF");
+  const bool isNamed = named != nullptr && *named != '\0';
+  const std::string path =
+      isNamed ? standardizePath(named) : joinPath(programFolder(), "tovrek.conf");
+  // A link that points nowhere is no missing file, but a mistake to tell of.
+  if (!isNamed && !itemExistsNoFollow(path)) return true;
+  std::string contents;
+  ErrorText reason;
+  if (!readFile(path, &contents, &reason)) {
+    return fail(error, fmt::format("Settings file {}: {}", path, reason.text()));
+  }
+  return parseSettings(contents, path, out, error);
+}
+
+}  // namespace tovrek

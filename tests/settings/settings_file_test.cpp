@@ -1,0 +1,79 @@
+// The settings file: what its lines may say, and which file is read.
+#include "settings/settings_file.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <initializer_list>
+
+#include "tests/support/TemporaryFolder.h"
+
+namespace tovrek::test {
+namespace {
+
+using Field = bool Settings::*;
+constexpr Field kFields[] = {&Settings::modernImages,        &Settings::strictHeaderRoom,
+                             &Settings::resignNested,        &Settings::resignWrapped,
+                             &Settings::keepPlistLimits,     &Settings::refreshOnResign,
+                             &Settings::keepExtensionsOnSign};
+
+TEST(SettingsFile, LinesSwitchWhatTheyName) {
+  constexpr std::pair<const char*, Field> kNames[] = {
+      {"modernImages", kFields[0]},         {"strictHeaderRoom", kFields[1]},
+      {"resignNested", kFields[2]},         {"resignWrapped", kFields[3]},
+      {"keepPlistLimits", kFields[4]},      {"refreshOnResign", kFields[5]},
+      {"keepExtensionsOnSign", kFields[6]},
+  };
+  for (const auto& [name, field] : kNames) {
+    const std::string text = std::string("# a = b\n\n \t\r\n") + name + "=yes # why\r\n";
+    Settings settings;
+    ErrorText error;
+    EXPECT_TRUE(parseSettings(text, "conf", &settings, &error)) << error.text();
+    for (const Field other : kFields) EXPECT_EQ(settings.*other, other == field) << name;
+  }
+  Settings settings;
+  EXPECT_TRUE(
+      parseSettings("modernImages = no\n\tstrictHeaderRoom\t=\tyes", "c", &settings, nullptr));
+  EXPECT_FALSE(settings.modernImages);
+  EXPECT_TRUE(settings.strictHeaderRoom);
+}
+
+TEST(SettingsFile, RefusalsNameFileAndLine) {
+  constexpr std::pair<std::string_view, const char*> kCases[] = {
+      {"modernImages",
+       "line 1: \"modernImages\" is not of the form \"name = yes\" or \"name = no\""},
+      {"\n\nmodernImages = Yes\n", "line 3: \"modernImages\" must be yes or no, not \"Yes\""},
+      {"modernImages =\n", "line 1: \"modernImages\" must be yes or no, not \"\""},
+      {"modernImages = yes yes", "line 1: \"modernImages\" must be yes or no, not \"yes yes\""},
+      {"modernImages = yes\nmodernimages = no", "line 2: there is no setting \"modernimages\""},
+      {"= yes", "line 1: there is no setting \"\""},
+      {"resignNested=no\nresignNested=no", "line 2: \"resignNested\" is given twice"},
+  };
+  for (const auto& [text, reason] : kCases) {
+    Settings settings;
+    ErrorText error;
+    EXPECT_FALSE(parseSettings(text, "/x/tovrek.conf", &settings, &error)) << text;
+    EXPECT_EQ(error.text(), std::string("Settings file /x/tovrek.conf, ") + reason);
+  }
+}
+
+TEST(SettingsFile, TheEnvironmentNamesAnother) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("my.conf", "modernImages = yes");
+  setenv("TOVREK_CONF", path.c_str(), 1);
+  Settings settings;
+  ErrorText error;
+  EXPECT_TRUE(readSettings(&settings, &error));
+  EXPECT_TRUE(settings.modernImages);
+  const std::string missing = folder.file("none.conf");
+  setenv("TOVREK_CONF", missing.c_str(), 1);
+  EXPECT_FALSE(readSettings(&settings, &error));
+  EXPECT_EQ(error.text(), "Settings file " + missing + ": No such file or directory");
+  EXPECT_FALSE(settings.modernImages);
+  unsetenv("TOVREK_CONF");
+  error.clear();
+  EXPECT_TRUE(readSettings(&settings, &error)) << "none beside the test program";
+}
+
+}  // namespace
+}  // namespace tovrek::test
