@@ -113,12 +113,7 @@ TEST_F(LinkedProgramTest, KindsThatAreRefused) {
   EXPECT_EQ(outcomeOfCheck(odd), "ok");
   run({TOVREK_LLVM_STRIP, odd});
   EXPECT_EQ(outcomeOfCheck(odd), "1148") << "the string pool starts in the middle of a pointer";
-  EXPECT_EQ(test::outcomeOf([&] {
-              macho::AcceptanceRules rules;
-              rules.stringPoolAligned = false;
-              check(odd, false, false, rules);
-            }),
-            "ok");
+  EXPECT_EQ(test::outcomeOf([&] { check(odd, false, false, macho::kModernRules); }), "ok");
 }
 
 TEST_F(LinkedProgramTest, InsertionChangesTheCommandsAlone) {
