@@ -77,7 +77,7 @@ bool keepingWarnings(bool succeeded, const ErrorText& reason, ErrorText* error) 
 
 bool AppConverter::MachORebuild(const std::string& bundlePath, int binaryType, int libraryType,
                                 ErrorText* error) {
-  MachORebuilder rebuilder;
+  MachORebuilder rebuilder(settings_);
   ErrorText reason;
   const bool succeeded = rebuilder.initWithBinaryType(binaryType, libraryType != 0,
                                                       executableOf(bundlePath), logger(), &reason);
@@ -86,7 +86,7 @@ bool AppConverter::MachORebuild(const std::string& bundlePath, int binaryType, i
 
 bool AppConverter::machOCheckDylibLoadOrder(const std::string& bundlePath, int libraryType,
                                             ErrorText* error) {
-  MachORebuilder rebuilder;
+  MachORebuilder rebuilder(settings_);
   ErrorText reason;
   const bool succeeded =
       rebuilder.initForLibraryType(libraryType != 0, executableOf(bundlePath), logger(), &reason);

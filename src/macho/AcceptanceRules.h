@@ -1,6 +1,7 @@
 // Which images the checker accepts, as far as it is a matter of policy.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <span>
 
@@ -50,21 +51,52 @@ inline constexpr uint32_t kAcceptedCommands[] = {
     LC_BUILD_VERSION,
 };
 
+// The other published commands that name nothing outside the link-edit segment. Left out are those
+// with places of their own choice (LC_SYMSEG, LC_LOADFVMLIB, LC_IDFVMLIB, LC_FVMFILE, LC_THREAD,
+// LC_FILESET_ENTRY) or without a published form (LC_PREPAGE).
+inline constexpr uint32_t kModernCommands[] = {
+    LC_IDENT,
+    LC_PREBOUND_DYLIB,
+    LC_LINKER_OPTION,
+    LC_LINKER_OPTIMIZATION_HINT,
+    LC_DYLD_EXPORTS_TRIE,
+    LC_DYLD_CHAINED_FIXUPS,
+    LC_ATOM_INFO,
+    LC_FUNCTION_VARIANTS,
+    LC_FUNCTION_VARIANT_FIXUPS,
+    LC_TARGET_TRIPLE,
+};
+
 // The defaults are the rules of the product. Passed by value, so that a caller may widen its own
 // copy without touching anybody else's.
 struct AcceptanceRules {
   // Header flags that may be set.
   uint32_t headerFlags = 0x01ffffbd;
   std::span<const uint32_t> commands = kAcceptedCommands;
-  // Whether the string pool must start at, and be as long as, a multiple of the pointer size.
-  bool stringPoolAligned = true;
+  std::span<const uint32_t> moreCommands = {};
+  // The string pool must start at a multiple of this many bytes; 0 stands for the pointer size.
+  uint32_t stringPoolAlignment = 0;
+  // Whether tables that are streams of bytes may have any size, not only multiples of pointers.
+  bool anyTableSize = false;
+  // Whether a library may have an encryption command of which no use was made.
+  bool idleEncryptionInLibraries = false;
 
   bool acceptsCommand(uint32_t cmd) const {
-    for (uint32_t accepted : commands) {
-      if (accepted == cmd) return true;
-    }
-    return false;
+    const auto holds = [cmd](std::span<const uint32_t> list) {
+      return std::ranges::find(list, cmd) != list.end();
+    };
+    return holds(commands) || holds(moreCommands);
   }
+};
+
+// What today's linkers and strippers write is accepted too; whatever the default rules accept,
+// these do.
+inline constexpr AcceptanceRules kModernRules = {
+    .headerFlags = 0x9fffffff,  // all that are published
+    .moreCommands = kModernCommands,
+    .stringPoolAlignment = 4,
+    .anyTableSize = true,
+    .idleEncryptionInLibraries = true,
 };
 
 }  // namespace tovrek::macho

@@ -59,6 +59,10 @@ bool ImagePointers<P>::record(const CommandView& command) {
       return keep(command, &dataInCode);
     case LC_DYLIB_CODE_SIGN_DRS:
       return keep(command, &codeSignDrs);
+    case LC_DYLD_CHAINED_FIXUPS:
+      // A short one has a failure of its own, found where link-edit tables are looked at.
+      keep(command, &chainedFixups);
+      return true;
     default:
       return true;
   }

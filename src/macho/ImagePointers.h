@@ -51,6 +51,7 @@ struct ImagePointers {
   std::optional<Located<macho_encryption_info_command<P>>> encryption;
   std::optional<macho_dyld_info_command<P>> dyldInfo;
   std::optional<LinkEditData> codeSignature, splitInfo, functionStarts, dataInCode, codeSignDrs;
+  std::optional<LinkEditData> chainedFixups;
   std::optional<CommandView> thread;
   std::optional<macho_entry_point_command<P>> main;
   bool loadsDylinker = false;

@@ -17,6 +17,7 @@
 #include "macho/ImagePointers.h"
 #include "macho/IntervalSet.h"
 #include "macho/MachORebuildErrors.h"
+#include "macho/chained_fixups.h"
 #include "macho/traits.h"
 
 namespace tovrek::macho {
@@ -37,7 +38,11 @@ class MachOChecker {
   // Checks the order of the libraries and inserts the load commands for `binaryType` into the
   // file, which is mapped for editing. The image is not validated otherwise.
   static void doAddDylib(FileMapping& file, const std::string& path, bool sdkOrder,
-                         bool libraryType, int binaryType);
+                         bool libraryType, int binaryType, bool strictHeaderRoom);
+  // Throws whatever the insertion with a strict view of the header's room would end with before
+  // it changes anything.
+  static void doCheckInsertion(ByteView image, const std::string& path, bool sdkOrder,
+                               bool libraryType, int binaryType);
 
   // --- Adjusting stored pointers: part of the engine's interface, used by no command. ---
 
@@ -79,6 +84,7 @@ class MachOChecker {
   struct FixupSites {
     std::vector<uint64_t> rebased;
     std::vector<uint64_t> bound;
+    std::vector<ChainedSite> chained;  // both again, where they come from chains
   };
 
   MachOChecker(ByteView image, std::string path, bool libraryType, AcceptanceRules rules);
@@ -164,8 +170,10 @@ class MachOChecker {
   uint64_t nameOffsetOf(const macho_nlist<P>& symbol, uint64_t poolSize) const;
   // checker_init_terms.cpp
   void checkInitTerms() const;
+  IntervalSet initTermPlaces() const;
+  std::optional<FixupSites> collectChainedSites() const;
   void checkInitTermTargets(const SectionInfo& section, std::string_view kind,
-                            CoveredRanges& done) const;
+                            std::span<const ChainedSite> chained, CoveredRanges& done) const;
   void checkInitTermSites(const SectionInfo& section, std::string_view kind,
                           const FixupSites& sites, CoveredRanges& done) const;
   FixupSites collectFixupSites() const;
@@ -173,10 +181,13 @@ class MachOChecker {
   // checker_insertion.cpp
   struct InsertionPlan;
   void addDylibs(int binaryType);
+  void checkHeaderRoom(int binaryType);
+  bool hasRoom(const InsertionPlan& plan, uint64_t added) const;
   void addOrvaneDylibLoadCommand(std::string_view dylib);
   void addOrvaneLoggerDylibLoadCommand(std::string_view dylib);
   InsertionPlan planInsertion(std::string_view caller, std::string_view dylib, bool unlessPresent);
   void updateLimit(const CommandView& command, uint64_t* limit) const;
+  void updateLowest(const CommandView& command, uint64_t* lowest) const;
   void insertCommand(std::string_view caller, const InsertionPlan& plan, std::string_view dylib);
   void moveEncryptionBehindCommands();
   void updateImagePointers();

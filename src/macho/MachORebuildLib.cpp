@@ -21,13 +21,13 @@ void MachORebuildLib::load() {
 }
 
 bool MachORebuildLib::insertBinaryType(int binaryType, bool libraryType, const std::string& path,
-                                       int32_t* errorCode) {
-  return addOrvaneDylib(binaryType, libraryType, path, errorCode);
+                                       int32_t* errorCode, Settings settings) {
+  return addOrvaneDylib(binaryType, libraryType, path, errorCode, settings);
 }
 
 bool MachORebuildLib::checkOrderSDKLibraryType(bool libraryType, const std::string& path,
-                                               int32_t* errorCode) {
-  return checkOrderDynamicLibrariesInSDKImage(libraryType, path, errorCode);
+                                               int32_t* errorCode, Settings settings) {
+  return checkOrderDynamicLibrariesInSDKImage(libraryType, path, errorCode, settings);
 }
 
 }  // namespace tovrek

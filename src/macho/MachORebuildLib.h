@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "log/WrapperLogger.h"
+#include "settings/Settings.h"
 
 namespace tovrek {
 
@@ -33,10 +34,10 @@ class MachORebuildLib {
   // Inserts the libraries' load commands into the executable at `path`. On a failure `errorCode`
   // gets one of MachORebuildErrors; failures in the engine's own words are thrown.
   static bool insertBinaryType(int binaryType, bool libraryType, const std::string& path,
-                               int32_t* errorCode);
+                               int32_t* errorCode, Settings settings = {});
   // Checks the order of the libraries that an SDK-built executable loads.
   static bool checkOrderSDKLibraryType(bool libraryType, const std::string& path,
-                                       int32_t* errorCode);
+                                       int32_t* errorCode, Settings settings = {});
   // Replaces the process-wide logger by a new one that writes no file.
   static void load();
 };

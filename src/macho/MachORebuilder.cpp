@@ -31,9 +31,9 @@ bool MachORebuilder::initWithBinaryType(int binaryType, bool libraryType, const 
   bool done = false;
   try {
     if (binaryType == kAppExtension || binaryType == kApplication) {
-      done = MachORebuildLib::insertBinaryType(binaryType, libraryType, path, &code);
+      done = MachORebuildLib::insertBinaryType(binaryType, libraryType, path, &code, settings_);
     } else if (binaryType == kOrderCheckOnly) {
-      done = MachORebuildLib::checkOrderSDKLibraryType(libraryType, path, &code);
+      done = MachORebuildLib::checkOrderSDKLibraryType(libraryType, path, &code, settings_);
     }
   } catch (const std::exception& failure) {
     // The engine's own words (and a lack of memory) have no number.

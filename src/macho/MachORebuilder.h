@@ -6,6 +6,7 @@
 
 #include "host/ErrorText.h"
 #include "log/WrapperLogger.h"
+#include "settings/Settings.h"
 
 namespace tovrek {
 
@@ -13,6 +14,9 @@ namespace tovrek {
 // message into `error`, a success clears the slot. Nothing is thrown.
 class MachORebuilder {
  public:
+  // By default the built-in rules judge the executables.
+  explicit MachORebuilder(Settings settings = {}) : settings_(settings) {}
+
   // Makes the engine log where `logger` logs, then works on the executable at `path`.
   // `binaryType` 1 (app extension) or 2 (application) inserts the libraries' load commands,
   // 0 only checks the load order of an SDK-built executable, anything else does nothing and is
@@ -24,6 +28,7 @@ class MachORebuilder {
                           ErrorText* error);
 
  private:
+  const Settings settings_;
   WrapperLogger* logger_ = nullptr;
 };
 

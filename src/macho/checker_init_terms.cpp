@@ -2,6 +2,7 @@
 // and must be slid with it.
 #include <algorithm>
 #include <array>
+#include <type_traits>
 
 #include "macho/MachOChecker.h"
 #include "macho/dyld_opcodes.h"
@@ -49,8 +50,9 @@ class SiteCollector {
 
 }  // namespace
 
+// The addresses of all initialiser and terminator pointers.
 template <class Arch>
-typename MachOChecker<Arch>::FixupSites MachOChecker<Arch>::collectFixupSites() const {
+IntervalSet MachOChecker<Arch>::initTermPlaces() const {
   IntervalSet wanted;
   CoveredRanges known;  // sections may overlap
   for (const SectionInfo& info : sections_) {
@@ -59,6 +61,41 @@ typename MachOChecker<Arch>::FixupSites MachOChecker<Arch>::collectFixupSites() 
     known.cover(start, endOf(start, info.record.size),
                 [&](uint64_t from, uint64_t to) { wanted.add(from, to - from); });
   }
+  return wanted;
+}
+
+// Chains take the place of all else that names places, as they do for the loader. None when their
+// form is not known: nothing can be said of the pointers then.
+template <class Arch>
+std::optional<typename MachOChecker<Arch>::FixupSites> MachOChecker<Arch>::collectChainedSites()
+    const {
+  FixupSites sites;
+  if constexpr (!std::is_same_v<typename P::Order, LittleEndian>) {
+    return std::nullopt;  // there are no chains of another byte order
+  }
+  const IntervalSet wanted = initTermPlaces();
+  std::vector<ChainedSegment> segments;
+  for (const Segment& each : segments_) {
+    segments.push_back({each.vmaddr, each.fileoff, each.filesize});
+  }
+  const auto& table = *pointers_.chainedFixups;
+  const bool known =
+      walkChainedFixups(image_, image_.sub(table.dataoff, table.datasize), segments,
+                        textSegment_->vmaddr, [&](const ChainedSite& site) {
+                          if (!wanted.holds(site.address)) return;
+                          (site.bound ? sites.bound : sites.rebased).push_back(site.address);
+                          sites.chained.push_back(site);
+                        });
+  if (!known) return std::nullopt;
+  std::ranges::sort(sites.rebased);
+  std::ranges::sort(sites.bound);
+  std::ranges::sort(sites.chained, {}, &ChainedSite::address);
+  return sites;
+}
+
+template <class Arch>
+typename MachOChecker<Arch>::FixupSites MachOChecker<Arch>::collectFixupSites() const {
+  const IntervalSet wanted = initTermPlaces();
   FixupSites sites;
   SiteCollector rebased(wanted, image_.size(), &sites.rebased);
   SiteCollector bound(wanted, image_.size(), &sites.bound);
@@ -91,6 +128,7 @@ typename MachOChecker<Arch>::FixupSites MachOChecker<Arch>::collectFixupSites() 
 
 template <class Arch>
 void MachOChecker<Arch>::checkInitTermTargets(const SectionInfo& section, std::string_view kind,
+                                              std::span<const ChainedSite> chained,
                                               CoveredRanges& done) const {
   const uint64_t offset = section.record.offset;
   done.cover(offset, endOf(offset, section.record.size), [&](uint64_t at, uint64_t end) {
@@ -98,7 +136,13 @@ void MachOChecker<Arch>::checkInitTermTargets(const SectionInfo& section, std::s
       typename P::Address stored;
       // Possible where a segment without file data claims to hold the section.
       if (!image_.read(at, &stored)) throw MachORebuildErrors::kSectionOffset;
-      const uint64_t target = stored;
+      uint64_t target = stored;
+      const uint64_t address = section.record.addr + (at - offset);
+      const auto site = std::ranges::lower_bound(chained, address, {}, &ChainedSite::address);
+      if (site != chained.end() && site->address == address) {
+        if (site->bound) continue;
+        target = site->target;
+      }
       if (!isInside(target, textSegment_->vmaddr, textSegment_->vmsize)) {
         throwf("{} 0x{:08X} points outside __TEXT segment", kind, target);
       }
@@ -126,6 +170,7 @@ void MachOChecker<Arch>::checkInitTermSites(const SectionInfo& section, std::str
 template <class Arch>
 void MachOChecker<Arch>::checkInitTerms() const {
   std::optional<FixupSites> sites;
+  bool unknownChains = false;
   // Sections may overlap; no pointer is looked at twice. Pointers are read at any alignment.
   std::array<CoveredRanges, kPointerSize> targetsDone;
   CoveredRanges sitesDone;
@@ -139,7 +184,15 @@ void MachOChecker<Arch>::checkInitTerms() const {
     if (section.record.addr % kPointerSize != 0) {
       throwf("{} section size is not pointer size aligned", name);
     }
-    checkInitTermTargets(section, kind, targetsDone[section.record.offset % kPointerSize]);
+    // Chains hide the pointers' targets too; opcodes need not be read before the targets.
+    if (pointers_.chainedFixups && !sites && !unknownChains) {
+      sites = collectChainedSites();
+      unknownChains = !sites;
+    }
+    if (unknownChains) continue;
+    const auto chained =
+        sites ? std::span<const ChainedSite>(sites->chained) : std::span<const ChainedSite>();
+    checkInitTermTargets(section, kind, chained, targetsDone[section.record.offset % kPointerSize]);
     if (!positionIndependentOrLibrary_) continue;
     if (!sites) sites = collectFixupSites();
     checkInitTermSites(section, kind, *sites, sitesDone);
@@ -148,8 +201,11 @@ void MachOChecker<Arch>::checkInitTerms() const {
 
 #define TOVREK_INSTANTIATE(Arch)                                                                 \
   template MachOChecker<Arch>::FixupSites MachOChecker<Arch>::collectFixupSites() const;         \
-  template void MachOChecker<Arch>::checkInitTermTargets(const SectionInfo&, std::string_view,   \
-                                                         CoveredRanges&) const;                  \
+  template IntervalSet MachOChecker<Arch>::initTermPlaces() const;                               \
+  template std::optional<typename MachOChecker<Arch>::FixupSites>                                \
+  MachOChecker<Arch>::collectChainedSites() const;                                               \
+  template void MachOChecker<Arch>::checkInitTermTargets(                                        \
+      const SectionInfo&, std::string_view, std::span<const ChainedSite>, CoveredRanges&) const; \
   template void MachOChecker<Arch>::checkInitTermSites(const SectionInfo&, std::string_view,     \
                                                        const FixupSites&, CoveredRanges&) const; \
   template void MachOChecker<Arch>::checkInitTerms() const;

@@ -31,6 +31,13 @@ constexpr LibraryPaths kExtensionPaths = {
     "@executable_path/../../OrvaneDylib.bundle/OrvaneDylib.dylib",
     "@executable_path/../../Frameworks/OrvaneLogger.framework/OrvaneLogger"};
 
+// None where nothing is inserted.
+const LibraryPaths* pathsFor(int binaryType) {
+  if (binaryType == kApplication) return &kApplicationPaths;
+  if (binaryType == kAppExtension) return &kExtensionPaths;
+  return nullptr;
+}
+
 uint32_t newCommandSize(std::string_view dylib) {
   return static_cast<uint32_t>((dylib.size() + 32) & ~uint64_t{7});
 }
@@ -54,15 +61,16 @@ struct MachOChecker<Arch>::InsertionPlan {
   uint64_t insertAt = kHeaderSize;
   uint64_t lastEnd = kHeaderSize;  // where the walk over the commands stopped
   uint64_t limit = 0;              // where the header's room ends
+  uint64_t lowest = UINT64_MAX;    // where the first data behind it starts
   uint16_t ordinal = kNoOrdinal;   // of the library, counted from 1
 };
 
 template <class Arch>
 void MachOChecker<Arch>::addDylibs(int binaryType) {
-  if (binaryType != kApplication && binaryType != kAppExtension) return;
-  const LibraryPaths& paths = binaryType == kApplication ? kApplicationPaths : kExtensionPaths;
-  addOrvaneDylibLoadCommand(paths.wrapper);
-  addOrvaneLoggerDylibLoadCommand(paths.logger);
+  const LibraryPaths* paths = pathsFor(binaryType);
+  if (paths == nullptr) return;
+  addOrvaneDylibLoadCommand(paths->wrapper);
+  addOrvaneLoggerDylibLoadCommand(paths->logger);
 }
 
 template <class Arch>
@@ -95,6 +103,52 @@ void MachOChecker<Arch>::updateLimit(const CommandView& command, uint64_t* limit
   }
 }
 
+// All sections and segments count; updateLimit has found the command to hold its sections.
+template <class Arch>
+void MachOChecker<Arch>::updateLowest(const CommandView& command, uint64_t* lowest) const {
+  Segment segment;
+  if (!command.bytes.read(0, &segment) || segment.filesize == 0) return;
+  if (segment.fileoff != 0) *lowest = std::min<uint64_t>(*lowest, segment.fileoff);
+  Section section;
+  for (uint64_t at = sizeof(segment), i = 0; i < segment.nsects; ++i, at += sizeof(section)) {
+    if (!command.bytes.read(at, &section)) return;
+    if (isZeroFilled(section.flags) || section.size == 0 || section.offset == 0) continue;
+    *lowest = std::min<uint64_t>(*lowest, section.offset);
+  }
+}
+
+// Whether commands of `added` bytes fit by the built-in rules. The header may claim more commands
+// than it counts; what it claims is moved too, and must neither run over the sections nor make
+// the file grow.
+template <class Arch>
+bool MachOChecker<Arch>::hasRoom(const InsertionPlan& plan, uint64_t added) const {
+  const uint64_t end = std::max(plan.lastEnd, commandsEnd()) + added;
+  return plan.lastEnd + added < plan.limit && end <= plan.limit && end <= image_.size();
+}
+
+// Judges all that is to be inserted at once, with room for the signer's command, which follows.
+template <class Arch>
+void MachOChecker<Arch>::checkHeaderRoom(int binaryType) {
+  const LibraryPaths* paths = pathsFor(binaryType);
+  if (paths == nullptr) return;
+  const InsertionPlan plan = planInsertion("checkHeaderRoom", paths->wrapper, false);
+  bool hasLogger = false;
+  forEachCommand([&](const CommandView& command) {
+    hasLogger |= loadsDylib(command.cmd) && dylibName<P>(command).starts_with(paths->logger);
+  });
+  const uint64_t added =
+      newCommandSize(paths->wrapper) + (hasLogger ? 0 : newCommandSize(paths->logger));
+  if (!hasRoom(plan, added)) throw Errors::kNoRoom;
+  const uint64_t end = std::max(plan.lastEnd, commandsEnd());
+  const uint64_t signature = pointers_.codeSignature ? 0 : sizeof(macho_linkedit_data_command<P>);
+  if (end + added + signature <= plan.lowest) return;
+  MachORebuildLib_Log(
+      "strictHeaderRoom refuses {}: the load commands end at {}, {} bytes are to be added, and "
+      "the first data starts at {}",
+      path_, end, added + signature, plan.lowest);
+  throw Errors::kNoRoom;
+}
+
 template <class Arch>
 typename MachOChecker<Arch>::InsertionPlan MachOChecker<Arch>::planInsertion(
     std::string_view caller, std::string_view dylib, bool unlessPresent) {
@@ -108,7 +162,10 @@ typename MachOChecker<Arch>::InsertionPlan MachOChecker<Arch>::planInsertion(
       plan.insertAt = command.end();
       ++libraries;
     }
-    if (command.cmd == P::kSegmentCommand) updateLimit(command, &plan.limit);
+    if (command.cmd == P::kSegmentCommand) {
+      updateLimit(command, &plan.limit);
+      updateLowest(command, &plan.lowest);
+    }
     recordPointers(command);
     plan.lastEnd = command.end();
     MachORebuildLib_Log(
@@ -124,12 +181,12 @@ template <class Arch>
 void MachOChecker<Arch>::insertCommand(std::string_view caller, const InsertionPlan& plan,
                                        std::string_view dylib) {
   const uint64_t added = newCommandSize(dylib);
-  // The header may claim more commands than it counts; what it claims is moved too, and must
-  // neither run over the sections nor make the file grow.
-  const uint64_t end = std::max(plan.lastEnd, commandsEnd());
-  if (plan.lastEnd + added >= plan.limit || end + added > plan.limit ||
-      end + added > image_.size()) {
-    throw Errors::kNoRoom;
+  if (!hasRoom(plan, added)) throw Errors::kNoRoom;
+  if (plan.lastEnd + added > plan.lowest) {
+    MachORebuildLib_Log(
+        "{}: the new command overwrites the first data of {}, at {}; strictHeaderRoom would "
+        "refuse it",
+        caller, path_, plan.lowest);
   }
 
   std::vector<std::byte> command;
@@ -192,6 +249,9 @@ void MachOChecker<Arch>::updateImagePointers() {
   template void MachOChecker<Arch>::addOrvaneDylibLoadCommand(std::string_view);          \
   template void MachOChecker<Arch>::addOrvaneLoggerDylibLoadCommand(std::string_view);    \
   template void MachOChecker<Arch>::updateLimit(const CommandView&, uint64_t*) const;     \
+  template void MachOChecker<Arch>::updateLowest(const CommandView&, uint64_t*) const;    \
+  template bool MachOChecker<Arch>::hasRoom(const InsertionPlan&, uint64_t) const;        \
+  template void MachOChecker<Arch>::checkHeaderRoom(int);                                 \
   template MachOChecker<Arch>::InsertionPlan MachOChecker<Arch>::planInsertion(           \
       std::string_view, std::string_view, bool);                                          \
   template void MachOChecker<Arch>::insertCommand(std::string_view, const InsertionPlan&, \

@@ -81,7 +81,8 @@ template <class Arch>
 void MachOChecker<Arch>::checkEncryption() const {
   if (!pointers_.encryption) return;
   const auto& encryption = pointers_.encryption->record;
-  if (header_.filetype != MH_EXECUTE) throw MachORebuildErrors::kEncryptionNotExecutable;
+  const bool idle = rules_.idleEncryptionInLibraries && encryption.cryptid == 0;
+  if (header_.filetype != MH_EXECUTE && !idle) throw MachORebuildErrors::kEncryptionNotExecutable;
   if (encryption.cryptoff < commandsEnd()) throw MachORebuildErrors::kEncryptionOverCommands;
   if (encryption.cryptoff % kPage != 0) throw MachORebuildErrors::kEncryptionOffsetUnaligned;
   if (encryption.cryptsize % kPage != 0) throw MachORebuildErrors::kEncryptionSizeUnaligned;

@@ -13,18 +13,32 @@ constexpr uint64_t kJudgedSymbolSize = 8;
 constexpr uint64_t kIndirectSymbolSize = 4;
 constexpr uint64_t kRelocationSize = 8;
 
+enum class TableKind { kRecords, kBytes };
 struct LinkEditDataRule {
   uint32_t cmd;
+  TableKind kind;
   Errors range, offset, size;
 };
+// A command that only some rules accept stays unknown when its table is out of place.
+constexpr LinkEditDataRule newCommandRule(uint32_t cmd) {
+  return {cmd, TableKind::kBytes, Errors::kUnknownCommand, Errors::kUnknownCommand,
+          Errors::kUnknownCommand};
+}
 constexpr LinkEditDataRule kLinkEditDataRules[] = {
-    {LC_SEGMENT_SPLIT_INFO, Errors::kSplitInfoRange, Errors::kSplitInfoUnaligned,
+    {LC_SEGMENT_SPLIT_INFO, TableKind::kBytes, Errors::kSplitInfoRange, Errors::kSplitInfoUnaligned,
      Errors::kSplitInfoSize},
-    {LC_FUNCTION_STARTS, Errors::kFunctionStartsRange, Errors::kFunctionStartsUnaligned,
-     Errors::kFunctionStartsSize},
-    {LC_DATA_IN_CODE, Errors::kDataInCodeRange, Errors::kDataInCodeUnaligned,
+    {LC_FUNCTION_STARTS, TableKind::kBytes, Errors::kFunctionStartsRange,
+     Errors::kFunctionStartsUnaligned, Errors::kFunctionStartsSize},
+    {LC_DATA_IN_CODE, TableKind::kRecords, Errors::kDataInCodeRange, Errors::kDataInCodeUnaligned,
      Errors::kDataInCodeSize},
-    {LC_DYLIB_CODE_SIGN_DRS, Errors::kDrsRange, Errors::kDrsUnaligned, Errors::kDrsSize},
+    {LC_DYLIB_CODE_SIGN_DRS, TableKind::kBytes, Errors::kDrsRange, Errors::kDrsUnaligned,
+     Errors::kDrsSize},
+    newCommandRule(LC_DYLD_EXPORTS_TRIE),
+    newCommandRule(LC_DYLD_CHAINED_FIXUPS),
+    newCommandRule(LC_LINKER_OPTIMIZATION_HINT),
+    newCommandRule(LC_ATOM_INFO),
+    newCommandRule(LC_FUNCTION_VARIANTS),
+    newCommandRule(LC_FUNCTION_VARIANT_FIXUPS),
 };
 
 void requireMultiple(uint64_t value, uint32_t unit, Errors code) {
@@ -49,9 +63,9 @@ void MachOChecker<Arch>::checkSymbolTableRanges(const CommandView& command) cons
                     Errors::kSymbolsEnd);
   requireMultiple(table.symoff, kPointerSize, Errors::kSymbolsUnaligned);
   requireInLinkEdit(table.stroff, table.strsize, Errors::kStringsStart, Errors::kStringsEnd);
-  if (!rules_.stringPoolAligned) return;
-  requireMultiple(table.stroff, kPointerSize, Errors::kStringsUnaligned);
-  requireMultiple(table.strsize, kPointerSize, Errors::kStringsSize);
+  const uint32_t unit = rules_.stringPoolAlignment;
+  requireMultiple(table.stroff, unit == 0 ? kPointerSize : unit, Errors::kStringsUnaligned);
+  if (!rules_.anyTableSize) requireMultiple(table.strsize, kPointerSize, Errors::kStringsSize);
 }
 
 // An empty table has no place, so its offset (usually 0) says nothing.
@@ -79,10 +93,13 @@ void MachOChecker<Arch>::checkLinkEditData(const CommandView& command) const {
   for (const LinkEditDataRule& rule : kLinkEditDataRules) {
     if (rule.cmd != command.cmd) continue;
     macho_linkedit_data_command<P> data;
-    if (!command.bytes.read(0, &data)) throw Errors::kCommandBeyondCommands;
+    if (!command.bytes.read(0, &data)) throw rule.range;
+    const bool isNew = rule.range == Errors::kUnknownCommand;
+    if (isNew && data.datasize == 0) continue;  // linkers give an empty table no place
     requireInLinkEdit(data.dataoff, data.datasize, rule.range, rule.range);
     requireMultiple(data.dataoff, kPointerSize, rule.offset);
-    requireMultiple(data.datasize, kPointerSize, rule.size);
+    const bool anySize = rules_.anyTableSize && rule.kind == TableKind::kBytes;
+    if (!anySize) requireMultiple(data.datasize, kPointerSize, rule.size);
   }
   if (command.cmd == LC_SEGMENT_SPLIT_INFO && isStatic()) throw Errors::kSplitInfoStatic;
 }

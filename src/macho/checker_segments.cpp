@@ -2,16 +2,6 @@
 #include "macho/MachOChecker.h"
 
 namespace tovrek::macho {
-namespace {
-
-// Sections that take up memory but no room in the file.
-bool isZeroFilled(uint32_t sectionFlags) {
-  const uint32_t type = sectionFlags & SECTION_TYPE_MASK;
-  return type == S_ZEROFILL || type == S_THREAD_LOCAL_ZEROFILL;
-}
-
-}  // namespace
-
 template <class Arch>
 void MachOChecker<Arch>::checkSegments() {
   forEachCommand([this](const CommandView& command) {

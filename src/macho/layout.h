@@ -40,11 +40,13 @@ enum LoadCommand : uint32_t {
   LC_SEGMENT = 0x1,
   LC_SYMTAB = 0x2,
   LC_UNIXTHREAD = 0x5,
+  LC_IDENT = 0x8,
   LC_DYSYMTAB = 0xb,
   LC_LOAD_DYLIB = 0xc,
   LC_ID_DYLIB = 0xd,
   LC_LOAD_DYLINKER = 0xe,
   LC_ID_DYLINKER = 0xf,
+  LC_PREBOUND_DYLIB = 0x10,
   LC_ROUTINES = 0x11,
   LC_SUB_FRAMEWORK = 0x12,
   LC_SUB_UMBRELLA = 0x13,
@@ -74,12 +76,18 @@ enum LoadCommand : uint32_t {
   LC_SOURCE_VERSION = 0x2a,
   LC_DYLIB_CODE_SIGN_DRS = 0x2b,
   LC_ENCRYPTION_INFO_64 = 0x2c,
+  LC_LINKER_OPTION = 0x2d,
+  LC_LINKER_OPTIMIZATION_HINT = 0x2e,
   LC_VERSION_MIN_TVOS = 0x2f,
   LC_VERSION_MIN_WATCHOS = 0x30,
   LC_NOTE = 0x31,
   LC_BUILD_VERSION = 0x32,
   LC_DYLD_EXPORTS_TRIE = 0x33 | kRequiredByDyld,
   LC_DYLD_CHAINED_FIXUPS = 0x34 | kRequiredByDyld,
+  LC_ATOM_INFO = 0x36,
+  LC_FUNCTION_VARIANTS = 0x37,
+  LC_FUNCTION_VARIANT_FIXUPS = 0x38,
+  LC_TARGET_TRIPLE = 0x39,
 };
 
 enum Protection : uint32_t { VM_PROT_READ = 1, VM_PROT_WRITE = 2, VM_PROT_EXECUTE = 4 };
@@ -95,6 +103,12 @@ enum SectionType : uint32_t {
   S_THREAD_LOCAL_ZEROFILL = 0x12,
   S_ATTR_LOC_RELOC = 0x100,
 };
+
+// Sections that take up memory but no room in the file.
+constexpr bool isZeroFilled(uint32_t sectionFlags) {
+  const uint32_t type = sectionFlags & SECTION_TYPE_MASK;
+  return type == S_ZEROFILL || type == S_THREAD_LOCAL_ZEROFILL;
+}
 
 enum SymbolType : uint8_t { N_EXT = 0x01, N_TYPE = 0x0e, N_SECT = 0x0e, N_STAB = 0xe0 };
 

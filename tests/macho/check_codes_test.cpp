@@ -239,6 +239,7 @@ TEST(CheckCodes, RulesAreTakenByValue) {
   for (const test::TestArch& arch : kSixArchs) {
     MachOBuilder builder(arch);
     builder.command(0x2)["stroff"] = 0x3502;
+    builder.command(0x2)["strsize"] = 30;
     builder.header["flags"] |= 0x02000000;
     builder.addPlain(0x80000033, 16);
     static constexpr uint32_t kOnlyNew[] = {
@@ -250,7 +251,9 @@ TEST(CheckCodes, RulesAreTakenByValue) {
     EXPECT_EQ(checkBytes(bytes, false, false, rules), "1115");
     rules.commands = kOnlyNew;
     EXPECT_EQ(checkBytes(bytes, false, false, rules), "1148");
-    rules.stringPoolAligned = false;
+    rules.stringPoolAlignment = 2;
+    EXPECT_EQ(checkBytes(bytes, false, false, rules), "1149");
+    rules.anyTableSize = true;
     EXPECT_EQ(checkBytes(bytes, false, false, rules), "ok");
   }
 }

@@ -27,12 +27,15 @@ struct Inserted {
   std::string outcome, bytes, printed;
 };
 
-Inserted insert(const std::string& bytes, int binaryType = 2, bool libraryType = false) {
+Inserted insert(const std::string& bytes, int binaryType = 2, bool libraryType = false,
+                bool strict = false) {
   const test::TemporaryFolder folder;
   const std::string path = folder.write("image", bytes);
   Inserted result;
   testing::internal::CaptureStderr();
-  result.outcome = outcomeOf([&] { addDylib(binaryType, path, libraryType); });
+  Settings settings;
+  settings.strictHeaderRoom = strict;
+  result.outcome = outcomeOf([&] { addDylib(binaryType, path, libraryType, settings); });
   result.printed = testing::internal::GetCapturedStderr();
   result.bytes = test::contentsOf(path);
   return result;
@@ -151,6 +154,69 @@ TEST_P(InsertionTest, RoomEndsAtTheLastSection) {
   sections = unordered.segment("__TEXT").sections;
   unordered.segment("__TEXT").sections[1]["addr"] = 0;  // does not count, so the first is the last
   EXPECT_EQ(insert(unordered.build()).outcome, "1106");
+}
+
+struct StrictCase {
+  const char* what;
+  uint64_t needed;  // bytes behind the commands
+  std::function<void(MachOBuilder&, uint64_t at)> placeFirstData;
+};
+
+TEST_P(InsertionTest, StrictRoomEndsAtTheFirstData) {
+  const uint64_t added = 80 + 88, signature = 16;
+  const auto firstSection = [](MachOBuilder& b, uint64_t at) {
+    auto& sections = b.segment("__TEXT").sections;
+    sections.insert(sections.begin(), sections[0]);
+    sections[0]["offset"] = at;
+  };
+  const StrictCase cases[] = {
+      {"a section that is not the last", added + signature, firstSection},
+      {"with a signature", added,
+       [&](auto& b, uint64_t at) {
+         b.addLinkEditData(0x1d, 0x3a00, 0x100);
+         firstSection(b, at);
+       }},
+      {"with a logger", 80 + signature,
+       [&](auto& b, uint64_t at) {
+         b.addDylib(kLogger);
+         firstSection(b, at);
+       }},
+      {"an extension's longer names", 88 + 96 + signature, firstSection},
+      {"a section of another segment", added + signature,
+       [](auto& b, uint64_t at) { b.section("__DATA", 0)["offset"] = at; }},
+      {"a segment without sections", added + signature,
+       [](auto& b, uint64_t at) { b.addSegment("__MORE", 0x40000000, 0x1000, at, 8, 1); }},
+  };
+  for (const StrictCase& each : cases) {
+    const int type = each.needed == 88 + 96 + signature ? 1 : 2;
+    for (const int missing : {0, 1}) {
+      MachOBuilder measured(GetParam());
+      each.placeFirstData(measured, 0x2000);
+      measured.build();
+      MachOBuilder b(GetParam());
+      each.placeFirstData(b, measured.commandsEnd() + each.needed - missing);
+      const std::string before = b.build();
+      const Inserted strict = insert(before, type, false, true), plain = insert(before, type);
+      EXPECT_EQ(strict.outcome, missing == 0 ? "ok" : "1106") << each.what;
+      EXPECT_EQ(plain.outcome, "ok") << each.what;
+      EXPECT_TRUE(test::sameBytes(strict.bytes, missing == 0 ? plain.bytes : before)) << each.what;
+    }
+  }
+  // Nothing is written for the first library when the second has no room by the built-in rule.
+  MachOBuilder b(GetParam());
+  b.build();
+  b.section("__TEXT", 0)["offset"] = b.commandsEnd() + added;
+  const std::string before = b.build();
+  const Inserted refused = insert(before, 2, false, true);
+  EXPECT_EQ(refused.outcome + refused.printed, "1106");
+  EXPECT_TRUE(test::sameBytes(refused.bytes, before));
+  EXPECT_FALSE(test::sameBytes(insert(before).bytes, before)) << "as before without the setting";
+
+  // What takes up no room in the file does not count.
+  MachOBuilder zero(GetParam());
+  zero.section("__DATA", 2)["offset"] = 0x20;
+  zero.addSegment("__EMPTY", 0x40000000, 0x1000, 0x20, 0, 3);
+  EXPECT_EQ(insert(zero.build(), 2, false, true).outcome, "ok");
 }
 
 TEST_P(InsertionTest, EncryptedRangeMovesBehindTheCommands) {

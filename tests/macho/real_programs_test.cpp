@@ -64,12 +64,15 @@ class LinkedProgramTest : public testing::Test {
     }
   }
 
-  std::string link(const std::string& name, const std::vector<std::string>& options) {
+  std::string link(const std::string& name, const std::vector<std::string>& options,
+                   std::vector<std::pair<std::string, std::string>> environment = {}) {
     const std::string source = folder_.write("source.c", kSource);
     std::vector<std::string> argv = {"bash", std::string(TOVREK_SOURCE_DIR) + "/demo/link.sh",
                                      folder_.file(name), source, "arm64"};
     argv.insert(argv.end(), options.begin(), options.end());
-    run(argv, {{"CLANG", TOVREK_CLANG}, {"LD64_LLD", TOVREK_LD64_LLD}});
+    environment.emplace_back("CLANG", TOVREK_CLANG);
+    if (environment.size() == 1) environment.emplace_back("LD64_LLD", TOVREK_LD64_LLD);
+    run(argv, environment);
     return folder_.file(name);
   }
 
@@ -113,12 +116,7 @@ TEST_F(LinkedProgramTest, KindsThatAreRefused) {
   EXPECT_EQ(outcomeOfCheck(odd), "ok");
   run({TOVREK_LLVM_STRIP, odd});
   EXPECT_EQ(outcomeOfCheck(odd), "1148") << "the string pool starts in the middle of a pointer";
-  EXPECT_EQ(test::outcomeOf([&] {
-              macho::AcceptanceRules rules;
-              rules.stringPoolAligned = false;
-              check(odd, false, false, rules);
-            }),
-            "ok");
+  EXPECT_EQ(test::outcomeOf([&] { check(odd, false, false, macho::kModernRules); }), "ok");
 }
 
 TEST_F(LinkedProgramTest, InsertionChangesTheCommandsAlone) {
@@ -159,6 +157,75 @@ TEST_F(LinkedProgramTest, JoinedAndSignedOutputIsAccepted) {
   run({"/usr/bin/codesign", "-f", "-s", "-", path});
   EXPECT_EQ(outcomeOfCheck(path), "ok") << "signed again";
   EXPECT_TRUE(checkOrderDynamicLibrariesInSDKImage(false, path, &code));
+}
+
+class ChainedProgramTest : public LinkedProgramTest {
+ protected:
+  void SetUp() override {
+    LinkedProgramTest::SetUp();
+    if (!isFound(TOVREK_LD64_LLD_19) || !isFound(TOVREK_LLVM_OBJDUMP_19)) {
+      GTEST_SKIP() << "ld64.lld or llvm-objdump of version 19 is missing";
+    }
+  }
+  std::string linkChained(const std::string& name, std::vector<std::string> options) {
+    options.push_back("-fixup_chains");
+    return link(name, options, {{"LD64_LLD", TOVREK_LD64_LLD_19}, {"MIN", "14.0"}});
+  }
+};
+
+TEST_F(ChainedProgramTest, KeepsItsFixupsWhenLibrariesAreInserted) {
+  const std::string path = linkChained("program", {"-e", "_main"});
+  EXPECT_EQ(outcomeOfCheck(path), "1115");
+  const auto tables = [&] {
+    std::string text;
+    for (const char* option : {"--chained-fixups", "--dyld-info", "--exports-trie"}) {
+      text += run({TOVREK_LLVM_OBJDUMP_19, "--macho", "--arch=arm64", option, path});
+    }
+    return text.substr(text.find('\n'));
+  };
+  const std::string before = tables();
+  EXPECT_THAT(before, HasSubstr("lib_ordinal = 1 (libSystem)"));
+  EXPECT_THAT(before, HasSubstr("__mod_term_func"));
+  EXPECT_THAT(before, HasSubstr("_exported"));
+  const std::string image = test::contentsOf(path);
+
+  Settings settings;
+  settings.modernImages = settings.strictHeaderRoom = true;
+  int32_t code = 0;
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(addOrvaneDylib(kApplication, false, path, &code, settings));
+  testing::internal::GetCapturedStderr();
+  EXPECT_EQ(tables(), before);
+  run({"/usr/bin/codesign", "-s", "-", path});
+  EXPECT_EQ(tables(), before) << "signed";
+  EXPECT_EQ(test::outcomeOf([&] { check(path, false, false, macho::kModernRules); }), "ok");
+
+  // The terminator's place, taken out of its chain, shows that the chains are read.
+  std::string damaged = image;
+  const std::string place = before.substr(before.find("__mod_term_func"));
+  const uint64_t address = std::stoull(place.substr(place.find("0x")), nullptr, 16);
+  EXPECT_EQ(test::checkBytes(image, false, false, macho::kModernRules), "ok");
+  damaged[address - 0x100000000 + 7] = '\x80';  // bound instead of slid
+  EXPECT_THAT(test::checkBytes(damaged, false, false, macho::kModernRules),
+              HasSubstr("has binding to external symbol"));
+}
+
+// As a linker makes them without further options, and strippers leave them.
+TEST_F(ChainedProgramTest, LibrariesAndStrippedFilesAreAcceptedByTheModernRules) {
+  const auto outcome = [](const std::string& path) {
+    return test::outcomeOf([&] { check(path, false, false, macho::kModernRules); });
+  };
+  const std::string dylib = link("dylib", {"-dylib", "-install_name", "@rpath/Own.dylib"});
+  EXPECT_EQ(outcome(dylib), "ok") << "with an idle encryption command";
+  for (const bool chained : {false, true}) {
+    const std::vector<std::string> options = {"-e", "_main"};
+    const std::string path = chained ? linkChained("chained", options) : link("odd", options);
+    for (const char* option : {"-x", "-S", "--strip-all"}) {
+      const std::string stripped = path + option;
+      run({TOVREK_LLVM_STRIP, option, "-o", stripped, path});
+      EXPECT_EQ(outcome(stripped), "ok") << path << " " << option;
+    }
+  }
 }
 
 struct ReadArch {

@@ -30,14 +30,17 @@ struct Rebuilt {
   std::string printed;
 };
 
-Rebuilt rebuild(int binaryType, const std::string& path, bool libraryType = false) {
-  WrapperLogger logger("Test", std::nullopt);
+Rebuilt rebuild(int binaryType, const std::string& path, bool libraryType = false,
+                Settings settings = {}, const std::optional<std::string>& log = std::nullopt) {
+  WrapperLogger logger("Test", log);
+  logger.setLogFileWriteLevel(3);
   Rebuilt result;
   result.error.set("left over");
   testing::internal::CaptureStderr();
-  result.done =
-      MachORebuilder().initWithBinaryType(binaryType, libraryType, path, logger, &result.error);
+  result.done = MachORebuilder(settings).initWithBinaryType(binaryType, libraryType, path, logger,
+                                                            &result.error);
   result.printed = testing::internal::GetCapturedStderr();
+  MachORebuildLib::load();  // the log file may go away before the next test
   return result;
 }
 
@@ -129,6 +132,32 @@ TEST_F(RebuildTest, FailuresReachTheSlotAsTexts) {
   EXPECT_FALSE(result.error.isSet());
   WrapperLogger logger("Test", std::nullopt);
   EXPECT_TRUE(MachORebuilder().initForLibraryType(false, program(image(kArm64)), logger, nullptr));
+}
+
+// One slice without room refuses the whole file, though the other could be changed.
+TEST_F(RebuildTest, StrictRoomIsAskedOfAllSlicesFirst) {
+  MachOBuilder measured(kArm64), tight(kArm64);
+  measured.build();
+  auto& sections = tight.segment("__TEXT").sections;
+  sections.insert(sections.begin(), sections[0]);
+  sections[0]["offset"] = measured.commandsEnd() + 80 + 100;
+  const std::string before = buildFat({{kArmv7, image(kArmv7)}, {kArm64, tight.build()}});
+  const std::string path = program(before);
+  Settings strict;
+  strict.strictHeaderRoom = true;
+  const TemporaryFolder logs;
+  const std::string log = logs.write("log", "");
+  const Rebuilt refused = rebuild(2, path, false, strict, log);
+  EXPECT_EQ(refused.error.text(),
+            "ERROR: No room in header of application binary image to insert dylib reference.");
+  EXPECT_TRUE(test::sameBytes(test::contentsOf(path), before));
+  EXPECT_EQ(listDirectory(folder_.path()), std::vector<std::string>{"App"});
+  EXPECT_NE(test::contentsOf(log).find("strictHeaderRoom refuses " + path + "-arm64: "),
+            std::string::npos);
+
+  EXPECT_TRUE(rebuild(2, path, false, {}, log).done);
+  EXPECT_NE(test::contentsOf(log).find("overwrites the first data of " + path + "-arm64, at "),
+            std::string::npos);
 }
 
 TEST_F(RebuildTest, TracesGoToTheCallersLog) {

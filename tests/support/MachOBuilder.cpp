@@ -1,5 +1,7 @@
 #include "tests/support/MachOBuilder.h"
 
+#include <algorithm>
+#include <initializer_list>
 #include <stdexcept>
 
 namespace tovrek::test {
@@ -56,6 +58,40 @@ std::string TestRecord::bytes(const TestArch& arch) const {
     }
   }
   return result;
+}
+
+std::string TestFixups::bytes() const {
+  const TestArch order{"", false, true, 0, 0};
+  std::string result;
+  const auto words = [&](std::initializer_list<uint32_t> values) {
+    for (uint32_t value : values) result += stored(order, value, 4);
+  };
+  words({version, startsOffset, 0, 0, 0, 1, 0, 0});
+  words({segmentCount});
+  for (uint32_t i = 0; i < 4; ++i) words({i == segment ? segmentStarts : 0});
+  words({0});
+  const auto count = pageCount.value_or(static_cast<uint16_t>(pages.size()));
+  words({static_cast<uint32_t>(22 + 2 * (pages.size() + lists.size()))});
+  result += stored(order, pageSize, 2) + stored(order, format, 2);
+  result += stored(order, segmentOffset, 8) + stored(order, maxValidPointer, 4);
+  result += stored(order, count, 2);
+  for (const auto* starts : {&pages, &lists}) {
+    for (uint16_t start : *starts) result += stored(order, start, 2);
+  }
+  return result;
+}
+
+uint64_t chained64(uint64_t target, uint64_t next, bool bound) {
+  return target | (next / 4) << 51 | uint64_t{bound} << 63;
+}
+
+uint64_t chainedArm64e(uint64_t target, uint64_t next, bool bound, bool signedPointer,
+                       uint64_t stride) {
+  return target | (next / stride) << 51 | uint64_t{bound} << 62 | uint64_t{signedPointer} << 63;
+}
+
+uint64_t chained32(uint64_t target, uint64_t next, bool bound) {
+  return target | (next / 4) << 26 | uint64_t{bound} << 31;
 }
 
 MachOBuilder::MachOBuilder(const TestArch& forArch) : arch(forArch) {
@@ -185,11 +221,7 @@ void MachOBuilder::addTables() {
 
   const std::pair<uint32_t, uint64_t> kLinkEditData[] = {
       {0x26, kFunctionStarts}, {0x29, kDataInCode}, {0x1e, kSplitInfo}, {0x2b, kDrs}};
-  for (const auto& [cmd, offset] : kLinkEditData) {
-    TestCommand data{newCommand(cmd), {}, {}};
-    data.fields.number("dataoff", 4, offset).number("datasize", 4, 16);
-    commands.push_back(data);
-  }
+  for (const auto& [cmd, offset] : kLinkEditData) addLinkEditData(cmd, offset, 16);
   TestCommand encryption{newCommand(arch.is64 ? 0x2c : 0x21), {}, {}};
   encryption.fields.number("cryptoff", 4, 0x1000)
       .number("cryptsize", 4, 0x1000)
@@ -240,6 +272,40 @@ MachOBuilder& MachOBuilder::addDylib(const std::string& name, uint32_t cmd) {
       .number("compatibility", 4, 0x10000);
   dylib.tail = name + '\0';
   return add(dylib);
+}
+
+MachOBuilder& MachOBuilder::addLinkEditData(uint32_t cmd, uint64_t offset, uint64_t size) {
+  TestCommand data{newCommand(cmd), {}, {}};
+  data.fields.number("dataoff", 4, offset).number("datasize", 4, size);
+  return add(data);
+}
+
+MachOBuilder& MachOBuilder::makeModern(uint16_t format) {
+  remove(0x80000022);
+  rebase.clear();
+  bind.clear();
+  const uint32_t p = arch.pointerSize();
+  fixups = TestFixups{};
+  fixups->format = format != 0 ? format : arch.is64 ? 6 : 3;
+  fixups->segmentOffset = kDataOffset;
+  fixups->maxValidPointer = 0x100000;
+  fixups->pages = {0};
+  addLinkEditData(0x80000034, kRebase, 0);
+  // A trie of one node that exports nothing.
+  addLinkEditData(0x80000033, kBind, 8);
+  const auto isOneOf = [&](std::initializer_list<int> formats) {
+    return std::ranges::find(formats, fixups->format) != formats.end();
+  };
+  const bool offsets = !isOneOf({1, 2, 3, 10});
+  const uint64_t stride = isOneOf({7, 10}) ? 4 : 8;
+  const uint64_t first = offsets ? kTextOffset : textAddress() + kTextOffset;
+  const auto place = [&](uint64_t target, uint64_t next, bool bound) {
+    if (!arch.is64) return chained32(target, next, bound);
+    if (isOneOf({2, 6})) return chained64(target, next, bound);
+    return chainedArm64e(target, next, bound, false, stride);
+  };
+  initializers = {place(first, p, false), place(first + 8, p, false), place(0, 0, true)};
+  return *this;
 }
 
 MachOBuilder& MachOBuilder::addPlain(uint32_t cmd, uint32_t cmdsize) {
@@ -297,6 +363,9 @@ void MachOBuilder::fillCounts() {
     if (each.keepSize) continue;
     TestRecord& fields = each.fields;
     if (fields["cmd"] == 0x2 && fields["nsyms"] == 0) fields["nsyms"] = symbols.size();
+    if (fields["cmd"] == 0x80000034 && fixups && fields["datasize"] == 0) {
+      fields["datasize"] = fixups->bytes().size();
+    }
     if (fields["cmd"] == 0x2 && fields["strsize"] == 0) fields["strsize"] = strings.size();
     if (fields["cmd"] == 0xb && !local.empty()) {
       fields["locreloff"] = kLocal;
@@ -347,6 +416,7 @@ std::string MachOBuilder::build() {
   }
   patch(&image, kRebase, rebase);
   patch(&image, kBind, bind);
+  if (fixups) patch(&image, kRebase, fixups->bytes());
   at = kSymbols;
   for (const TestSymbol& symbol : symbols) {
     patch(&image, at,

@@ -68,6 +68,27 @@ struct TestSymbol {
   uint8_t sect = 0;
 };
 
+// The table of chained fix-ups: the chains of one segment, which the loader finds by its number.
+struct TestFixups {
+  uint32_t version = 0;
+  uint32_t startsOffset = 32;
+  uint32_t segmentCount = 4, segment = 2;
+  uint32_t segmentStarts = 24;  // from startsOffset on
+  uint16_t pageSize = 0x1000, format = 0;
+  uint64_t segmentOffset = 0;
+  uint32_t maxValidPointer = 0;
+  std::vector<uint16_t> pages;  // where the chain of each starts
+  std::vector<uint16_t> lists;  // starts of pages with several chains
+  std::optional<uint16_t> pageCount;
+
+  std::string bytes() const;
+};
+// Places in a chain; `next` is the distance to the next one in bytes.
+uint64_t chained64(uint64_t target, uint64_t next, bool bound = false);  // formats 2 and 6
+uint64_t chainedArm64e(uint64_t target, uint64_t next, bool bound = false,
+                       bool signedPointer = false, uint64_t stride = 8);
+uint64_t chained32(uint64_t target, uint64_t next, bool bound = false);
+
 // Starts as a valid executable with all kinds of tables; tests then change what they are about.
 // The file has four pages of 4096 bytes: header and commands, code, data, link edit.
 class MachOBuilder {
@@ -90,6 +111,7 @@ class MachOBuilder {
   std::string rebase, bind;
   std::vector<std::pair<uint32_t, uint32_t>> local, external;  // both words of each entry
   std::vector<uint64_t> initializers;
+  std::optional<TestFixups> fixups;
   std::optional<uint32_t> ncmds, sizeofcmds;
   uint64_t length = 0x4000;
 
@@ -111,6 +133,11 @@ class MachOBuilder {
                            uint64_t fileoff, uint64_t filesize, uint32_t protection);
   // Turns the image into a library without what only executables have.
   MachOBuilder& makeLibrary();
+  // Puts chained fix-ups and an exports trie into the place of the loader opcodes. The chain holds
+  // both initializers (slid) and the first lazy pointer (bound), in the format given or in the
+  // plain one of the pointer size.
+  MachOBuilder& makeModern(uint16_t format = 0);
+  MachOBuilder& addLinkEditData(uint32_t cmd, uint64_t offset, uint64_t size);
   // Takes away what only images with a loader have.
   MachOBuilder& makeStatic();
 

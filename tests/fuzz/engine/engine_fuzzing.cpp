@@ -56,6 +56,9 @@ void checkBothWays(const HeapCopy& file, std::string* outcome) {
   // Other flags reach other branches; the outcome of the usual ones is given.
   outcomeOf([&] { macho::checkFile(file.view(), "image", true, false, {}); });
   *outcome = outcomeOf([&] { macho::checkFile(file.view(), "image", false, true, {}); });
+  const std::string modern =
+      outcomeOf([&] { macho::checkFile(file.view(), "image", false, true, macho::kModernRules); });
+  require(modern == "ok" || *outcome != "ok");
 }
 
 }  // namespace
@@ -71,9 +74,18 @@ std::string fuzzInsertion(std::string_view bytes) {
   const std::string before(bytes);
   const std::string path = folder.write("image", before);
   const int type = before.size() % 2 == 0 ? kApplication : kAppExtension;
+  Settings strict;
+  strict.strictHeaderRoom = true;
+  const std::string strictOutcome = outcomeOf([&] { addDylib(type, path, true, strict); });
+  const std::string strictAfter = contentsOf(path);
+  // The new commands are little-endian, so elsewhere the first of them stops the second.
+  const bool isDevice = !before.empty() && (before[0] == '\xce' || before[0] == '\xcf');
+  if (strictOutcome != "ok" && isDevice) require(strictAfter == before);
+  folder.write("image", before);
   const std::string outcome = outcomeOf([&] { addDylib(type, path, true); });
   const std::string after = contentsOf(path);
   require(after.size() == before.size());
+  if (strictOutcome == "ok") require(outcome == "ok" && after == strictAfter);
   if (outcome != "ok") return outcome;
   const uint64_t end = commandsEnd(after);
   require(end <= after.size() && end > commandsEnd(before));

@@ -46,6 +46,16 @@ const std::vector<Variant>& variants() {
              "\x00",
              27);
        }},
+      {"modern", [](auto& b) { b.makeModern(); }},
+      {"modern-vmaddr", [](auto& b) { b.makeModern(b.arch.is64 ? 2 : 3).makeLibrary(); }},
+      {"modern-arm64e", [](auto& b) { b.makeModern(b.arch.is64 ? 12 : 3); }},
+      {"modern-lists",
+       [](auto& b) {
+         b.makeModern();
+         b.fixups->pages = {0x8001};
+         b.fixups->lists = {0, 0x8004};
+         b.addLinkEditData(0x36, 0x3a00, 7);
+       }},
       {"intune",
        [](auto& b) {
          b.addDylib("@rpath/Wex.framework/Wex", 0x80000018)
