@@ -1,0 +1,184 @@
+// OpenSSL 3.0 marks engines as deprecated, but Debian 12 has PKCS#11 as an engine alone.
+#define OPENSSL_SUPPRESS_DEPRECATED
+#include "companions/keychain/token_keys.h"
+
+#include <fmt/format.h>
+#include <openssl/crypto.h>
+#include <openssl/engine.h>
+#include <openssl/err.h>
+#include <openssl/ui.h>
+
+#include <cstdlib>
+
+#include "host/files.h"
+#include "host/paths.h"
+
+namespace tovrek::keychain {
+
+namespace {
+
+constexpr std::string_view kScheme = "pkcs11:";
+constexpr std::string_view kEngine = "pkcs11";
+
+// What a URI says. Its path names token and key; the query says how to reach them.
+struct TokenUri {
+  std::string path;
+  std::optional<std::string> module, pin, pinSource;
+};
+
+int hexValue(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  const char lower = static_cast<char>(c | 0x20);
+  return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+}
+
+std::string percentDecoded(std::string_view text) {
+  std::string result;
+  for (size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '%' && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 &&
+        hexValue(text[i + 2]) >= 0) {
+      result += static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2]));
+      i += 2;
+    } else {
+      result += text[i];
+    }
+  }
+  return result;
+}
+
+TokenUri parseUri(std::string_view uri) {
+  const size_t mark = std::min(uri.find('?'), uri.size());
+  TokenUri result;
+  result.path = uri.substr(0, mark);
+  for (size_t at = mark + 1; at < uri.size();) {
+    const size_t end = std::min(uri.find('&', at), uri.size());
+    const std::string_view pair = uri.substr(at, end - at);
+    at = end + 1;
+    const size_t equals = pair.find('=');
+    if (equals == std::string_view::npos) continue;
+    const std::string_view name = pair.substr(0, equals);
+    const std::string value = percentDecoded(pair.substr(equals + 1));
+    if (name == "module-path") result.module = value;
+    if (name == "pin-value") result.pin = value;
+    if (name == "pin-source") result.pinSource = value;
+  }
+  return result;
+}
+
+std::optional<std::string> fromEnvironment(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr || *value == '\0' ? std::nullopt : std::optional<std::string>(value);
+}
+
+// A file's path, or its "file:" URI.
+bool readPin(std::string_view source, std::optional<std::string>* pin, ErrorText* error) {
+  std::string_view path = source;
+  if (path.starts_with("file:")) path.remove_prefix(5);
+  if (path.starts_with("//")) path.remove_prefix(std::min(path.find('/', 2), path.size()));
+  std::string contents;
+  ErrorText reason;
+  if (!readFile(std::string(path), &contents, &reason)) {
+    return fail(error, fmt::format("cannot read the PIN from \"{}\": {}", path, reason.text()));
+  }
+  *pin = contents.substr(0, contents.find_first_of("\r\n"));
+  return true;
+}
+
+bool complete(TokenUri* uri, ErrorText* error) {
+  if (!uri->pin && uri->pinSource && !readPin(*uri->pinSource, &uri->pin, error)) return false;
+  if (!uri->pin) uri->pin = fromEnvironment("TOVREK_PKCS11_PIN");
+  if (!uri->module) uri->module = fromEnvironment("TOVREK_PKCS11_MODULE");
+  if (uri->module && uri->module->find('/') != std::string::npos && !isPlainFile(*uri->module)) {
+    return fail(error, fmt::format("the PKCS#11 module \"{}\" does not exist", *uri->module));
+  }
+  return true;
+}
+
+struct EngineFreer {
+  void operator()(ENGINE* engine) const noexcept { ENGINE_free(engine); }
+};
+using EngineOwner = std::unique_ptr<ENGINE, EngineFreer>;
+
+// A new instance each time, since one of them serves a single module.
+EngineOwner loadEngine() {
+  const char* folder = std::getenv("OPENSSL_ENGINES");
+  if (folder == nullptr) folder = OPENSSL_info(OPENSSL_INFO_ENGINES_DIR);
+  const std::string file = joinPath(folder == nullptr ? "" : folder, std::string(kEngine) + ".so");
+  ENGINE_load_dynamic();
+  EngineOwner engine(ENGINE_by_id("dynamic"));
+  const bool loaded = engine && isPlainFile(file) &&
+                      ENGINE_ctrl_cmd_string(engine.get(), "SO_PATH", file.c_str(), 0) == 1 &&
+                      ENGINE_ctrl_cmd_string(engine.get(), "ID", kEngine.data(), 0) == 1 &&
+                      ENGINE_ctrl_cmd_string(engine.get(), "LOAD", nullptr, 0) == 1;
+  return loaded ? std::move(engine) : nullptr;
+}
+
+bool prepare(ENGINE* engine, const TokenUri& uri) {
+  // The engine would print its own lines beside our text.
+  ENGINE_ctrl_cmd_string(engine, "QUIET", nullptr, 1);
+  if (uri.module && ENGINE_ctrl_cmd_string(engine, "MODULE_PATH", uri.module->c_str(), 0) != 1) {
+    return false;
+  }
+  if (uri.pin && ENGINE_ctrl_cmd_string(engine, "PIN", uri.pin->c_str(), 0) != 1) return false;
+  return ENGINE_init(engine) == 1;
+}
+
+// The module's own words are in the first error, what its callers make of them in later ones.
+std::string reasonFor(const TokenUri& uri) {
+  const char* words = ERR_reason_error_string(ERR_peek_error());
+  const std::string first = words == nullptr ? "unknown reason" : words;
+  ERR_clear_error();
+  if (first == "invalid id") return "this is not a PKCS#11 URI";
+  if (first == "object not found") {
+    // Without a PIN the token hides its private keys.
+    return uri.pin ? "no such token, or no such key on it"
+                   : "no such token or key, or it needs a PIN: give that by pin-value, pin-source "
+                     "or TOVREK_PKCS11_PIN";
+  }
+  if (first.starts_with("Unable to load PKCS#11 module")) {
+    return uri.module ? fmt::format("the PKCS#11 module \"{}\" cannot be loaded", *uri.module)
+                      : "no PKCS#11 module: name one by module-path or TOVREK_PKCS11_MODULE";
+  }
+  return first;
+}
+
+}  // namespace
+
+std::optional<std::string> tokenUriIn(std::string_view fileContents) {
+  const std::string_view line = fileContents.substr(0, fileContents.find_first_of("\r\n"));
+  return line.starts_with(kScheme) ? std::optional(trimmed(line)) : std::nullopt;
+}
+
+PrivateKey loadTokenKey(const std::string& text, ErrorText* error) {
+  TokenUri uri = parseUri(text);
+  const auto failed = [&](std::string_view why) {
+    fail(error, fmt::format("{}: {}", uri.path, why));
+    return nullptr;
+  };
+  ErrorText reason;
+  if (!complete(&uri, &reason)) return failed(reason.text());
+  EngineOwner engine = loadEngine();
+  if (!engine) {
+    ERR_clear_error();
+    return failed(
+        "OpenSSL's engine for PKCS#11 is missing (Debian package libengine-pkcs11-openssl)");
+  }
+  if (!prepare(engine.get(), uri)) return failed(reasonFor(uri));
+  EVP_PKEY* key = ENGINE_load_private_key(engine.get(), uri.path.c_str(),
+                                          const_cast<UI_METHOD*>(UI_null()), nullptr);
+  ENGINE* raw = engine.release();
+  const auto release = [raw](EVP_PKEY* held) {
+    EVP_PKEY_free(held);
+    ENGINE_finish(raw);
+    ENGINE_free(raw);
+  };
+  if (key != nullptr) {
+    ERR_clear_error();
+    return {key, release};
+  }
+  const std::string words = reasonFor(uri);
+  release(nullptr);
+  return failed(words);
+}
+
+}  // namespace tovrek::keychain
