@@ -49,9 +49,9 @@ bool writeSecret(const std::string& path, std::string_view contents, ErrorText* 
   return false;
 }
 
-std::string keyToPem(EVP_PKEY* key, const std::optional<std::string>& password) {
+std::string keyToPem(const PrivateKey& key, const std::optional<std::string>& password) {
   const BioOwner memory(BIO_new(BIO_s_mem()));
-  const KeyInfoOwner info(EVP_PKEY2PKCS8(key));
+  const KeyInfoOwner info(isOnToken(key) ? nullptr : EVP_PKEY2PKCS8(key.get()));
   if (info && !password) {
     PEM_write_bio_PKCS8_PRIV_KEY_INFO(memory.get(), info.get());
   } else if (info) {
@@ -70,7 +70,7 @@ bool writeKeyFile(const std::string& keychain, const PrivateKey& key, ErrorText*
     password = keyPassword(keychain);
     if (!password) return fail(error, "The keychain is locked.");
   }
-  const std::string pem = keyToPem(key.get(), password);
+  const std::string pem = keyToPem(key, password);
   if (pem.empty()) return fail(error, "The private key cannot be stored.");
   return writeSecret(joinPath(keychain, publicKeyId(key) + ".key"), pem, error);
 }
@@ -126,7 +126,7 @@ bool reencryptKeys(const std::string& keychain, const std::string& before, const
     keys.emplace_back(file, std::move(key));
   }
   for (const auto& [file, key] : keys) {
-    if (!writeSecret(file, keyToPem(key.get(), after), error)) return false;
+    if (!writeSecret(file, keyToPem(key, after), error)) return false;
   }
   return true;
 }

@@ -13,7 +13,7 @@ bool writeSecret(const std::string& path, std::string_view contents, ErrorText* 
 
 // PKCS#8 in PEM. With a password it is encrypted (RFC 8018: PBES2, AES-256 in CBC mode, PBKDF2
 // with SHA-256). Empty when the key cannot be written, as one on a token.
-std::string keyToPem(EVP_PKEY* key, const std::optional<std::string>& password);
+std::string keyToPem(const PrivateKey& key, const std::optional<std::string>& password);
 
 // Stores a key under its digest, encrypted where the keychain's settings say so. Fails for a
 // locked keychain.

@@ -3,6 +3,7 @@
 #include <openssl/pkcs12.h>
 
 #include "companions/keychain/item_files.h"
+#include "companions/keychain/token_keys.h"
 #include "formats/openssl_owners.h"
 
 namespace tovrek::keychain {
@@ -43,9 +44,10 @@ std::string writePkcs12(const Items& items, const std::string& password) {
   bool good = true;
   for (const Certificate& each : items.certificates) good &= addCertificate(&certificates, each);
   for (const PrivateKey& key : items.keys) {
-    good &= addIdentifier(
-        PKCS12_add_key(&keys.bags, key.get(), 0, kRounds, NID_aes_256_cbc, password.c_str()),
-        publicKeyId(key));
+    good = good && !isOnToken(key) &&
+           addIdentifier(
+               PKCS12_add_key(&keys.bags, key.get(), 0, kRounds, NID_aes_256_cbc, password.c_str()),
+               publicKeyId(key));
   }
   if (good && certificates.bags != nullptr) {
     good = PKCS12_add_safe(&safes.safes, certificates.bags, NID_aes_256_cbc, kRounds,

@@ -94,24 +94,37 @@ bool complete(TokenUri* uri, ErrorText* error) {
   return true;
 }
 
-struct EngineFreer {
-  void operator()(ENGINE* engine) const noexcept { ENGINE_free(engine); }
-};
-using EngineOwner = std::unique_ptr<ENGINE, EngineFreer>;
-
-// A new instance each time, since one of them serves a single module.
-EngineOwner loadEngine() {
+ENGINE* loadEngine() {
   const char* folder = std::getenv("OPENSSL_ENGINES");
   if (folder == nullptr) folder = OPENSSL_info(OPENSSL_INFO_ENGINES_DIR);
   const std::string file = joinPath(folder == nullptr ? "" : folder, std::string(kEngine) + ".so");
+  if (!isPlainFile(file)) return nullptr;
   ENGINE_load_dynamic();
-  EngineOwner engine(ENGINE_by_id("dynamic"));
-  const bool loaded = engine && isPlainFile(file) &&
-                      ENGINE_ctrl_cmd_string(engine.get(), "SO_PATH", file.c_str(), 0) == 1 &&
-                      ENGINE_ctrl_cmd_string(engine.get(), "ID", kEngine.data(), 0) == 1 &&
-                      ENGINE_ctrl_cmd_string(engine.get(), "LOAD", nullptr, 0) == 1;
-  return loaded ? std::move(engine) : nullptr;
+  ENGINE* engine = ENGINE_by_id("dynamic");
+  if (engine != nullptr && ENGINE_ctrl_cmd_string(engine, "SO_PATH", file.c_str(), 0) == 1 &&
+      ENGINE_ctrl_cmd_string(engine, "ID", kEngine.data(), 0) == 1 &&
+      ENGINE_ctrl_cmd_string(engine, "LOAD", nullptr, 0) == 1) {
+    return engine;
+  }
+  ENGINE_free(engine);
+  return nullptr;
 }
+
+// A process can load the engine once, and the engine keeps its first module and login. One token is
+// all that a signing program needs; a second module's keys would not be found.
+ENGINE* sharedEngine() {
+  static ENGINE* engine = nullptr;
+  if (engine == nullptr) engine = loadEngine();
+  return engine;
+}
+
+struct TokenKeyFreer {
+  ENGINE* engine;
+  void operator()(EVP_PKEY* key) const noexcept {
+    EVP_PKEY_free(key);
+    ENGINE_finish(engine);
+  }
+};
 
 bool prepare(ENGINE* engine, const TokenUri& uri) {
   // The engine would print its own lines beside our text.
@@ -119,6 +132,10 @@ bool prepare(ENGINE* engine, const TokenUri& uri) {
   if (uri.module && ENGINE_ctrl_cmd_string(engine, "MODULE_PATH", uri.module->c_str(), 0) != 1) {
     return false;
   }
+  // A token counts wrong PINs, so that of an earlier key must not be tried on this one.
+  static bool hasPin = false;
+  if (!uri.pin && hasPin) return false;
+  hasPin = uri.pin.has_value();
   if (uri.pin && ENGINE_ctrl_cmd_string(engine, "PIN", uri.pin->c_str(), 0) != 1) return false;
   return ENGINE_init(engine) == 1;
 }
@@ -126,14 +143,15 @@ bool prepare(ENGINE* engine, const TokenUri& uri) {
 // The module's own words are in the first error, what its callers make of them in later ones.
 std::string reasonFor(const TokenUri& uri) {
   const char* words = ERR_reason_error_string(ERR_peek_error());
-  const std::string first = words == nullptr ? "unknown reason" : words;
+  const std::string first = words == nullptr ? "" : words;
   ERR_clear_error();
+  constexpr std::string_view kWantsPin =
+      "no such token or key, or it needs a PIN: give that by pin-value, pin-source or "
+      "TOVREK_PKCS11_PIN";
   if (first == "invalid id") return "this is not a PKCS#11 URI";
-  if (first == "object not found") {
-    // Without a PIN the token hides its private keys.
-    return uri.pin ? "no such token, or no such key on it"
-                   : "no such token or key, or it needs a PIN: give that by pin-value, pin-source "
-                     "or TOVREK_PKCS11_PIN";
+  // Without a PIN the token hides its private keys.
+  if (first == "object not found" || first.empty()) {
+    return std::string(uri.pin ? "no such token, or no such key on it" : kWantsPin);
   }
   if (first.starts_with("Unable to load PKCS#11 module")) {
     return uri.module ? fmt::format("the PKCS#11 module \"{}\" cannot be loaded", *uri.module)
@@ -157,28 +175,26 @@ PrivateKey loadTokenKey(const std::string& text, ErrorText* error) {
   };
   ErrorText reason;
   if (!complete(&uri, &reason)) return failed(reason.text());
-  EngineOwner engine = loadEngine();
-  if (!engine) {
+  ENGINE* engine = sharedEngine();
+  if (engine == nullptr) {
     ERR_clear_error();
     return failed(
         "OpenSSL's engine for PKCS#11 is missing (Debian package libengine-pkcs11-openssl)");
   }
-  if (!prepare(engine.get(), uri)) return failed(reasonFor(uri));
-  EVP_PKEY* key = ENGINE_load_private_key(engine.get(), uri.path.c_str(),
-                                          const_cast<UI_METHOD*>(UI_null()), nullptr);
-  ENGINE* raw = engine.release();
-  const auto release = [raw](EVP_PKEY* held) {
-    EVP_PKEY_free(held);
-    ENGINE_finish(raw);
-    ENGINE_free(raw);
-  };
-  if (key != nullptr) {
-    ERR_clear_error();
-    return {key, release};
+  if (!prepare(engine, uri)) return failed(reasonFor(uri));
+  EVP_PKEY* key =
+      ENGINE_load_private_key(engine, uri.path.c_str(), const_cast<UI_METHOD*>(UI_null()), nullptr);
+  if (key == nullptr) {
+    const std::string words = reasonFor(uri);
+    ENGINE_finish(engine);
+    return failed(words);
   }
-  const std::string words = reasonFor(uri);
-  release(nullptr);
-  return failed(words);
+  ERR_clear_error();
+  return {key, TokenKeyFreer{engine}};
+}
+
+bool isOnToken(const PrivateKey& key) {
+  return std::get_deleter<TokenKeyFreer>(key) != nullptr;
 }
 
 }  // namespace tovrek::keychain

@@ -20,7 +20,12 @@ std::optional<std::string> tokenUriIn(std::string_view fileContents);
 // of the file named by "pin-source", else $TOVREK_PKCS11_PIN; nobody is asked for it. Null, with
 // the reason, when engine, module, token, key or PIN is missing or wrong.
 //
-// OpenSSL's engine for PKCS#11 is loaded with the first such key and not before.
+// OpenSSL's engine for PKCS#11 is loaded with the first such key and not before. One process works
+// with one module.
 PrivateKey loadTokenKey(const std::string& uri, ErrorText* error);
+
+// Whether the key came from loadTokenKey(). What OpenSSL has of such a key looks like a whole one to
+// its encoders, but is not.
+bool isOnToken(const PrivateKey& key);
 
 }  // namespace tovrek::keychain

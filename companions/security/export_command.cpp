@@ -7,6 +7,7 @@
 
 #include "companions/keychain/item_files.h"
 #include "companions/keychain/key_files.h"
+#include "companions/keychain/token_keys.h"
 #include "companions/security/Options.h"
 #include "companions/security/commands.h"
 #include "companions/security/item_search.h"
@@ -34,9 +35,11 @@ constexpr std::array<Type, 5> kTypes = {{{"certs", true, false, false},
                                          {"all", true, true, false}}};
 constexpr std::array<std::string_view, 5> kFormats = {"pkcs12", "pemseq", "pkcs7", "x509", "pkcs8"};
 
-bool addKey(const keychain::PrivateKey& key, Items* items) {
-  if (key) items->keys.push_back(key);
-  return key != nullptr;
+bool addKey(const keychain::PrivateKey& key, Items* items, ErrorText* error) {
+  if (!key) return false;
+  if (keychain::isOnToken(key)) return fail(error, "A key on a token cannot be exported.");
+  items->keys.push_back(key);
+  return true;
 }
 
 // Keys that are fetched must be there; a keychain that is locked has nothing to export.
@@ -44,21 +47,23 @@ bool collect(const keychain::Keychain& from, const Type& type, Items* items, Err
   if (type.pairsOnly) {
     return std::ranges::all_of(from.identities(), [&](const keychain::Identity& identity) {
       items->certificates.push_back(identity.leaf);
-      return addKey(identity.usableKey(error), items);
+      return addKey(identity.usableKey(error), items, error);
     });
   }
   if (type.certificates) items->certificates = from.certificates();
   if (!type.keys) return true;
-  items->keys = from.keys();
-  return std::ranges::all_of(from.deferredKeys(), [&](const keychain::DeferredKey& key) {
-    return addKey(keychain::loadKey(key, error), items);
-  });
+  return std::ranges::all_of(
+             from.keys(),
+             [&](const keychain::PrivateKey& key) { return addKey(key, items, error); }) &&
+         std::ranges::all_of(from.deferredKeys(), [&](const keychain::DeferredKey& key) {
+           return addKey(keychain::loadKey(key, error), items, error);
+         });
 }
 
 std::string pemSequence(const Items& items, const std::optional<std::string>& password) {
   std::string text;
   for (const keychain::PrivateKey& key : items.keys) {
-    const std::string pem = keychain::keyToPem(key.get(), password);
+    const std::string pem = keychain::keyToPem(key, password);
     if (pem.empty()) return {};
     text += pem;
   }
