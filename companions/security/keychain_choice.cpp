@@ -24,6 +24,13 @@ bool writeOutput(const std::string& path, std::string_view content, ErrorText* e
   return (fd.valid() && writeAll(fd.get(), content)) || failWithErrno(error);
 }
 
+// Scripts unlock or list the login keychain without making it: a Mac always has one.
+bool isThere(const std::string& path) {
+  if (fileExists(path)) return true;
+  return path == keychain::resolveKeychain("login.keychain") &&
+         keychain::createKeychain(path, std::nullopt, nullptr) == keychain::CreateResult::kCreated;
+}
+
 }  // namespace
 
 std::optional<std::vector<keychain::Keychain>> chosenKeychains(
@@ -33,7 +40,7 @@ std::optional<std::vector<keychain::Keychain>> chosenKeychains(
   for (const std::string& name : names) {
     const std::string path = keychain::resolveKeychain(name);
     ErrorText error;
-    if (!fileExists(path)) {
+    if (!isThere(path)) {
       *status = reportStatus(call, OsStatus::kNoSuchKeychain);
       return std::nullopt;
     }
@@ -51,7 +58,7 @@ std::optional<std::string> existingKeychain(const std::vector<std::string>& name
                                             std::string_view call, int* status) {
   const std::string path =
       names.empty() ? keychain::defaultKeychain() : keychain::resolveKeychain(names.front());
-  if (fileExists(path)) return path;
+  if (isThere(path)) return path;
   *status = reportStatus(call, OsStatus::kNoSuchKeychain);
   return std::nullopt;
 }

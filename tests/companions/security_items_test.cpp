@@ -88,8 +88,9 @@ TEST_F(SecurityItems, ExportsWhatOpensslReads) {
   expectRun({"security", "import", "all.p12", "-k", "copy", "-P", "pw"}, 0,
             "2 identities imported.\n1 certificate imported.\n");
   for (const char* format : {"x509", "pkcs7", "pkcs8"}) {
-    expectRun({"security", "export", "-P", "x", "-f", format}, 50, "",
-              "security: SecItemExport: The specified keychain could not be found.\n");
+    expectRun({"security", "export", "-P", "x", "-f", format}, 44, "",
+              "security: SecItemExport: The specified item could not be found in the "
+              "keychain.\n");
     EXPECT_EQ(run({"security", "export", "-k", "kc", "-P", "x", "-f", format}).status, 1);
   }
 }

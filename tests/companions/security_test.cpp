@@ -253,6 +253,37 @@ TEST_F(SecurityTest, WrongUsage) {
   expectRun({"security", "list-key"}, 0, run({"security", "list-keychains"}).output);
 }
 
+// The pieces that public guides for build servers put together, in one shell that stops at the
+// first failure. The login keychain is expected to exist.
+TEST_F(SecurityTest, ShellScriptsOfBuildServers) {
+  const IdentityFiles id = makeNamed("id", "iPhone Distribution: Acme");
+  makePkcs12(folder_, "dist", id, "", {"-legacy"});
+  Command command = shellCommand(R"sh(set -eu
+    security unlock-keychain -p "any" login.keychain
+    security set-keychain-settings -t 3600 -l ~/Library/Keychains/login.keychain-db
+    security create-keychain -p "" build.keychain
+    security list-keychain -d user -s $(security list-keychains -d user | tr -d '"') build.keychain
+    security import dist.p12 -k ~/Library/Keychains/build.keychain -P "" -T /usr/bin/codesign
+    security set-key-partition-list -S apple-tool:,apple:,codesign: -s -k "" build.keychain >/dev/null
+    NAME=$(security find-identity -v -p codesigning | grep -o '"iPhone Distribution: .*"' | tr -d '"')
+    security find-certificate -c "$NAME" -p | /usr/bin/openssl x509 -noout -subject -nameopt compat
+    HASH=$(security find-certificate -a -c "$NAME" -Z | awk '/SHA-1/ { print $NF }')
+    echo text | security cms -S -N "$NAME" | security cms -D
+    security lock-keychain -a
+    security delete-identity -Z "$HASH" ~/Library/Keychains/build.keychain-db
+    security delete-keychain build.keychain
+    security list-keychains | wc -l
+  )sh");
+  command.workingDirectory = folder_.path();
+  command.standardError = StandardError::kMergeIntoOutput;
+  Outcome outcome;
+  ASSERT_TRUE(runProcess(command, &outcome));
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.output,
+            "1 identity imported.\nsubject=/CN=iPhone Distribution: Acme/OU=TEAM123456/O=Test\n"
+            "text\n1\n");
+}
+
 // A password that is not given with -p comes from standard input.
 TEST_F(SecurityTest, PasswordsFromStandardInput) {
   EXPECT_EQ(run({"security", "create-keychain", "k"}, "typed\n").status, 0);
