@@ -8,6 +8,7 @@
 #include <openssl/err.h>
 #include <openssl/ui.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "host/files.h"
@@ -46,22 +47,39 @@ std::string percentDecoded(std::string_view text) {
   return result;
 }
 
-TokenUri parseUri(std::string_view uri) {
-  const size_t mark = std::min(uri.find('?'), uri.size());
-  TokenUri result;
-  result.path = uri.substr(0, mark);
-  for (size_t at = mark + 1; at < uri.size();) {
-    const size_t end = std::min(uri.find('&', at), uri.size());
-    const std::string_view pair = uri.substr(at, end - at);
-    at = end + 1;
-    const size_t equals = pair.find('=');
-    if (equals == std::string_view::npos) continue;
-    const std::string_view name = pair.substr(0, equals);
-    const std::string value = percentDecoded(pair.substr(equals + 1));
-    if (name == "module-path") result.module = value;
-    if (name == "pin-value") result.pin = value;
-    if (name == "pin-source") result.pinSource = value;
+// Calls take(NAME, VALUE) for each "NAME=VALUE" between separators; what it answers false for is
+// kept in the text that is returned.
+template <class Take>
+std::string attributesLeft(std::string_view text, char separator, Take take) {
+  std::string left;
+  while (!text.empty()) {
+    const size_t end = std::min(text.find(separator), text.size());
+    const std::string_view pair = text.substr(0, end);
+    text.remove_prefix(std::min(end + 1, text.size()));
+    const size_t equals = std::min(pair.find('='), pair.size());
+    const std::string_view value = pair.substr(std::min(equals + 1, pair.size()));
+    if (take(pair.substr(0, equals), percentDecoded(value))) continue;
+    if (!left.empty()) left += separator;
+    left += pair;
   }
+  return left;
+}
+
+TokenUri parseUri(std::string_view uri) {
+  TokenUri result;
+  const auto take = [&](std::string_view name, std::string value) {
+    std::optional<std::string>* place = name == "module-path"  ? &result.module
+                                        : name == "pin-value"  ? &result.pin
+                                        : name == "pin-source" ? &result.pinSource
+                                                               : nullptr;
+    if (place != nullptr) *place = std::move(value);
+    return place != nullptr;
+  };
+  const size_t mark = std::min(uri.find('?'), uri.size());
+  attributesLeft(uri.substr(std::min(mark + 1, uri.size())), '&', take);
+  // Before there was a standard, such attributes stood among the others.
+  const std::string_view path = uri.substr(kScheme.size(), mark - kScheme.size());
+  result.path = std::string(kScheme) + attributesLeft(path, ';', take);
   return result;
 }
 
