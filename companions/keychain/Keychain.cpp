@@ -1,20 +1,21 @@
 #include "companions/keychain/Keychain.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <openssl/err.h>
-#include <openssl/pem.h>
-#include <unistd.h>
+#include <openssl/x509.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <map>
 #include <set>
 
 #include "companions/keychain/item_files.h"
+#include "companions/keychain/key_files.h"
+#include "companions/keychain/token_keys.h"
+#include "companions/keychain/unlocking.h"
 #include "formats/Digest.h"
 #include "formats/openssl_owners.h"
-#include "host/file_io.h"
 #include "host/files.h"
 #include "host/paths.h"
 
@@ -25,23 +26,25 @@ namespace {
 // No certificate or key comes near this; larger files in a keychain's folder are something else.
 constexpr uint64_t kLargestFile = 16 << 20;
 
-std::optional<std::string> passwordOfEnvironment() {
-  const char* password = std::getenv("TOVREK_KEYCHAIN_PASSWORD");
-  return password == nullptr ? std::nullopt : std::optional<std::string>(password);
-}
-
-ReadResult readUnlocked(std::string_view bytes, Items* items) {
+// `passwords` are tried where none will not do.
+ReadResult readUnlocked(std::string_view bytes, const std::vector<std::string>& passwords,
+                        Items* items) {
   Items plain;
   ReadResult result = readItems(bytes, std::nullopt, &plain);
-  if (result == ReadResult::kWrongPassword) {
-    if (const auto password = passwordOfEnvironment()) {
-      plain = {};
-      result = readItems(bytes, password, &plain);
-    }
+  for (const std::string& password : passwords) {
+    if (result != ReadResult::kWrongPassword) break;
+    plain = {};
+    result = readItems(bytes, password, &plain);
   }
   std::ranges::move(plain.certificates, std::back_inserter(items->certificates));
   std::ranges::move(plain.keys, std::back_inserter(items->keys));
   return result;
+}
+
+std::vector<std::string> passwordsOfEnvironment() {
+  const char* password = std::getenv("TOVREK_KEYCHAIN_PASSWORD");
+  if (password == nullptr) return {};
+  return {password};
 }
 
 // The same item may lie in several files, as a .p12 and its certificate do.
@@ -55,13 +58,16 @@ Items withoutRepeats(Items items) {
   for (auto& key : items.keys) {
     if (seen.insert(publicKeyId(key)).second) result.keys.push_back(std::move(key));
   }
+  for (auto& key : items.tokenKeys) {
+    if (seen.insert(key.id).second) result.tokenKeys.push_back(std::move(key));
+  }
   return result;
 }
 
 bool readSingleFile(const std::string& path, Items* items, ErrorText* error) {
   std::string bytes;
   if (!readFile(path, &bytes, error)) return false;
-  switch (readUnlocked(bytes, items)) {
+  switch (readUnlocked(bytes, passwordsOfEnvironment(), items)) {
     case ReadResult::kRead:
       return true;
     case ReadResult::kWrongPassword:
@@ -72,21 +78,6 @@ bool readSingleFile(const std::string& path, Items* items, ErrorText* error) {
       break;
   }
   return fail(error, "The file holds neither a certificate nor a private key.");
-}
-
-bool readFolder(const std::string& path, Items* items, ErrorText* error) {
-  const auto names = listDirectory(path, error);
-  if (!names) return false;
-  for (const std::string& name : *names) {
-    const std::string file = joinPath(path, name);
-    std::string bytes;
-    if (!isKeychainFileName(name) || fileSize(file).value_or(kLargestFile + 1) > kLargestFile ||
-        !isPlainFile(file) || !readFile(file, &bytes)) {
-      continue;
-    }
-    readUnlocked(bytes, items);
-  }
-  return true;
 }
 
 // SHA-1 of the key's bits alone, so that differing parameters of the algorithm do not matter.
@@ -102,25 +93,6 @@ std::string idOfPublicKey(std::string_view der) {
   }
   return hexLower(
       digestOf(DigestAlgorithm::kSha1, std::as_bytes(std::span(bits, static_cast<size_t>(size)))));
-}
-
-std::string pemOf(EVP_PKEY* key) {
-  const BioOwner memory(BIO_new(BIO_s_mem()));
-  PEM_write_bio_PKCS8PrivateKey(memory.get(), key, nullptr, nullptr, 0, nullptr, nullptr);
-  return contentsOf(memory.get());
-}
-
-// Readable by the owner alone from its first byte on.
-bool writeSecret(const std::string& path, std::string_view contents, ErrorText* error) {
-  std::string temporary;
-  UniqueFd fd = createTemporaryBeside(path, &temporary);
-  if (!fd.valid()) return failWithErrno(error);
-  const bool written = writeAll(fd.get(), contents) && ::fsync(fd.get()) == 0 && fd.close() &&
-                       ::rename(temporary.c_str(), path.c_str()) == 0;
-  if (written) return true;
-  failWithErrno(error);
-  ::unlink(temporary.c_str());
-  return false;
 }
 
 }  // namespace
@@ -139,49 +111,106 @@ std::string publicKeyId(const PrivateKey& key) {
   return idOfPublicKey(encoded([&](unsigned char** der) { return i2d_PUBKEY(key.get(), der); }));
 }
 
+bool Keychain::readFolder(ErrorText* error) {
+  const auto names = listDirectory(path_, error);
+  if (!names) return false;
+  std::vector<std::string> passwords = passwordsOfEnvironment();
+  if (auto unlocked = rememberedPassword(path_)) passwords.push_back(std::move(*unlocked));
+  for (const std::string& name : *names) {
+    const std::string file = joinPath(path_, name);
+    std::string bytes;
+    if (!isKeychainFileName(name) || fileSize(file).value_or(kLargestFile + 1) > kLargestFile ||
+        !isPlainFile(file) || !readFile(file, &bytes)) {
+      continue;
+    }
+    if (canWait(name, bytes)) {
+      deferred_.push_back({deletingPathExtension(name), file});
+    } else if (const auto uri = tokenUriIn(bytes)) {
+      ErrorText reason;
+      if (auto key = loadTokenKey(*uri, &reason)) {
+        items_.keys.push_back(std::move(key));
+      } else {
+        problems_.push_back(fmt::format("{}: {}.", file, reason.text()));
+      }
+    } else if (readUnlocked(bytes, passwords, &items_) == ReadResult::kWrongPassword) {
+      problems_.push_back(fmt::format("{}: its password is not known.", file));
+    }
+  }
+  return true;
+}
+
 std::optional<Keychain> Keychain::open(const std::string& path, ErrorText* error) {
-  Items items;
-  const bool read =
-      isDirectory(path) ? readFolder(path, &items, error) : readSingleFile(path, &items, error);
-  if (!read) return std::nullopt;
   Keychain keychain;
   keychain.path_ = path;
-  keychain.items_ = withoutRepeats(std::move(items));
+  const bool read = isDirectory(path) ? keychain.readFolder(error)
+                                      : readSingleFile(path, &keychain.items_, error);
+  if (!read) return std::nullopt;
+  keychain.items_ = withoutRepeats(std::move(keychain.items_));
   return keychain;
 }
 
+bool Keychain::holdsKey(const std::string& id) const {
+  const auto isIt = [&](const PrivateKey& mine) { return publicKeyId(mine) == id; };
+  return std::ranges::find(deferred_, id, &DeferredKey::id) != deferred_.end() ||
+         std::ranges::any_of(items_.keys, isIt);
+}
+
 std::vector<Identity> Keychain::identities() const {
+  std::map<std::string, PrivateKey> keys;
+  for (const PrivateKey& key : items_.keys) keys.emplace(publicKeyId(key), key);
   std::vector<Identity> result;
   for (const Certificate& certificate : items_.certificates) {
     const std::string id = publicKeyId(certificate);
-    const auto key = std::ranges::find_if(
-        items_.keys, [&](const PrivateKey& candidate) { return publicKeyId(candidate) == id; });
-    if (!id.empty() && key != items_.keys.end()) result.push_back({certificate, *key, {}});
+    if (id.empty()) continue;
+    const auto later = std::ranges::find(deferred_, id, &DeferredKey::id);
+    if (const auto key = keys.find(id); key != keys.end()) {
+      result.push_back({certificate, key->second, {}});
+    } else if (later != deferred_.end()) {
+      result.push_back({certificate, nullptr, {}, *later});
+    }
   }
   return result;
+}
+
+// Tells the digests of the keys that were not there.
+bool Keychain::addKeys(const Items& items, std::vector<std::string>* newKeys, Added* counts,
+                       ErrorText* error) {
+  for (const PrivateKey& key : items.keys) {
+    const std::string id = publicKeyId(key);
+    if (holdsKey(id)) {
+      ++counts->duplicates;
+      continue;
+    }
+    if (!writeKeyFile(path_, key, error)) return false;
+    newKeys->push_back(id);
+    items_.keys.push_back(key);
+  }
+  for (const TokenKey& key : items.tokenKeys) {
+    if (holdsKey(key.id)) {
+      ++counts->duplicates;
+      continue;
+    }
+    const std::string file = joinPath(path_, key.id + ".key");
+    // A URI may hold a PIN.
+    if (!writeSecret(file, key.uri + "\n", error)) return false;
+    newKeys->push_back(key.id);
+    deferred_.push_back({key.id, file});
+  }
+  return true;
 }
 
 bool Keychain::add(const Items& added, Added* counts, ErrorText* error) {
   *counts = {};
   if (!isDirectory(path_)) return fail(error, "The keychain is a single file.");
-  std::set<std::string> newKeys, givenKeys;
   const Items items = withoutRepeats(added);
-
-  for (const PrivateKey& key : items.keys) {
-    const std::string id = publicKeyId(key);
-    givenKeys.insert(id);
-    const bool known = std::ranges::any_of(
-        items_.keys, [&](const PrivateKey& mine) { return publicKeyId(mine) == id; });
-    if (known) {
-      ++counts->duplicates;
-      continue;
-    }
-    const std::string pem = pemOf(key.get());
-    if (pem.empty()) return fail(error, "The private key cannot be stored.");
-    if (!writeSecret(joinPath(path_, id + ".key"), pem, error)) return false;
-    newKeys.insert(id);
-    items_.keys.push_back(key);
-  }
+  std::set<std::string> givenKeys;
+  for (const PrivateKey& key : items.keys) givenKeys.insert(publicKeyId(key));
+  for (const TokenKey& key : items.tokenKeys) givenKeys.insert(key.id);
+  std::vector<std::string> newKeys;
+  if (!addKeys(items, &newKeys, counts, error)) return false;
+  const auto isNew = [&](const std::string& id) {
+    return std::ranges::find(newKeys, id) != newKeys.end();
+  };
 
   std::set<std::string> pairedKeys;
   for (const Certificate& certificate : items.certificates) {
@@ -200,7 +229,7 @@ bool Keychain::add(const Items& added, Added* counts, ErrorText* error) {
       }
       items_.certificates.push_back(certificate);
     }
-    if (paired && (!known || newKeys.contains(id))) {
+    if (paired && (!known || isNew(id))) {
       ++counts->identities;
     } else if (!known) {
       ++counts->certificates;

@@ -3,6 +3,9 @@
 // Certificates are .cer/.der (DER or PEM), keys .key (PEM or DER), .pem holds any mix and .p12
 // (.pfx) a whole identity (RFC 7292). What an import writes is one file per item, named after a
 // digest, keys with mode 0600 in a folder with mode 0700. Files put there by hand count too.
+//
+// A key file may hold a "pkcs11:" URI in place of a key; the key then stays on its token. A
+// keychain's settings may say that keys are stored encrypted with its password.
 #pragma once
 
 #include <openssl/types.h>
@@ -19,19 +22,38 @@ namespace tovrek::keychain {
 
 using PrivateKey = std::shared_ptr<EVP_PKEY>;
 
-// A certificate with its private key, ready to sign with.
+// A key that is fetched when it is used, because that needs a password or a token.
+struct DeferredKey {
+  std::string id;    // publicKeyId(), from the file's name
+  std::string file;  // an encrypted key, or a token's URI
+};
+
+// Fetches it. Null, with the reason, when the keychain is locked or the token does not give it.
+PrivateKey loadKey(const DeferredKey& key, ErrorText* error);
+
+// A certificate with its private key.
 struct Identity {
   Certificate leaf;
-  PrivateKey key;
+  PrivateKey key;  // null for one that is to be fetched
   // The issuers' certificates in DER, from the leaf's issuer upwards to the self-signed root, as
   // far as the keychains hold them. The leaf is not among them; a self-signed leaf has none.
   std::vector<std::string> chain;
+  std::optional<DeferredKey> deferred = std::nullopt;
+
+  // The key itself, fetched where it is not there yet; null, with the reason.
+  PrivateKey usableKey(ErrorText* error) const { return key ? key : loadKey(*deferred, error); }
+};
+
+// A key on a token, by its URI and its publicKeyId().
+struct TokenKey {
+  std::string uri, id;
 };
 
 // Certificates and keys read from a file or a folder, before they are matched.
 struct Items {
   std::vector<Certificate> certificates;
   std::vector<PrivateKey> keys;
+  std::vector<TokenKey> tokenKeys = {};
 };
 
 class Keychain {
@@ -40,13 +62,19 @@ class Keychain {
   // reason, when nothing stands there or a single file cannot be read. In a folder, files that
   // hold neither certificate nor key are passed over.
   //
-  // Encrypted files are tried with no password, then with $TOVREK_KEYCHAIN_PASSWORD.
+  // Encrypted files are tried with no password, then with that of the unlocked keychain and with
+  // $TOVREK_KEYCHAIN_PASSWORD. Those named by their key's digest are read when the key is used.
   static std::optional<Keychain> open(const std::string& path, ErrorText* error = nullptr);
 
   const std::string& path() const { return path_; }
   // Each certificate once, in the order of the file names.
   const std::vector<Certificate>& certificates() const { return items_.certificates; }
+  // Keys that are at hand, and those that can be fetched.
   const std::vector<PrivateKey>& keys() const { return items_.keys; }
+  const std::vector<DeferredKey>& deferredKeys() const { return deferred_; }
+  bool hasKeys() const { return !items_.keys.empty() || !deferred_.empty(); }
+  // Why key files could not be read, one sentence for each.
+  const std::vector<std::string>& problems() const { return problems_; }
   // Certificates whose private key is in this keychain too. Their chains are empty: see
   // completeChain() in identities.h.
   std::vector<Identity> identities() const;
@@ -62,8 +90,15 @@ class Keychain {
   bool add(const Items& items, Added* added, ErrorText* error);
 
  private:
+  bool readFolder(ErrorText* error);
+  bool holdsKey(const std::string& id) const;
+  bool addKeys(const Items& items, std::vector<std::string>* newKeys, Added* counts,
+               ErrorText* error);
+
   std::string path_;
   Items items_;
+  std::vector<DeferredKey> deferred_;
+  std::vector<std::string> problems_;
 };
 
 // SHA-1 of the public key in lower-case hex: the same for a certificate and its key.

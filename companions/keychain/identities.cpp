@@ -67,9 +67,11 @@ LookupResult noneFound(const std::vector<Keychain>& keychains, std::string_view 
   for (const Keychain& keychain : keychains) {
     for (const Certificate& certificate : keychain.certificates()) {
       if (name == "*" || !matches(certificate, name)) continue;
-      return failure(Lookup::kNoPrivateKey, name, "no identity found",
-                     fmt::format("The certificate \"{}\" is in {}, but its private key is not.",
-                                 nameOf(certificate), keychain.path()));
+      std::string detail =
+          fmt::format("The certificate \"{}\" is in {}, but its private key is not.",
+                      nameOf(certificate), keychain.path());
+      for (const std::string& problem : keychain.problems()) detail += " " + problem;
+      return failure(Lookup::kNoPrivateKey, name, "no identity found", std::move(detail));
     }
   }
   return failure(Lookup::kNotFound, name, "no identity found");
@@ -161,6 +163,12 @@ LookupResult findSigningIdentity(const std::vector<Keychain>& keychains, std::st
                     nameOf(found[1].identity.leaf), found[1].keychain));
   }
   Identity chosen = std::move(found.front().identity);
+  ErrorText reason;
+  chosen.key = chosen.usableKey(&reason);
+  if (!chosen.key) {
+    return failure(Lookup::kKeyNotUsable, name, "errSecInternalComponent",
+                   std::string(reason.text()));
+  }
   chosen.chain = completeChain(keychains, chosen.leaf);
   return {Lookup::kFound, std::move(chosen), {}, {}};
 }

@@ -17,13 +17,14 @@ enum class Lookup {
   kNoPrivateKey,   // a certificate matches, its key is not there
   kExpired,        // also: not valid yet
   kNotForSigning,  // the certificate's key usage excludes signing code
+  kKeyNotUsable,   // the keychain is locked, or the token does not give the key
 };
 
 struct LookupResult {
   Lookup outcome = Lookup::kNotFound;
   std::optional<Identity> identity;  // with its chain, for kFound only
-  // For a failure: "NAME: no identity found", "NAME: ambiguous (matches "A" and "B" in KC)" or
-  // "NAME: this identity cannot be used for signing code".
+  // For a failure: "NAME: no identity found", "NAME: ambiguous (matches "A" and "B" in KC)",
+  // "NAME: this identity cannot be used for signing code" or "NAME: errSecInternalComponent".
   std::string text;
   // A second sentence that tells the user why, for outcomes whose text does not; else empty.
   std::string detail;

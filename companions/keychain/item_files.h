@@ -26,4 +26,8 @@ ReadResult readItems(std::string_view bytes, const std::optional<std::string>& p
 ReadResult readPkcs12(std::string_view bytes, const std::optional<std::string>& password,
                       Items* items);
 
+// The certificates and keys as PKCS#12, encrypted with AES-256 and guarded by a MAC with SHA-256.
+// Empty when there are none or when a key cannot be written, as one on a token.
+std::string writePkcs12(const Items& items, const std::string& password);
+
 }  // namespace tovrek::keychain

@@ -10,7 +10,10 @@
 #include <cstring>
 
 #include "companions/keychain/item_files.h"
+#include "companions/keychain/key_files.h"
 #include "companions/keychain/password_record.h"
+#include "companions/keychain/settings.h"
+#include "companions/keychain/unlocking.h"
 #include "host/files.h"
 #include "host/paths.h"
 
@@ -53,6 +56,8 @@ std::string resolveName(const std::string& name) {
   const std::string stem = withoutSuffix(name);
   if (stem == "login" || stem == "keychain") return joinPath(dataFolder(), "keychain");
   const std::string own = joinPath(dataFolder(), stem + ".keychain");
+  // There is no keychain for all users on this host; the user's own one takes its place.
+  if (stem == "System" && !fileExists(own)) return joinPath(dataFolder(), "keychain");
   return !fileExists(own) && looksLikeKeychain(name) ? absolutePath(name) : own;
 }
 
@@ -84,7 +89,8 @@ bool storeLines(const std::string& path, const std::vector<std::string>& lines, 
 bool holdsOnlyItems(const std::string& folder) {
   const auto names = listDirectory(folder);
   return names && std::ranges::all_of(*names, [&](const std::string& name) {
-           return (isKeychainFileName(name) || name == kPasswordRecordName) &&
+           return (isKeychainFileName(name) || name == kPasswordRecordName ||
+                   name == kSettingsName) &&
                   !isDirectory(joinPath(folder, name));
          });
 }
@@ -153,8 +159,13 @@ std::vector<Keychain> openSearchList() {
   return result;
 }
 
+bool encryptsNewKeychains() {
+  const char* value = std::getenv("TOVREK_ENCRYPT_KEYCHAINS");
+  return value != nullptr && std::string_view(value) == "1";
+}
+
 CreateResult createKeychain(const std::string& path, const std::optional<std::string>& password,
-                            ErrorText* error) {
+                            ErrorText* error, bool encrypted) {
   if (itemExistsNoFollow(path)) return CreateResult::kExists;
   if (!createDirectories(containingFolder(path), error)) return CreateResult::kFailed;
   if (::mkdir(path.c_str(), 0700) != 0) {
@@ -162,8 +173,22 @@ CreateResult createKeychain(const std::string& path, const std::optional<std::st
     fail(error, std::strerror(errno));
     return CreateResult::kFailed;
   }
-  return !password || writePasswordRecord(path, *password, error) ? CreateResult::kCreated
-                                                                  : CreateResult::kFailed;
+  Settings settings;
+  settings.encrypted = encrypted;
+  const bool done = !password || (writePasswordRecord(path, *password, error) &&
+                                  (!encrypted || (writeSettings(path, settings, error) &&
+                                                  rememberPassword(path, *password, error))));
+  if (done) return CreateResult::kCreated;
+  removeItem(path);
+  return CreateResult::kFailed;
+}
+
+bool changePassword(const std::string& path, const std::string& before, const std::string& after,
+                    ErrorText* error) {
+  const bool encrypted = readSettings(path).encrypted;
+  if (encrypted && !reencryptKeys(path, before, after, error)) return false;
+  if (!writePasswordRecord(path, after, error)) return false;
+  return !encrypted || !rememberedPassword(path) || rememberPassword(path, after, error);
 }
 
 bool deleteKeychain(const std::string& path, ErrorText* error) {
@@ -172,6 +197,7 @@ bool deleteKeychain(const std::string& path, ErrorText* error) {
   } else if (!Keychain::open(path, error)) {
     return false;
   }
+  forgetPassword(path);
   return removeItem(path, error) && forget(path, error);
 }
 

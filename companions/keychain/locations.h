@@ -39,12 +39,20 @@ std::optional<Keychain> openKeychain(std::string_view nameOrPath, ErrorText* err
 // Opens the keychains of the search list that exist. None of them is needed.
 std::vector<Keychain> openSearchList();
 
-// Makes the folder with mode 0700. `password` guards nothing: keys are protected by the modes of
-// files and folder. It is remembered as a salted digest, so that unlocking with another one fails;
-// with none given any password will do.
+// Makes the folder with mode 0700. The password is remembered as a salted digest, so that unlocking
+// with another one fails; with none given any password will do. Keys are protected by the modes of
+// files and folder, and by the password as well where `encrypted` is set: the new keychain is then
+// unlocked.
 enum class CreateResult { kCreated, kExists, kFailed };
 CreateResult createKeychain(const std::string& path, const std::optional<std::string>& password,
-                            ErrorText* error);
+                            ErrorText* error, bool encrypted = false);
+
+// Whether $TOVREK_ENCRYPT_KEYCHAINS asks for keychains with encrypted keys ("1").
+bool encryptsNewKeychains();
+
+// Makes the password another one: of the keys, where they are encrypted, and of the record.
+bool changePassword(const std::string& path, const std::string& before, const std::string& after,
+                    ErrorText* error);
 
 // Removes the keychain, and its path from the search list and the default.
 bool deleteKeychain(const std::string& path, ErrorText* error);

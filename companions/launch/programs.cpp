@@ -48,7 +48,6 @@ std::vector<std::string> searchFolders(const std::vector<std::string>& moreFolde
   }
   folders.insert(folders.end(), {"/usr/bin", "/bin"});
   folders.insert(folders.end(), moreFolders.begin(), moreFolders.end());
-  std::erase_if(folders, isCompanionFolder);
   return folders;
 }
 
@@ -71,7 +70,10 @@ std::optional<std::string> findHostProgram(const std::vector<std::string>& names
     for (const std::string& folder : folders) {
       const std::string candidate = joinPath(folder, name);
       // A link to this very program may stand in any folder.
-      if (isProgram(candidate) && realPath(candidate) != programPath()) return candidate;
+      if (isProgram(candidate) && !isCompanionFolder(folder) &&
+          realPath(candidate) != programPath()) {
+        return candidate;
+      }
     }
   }
   return std::nullopt;

@@ -13,9 +13,8 @@ bool isPlain(char c) {
   return c >= ' ' && c <= '~' && c != '\\';
 }
 
-// The key's digest as a keychain notes it, in bytes.
-std::string publicKeyHash(const Certificate& certificate) {
-  const std::string hex = keychain::publicKeyId(certificate);
+// The digest of a key as a keychain notes it, in bytes.
+std::string bytesOf(const std::string& hex) {
   std::string bytes;
   for (size_t i = 0; i + 1 < hex.size(); i += 2) {
     bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
@@ -41,6 +40,15 @@ std::string blobText(std::string_view bytes) {
                : fmt::format("0x{}  \"{}\"", hexUpper(bytes), quoted);
 }
 
+std::string privateKeyDump(const std::string& id, const std::string& name,
+                           const std::string& keychainPath) {
+  return fmt::format(
+      "keychain: \"{}\"\nversion: 256\nclass: 0x00000010 \nattributes:\n"
+      "    0x00000000 <uint32>=0x00000010 \n    0x00000001 <blob>={}\n"
+      "    0x00000006 <blob>={}\n",
+      keychainPath, blobText(name), blobText(bytesOf(id)));
+}
+
 std::string attributeDump(const Certificate& certificate, const std::string& keychainPath) {
   // Encoding 3 is DER; the type is the X.509 version.
   constexpr int kEncoding = 3;
@@ -56,7 +64,7 @@ std::string attributeDump(const Certificate& certificate, const std::string& key
   blob("alis", certificate.emailAddress().value_or(certificate.inferredLabel()));
   number("cenc", kEncoding);
   number("ctyp", kType);
-  blob("hpky", publicKeyHash(certificate));
+  blob("hpky", bytesOf(keychain::publicKeyId(certificate)));
   blob("issu", certificate.issuerDer());
   blob("labl", certificate.inferredLabel());
   blob("skid", certificate.subjectKeyIdentifier());

@@ -1,13 +1,12 @@
 #include <fmt/format.h>
-#include <openssl/pem.h>
 
 #include "companions/security/Options.h"
 #include "companions/security/attribute_dump.h"
 #include "companions/security/commands.h"
+#include "companions/security/item_search.h"
 #include "companions/security/keychain_choice.h"
 #include "companions/security/status.h"
 #include "formats/Digest.h"
-#include "formats/openssl_owners.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
 
@@ -22,13 +21,6 @@ bool fits(const Certificate& certificate, const Options& options) {
          (!address || equalsIgnoringCase(certificate.emailAddress().value_or(""), *address));
 }
 
-std::string pemOf(const Certificate& certificate) {
-  const BioOwner memory(BIO_new(BIO_s_mem()));
-  PEM_write_bio(memory.get(), "CERTIFICATE", "", asBytes(certificate.der()),
-                static_cast<long>(certificate.der().size()));
-  return contentsOf(memory.get());
-}
-
 void printCertificate(const Certificate& certificate, const std::string& keychainPath,
                       const Options& options) {
   if (options.has('Z')) {
@@ -38,6 +30,9 @@ void printCertificate(const Certificate& certificate, const std::string& keychai
     printOut(fmt::format("SHA-256 hash: {}\nSHA-1 hash: {}\n", digest(DigestAlgorithm::kSha256),
                          digest(DigestAlgorithm::kSha1)));
   }
+  if (options.has('m') && certificate.emailAddress()) {
+    printOut(fmt::format("email addresses: {}\n", *certificate.emailAddress()));
+  }
   printOut(options.has('p') ? pemOf(certificate) : attributeDump(certificate, keychainPath));
 }
 
@@ -45,7 +40,7 @@ void printCertificate(const Certificate& certificate, const std::string& keychai
 
 int findCertificate(const Arguments& arguments) {
   constexpr std::string_view kCall = "SecKeychainSearchCopyNext";
-  const auto options = Options::parse(arguments, "ac:e:pZ");
+  const auto options = Options::parse(arguments, "ac:e:mpZ");
   if (!options) return kUsage;
   int status = kSuccess;
   const auto keychains = chosenKeychains(options->operands(), kCall, &status);

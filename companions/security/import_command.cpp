@@ -5,8 +5,12 @@
 
 #include "companions/keychain/item_files.h"
 #include "companions/keychain/locations.h"
+#include "companions/keychain/settings.h"
+#include "companions/keychain/token_keys.h"
+#include "companions/keychain/unlocking.h"
 #include "companions/security/Options.h"
 #include "companions/security/commands.h"
+#include "companions/security/keychain_choice.h"
 #include "companions/security/status.h"
 #include "host/files.h"
 #include "log/SystemLog.h"
@@ -44,31 +48,13 @@ int refused(ReadResult reason) {
 bool keepType(std::string_view type, Items* items) {
   if (type == "cert") {
     items->keys.clear();
+    items->tokenKeys.clear();
   } else if (type == "priv") {
     items->certificates.clear();
   } else if (type != "agg") {
     return false;
   }
-  return !items->certificates.empty() || !items->keys.empty();
-}
-
-// The named keychain or the default one, which comes into being with its first item.
-std::optional<keychain::Keychain> target(const std::optional<std::string>& name, int* status) {
-  const std::string path = name ? keychain::resolveKeychain(*name) : keychain::defaultKeychain();
-  ErrorText error;
-  if (!fileExists(path)) {
-    if (path != keychain::defaultKeychain()) {
-      *status = reportStatus(kCall, OsStatus::kNoSuchKeychain);
-      return std::nullopt;
-    }
-    if (keychain::createKeychain(path, std::nullopt, &error) == keychain::CreateResult::kFailed) {
-      *status = reportFailure(fmt::format("{}: {}: {}", kCall, path, error.text()));
-      return std::nullopt;
-    }
-  }
-  auto opened = keychain::Keychain::open(path, &error);
-  if (!opened) *status = reportFailure(fmt::format("{}: {}: {}", kCall, path, error.text()));
-  return opened;
+  return !items->certificates.empty() || !items->keys.empty() || !items->tokenKeys.empty();
 }
 
 void printCount(int count, std::string_view one, std::string_view many) {
@@ -89,6 +75,23 @@ Arguments withoutAttributes(const Arguments& arguments) {
   return result;
 }
 
+// The items of a file, or the key on a token that a URI names, on the command line or in a file.
+int readInput(const std::string& input, const std::optional<std::string>& password, Items* items) {
+  std::string bytes = input;
+  ErrorText error;
+  if (!keychain::tokenUriIn(input) && !readFile(input, &bytes, &error)) {
+    return reportFailure(fmt::format("Error reading infile {}: {}", input, error.text()));
+  }
+  if (const auto uri = keychain::tokenUriIn(bytes)) {
+    const auto key = keychain::loadTokenKey(*uri, &error);
+    if (!key) return reportFailure(fmt::format("{}: {}", kCall, error.text()));
+    items->tokenKeys.push_back({*uri, keychain::publicKeyId(key)});
+    return kSuccess;
+  }
+  const ReadResult read = keychain::readItems(bytes, password, items);
+  return read == ReadResult::kRead ? kSuccess : refused(read);
+}
+
 }  // namespace
 
 int importItems(const Arguments& arguments) {
@@ -98,23 +101,23 @@ int importItems(const Arguments& arguments) {
       format && std::ranges::find(kFormats, *format) == kFormats.end()) {
     return kUsage;
   }
-
-  const std::string& file = options->operands().front();
-  std::string bytes;
-  ErrorText error;
-  if (!readFile(file, &bytes, &error)) {
-    return reportFailure(fmt::format("Error reading infile {}: {}", file, error.text()));
-  }
   Items items;
-  const ReadResult read = keychain::readItems(bytes, options->value('P'), &items);
-  if (read != ReadResult::kRead) return refused(read);
+  if (const int status = readInput(options->operands().front(), options->value('P'), &items);
+      status != kSuccess) {
+    return status;
+  }
   if (!keepType(options->value('t').value_or("agg"), &items)) {
     return refused(ReadResult::kUnknownFormat);
   }
 
   int status = kSuccess;
-  auto into = target(options->value('k'), &status);
+  auto into = keychainToFill(options->value('k'), kCall, &status);
   if (!into) return status;
+  if (!items.keys.empty() && keychain::readSettings(into->path()).encrypted &&
+      !keychain::keyPassword(into->path())) {
+    return reportStatus(kCall, OsStatus::kInteractionNotAllowed);
+  }
+  ErrorText error;
   keychain::Keychain::Added added;
   if (!into->add(items, &added, &error)) {
     return reportFailure(fmt::format("{}: {}: {}", kCall, into->path(), error.text()));

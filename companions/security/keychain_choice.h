@@ -18,4 +18,13 @@ std::optional<std::vector<keychain::Keychain>> chosenKeychains(
 std::optional<std::string> existingKeychain(const std::vector<std::string>& names,
                                             std::string_view call, int* status);
 
+// The named keychain, else the default one, which comes into being with its first item. None, with
+// the failure reported and `*status` set.
+std::optional<keychain::Keychain> keychainToFill(const std::optional<std::string>& name,
+                                                 std::string_view call, int* status);
+
+// Where a command's output goes: a file replaced as a whole, a device or pipe written to, standard
+// output for none. Answers the exit status, a failure being reported.
+int writeResult(const std::optional<std::string>& path, std::string_view content);
+
 }  // namespace tovrek::security

@@ -1,42 +1,17 @@
 // Making, removing and unlocking keychains.
 #include <fmt/format.h>
-#include <unistd.h>
-
-#include <iostream>
 
 #include "companions/keychain/locations.h"
+#include "companions/keychain/settings.h"
+#include "companions/keychain/unlocking.h"
 #include "companions/security/Options.h"
 #include "companions/security/commands.h"
 #include "companions/security/keychain_choice.h"
+#include "companions/security/passwords.h"
 #include "companions/security/status.h"
 #include "host/files.h"
-#include "log/SystemLog.h"
 
 namespace tovrek::security {
-
-namespace {
-
-// The value of -p, else what is typed, else a line of standard input.
-std::string passwordFrom(const Options& options, const std::string& prompt) {
-  if (const auto given = options.value('p')) return *given;
-  if (::isatty(STDIN_FILENO) != 0) {
-    const char* typed = ::getpass(prompt.c_str());
-    return typed == nullptr ? "" : typed;
-  }
-  std::string line;
-  std::getline(std::cin, line);
-  return line;
-}
-
-// Commands that change nothing here still tell a keychain that is not there.
-int acceptFor(const std::optional<Options>& options, std::string_view call) {
-  if (!options || options->operands().size() > 1) return kUsage;
-  int status = kSuccess;
-  existingKeychain(options->operands(), call, &status);
-  return status;
-}
-
-}  // namespace
 
 int createKeychain(const Arguments& arguments) {
   const auto options = Options::parse(arguments, "p:P");
@@ -45,9 +20,9 @@ int createKeychain(const Arguments& arguments) {
     const std::string path = keychain::resolveKeychain(name);
     const std::string call = fmt::format("SecKeychainCreate {}", name);
     if (itemExistsNoFollow(path)) return reportStatus(call, OsStatus::kDuplicateKeychain);
-    const std::string password = passwordFrom(*options, "password for new keychain: ");
+    const std::string password = passwordFrom(*options, 'p', "password for new keychain: ");
     ErrorText error;
-    switch (keychain::createKeychain(path, password, &error)) {
+    switch (keychain::createKeychain(path, password, &error, keychain::encryptsNewKeychains())) {
       case keychain::CreateResult::kCreated:
         break;
       case keychain::CreateResult::kExists:
@@ -76,8 +51,15 @@ int deleteKeychain(const Arguments& arguments) {
 
 int lockKeychain(const Arguments& arguments) {
   const auto options = Options::parse(arguments, "a");
-  if (options && options->has('a') && options->operands().empty()) return kSuccess;
-  return acceptFor(options, "SecKeychainLock");
+  if (!options || options->operands().size() > 1) return kUsage;
+  if (options->has('a') && options->operands().empty()) {
+    keychain::forgetAllPasswords();
+    return kSuccess;
+  }
+  int status = kSuccess;
+  const auto path = existingKeychain(options->operands(), "SecKeychainLock", &status);
+  if (path) keychain::forgetPassword(*path);
+  return status;
 }
 
 int unlockKeychain(const Arguments& arguments) {
@@ -89,42 +71,33 @@ int unlockKeychain(const Arguments& arguments) {
   int status = kSuccess;
   const auto path = existingKeychain(options->operands(), call, &status);
   if (!path || options->has('u')) return status;
-  const std::string password = passwordFrom(*options, fmt::format("password to unlock {}: ", name));
-  return keychain::checkPassword(*path, password) ? kSuccess
-                                                  : reportStatus(call, OsStatus::kAuthFailed);
-}
-
-int setKeychainSettings(const Arguments& arguments) {
-  return acceptFor(Options::parse(arguments, "lut:"), "SecKeychainSetSettings");
-}
-
-int showKeychainInfo(const Arguments& arguments) {
-  const auto options = Options::parse(arguments, "");
-  const int status = acceptFor(options, "SecKeychainCopySettings");
-  if (status != kSuccess) return status;
-  const std::string path = options->operands().empty()
-                               ? keychain::defaultKeychain()
-                               : keychain::resolveKeychain(options->operands().front());
-  printError(fmt::format("Keychain \"{}\" no-timeout\n", path));
-  return kSuccess;
-}
-
-int setKeyPartitionList(const Arguments& arguments) {
-  const auto options = Options::parse(arguments, "a:c:D:dej:k:l:rS:st:uvw");
-  const int status = acceptFor(options, "SecItemCopyMatching");
-  if (status != kSuccess) return status;
-  const std::string path = options->operands().empty()
-                               ? keychain::defaultKeychain()
-                               : keychain::resolveKeychain(options->operands().front());
-  if (const auto password = options->value('k');
-      password && !keychain::checkPassword(path, *password)) {
-    return reportStatus("SecKeychainItemSetAccessWithPassword", OsStatus::kAuthFailed);
+  const std::string password =
+      passwordFrom(*options, 'p', fmt::format("password to unlock {}: ", name));
+  if (!keychain::checkPassword(*path, password)) return reportStatus(call, OsStatus::kAuthFailed);
+  ErrorText error;
+  if (!keychain::readSettings(*path).encrypted ||
+      keychain::rememberPassword(*path, password, &error)) {
+    return kSuccess;
   }
-  const auto opened = keychain::Keychain::open(path);
-  if (!opened || opened->keys().empty()) {
-    return reportStatus("SecItemCopyMatching", OsStatus::kItemNotFound);
+  return reportFailure(fmt::format("{}: {}", call, error.text()));
+}
+
+int setKeychainPassword(const Arguments& arguments) {
+  const auto options = Options::parse(arguments, "o:p:");
+  if (!options || options->operands().size() > 1) return kUsage;
+  constexpr std::string_view kCall = "SecKeychainChangePassword";
+  int status = kSuccess;
+  const auto path = existingKeychain(options->operands(), kCall, &status);
+  if (!path) return status;
+  const std::string before = passwordFrom(*options, 'o', "Old Password: ");
+  const std::string after = passwordFrom(*options, 'p', "New Password: ");
+  if (!keychain::checkPassword(*path, before)) return reportStatus(kCall, OsStatus::kAuthFailed);
+  ErrorText error;
+  if (!isDirectory(*path)) {
+    return reportFailure(fmt::format("{}: {} is a single file.", kCall, *path));
   }
-  return kSuccess;
+  if (keychain::changePassword(*path, before, after, &error)) return kSuccess;
+  return reportFailure(fmt::format("{}: {}", kCall, error.text()));
 }
 
 }  // namespace tovrek::security

@@ -72,4 +72,14 @@ int defaultKeychain(const Arguments& arguments) {
   return reportFailure(fmt::format("SecKeychainSetDomainDefault: {}", error.text()));
 }
 
+// The login keychain of this host is the folder that is the default from the beginning.
+int loginKeychain(const Arguments& arguments) {
+  const auto options = Options::parse(arguments, "d:s");
+  if (!options || !knownDomain(*options) || options->operands().size() > 1) return kUsage;
+  if (options->has('s')) return reportFailure("the login keychain cannot be another one");
+  if (!options->operands().empty()) return kUsage;
+  if (isUserDomain(*options)) printPath(keychain::resolveKeychain("login.keychain"));
+  return kSuccess;
+}
+
 }  // namespace tovrek::security

@@ -10,6 +10,8 @@ namespace {
 
 std::string_view messageOf(OsStatus status) {
   switch (status) {
+    case OsStatus::kInteractionNotAllowed:
+      return "User interaction is not allowed.";
     case OsStatus::kItemNotFound:
       return "The specified item could not be found in the keychain.";
     case OsStatus::kDuplicateItem:

@@ -11,6 +11,7 @@ inline constexpr int kUsage = 2;
 
 // The platform's numbers; a program can pass on only their low byte.
 enum class OsStatus : int {
+  kInteractionNotAllowed = -25308,  // the keychain is locked
   kItemNotFound = -25300,
   kDuplicateItem = -25299,
   kDuplicateKeychain = -25296,
@@ -18,7 +19,7 @@ enum class OsStatus : int {
   kAuthFailed = -25293,
 };
 
-// Prints "security: CALL: MESSAGE" and answers the exit status (44, 45, 48, 50, 51).
+// Prints "security: CALL: MESSAGE" and answers the exit status (36, 44, 45, 48, 50, 51).
 int reportStatus(std::string_view call, OsStatus status);
 // Prints "security: TEXT" and answers the exit status 1.
 int reportFailure(std::string_view text);

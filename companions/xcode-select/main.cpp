@@ -18,6 +18,8 @@ using namespace tovrek;
 constexpr std::string_view kUsage =
     "Usage: xcode-select [options]\n"
     "    --install         show which packages of this host are missing\n"
+    "    -s, --switch DIR  accepted; this host has one set of tools\n"
+    "    -r, --reset       accepted likewise\n"
     "    -p, --print-path  print the folder that holds the developer tools\n"
     "    -v, --version     print the version\n"
     "    -h, --help        print this text\n";
@@ -42,10 +44,19 @@ std::string developerFolder() {
   return deletingLastPathComponent(deletingLastPathComponent(programFolder()));
 }
 
+int badUsage(std::string_view text) {
+  printError(fmt::format("xcode-select: error: {}\n{}", text, kUsage));
+  return 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string_view option = argc == 2 ? argv[1] : "";
+  const std::string_view option = argc > 1 ? argv[1] : "";
+  const bool takesValue = option == "-s" || option == "--switch" || option == "-switch";
+  if (argc < 2) return badUsage("no command option given");
+  if (takesValue && argc < 3) return badUsage(fmt::format("{} needs a folder", option));
+  if (argc > (takesValue ? 3 : 2)) return badUsage(fmt::format("invalid argument '{}'", argv[2]));
   if (option == "--install") return install();
   if (option == "-p" || option == "--print-path" || option == "-print-path") {
     printOut(developerFolder() + "\n");
@@ -53,11 +64,11 @@ int main(int argc, char** argv) {
     printOut("xcode-select version 20.5.0.\n");
   } else if (option == "-h" || option == "--help") {
     printOut(kUsage);
+  } else if (takesValue || option == "-r" || option == "--reset" || option == "-reset") {
+    // Scripts choose an Xcode before they build; nothing here depends on it.
+    printError("xcode-select: note: this host has one set of tools, and it stays selected\n");
   } else {
-    printError(argc < 2 ? "xcode-select: error: no command option given\n"
-                        : "xcode-select: error: invalid argument\n");
-    printError(kUsage);
-    return 1;
+    return badUsage(fmt::format("invalid argument '{}'", option));
   }
   return 0;
 }

@@ -74,6 +74,17 @@ size_t ignoredWords(const std::vector<std::string>& words) {
              : 0;
 }
 
+// Questions about an SDK, which this host has not.
+bool asksForSdk(std::string_view word) {
+  while (word.starts_with("-")) word.remove_prefix(1);
+  return word.starts_with("show-sdk-");
+}
+
+int noSdk(std::string_view name) {
+  printError(fmt::format("xcrun: error: SDK \"{}\" cannot be located\n", name));
+  return 1;
+}
+
 int badUsage(std::string_view text) {
   printError(fmt::format("xcrun: error: {}\n{}", text, kUsage));
   return kBadUsage;
@@ -83,6 +94,7 @@ int badUsage(std::string_view text) {
 
 int main(int argc, char** argv) {
   std::vector<std::string> words(argv + 1, argv + argc);
+  std::string sdk = "macosx";
   while (!words.empty()) {
     const std::string& word = words.front();
     if (!word.starts_with("-")) return runTool(words);
@@ -95,8 +107,10 @@ int main(int argc, char** argv) {
       return 0;
     }
     if (isOneOf(word, {"-f", "-find", "--find"}) && words.size() > 1) return findAndPrint(words[1]);
+    if (asksForSdk(word)) return noSdk(sdk);
     const size_t ignored = ignoredWords(words);
     if (ignored == 0) return badUsage(fmt::format("invalid option '{}'", word));
+    if (word.ends_with("sdk")) sdk = words[1];
     words.erase(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(ignored));
   }
   return badUsage("no tool given");

@@ -46,6 +46,7 @@ class CompanionTest : public testing::Test {
   TemporaryFolder folder_;
   ScopedEnvironment home_{"HOME", folder_.file("home")};
   ScopedEnvironment data_{"XDG_DATA_HOME", ""};
+  ScopedEnvironment run_{"XDG_RUNTIME_DIR", folder_.path()};
   ScopedEnvironment root_{"TOVREK_HOST_ROOT", hostRoot()};
 };
 

@@ -165,7 +165,35 @@ TEST_F(DeveloperTools, PkgutilLooksForTheTools) {
   }
   EXPECT_EQ(ask({"--pkg-info=com.example.other"}).output, "");
   EXPECT_EQ(ask({"--pkg-info=com.example.other"}).status, 1);
-  EXPECT_EQ(ask({}).status, 1);
+  const struct {
+    Words words;
+    int status;
+    std::string output;  // the beginning of it
+  } cases[] = {
+      {{}, 1, ""},
+      {{"--nonsense"}, 1, ""},
+      {{"--pkg-info"}, 1, ""},
+      {{"--pkg-info", id, "more"}, 1, ""},
+      {{"--help", "more"}, 1, ""},
+      {{"--help"}, 0, "Usage: pkgutil"},
+      {{"--volume", "/", "--pkg-info", id}, 0, "package-id: " + id + "\n"},
+      {{"--pkgs"}, 0, id + "\ncom.apple.pkg.DeveloperToolsCLI\n"},
+      {{"--pkgs=.*(CLTools|none).*"}, 0, id + "\n"},
+      {{"--pkgs=CLTools"}, 1, ""},
+      {{"--pkgs=("}, 1, ""},
+      {{"--pkg-info-plist", id}, 0, "<?xml "},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.words));
+    const Outcome outcome = ask(c.words);
+    EXPECT_EQ(outcome.status, c.status);
+    EXPECT_EQ(outcome.output.empty(), c.output.empty());
+    EXPECT_THAT(outcome.output, StartsWith(c.output));
+  }
+  const std::string plist = folder_.write("info.plist", ask({"--pkg-info-plist", id}).output);
+  Outcome lint;
+  ASSERT_TRUE(runProcess(shellCommand("xmllint --noout '" + plist + "' 2>&1"), &lint));
+  EXPECT_EQ(lint.status, 0) << lint.output;
 }
 
 TEST_F(DeveloperTools, XcodeSelect) {
@@ -175,8 +203,26 @@ TEST_F(DeveloperTools, XcodeSelect) {
               install.status == 0 ? HasSubstr("are installed\n") : HasSubstr("sudo apt install "));
   expectRun({"xcode-select", "-p"}, 0, hostRoot() + "\n");
   EXPECT_THAT(run({"xcode-select", "-v"}).output, StartsWith("xcode-select version "));
-  EXPECT_EQ(run({"xcode-select", "--nonsense"}).status, 1);
-  EXPECT_EQ(run({"xcode-select"}).status, 1);
+  const struct {
+    Words words;
+    int status;
+    std::string errorOutput;  // the beginning of it
+  } cases[] = {
+      {{}, 1, "xcode-select: error: no command option given\nUsage: "},
+      {{"--nonsense"}, 1, "xcode-select: error: invalid argument '--nonsense'\nUsage: "},
+      {{"-p", "more"}, 1, "xcode-select: error: invalid argument 'more'\nUsage: "},
+      {{"-s"}, 1, "xcode-select: error: -s needs a folder\nUsage: "},
+      {{"-s", "/Applications/Xcode.app"}, 0, "xcode-select: note: this host has one set"},
+      {{"--reset"}, 0, "xcode-select: note: this host has one set"},
+  };
+  for (const auto& c : cases) {
+    Words words = {"xcode-select"};
+    words.insert(words.end(), c.words.begin(), c.words.end());
+    const Outcome outcome = run(words);
+    EXPECT_EQ(outcome.status, c.status) << testing::PrintToString(c.words);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_THAT(outcome.errorOutput, StartsWith(c.errorOutput));
+  }
 }
 
 TEST_F(DeveloperTools, XcrunFindsAndRunsTools) {
@@ -187,6 +233,10 @@ TEST_F(DeveloperTools, XcrunFindsAndRunsTools) {
             "PATH\n");
   script("sometool", "echo \"$# $1|$2\"; exit 7\n");
   expectRun({"xcrun", "-sdk", "iphoneos", "--run", "sometool", "-sdk", "a b"}, 7, "2 -sdk|a b\n");
+  for (const char* question : {"--show-sdk-path", "-show-sdk-version"}) {
+    expectRun({"xcrun", "--sdk", "iphoneos", question}, 1, "",
+              "xcrun: error: SDK \"iphoneos\" cannot be located\n");
+  }
   EXPECT_EQ(run({"xcrun"}).status, 64);
   EXPECT_EQ(run({"xcrun", "--nonsense", "otool"}).status, 64);
 }

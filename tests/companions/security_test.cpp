@@ -4,8 +4,7 @@
 #include "formats/Certificate.h"
 #include "formats/Digest.h"
 #include "host/files.h"
-#include "tests/companions/CompanionTest.h"
-#include "tests/support/openssl_identity.h"
+#include "tests/companions/SecurityTest.h"
 
 namespace tovrek::test {
 namespace {
@@ -13,20 +12,6 @@ namespace {
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::StartsWith;
-
-class SecurityTest : public CompanionTest {
- protected:
-  std::string dataFolder() const { return folder_.file("home/.local/share/tovrek"); }
-  static std::string upperDigest(const IdentityFiles& files) {
-    return hexUpper(digestOf(DigestAlgorithm::kSha1, derOf(files.certificate)));
-  }
-  IdentityFiles makeNamed(const std::string& name, const std::string& commonName, int days = 30) {
-    IdentityRequest request;
-    request.subject = "/CN=" + commonName + "/OU=TEAM123456/O=Test";
-    request.days = days;
-    return makeIdentity(folder_, name, request);
-  }
-};
 
 // The steps of a build server's script, written for a Mac.
 TEST_F(SecurityTest, BuildServerScript) {
@@ -64,6 +49,9 @@ TEST_F(SecurityTest, BuildServerScript) {
              "build.keychain"},
             0, "");
   expectRun({"security", "show-keychain-info", "build.keychain"}, 0, "",
+            "Keychain \"" + path + "\" lock-on-sleep timeout=21600s\n");
+  expectRun({"security", "set-keychain-settings", "build"}, 0, "");
+  expectRun({"security", "show-keychain-info", "build"}, 0, "",
             "Keychain \"" + path + "\" no-timeout\n");
   expectRun({"security", "find-identity", "-v", "-p", "codesigning"}, 0,
             "  1) " + upperDigest(id) +
@@ -235,6 +223,21 @@ TEST_F(SecurityTest, WrongUsage) {
       {{"security", "create-keychain", "-p", "x"}, 2},
       {{"security", "delete-keychain"}, 2},
       {{"security", "list-keychains", "stray"}, 2},
+      {{"security", "keychain"}, 1},
+      {{"security", "delete"}, 1},  // which one?
+      {{"security", "-p"}, 2},
+      {{"security", "set-keychain-settings", "-t", "1h"}, 2},
+      {{"security", "set-keychain-password", "-x"}, 2},
+      {{"security", "cms", "-D", "-S"}, 2},
+      {{"security", "cms", "-S"}, 2},
+      {{"security", "delete-certificate"}, 2},
+      {{"security", "delete-identity", "build.keychain"}, 2},
+      {{"security", "export", "-t", "nonsense"}, 2},
+      {{"security", "export", "-f", "nonsense"}, 2},
+      {{"security", "add-certificates"}, 2},
+      {{"security", "add-trusted-cert", "a", "b"}, 2},
+      {{"security", "verify-cert"}, 2},
+      {{"security", "verify-cert", "-c"}, 2},
       {{"security", "list-keychains", "-d", "nonsense"}, 2},
   };
   for (const auto& c : cases) {
@@ -246,6 +249,39 @@ TEST_F(SecurityTest, WrongUsage) {
   }
   EXPECT_THAT(run({"security", "help"}).output, HasSubstr("find-identity"));
   EXPECT_THAT(run({"security", "help", "cms"}).output, StartsWith("Usage: cms -D"));
+  expectRun({"security", "cms", "--help"}, 0, run({"security", "help", "cms"}).output);
+  expectRun({"security", "list-key"}, 0, run({"security", "list-keychains"}).output);
+}
+
+// The pieces that public guides for build servers put together, in one shell that stops at the
+// first failure. The login keychain is expected to exist.
+TEST_F(SecurityTest, ShellScriptsOfBuildServers) {
+  const IdentityFiles id = makeNamed("id", "iPhone Distribution: Acme");
+  makePkcs12(folder_, "dist", id, "", {"-legacy"});
+  Command command = shellCommand(R"sh(set -eu
+    security unlock-keychain -p "any" login.keychain
+    security set-keychain-settings -t 3600 -l ~/Library/Keychains/login.keychain-db
+    security create-keychain -p "" build.keychain
+    security list-keychain -d user -s $(security list-keychains -d user | tr -d '"') build.keychain
+    security import dist.p12 -k ~/Library/Keychains/build.keychain -P "" -T /usr/bin/codesign
+    security set-key-partition-list -S apple-tool:,apple:,codesign: -s -k "" build.keychain >/dev/null
+    NAME=$(security find-identity -v -p codesigning | grep -o '"iPhone Distribution: .*"' | tr -d '"')
+    security find-certificate -c "$NAME" -p | /usr/bin/openssl x509 -noout -subject -nameopt compat
+    HASH=$(security find-certificate -a -c "$NAME" -Z | awk '/SHA-1/ { print $NF }')
+    echo text | security cms -S -N "$NAME" | security cms -D
+    security lock-keychain -a
+    security delete-identity -Z "$HASH" ~/Library/Keychains/build.keychain-db
+    security delete-keychain build.keychain
+    security list-keychains | wc -l
+  )sh");
+  command.workingDirectory = folder_.path();
+  command.standardError = StandardError::kMergeIntoOutput;
+  Outcome outcome;
+  ASSERT_TRUE(runProcess(command, &outcome));
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.output,
+            "1 identity imported.\nsubject=/CN=iPhone Distribution: Acme/OU=TEAM123456/O=Test\n"
+            "text\n1\n");
 }
 
 // A password that is not given with -p comes from standard input.

@@ -1,0 +1,43 @@
+// All items of keychains as text.
+#include <fmt/format.h>
+
+#include "companions/security/Options.h"
+#include "companions/security/attribute_dump.h"
+#include "companions/security/commands.h"
+#include "companions/security/keychain_choice.h"
+#include "companions/security/status.h"
+#include "log/SystemLog.h"
+
+namespace tovrek::security {
+
+namespace {
+
+// A key bears the name of its certificate, where that is there.
+void dumpKey(const keychain::Keychain& keychain, const std::string& id) {
+  std::string name = "Imported Private Key";
+  for (const Certificate& certificate : keychain.certificates()) {
+    if (keychain::publicKeyId(certificate) == id) name = certificate.inferredLabel();
+  }
+  printOut(privateKeyDump(id, name, keychain.path()));
+}
+
+}  // namespace
+
+int dumpKeychain(const Arguments& arguments) {
+  // -a, -d, -i and -r ask for access lists and secrets: there are none, and none are shown.
+  const auto options = Options::parse(arguments, "adir");
+  if (!options) return kUsage;
+  int status = kSuccess;
+  const auto keychains = chosenKeychains(options->operands(), "SecKeychainOpen", &status);
+  if (!keychains) return status;
+  for (const auto& each : *keychains) {
+    for (const auto& key : each.keys()) dumpKey(each, keychain::publicKeyId(key));
+    for (const auto& key : each.deferredKeys()) dumpKey(each, key.id);
+    for (const Certificate& certificate : each.certificates()) {
+      printOut(attributeDump(certificate, each.path()));
+    }
+  }
+  return kSuccess;
+}
+
+}  // namespace tovrek::security
