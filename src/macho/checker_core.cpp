@@ -61,9 +61,10 @@ void MachOChecker<Arch>::checkAll(bool sdkOrder) {
 // For traces; the offset may be anything.
 template <class Arch>
 const void* MachOChecker<Arch>::addressOf(uint64_t offset) const {
-  const std::byte* start = image_.bytes().data();
-  return std::bit_cast<const void*>(std::bit_cast<uintptr_t>(start) +
-                                    static_cast<uintptr_t>(offset));
+  const void* start = image_.bytes().data();
+  uintptr_t address = 0;
+  std::memcpy(&address, &start, sizeof(address));  // clang-tidy 14 crashes on std::bit_cast here
+  return std::bit_cast<const void*>(address + static_cast<uintptr_t>(offset));
 }
 
 template <class Arch>
