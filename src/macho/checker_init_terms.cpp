@@ -73,7 +73,8 @@ std::optional<typename MachOChecker<Arch>::FixupSites> MachOChecker<Arch>::colle
   if constexpr (!std::is_same_v<typename P::Order, LittleEndian>) {
     return std::nullopt;  // there are no chains of another byte order
   }
-  const IntervalSet wanted = initTermPlaces();
+  const IntervalSet places = initTermPlaces();
+  IntervalSet::Lookup wanted(places);
   std::vector<ChainedSegment> segments;
   for (const Segment& each : segments_) {
     segments.push_back({each.vmaddr, each.fileoff, each.filesize});
