@@ -315,13 +315,14 @@ void ObjcLister<P>::listRelativeMethod(uint64_t address, bool direct, std::strin
 
 template <class P>
 void ObjcLister<P>::listProtocols(uint64_t address) {
-  const auto count = reader_.at(address);
-  if (!count) {
+  typename P::Address stored;  // a number, even among chained pointers
+  if (!reader_.read(address, &stored)) {
     sound_ = false;
     return;
   }
-  output_->print("                      count {}\n", count->address);
-  for (uint64_t i = 0; i < count->address && goesOn(); ++i) {
+  const uint64_t count = stored;
+  output_->print("                      count {}\n", count);
+  for (uint64_t i = 0; i < count && goesOn(); ++i) {
     const auto protocol = reader_.at(address + (i + 1) * kPointer);
     if (!protocol) {
       sound_ = false;

@@ -130,7 +130,7 @@ std::string PlainImage::chained(uint16_t pointerFormat, uint32_t importsFormat) 
 
 void PlainImage::makeMethodListsRelative(const std::string& listing) {
   const std::regex pattern(
-      "(?:baseMethods|instanceMethods|classMethods) 0x([0-9a-f]+)(?: .struct method_list_t..)?\n"
+      "(?:baseMethods|instanceMethods|classMethods) 0x([0-9a-f]+)[^\n]*\n"
       "\t*\t\t   entsize 24");
   std::set<uint64_t> lists;
   for (std::sregex_iterator match(listing.begin(), listing.end(), pattern), end; match != end;

@@ -42,10 +42,11 @@ class LoadCommands : public ListingTest {
     for (const auto& [width, value] : fields) {
       result.fields.number("field" + std::to_string(index++), width, value);
     }
-    // The builder pads nothing: sizes are to be multiples of eight.
+    // The builder pads nothing. Texts end at a multiple of eight.
+    const uint64_t unit = tail.empty() ? 4 : 8;
     uint64_t size = 8 + tail.size();
     for (const auto& field : fields) size += field.first;
-    result.tail = tail + std::string((8 - size % 8) % 8, '\0');
+    result.tail = tail + std::string((unit - size % unit) % unit, '\0');
     return result;
   }
 
