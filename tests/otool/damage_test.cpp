@@ -70,7 +70,7 @@ TEST_F(Damage, ChangedBytesAreSurvived) {
   EXPECT_GT(listAll(plain).size, 10000u);
   for (const std::string* original : {&plain, &chained, &narrow}) {
     std::string bytes = *original;
-    for (size_t at = 4; at < bytes.size(); at += at < 0x700 ? 7 : 101) {
+    for (size_t at = 4; at < bytes.size(); at += at < 0x700 ? 13 : 211) {
       for (const char value : {'\x01', '\xff'}) {
         const char old = std::exchange(bytes[at], value);
         EXPECT_LT(listAll(bytes).size, 8u << 20);
@@ -82,25 +82,25 @@ TEST_F(Damage, ChangedBytesAreSurvived) {
 
 // A list of many references to one class with many methods would be as long as their product.
 TEST_F(Damage, RepetitionEnds) {
-  constexpr uint64_t kMany = 20000;
+  constexpr uint64_t kMany = 4000;
   MachOBuilder builder(kArm64);
-  builder.length = 0x200000;
+  builder.length = 0x40000;
   const uint64_t data = builder.dataAddress();
   TestRecord& segment = builder.segment("__DATA").fields;
-  segment["vmsize"] = segment["filesize"] = 0x100000;
+  segment["vmsize"] = segment["filesize"] = 0x30000;
   TestRecord& section = builder.section("__DATA", 0);
   section.rename("__objc_classlist");
   section["size"] = kMany * 8;
   section["flags"] = 0;
   builder.removeSegment("__LINKEDIT").makeStatic();
   std::string bytes = builder.build();
-  const uint64_t start = section["offset"], classAddress = data + 0x40000;
+  const uint64_t start = section["offset"], classAddress = data + 0x10000;
   std::string list, methods;
   for (uint64_t i = 0; i < kMany; ++i) list += stored(kArm64, classAddress, 8);
   patch(&bytes, start, list);
-  patch(&bytes, MachOBuilder::kDataOffset + 0x40000 + 32, stored(kArm64, data + 0x40100, 8));
-  patch(&bytes, MachOBuilder::kDataOffset + 0x40100 + 32, stored(kArm64, data + 0x40200, 8));
-  patch(&bytes, MachOBuilder::kDataOffset + 0x40200,
+  patch(&bytes, MachOBuilder::kDataOffset + 0x10000 + 32, stored(kArm64, data + 0x10100, 8));
+  patch(&bytes, MachOBuilder::kDataOffset + 0x10100 + 32, stored(kArm64, data + 0x10200, 8));
+  patch(&bytes, MachOBuilder::kDataOffset + 0x10200,
         stored(kArm64, 24, 4) + stored(kArm64, kMany, 4));
   const Listed listed = listAll(bytes);
   EXPECT_FALSE(listed.objcSound);
