@@ -1,3 +1,5 @@
+include(ManPage)
+
 # tovrek_module(NAME [LINK libs...]): the library of one folder, from all its .cpp files.
 # Headers are included by their path from src/ (or from the project root for companions).
 function(tovrek_module name)
@@ -16,7 +18,8 @@ function(tovrek_module name)
 endfunction()
 
 # tovrek_companion(NAME [LINK libs...]): one program of the host root, from main.cpp of the
-# current folder (its other files make the library tovrek_NAME first, where there are any).
+# current folder (its other files make the library tovrek_NAME first, where there are any), with
+# the manual page NAME.1 when the folder has one.
 function(tovrek_companion name)
   cmake_parse_arguments(ARG "" "" "LINK" ${ARGN})
   tovrek_module(${name} LINK ${ARG_LINK})
@@ -24,6 +27,9 @@ function(tovrek_companion name)
   target_link_libraries(${name} PRIVATE tovrek_${name})
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${TOVREK_HOST_FOLDER}/usr/bin")
   add_dependencies(tovrek_host_root ${name})
+  if(EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/${name}.1")
+    tovrek_man_page("${name}.1")
+  endif()
 endfunction()
 
 # tovrek_tests(NAME [LINK libs...]): the test program NAME_tests from all .cpp files of the folder.

@@ -37,7 +37,7 @@ bool isCompanionFolder(const std::string& folder) {
          (!named.empty() && *real == realPath(joinPath(named, "usr/bin")));
 }
 
-std::vector<std::string> searchFolders(const std::vector<std::string>& moreFolders) {
+std::vector<std::string> searchFolders() {
   std::vector<std::string> folders;
   const char* inherited = std::getenv("PATH");
   std::string_view rest = inherited == nullptr ? "" : inherited;
@@ -47,7 +47,6 @@ std::vector<std::string> searchFolders(const std::vector<std::string>& moreFolde
     if (!folder.empty()) folders.emplace_back(folder);
   }
   folders.insert(folders.end(), {"/usr/bin", "/bin"});
-  folders.insert(folders.end(), moreFolders.begin(), moreFolders.end());
   return folders;
 }
 
@@ -63,33 +62,16 @@ std::optional<std::string> findCompanion(const std::string& name) {
   return isProgram(beside) ? std::optional(beside) : std::nullopt;
 }
 
-std::optional<std::string> findHostProgram(const std::vector<std::string>& names,
-                                           const std::vector<std::string>& moreFolders) {
-  const std::vector<std::string> folders = searchFolders(moreFolders);
-  for (const std::string& name : names) {
-    for (const std::string& folder : folders) {
-      const std::string candidate = joinPath(folder, name);
-      // A link to this very program may stand in any folder.
-      if (isProgram(candidate) && !isCompanionFolder(folder) &&
-          realPath(candidate) != programPath()) {
-        return candidate;
-      }
+std::optional<std::string> findHostProgram(const std::string& name) {
+  for (const std::string& folder : searchFolders()) {
+    const std::string candidate = joinPath(folder, name);
+    // A link to this very program may stand in any folder.
+    if (isProgram(candidate) && !isCompanionFolder(folder) &&
+        realPath(candidate) != programPath()) {
+      return candidate;
     }
   }
   return std::nullopt;
-}
-
-std::optional<std::string> findLlvmTool(const std::string& name) {
-  // Debian 12 has 14; its successors and LLVM's own packages add later ones.
-  constexpr int kOldest = 13;
-  constexpr int kNewest = 24;
-  std::vector<std::string> names = {"llvm-" + name};
-  std::vector<std::string> folders;
-  for (int version = kOldest; version <= kNewest; ++version) {
-    names.push_back(fmt::format("llvm-{}-{}", name, version));
-    folders.push_back(fmt::format("/usr/lib/llvm-{}/bin", version));
-  }
-  return findHostProgram(names, folders);
 }
 
 int becomeProgram(const std::string& path, const std::vector<std::string>& arguments) {

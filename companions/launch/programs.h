@@ -11,13 +11,9 @@ namespace tovrek::launch {
 // The companion NAME: in the host root, else beside this program; none when there is none.
 std::optional<std::string> findCompanion(const std::string& name);
 
-// The first program with one of the names, in the order of the names, in PATH and then in
-// /usr/bin, /bin and `moreFolders`. Companions, those of other installations too, are skipped.
-std::optional<std::string> findHostProgram(const std::vector<std::string>& names,
-                                           const std::vector<std::string>& moreFolders = {});
-
-// An LLVM tool such as "objdump", under its plain name or with any version that Debian adds.
-std::optional<std::string> findLlvmTool(const std::string& name);
+// The program NAME in PATH, then in /usr/bin and /bin. Companions, those of other installations
+// too, are skipped.
+std::optional<std::string> findHostProgram(const std::string& name);
 
 // Replaces this process by the program, called with `arguments` after its name. Returns only when
 // that fails, with the reason printed and the status to exit with.

@@ -23,6 +23,11 @@ namespace {
 using macho::FatFile;
 using macho::FatSlice;
 
+constexpr std::string_view kUsage =
+    "Usage: lipo FILE... -info                  lipo FILE -verify_arch ARCH...\n"
+    "       lipo FILE... -detailed_info         lipo FILE -thin ARCH -output OUTPUT\n"
+    "       lipo FILE -archs                    lipo FILE... -create -output OUTPUT\n";
+
 // Pages of devices have 16 KB; the loader maps slices in place.
 constexpr uint32_t kSliceAlign = 14;
 constexpr uint32_t kProgramMode = 0755;
@@ -218,6 +223,10 @@ std::optional<int> perform(const LipoOptions& options, ErrorText* error) {
 }  // namespace
 
 int runLipo(const std::string& program, const std::vector<std::string>& arguments) {
+  if (arguments == std::vector<std::string>{"--help"}) {
+    printOut(kUsage);
+    return 0;
+  }
   LipoOptions options;
   ErrorText error;
   if (options.parse(arguments, &error)) {

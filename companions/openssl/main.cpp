@@ -4,7 +4,7 @@
 #include "log/SystemLog.h"
 
 int main(int argc, char** argv) {
-  const auto program = tovrek::launch::findHostProgram({"openssl"});
+  const auto program = tovrek::launch::findHostProgram("openssl");
   if (!program) {
     tovrek::printError("openssl: not installed on this host (Debian package openssl)\n");
     return 127;

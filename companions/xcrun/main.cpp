@@ -26,7 +26,7 @@ constexpr std::string_view kUsage =
 
 std::optional<std::string> findTool(const std::string& name) {
   if (auto companion = launch::findCompanion(name)) return companion;
-  return launch::findHostProgram({name});
+  return launch::findHostProgram(name);
 }
 
 int missing(const std::string& name) {

@@ -2,10 +2,7 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include "companions/launch/programs.h"
-#include "companions/nm/nm_arguments.h"
 #include "companions/openssl/openssl_arguments.h"
-#include "companions/otool/otool_arguments.h"
 #include "companions/xcrun/package_application.h"
 #include "host/files.h"
 #include "tests/companions/CompanionTest.h"
@@ -27,32 +24,6 @@ class DeveloperTools : public CompanionTest {
     const std::string path = folder_.write("root/usr/bin/" + name, "#!/bin/sh\n" + text);
     ASSERT_EQ(::chmod(path.c_str(), 0755), 0);
     ASSERT_EQ(::setenv("TOVREK_HOST_ROOT", folder_.file("root").c_str(), 1), 0);
-  }
-
-  // A universal Mach-O file: thin arm64 and x86_64 objects, each with one symbol, made by clang.
-  std::string universalFile(const std::string& name) {
-    const std::string source = folder_.write("s.c", "int SYMBOL(void) { return 1; }\n");
-    const std::string path = folder_.file(name);
-    for (const char* arch : {"arm64", "x86_64"}) {
-      shell(fmt("clang -target ARCH-apple-ios14 -DSYMBOL=only_ARCH -c '" + source + "' -o '" +
-                    folder_.file("ARCH.o") + "'",
-                arch));
-    }
-    shell(launch::findLlvmTool("lipo").value_or("llvm-lipo") + " -create '" +
-          folder_.file("arm64.o") + "' '" + folder_.file("x86_64.o") + "' -output \"" + path +
-          "\"");
-    return path;
-  }
-
- private:
-  static std::string fmt(std::string text, const std::string& arch) {
-    for (size_t at; (at = text.find("ARCH")) != std::string::npos;) text.replace(at, 4, arch);
-    return text;
-  }
-  static void shell(const std::string& line) {
-    Outcome outcome;
-    ASSERT_TRUE(runProcess(shellCommand(line), &outcome));
-    ASSERT_EQ(outcome.status, 0) << line << outcome.output;
   }
 };
 
@@ -81,53 +52,6 @@ TEST(OpensslArguments, ChangeNothingElse) {
       {{}, {}},
   };
   for (const auto& c : cases) EXPECT_EQ(opensslArguments(c.given), c.expected);
-}
-
-TEST_F(DeveloperTools, OtoolAndNmShowEverySlice) {
-  const std::string file = universalFile("App");
-  const Outcome listing = run({"otool", "-l", file});
-  EXPECT_EQ(listing.status, 0) << listing.errorOutput;
-  for (const char* arch : {"arm64", "x86_64"}) {
-    EXPECT_THAT(listing.output, HasSubstr(file + " (architecture " + arch + "):"));
-  }
-  EXPECT_THAT(listing.output, HasSubstr("cmd LC_SYMTAB"));
-  const std::string one = run({"otool", "-arch", "x86_64", "-l", file}).output;
-  EXPECT_THAT(one, HasSubstr("cmd LC_SYMTAB"));
-  EXPECT_LT(one.size(), listing.output.size());
-  EXPECT_EQ(run({"otool", "-o", file}).status, 0);
-
-  const std::string symbols = run({"nm", "-j", file}).output;
-  EXPECT_THAT(symbols, HasSubstr("_only_arm64\n"));
-  EXPECT_THAT(symbols, HasSubstr("_only_x86_64\n"));
-  EXPECT_THAT(run({"nm", "-j", "-arch", "arm64", file}).output,
-              testing::Not(HasSubstr("_only_x86_64")));
-}
-
-// A caller that puts a backslash before the apostrophe inside double quotes means the apostrophe.
-TEST_F(DeveloperTools, PathsWithApostrophes) {
-  const std::string file = universalFile("Bob's App (1)");
-  const std::string escaped = folder_.file("Bob\\'s App (1)");
-  EXPECT_THAT(run({"otool", "-l", escaped}).output, HasSubstr(file));
-  EXPECT_THAT(run({"nm", "-j", escaped}).output, HasSubstr("_only_arm64"));
-  EXPECT_EQ(run({"otool", "-l", folder_.file("Nobody\\'s")}).status, 1);
-}
-
-TEST_F(DeveloperTools, OtoolOnOtherFilesAndWrongUsage) {
-  const std::string text = folder_.write("text", "text");
-  const Outcome other = run({"otool", "-l", text});
-  EXPECT_EQ(other.status, 0);
-  EXPECT_THAT(other.output, HasSubstr("is not an object file"));
-  EXPECT_EQ(run({"otool", "-l"}).status, 1);
-  EXPECT_EQ(run({"otool", text}).status, 1);
-  EXPECT_THAT(run({"otool", "-q", text}).errorOutput, HasSubstr("unknown option \"-q\""));
-  EXPECT_THAT(run({"otool", "--help"}).output, StartsWith("Usage: otool"));
-}
-
-TEST(OtoolArguments, InTheWordsOfObjdump) {
-  ErrorText error;
-  EXPECT_EQ(otoolArguments({"-hlv", "a", "b"}, &error),
-            (Words{"-m", "--private-header", "--private-headers", "--arch=all", "a", "b"}));
-  EXPECT_EQ(nmArguments({"-j", "a", "-arch", "armv7"}), (Words{"--arch=armv7", "-j", "a"}));
 }
 
 // The folder that holds the companions may come first in PATH in two installations at once.

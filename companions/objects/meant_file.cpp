@@ -1,8 +1,8 @@
-#include "companions/launch/meant_file.h"
+#include "companions/objects/meant_file.h"
 
 #include "host/files.h"
 
-namespace tovrek::launch {
+namespace tovrek::objects {
 
 std::string meantFile(const std::string& path) {
   if (fileExists(path)) return path;
@@ -14,4 +14,4 @@ std::string meantFile(const std::string& path) {
   return fileExists(plain) ? plain : path;
 }
 
-}  // namespace tovrek::launch
+}  // namespace tovrek::objects
