@@ -22,7 +22,7 @@ PointerReader<P>::PointerReader(const objects::Image<P>& image) : image_(image) 
   for (const macho::CommandView& command : image.commands) {
     macho::macho_linkedit_data_command<P> data;
     if (command.cmd == macho::LC_DYLD_CHAINED_FIXUPS && command.bytes.read(0, &data)) {
-      macho::ChainedFixups<typename P::Order>::read(image.bytes.sub(data.dataoff, data.datasize),
+      macho::ChainedTables<typename P::Order>::read(image.bytes.sub(data.dataoff, data.datasize),
                                                     &fixups_);
     }
   }

@@ -9,7 +9,7 @@
 
 #include "companions/objects/Image.h"
 #include "companions/otool/bind_names.h"
-#include "macho/ChainedFixups.h"
+#include "macho/ChainedTables.h"
 
 namespace tovrek::otool {
 
@@ -62,7 +62,7 @@ class PointerReader {
   Target decode(uint16_t format, uint64_t raw) const;
 
   const objects::Image<P>& image_;
-  macho::ChainedFixups<typename P::Order> fixups_;
+  macho::ChainedTables<typename P::Order> fixups_;
   BindNames binds_;
   uint64_t base_ = 0;
   std::vector<Range> ranges_;                              // by address

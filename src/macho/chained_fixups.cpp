@@ -1,7 +1,8 @@
 #include "macho/chained_fixups.h"
 
+#include "macho/ChainedPointer.h"
 #include "macho/MachORebuildErrors.h"
-#include "macho/layout.h"
+#include "macho/chained_layout.h"
 #include "macho/rounding.h"
 
 namespace tovrek::macho {
@@ -10,27 +11,8 @@ namespace {
 using Word = Stored<uint32_t, LittleEndian>;
 using HalfWord = Stored<uint16_t, LittleEndian>;
 using LongWord = Stored<uint64_t, LittleEndian>;
-
-struct dyld_chained_fixups_header {
-  Word fixups_version, starts_offset, imports_offset, symbols_offset;
-  Word imports_count, imports_format, symbols_format;
-};
-
-// The offsets of the segments' tables follow, each 0 for none, from the start of this record.
-struct dyld_chained_starts_in_image {
-  Word seg_count;
-};
-
-// The start of the chain of each page follows, 16 bits each.
-struct dyld_chained_starts_in_segment {
-  Word size;
-  HalfWord page_size, pointer_format;
-  LongWord segment_offset;
-  Word max_valid_pointer;
-  HalfWord page_count;
-};
-static_assert(kIsRecord<dyld_chained_fixups_header, 28>);
-static_assert(kIsRecord<dyld_chained_starts_in_segment, 22>);
+using Header = dyld_chained_fixups_header<LittleEndian>;
+using SegmentStarts = dyld_chained_starts_in_segment<LittleEndian>;
 
 constexpr uint32_t kKnownVersion = 0;
 constexpr uint16_t DYLD_CHAINED_PTR_START_NONE = 0xffff;
@@ -38,23 +20,22 @@ constexpr uint16_t DYLD_CHAINED_PTR_START_NONE = 0xffff;
 constexpr uint16_t DYLD_CHAINED_PTR_START_MULTI = 0x8000;
 constexpr uint16_t DYLD_CHAINED_PTR_START_LAST = 0x8000;
 
-enum class Family { kArm64e, kPlain64, kPlain32 };
-struct PointerFormat {
-  uint16_t number;
-  Family family;
-  uint32_t stride;         // the unit of the distance to the next place
-  bool targetsAreOffsets;  // from the Mach-O header, of pointers that are not authenticated
-};
-constexpr PointerFormat kFormats[] = {
-    {1, Family::kArm64e, 8, false},   // DYLD_CHAINED_PTR_ARM64E
-    {2, Family::kPlain64, 4, false},  // DYLD_CHAINED_PTR_64
-    {3, Family::kPlain32, 4, false},  // DYLD_CHAINED_PTR_32
-    {6, Family::kPlain64, 4, true},   // DYLD_CHAINED_PTR_64_OFFSET
-    {7, Family::kArm64e, 4, true},    // DYLD_CHAINED_PTR_ARM64E_KERNEL
-    {9, Family::kArm64e, 8, true},    // DYLD_CHAINED_PTR_ARM64E_USERLAND
-    {10, Family::kArm64e, 4, false},  // DYLD_CHAINED_PTR_ARM64E_FIRMWARE
-    {12, Family::kArm64e, 8, true},   // DYLD_CHAINED_PTR_ARM64E_USERLAND24
-};
+// The formats of kernels and of the system's caches hold no app.
+bool isKnown(uint16_t format) {
+  switch (format) {
+    case DYLD_CHAINED_PTR_ARM64E:
+    case DYLD_CHAINED_PTR_64:
+    case DYLD_CHAINED_PTR_32:
+    case DYLD_CHAINED_PTR_64_OFFSET:
+    case DYLD_CHAINED_PTR_ARM64E_KERNEL:
+    case DYLD_CHAINED_PTR_ARM64E_USERLAND:
+    case DYLD_CHAINED_PTR_ARM64E_FIRMWARE:
+    case DYLD_CHAINED_PTR_ARM64E_USERLAND24:
+      return true;
+    default:
+      return false;
+  }
+}
 
 [[noreturn]] void refuse() {
   throw MachORebuildErrors::kUnknownCommand;
@@ -65,45 +46,6 @@ T readAt(ByteView view, uint64_t offset) {
   T record;
   if (!view.read(offset, &record)) refuse();
   return record;
-}
-
-uint64_t bits(uint64_t value, uint32_t from, uint32_t width) {
-  return (value >> from) & ((uint64_t{1} << width) - 1);
-}
-
-// One stored place, taken apart.
-struct Link {
-  bool bound = false;
-  bool isPointer = true;
-  uint64_t target = 0;
-  uint64_t next = 0;  // distance in bytes; 0 at the end
-};
-
-Link readArm64e(uint64_t raw, const PointerFormat& format, uint64_t base) {
-  const bool authenticated = bits(raw, 63, 1) != 0;
-  Link link{.bound = bits(raw, 62, 1) != 0, .next = bits(raw, 51, 11) * format.stride};
-  if (authenticated) {
-    link.target = base + bits(raw, 0, 32);
-  } else {
-    link.target = bits(raw, 0, 43) + (format.targetsAreOffsets ? base : 0);
-    link.target |= bits(raw, 43, 8) << 56;
-  }
-  return link;
-}
-
-Link readPlain64(uint64_t raw, const PointerFormat& format, uint64_t base) {
-  Link link{.bound = bits(raw, 63, 1) != 0, .next = bits(raw, 51, 12) * format.stride};
-  link.target = bits(raw, 0, 36) + (format.targetsAreOffsets ? base : 0);
-  link.target |= bits(raw, 36, 8) << 56;
-  return link;
-}
-
-// Numbers in the midst of a chain are told from pointers by their size.
-Link readPlain32(uint32_t raw, const PointerFormat& format, uint32_t maxValidPointer) {
-  Link link{.bound = bits(raw, 31, 1) != 0, .next = bits(raw, 26, 5) * format.stride};
-  link.target = bits(raw, 0, 26);
-  link.isPointer = link.bound || link.target <= maxValidPointer;
-  return link;
 }
 
 class ChainWalker {
@@ -118,13 +60,13 @@ class ChainWalker {
         budget_(image.size()) {}
 
   bool walk() {
-    const auto header = readAt<dyld_chained_fixups_header>(fixups_, 0);
+    const auto header = readAt<Header>(fixups_, 0);
     if (header.fixups_version != kKnownVersion) return false;
     const uint64_t starts = header.starts_offset;
-    const uint32_t count = readAt<dyld_chained_starts_in_image>(fixups_, starts).seg_count;
+    const uint32_t count = readAt<Word>(fixups_, starts);
     if (count > segments_.size()) refuse();
     for (uint32_t i = 0; i < count; ++i) {
-      const uint64_t place = starts + sizeof(dyld_chained_starts_in_image) + i * sizeof(Word);
+      const uint64_t place = starts + (1 + uint64_t{i}) * sizeof(Word);
       const uint32_t offset = readAt<Word>(fixups_, place);
       if (offset != 0 && !walkSegment(segments_[i], starts + offset)) return false;
     }
@@ -134,8 +76,7 @@ class ChainWalker {
  private:
   struct SegmentChains {
     const ChainedSegment& segment;
-    dyld_chained_starts_in_segment record;
-    const PointerFormat& format;
+    SegmentStarts record;
     uint64_t startsOffset;  // of the list of page starts
   };
 
@@ -146,13 +87,9 @@ class ChainWalker {
   }
 
   bool walkSegment(const ChainedSegment& segment, uint64_t offset) {
-    const auto record = readAt<dyld_chained_starts_in_segment>(fixups_, offset);
-    const PointerFormat* format = nullptr;
-    for (const PointerFormat& known : kFormats) {
-      if (known.number == record.pointer_format) format = &known;
-    }
-    if (format == nullptr) return false;
-    const SegmentChains chains{segment, record, *format, offset + sizeof(record)};
+    const auto record = readAt<SegmentStarts>(fixups_, offset);
+    if (!isKnown(record.pointer_format)) return false;
+    const SegmentChains chains{segment, record, offset + sizeof(record)};
     for (uint32_t page = 0; page < record.page_count; ++page) {
       spend();
       walkPage(chains, page);
@@ -163,8 +100,8 @@ class ChainWalker {
   void walkPage(const SegmentChains& chains, uint32_t page) {
     const uint16_t start = startAt(chains, page);
     if (start == DYLD_CHAINED_PTR_START_NONE) return;
-    const bool several =
-        chains.format.family == Family::kPlain32 && (start & DYLD_CHAINED_PTR_START_MULTI) != 0;
+    const bool several = chains.record.pointer_format == DYLD_CHAINED_PTR_32 &&
+                         (start & DYLD_CHAINED_PTR_START_MULTI) != 0;
     if (!several) return walkChain(chains, page, start);
     for (uint32_t i = start & ~uint32_t{DYLD_CHAINED_PTR_START_MULTI};; ++i) {
       spend();
@@ -186,27 +123,32 @@ class ChainWalker {
       if (at >= pageSize) refuse();
       spend();
       const uint64_t address = pageAddress + at;
-      const Link link = readLink(chains, address);
-      if (link.isPointer) visit_({address, link.bound ? 0 : link.target, link.bound});
-      if (link.next == 0) return;
-      at += link.next;
+      const ChainedPointer pointer = readPointer(chains, address);
+      visitPointer(chains, address, pointer);
+      if (pointer.next == 0) return;
+      at += pointer.next;
     }
   }
 
-  Link readLink(const SegmentChains& chains, uint64_t address) const {
+  ChainedPointer readPointer(const SegmentChains& chains, uint64_t address) const {
     const ChainedSegment& segment = chains.segment;
-    const uint64_t width = chains.format.family == Family::kPlain32 ? 4 : 8;
-    if (!liesInside(address, width, segment.vmaddr, segment.filesize)) refuse();
+    const uint16_t format = chains.record.pointer_format;
+    const uint32_t size = chainedPointerSize(format);
+    if (!liesInside(address, size, segment.vmaddr, segment.filesize)) refuse();
     const uint64_t place = segment.fileoff + (address - segment.vmaddr);
-    switch (chains.format.family) {
-      case Family::kArm64e:
-        return readArm64e(readAt<LongWord>(image_, place), chains.format, base_);
-      case Family::kPlain64:
-        return readPlain64(readAt<LongWord>(image_, place), chains.format, base_);
-      case Family::kPlain32:
-        break;
-    }
-    return readPlain32(readAt<Word>(image_, place), chains.format, chains.record.max_valid_pointer);
+    const uint64_t raw = size == 4 ? readAt<Word>(image_, place) : readAt<LongWord>(image_, place);
+    return *decodeChainedPointer(format, raw);
+  }
+
+  void visitPointer(const SegmentChains& chains, uint64_t address,
+                    const ChainedPointer& pointer) const {
+    if (pointer.isBind) return visit_({address, 0, true});
+    // Numbers in the midst of a chain of 32 bits are told from pointers by their size.
+    const bool isNumber = chains.record.pointer_format == DYLD_CHAINED_PTR_32 &&
+                          pointer.target > chains.record.max_valid_pointer;
+    if (isNumber) return;
+    const uint64_t target = pointer.target + (pointer.targetIsOffset ? base_ : 0);
+    visit_({address, target | uint64_t{pointer.high8} << 56, false});
   }
 
   ByteView image_, fixups_;

@@ -18,11 +18,11 @@ struct ChainedStarts {
 };
 
 template <class Order>
-class ChainedFixups {
+class ChainedTables {
  public:
   // `data` is what the command's dataoff and datasize delimit. False when its header or table of
   // segments cannot be read; `out` then has what came before.
-  static bool read(ByteView data, ChainedFixups* out);
+  static bool read(ByteView data, ChainedTables* out);
 
   const std::vector<ChainedStarts>& segments() const { return segments_; }
   // Empty for a number beyond the table, and for names in a compressed pool.

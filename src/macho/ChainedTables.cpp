@@ -1,27 +1,11 @@
-#include "macho/ChainedFixups.h"
+#include "macho/ChainedTables.h"
 
 #include <type_traits>
 
+#include "macho/chained_layout.h"
+
 namespace tovrek::macho {
 namespace {
-
-template <class Order>
-struct FixupsHeader {
-  Stored<uint32_t, Order> fixups_version, starts_offset, imports_offset, symbols_offset,
-      imports_count, imports_format, symbols_format;
-};
-
-// `page_count` words of 16 bits follow.
-template <class Order>
-struct StartsInSegment {
-  Stored<uint32_t, Order> size;
-  Stored<uint16_t, Order> page_size, pointer_format;
-  Stored<uint64_t, Order> segment_offset;
-  Stored<uint32_t, Order> max_valid_pointer;
-  Stored<uint16_t, Order> page_count;
-};
-static_assert(sizeof(FixupsHeader<LittleEndian>) == 28);
-static_assert(sizeof(StartsInSegment<LittleEndian>) == 22);
 
 enum ImportsFormat : uint32_t {
   DYLD_CHAINED_IMPORT = 1,
@@ -32,9 +16,9 @@ enum ImportsFormat : uint32_t {
 }  // namespace
 
 template <class Order>
-bool ChainedFixups<Order>::read(ByteView data, ChainedFixups* out) {
+bool ChainedTables<Order>::read(ByteView data, ChainedTables* out) {
   *out = {};
-  FixupsHeader<Order> header;
+  dyld_chained_fixups_header<Order> header;
   Stored<uint32_t, Order> segmentCount;
   if (!data.read(0, &header)) return false;
   out->data_ = data;
@@ -50,7 +34,7 @@ bool ChainedFixups<Order>::read(ByteView data, ChainedFixups* out) {
   const uint32_t count = segmentCount;
   for (uint32_t i = 0; i < count; ++i) {
     Stored<uint32_t, Order> offset;
-    StartsInSegment<Order> segment;
+    dyld_chained_starts_in_segment<Order> segment;
     if (!data.read(starts + 4 + uint64_t{i} * 4, &offset)) return false;
     if (offset == 0) continue;  // a segment without pointers
     if (!data.read(starts + offset, &segment)) return false;
@@ -60,7 +44,7 @@ bool ChainedFixups<Order>::read(ByteView data, ChainedFixups* out) {
 }
 
 template <class Order>
-std::string_view ChainedFixups<Order>::importName(uint32_t ordinal) const {
+std::string_view ChainedTables<Order>::importName(uint32_t ordinal) const {
   if (ordinal >= importsCount_) return {};
   constexpr bool kLittle = std::is_same_v<Order, LittleEndian>;
   Stored<uint32_t, Order> word;
@@ -81,7 +65,7 @@ std::string_view ChainedFixups<Order>::importName(uint32_t ordinal) const {
   }
 }
 
-template class ChainedFixups<LittleEndian>;
-template class ChainedFixups<BigEndian>;
+template class ChainedTables<LittleEndian>;
+template class ChainedTables<BigEndian>;
 
 }  // namespace tovrek::macho
