@@ -39,11 +39,6 @@ bool isWildcard(std::string_view identifier) {
   return identifier.find(".*") != std::string_view::npos;
 }
 
-// What stands before the first "."; all of it without one.
-std::string prefixOf(std::string_view applicationIdentifier) {
-  return std::string(applicationIdentifier.substr(0, applicationIdentifier.find('.')));
-}
-
 bool holdsKey(const OptionalDictionary& dictionary, std::string_view key) {
   return dictionary && dictionary->contains(key);
 }
@@ -136,17 +131,6 @@ void fitICloud(const OptionalDictionary& old, PlistDictionary* entitlements) {
   entitlements->remove(kICloudEnvironment);
   if (holdsKey(old, kICloudServices)) {
     entitlements->set(kICloudServices, *old->find(kICloudServices));
-  }
-}
-
-std::string replaceAll(std::string_view text, std::string_view from, std::string_view to) {
-  std::string result;
-  for (size_t at = 0;;) {
-    const size_t next = text.find(from, at);
-    result += text.substr(at, next - at);
-    if (next == std::string_view::npos) return result;
-    result += to;
-    at = next + from.size();
   }
 }
 

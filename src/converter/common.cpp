@@ -20,6 +20,21 @@ bool isEmpty(const std::optional<std::string>& value) {
   return !value || value->empty();
 }
 
+std::string prefixOf(std::string_view applicationIdentifier) {
+  return std::string(applicationIdentifier.substr(0, applicationIdentifier.find('.')));
+}
+
+std::string replaceAll(std::string_view text, std::string_view from, std::string_view to) {
+  std::string result;
+  for (size_t at = 0;;) {
+    const size_t next = text.find(from, at);
+    result += text.substr(at, next - at);
+    if (next == std::string_view::npos) return result;
+    result += to;
+    at = next + from.size();
+  }
+}
+
 bool copyOrFail(const std::string& from, const std::string& to, ErrorText* error) {
   ErrorText reason;
   if (copyItem(from, to, &reason)) return true;

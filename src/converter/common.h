@@ -18,6 +18,12 @@ std::string shown(const std::optional<std::string>& value);
 // None, or of no letters.
 bool isEmpty(const std::optional<std::string>& value);
 
+// The team's part of an application identifier: what stands before the first "."; all of it
+// without one.
+std::string prefixOf(std::string_view applicationIdentifier);
+// `from` must have letters.
+std::string replaceAll(std::string_view text, std::string_view from, std::string_view to);
+
 // Copies; a failure gives "Failed to copy file from ... to ... Error:...".
 bool copyOrFail(const std::string& from, const std::string& to, ErrorText* error);
 // Removes what stands at `to` first, link or not, and ignores when that fails.
