@@ -199,6 +199,7 @@ class AppConverter {
   bool checkEligibility(WrapRun* run, ErrorText* error);
   void takeBundleIdentifiers(const WrapRun& run);
   bool decodeProfile(WrapRun* run, ErrorText* error);
+  bool makeEntitlements(WrapRun* run, ErrorText* error);
   void stripOrReportExtensions(const WrapRun& run, ErrorText* error);
   void checkCertificate(const WrapRun& run, ErrorText* error);
   bool insertManagementFiles(const WrapRun& run, ErrorText* error);

@@ -9,7 +9,6 @@
 #include "converter/wrap_run.h"
 #include "host/files.h"
 #include "host/paths.h"
-#include "package/HelperMethods.h"
 
 namespace tovrek {
 
@@ -140,7 +139,7 @@ bool AppConverter::fitNestedBundle(const WrapRun& run, const std::string& path,
       !replaceByCopy(converterParam_.provisionProfile.value_or(""), ownProfile, error)) {
     return false;
   }
-  const auto old = HelperMethods::signedEntitlements(path);
+  const auto old = signedEntitlements(path);
   if (!old || old->empty()) return true;
   std::vector<std::string> lost;
   std::string xml = serializePlist(fittedTo(*profile, *old, identifier, &lost), PlistFormat::kXml);

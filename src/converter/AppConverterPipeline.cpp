@@ -33,11 +33,7 @@ bool AppConverter::CreatePackage(ErrorText* error) {
   WrapRun run;
   if (!openInput(&run, error) || !checkEligibility(&run, error)) return false;
   takeBundleIdentifiers(run);
-  if (!decodeProfile(&run, error) ||
-      !generateNewEntitlement(&run.entitlementPath, run.profile, run.directory->tempDir(),
-                              run.appPath, error)) {
-    return false;
-  }
+  if (!decodeProfile(&run, error) || !makeEntitlements(&run, error)) return false;
   stripOrReportExtensions(run, error);
   checkCertificate(run, error);
   if (!insertManagementFiles(run, error) || !rebuildExecutable(run, error)) return false;
