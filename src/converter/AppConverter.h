@@ -253,6 +253,11 @@ class AppConverter {
   bool checkSdkApp(WrapRun& run, ErrorText* error);
   bool embedManagementFiles(const WrapRun& run, ErrorText* error);
 
+  // Whether the file that the output would replace is the one the user gave.
+  bool isInput(const std::string& output) const;
+  // Replaces it once the new file is whole, so that a full disk costs the user nothing.
+  bool replaceInput(const std::string& from, const std::string& output, ErrorText* error);
+
   // An item of the content folder.
   std::string contentFile(std::string_view name) const;
 

@@ -17,6 +17,7 @@ using namespace converter;
 namespace {
 
 constexpr char kApplicationIdentifier[] = "application-identifier";
+constexpr char kBetaReports[] = "beta-reports-active";  // means nothing but to the public store
 constexpr char kProfileName[] = "embedded.mobileprovision";
 constexpr const char* kExtensionFolders[] = {"PlugIns", "Extensions", "Watch"};
 constexpr char kDoubtful[] =
@@ -57,7 +58,7 @@ bool isFixed(const PlistValue& granted) {
   return granted.boolean() || (text && text->find('*') == std::string::npos);
 }
 
-// The old entitlements as far as the profile grants them; with none lost, `lost` stays empty.
+// The old entitlements as far as the profile grants them; `lost` gets the keys of the others.
 PlistDictionary fittedTo(const PlistDictionary& profile, const PlistDictionary& old,
                          const std::string& identifier, std::vector<std::string>* lost) {
   PlistDictionary fitted;
@@ -67,7 +68,7 @@ PlistDictionary fittedTo(const PlistDictionary& profile, const PlistDictionary& 
       fitted.set(key, identifier);
     } else if (granted) {
       fitted.set(key, isFixed(*granted) ? *granted : value);
-    } else {
+    } else if (key != kBetaReports) {
       lost->push_back(key);
     }
   }
@@ -82,20 +83,23 @@ bool AppConverter::keepsExtensions() const {
 
 bool AppConverter::signAgain(const WrapRun& run, ErrorText* error) {
   const bool all = settings_.resignNested || run.isRenewal;
-  if (!all && !settings_.keepExtensionsOnSign) {
-    return CodeSign(run.appPath, run.entitlementPath, error);
-  }
-  logger().logBasic(fmt::format("{} signs the {}extensions in {}",
+  const std::vector<std::string> bundles = all || settings_.keepExtensionsOnSign
+                                               ? nestedBundles(run.appPath)
+                                               : std::vector<std::string>();
+  if (!all && bundles.empty()) return CodeSign(run.appPath, run.entitlementPath, error);
+
+  logger().logBasic(fmt::format("{} signs the {}{}{} in {}",
                                 settings_.resignNested ? "resignNested"
                                 : run.isRenewal        ? "resignWrapped"
                                                        : "keepExtensionsOnSign",
-                                all ? "frameworks and " : "", run.appPath));
+                                all ? "frameworks" : "", all && !bundles.empty() ? " and " : "",
+                                bundles.empty() ? "" : "extensions", run.appPath));
   if (all && !CodeSignFrameworks(run.appPath, error)) {
     return failSigning("Codesign of embedded frameworks failed");
   }
   // Unlike a wrapped app, which may be tried out without them, a signed one that holds a broken
   // extension can only be refused by the device.
-  for (const std::string& path : nestedBundles(run.appPath)) {
+  for (const std::string& path : bundles) {
     if (!signNestedBundle(run, path, error)) return failSigning("Codesign of extensions failed");
   }
   return signAsNew(run.appPath, run.entitlementPath, error);
@@ -126,7 +130,7 @@ bool AppConverter::fitNestedBundle(const WrapRun& run, const std::string& path,
   if (run.bundle && !bundleId.starts_with(identifierOf(*run.bundle) + ".")) {
     warn(fmt::format("the identifier {} does not begin with that of the app", bundleId));
   }
-  if (!covers(granted, identifier)) {
+  if (bundleId.empty() || !covers(granted, identifier)) {
     warn(
         fmt::format("the provisioning profile is not for {}; the extension keeps its own profile "
                     "and entitlements",

@@ -343,6 +343,7 @@ bool AppConverter::writeIpa(const WrapRun& run, ErrorText* error) {
 bool AppConverter::copyOutputBundle(const WrapRun& run, ErrorText* error) {
   const auto& output = converterParam_.outputBundleFile;
   if (!converterParam_.isWrapCommand || !output) return true;
+  if (isInput(*output)) return replaceInput(run.targetIpaPath, *output, error);
   if (isPlainFile(*output)) {
     removeItem(*output);
     logger().logWarning(
@@ -386,8 +387,9 @@ bool AppConverter::deliverResigned(const WrapRun& run, ErrorText* error) {
     systemLog("targetIpaPath is nil. Command line parameter error?");
     return fail(error, "A required file at this location does not exist: ");
   }
-  return removeOldOutput(error) &&
-         copyOrFail(run.targetIpaPath, converterParam_.outputFile.value_or(""), error);
+  const std::string output = converterParam_.outputFile.value_or("");
+  if (isInput(output)) return replaceInput(run.targetIpaPath, output, error);
+  return removeOldOutput(error) && copyOrFail(run.targetIpaPath, output, error);
 }
 
 }  // namespace tovrek
