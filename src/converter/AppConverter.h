@@ -196,9 +196,10 @@ class AppConverter {
 
   // --- Steps of CreatePackage (AppConverterPipeline.cpp), in their order ---
   bool openInput(WrapRun* run, ErrorText* error);
-  bool checkEligibility(const WrapRun& run, ErrorText* error);
+  bool checkEligibility(WrapRun* run, ErrorText* error);
   void takeBundleIdentifiers(const WrapRun& run);
   bool decodeProfile(WrapRun* run, ErrorText* error);
+  bool makeEntitlements(WrapRun* run, ErrorText* error);
   void stripOrReportExtensions(const WrapRun& run, ErrorText* error);
   void checkCertificate(const WrapRun& run, ErrorText* error);
   bool insertManagementFiles(const WrapRun& run, ErrorText* error);
@@ -223,19 +224,39 @@ class AppConverter {
   bool copyLogger(const std::string& appPath, ErrorText* error);
   std::vector<std::string> findPolicyLanguages() const;
   std::string manifestAppMode() const;
+  bool mayBeWrappedAlready(WrapRun* run, ErrorText* error);
   bool signInsertedParts(const WrapRun& run, ErrorText* error);
   // Logs the reason, and how to get the developer tools when they are missing; false.
   static bool failSigning(const char* reason);
   void completeManifest(WrapRun& run, const std::string& ipaPath);
   bool removeOldOutput(ErrorText* error);
 
+  // --- What Sign signs besides the app, as the settings say (AppConverterNested.cpp) ---
+  bool keepsExtensions() const;
+  // Signs the app, and first what it holds if a setting says so.
+  bool signAgain(const WrapRun& run, ErrorText* error);
+  bool signNestedBundle(const WrapRun& run, const std::string& path, ErrorText* error);
+  // As CodeSign, with requirements made for the new certificate in place of the old ones.
+  bool signAsNew(const std::string& bundlePath, const std::optional<std::string>& entitlementPath,
+                 ErrorText* error);
+  // Puts the new profile and entitlements to match into a nested bundle, if the profile is for it.
+  bool fitNestedBundle(const WrapRun& run, const std::string& path,
+                       std::optional<std::string>* entitlementPath, ErrorText* error);
+
   // --- The shorter flows (AppConverterPackageFlows.cpp) ---
   bool openPackage(WrapRun* run, std::shared_ptr<UnzippedCma>* package, ErrorText* error);
   bool stampSdkApp(WrapRun& run, ErrorText* error);
+  void moveLanguageFiles(const std::string& from, const std::string& to);
+  void renewManifest(const WrapRun& run, const std::string& ipaName);
   bool signDylib(const WrapRun& run, ErrorText* error);
   bool updatePackage(ErrorText* error);
   bool checkSdkApp(WrapRun& run, ErrorText* error);
   bool embedManagementFiles(const WrapRun& run, ErrorText* error);
+
+  // Whether the file that the output would replace is the one the user gave.
+  bool isInput(const std::string& output) const;
+  // Replaces it once the new file is whole, so that a full disk costs the user nothing.
+  bool replaceInput(const std::string& from, const std::string& output, ErrorText* error);
 
   // An item of the content folder.
   std::string contentFile(std::string_view name) const;

@@ -5,6 +5,7 @@
 
 #include "converter/AppConverter.h"
 #include "converter/common.h"
+#include "converter/wrap_run.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
@@ -30,6 +31,9 @@ constexpr const char* kICloudIdentifiers[] = {
     "com.apple.developer.icloud-container-identifiers",
     "com.apple.developer.ubiquity-kvstore-identifier"};
 
+// What codesign extracts from the old signature goes into this file of the app.
+constexpr char kOldEntitlements[] = "orig-entitlements.plist";
+
 // The group through which the management library shares data between apps.
 constexpr char kManagementGroup[] = "com.orvane.wex";
 
@@ -37,11 +41,6 @@ using OptionalDictionary = std::optional<PlistDictionary>;
 
 bool isWildcard(std::string_view identifier) {
   return identifier.find(".*") != std::string_view::npos;
-}
-
-// What stands before the first "."; all of it without one.
-std::string prefixOf(std::string_view applicationIdentifier) {
-  return std::string(applicationIdentifier.substr(0, applicationIdentifier.find('.')));
 }
 
 bool holdsKey(const OptionalDictionary& dictionary, std::string_view key) {
@@ -76,7 +75,7 @@ std::string newApplicationIdentifier(const std::string& profileAppId, const std:
 // The entitlements of the app's existing signature. Their file stays in the app; one of an
 // earlier run serves when the signature is gone.
 OptionalDictionary readOldEntitlements(const std::string& appPath) {
-  const std::string path = joinPath(appPath, "orig-entitlements.plist");
+  const std::string path = joinPath(appPath, kOldEntitlements);
   // The tool would write through a link that came with the app.
   if (isSymbolicLink(path)) removeItem(path);
   const int status = runTool({"/usr/bin/codesign", "-d", "--entitlements", ":" + path, appPath});
@@ -139,17 +138,6 @@ void fitICloud(const OptionalDictionary& old, PlistDictionary* entitlements) {
   }
 }
 
-std::string replaceAll(std::string_view text, std::string_view from, std::string_view to) {
-  std::string result;
-  for (size_t at = 0;;) {
-    const size_t next = text.find(from, at);
-    result += text.substr(at, next - at);
-    if (next == std::string_view::npos) return result;
-    result += to;
-    at = next + from.size();
-  }
-}
-
 // Re-points everything from the old team to the new one: in the text as a whole, so that
 // identifiers inside of other values move along.
 std::string repointPrefix(const std::string& xml, const std::optional<std::string>& oldPrefix,
@@ -186,6 +174,21 @@ bool writeEntitlements(const std::string& path, const std::string& xml, ErrorTex
   return true;
 }
 
+// The groups that wrapping adds are there from the last time; without this every renewal would
+// make the list longer.
+bool dropRepeatedGroups(const std::string& path, ErrorText* error) {
+  auto entitlements = readPlistDictionary(path);
+  if (!entitlements) return true;
+  PlistValue::Array groups;
+  for (PlistValue& group : listIn(*entitlements, kKeychainGroups)) {
+    if (std::find(groups.begin(), groups.end(), group) == groups.end()) {
+      groups.push_back(std::move(group));
+    }
+  }
+  entitlements->set(kKeychainGroups, std::move(groups));
+  return writeFileAtomically(path, serializePlist(*entitlements, PlistFormat::kXml), error);
+}
+
 }  // namespace
 
 bool AppConverter::generateNewEntitlement(std::string* entitlementPath,
@@ -199,6 +202,18 @@ bool AppConverter::generateNewEntitlement(std::string* entitlementPath,
   if (!written) return fail(error, "ERROR: Failed to decode provisioning profile.");
   *entitlementPath = joinPath(targetDir, "new-entitlement.plist");
   return GenerateEntitlement(*entitlementPath, profilePath, appPath, error);
+}
+
+bool AppConverter::makeEntitlements(WrapRun* run, ErrorText* error) {
+  // What wrapping left behind would be taken for the app's, or be added to; the signature tells
+  // what the app has now.
+  const std::string left = joinPath(run->appPath, kOldEntitlements);
+  if (run->isRenewal && itemExistsNoFollow(left) && signedEntitlements(run->appPath)) {
+    removeItem(left);
+  }
+  return generateNewEntitlement(&run->entitlementPath, run->profile, run->directory->tempDir(),
+                                run->appPath, error) &&
+         (!run->isRenewal || dropRepeatedGroups(run->entitlementPath, error));
 }
 
 bool AppConverter::GenerateEntitlement(const std::string& targetPath,

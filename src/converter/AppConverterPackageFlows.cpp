@@ -1,15 +1,22 @@
 // The shorter flows: signing the app of a package anew, changing a package's manifest, and
 // placing the management files into an app that was built with our SDK.
 #include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <set>
 
 #include "converter/AppConverter.h"
 #include "converter/common.h"
 #include "converter/wrap_run.h"
+#include "formats/XmlDocument.h"
+#include "host/clock.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
 #include "package/HelperMethods.h"
+#include "package/MobileAppPackage.h"
 #include "package/UnzippedCma.h"
+#include "package/archive_folder.h"
 #include "profile/ProvisioningProfile.h"
 
 namespace tovrek {
@@ -36,6 +43,23 @@ void moveMetadata(const std::string& from, const std::string& to) {
     systemLog(fmt::format("Copying file {} to {} ", source, target));
     moveItem(source, target);
   }
+}
+
+// A package that we made has this one; else it is the first, as for every reader of packages.
+std::string manifestIn(const std::string& folder) {
+  const std::string usual = joinPath(folder, "manifest.xml");
+  const auto first = firstEntryWithExtension(folder, "xml");
+  return isPlainFile(usual) || !first ? usual : joinPath(folder, *first);
+}
+
+std::set<std::string> languageFilesOf(const std::string& manifest) {
+  std::set<std::string> names;
+  const auto document = XmlDocument::readFile(manifest);
+  const auto nodes =
+      document ? document->find("/MobileAppPackage/Policies/Languages/LanguageFile") : std::nullopt;
+  if (!nodes) return names;
+  for (const XmlNode& node : *nodes) names.insert(trimmed(node.text()));
+  return names;
 }
 
 // A path such as ".." names no place in the folder, but the folder itself or one above.
@@ -90,6 +114,7 @@ bool AppConverter::CreatePackageFromWex(ErrorText* error) {
   const std::string& scratch = run.directory->tempDir();
   const std::string& packageDir = run.directory->packageDir();
   moveMetadata(scratch, packageDir);
+  if (settings_.refreshOnResign) moveLanguageFiles(scratch, packageDir);
   removeItem(package->ipaPath());
 
   // The profile is matched against the identifier that the app has.
@@ -104,11 +129,53 @@ bool AppConverter::CreatePackageFromWex(ErrorText* error) {
   progressor_.SetProgress("Code signing...");
   if (!verifyCodeSigningPrerequisites(run.appPath, run.entitlementPath, error)) return false;
   const bool prepared = package->isSDKApp() ? stampSdkApp(run, error) : signDylib(run, error);
-  if (!prepared || !CodeSign(run.appPath, run.entitlementPath, error)) return false;
+  if (!prepared || !signAgain(run, error)) return false;
   progressor_.SetProgress("Generating ipa file...");
   if (!ZipToIpaFromWex(scratch, *package, packageDir, error)) return false;
+  if (settings_.refreshOnResign) renewManifest(run, package->ipaName());
   progressor_.SetProgress("Generating package file...");
   return ZiptoPackage(packageDir, error);
+}
+
+void AppConverter::moveLanguageFiles(const std::string& from, const std::string& to) {
+  const std::set<std::string> listed = languageFilesOf(manifestIn(to));
+  const auto names = listDirectory(from);
+  if (!names) return;
+  for (const std::string& name : *names) {
+    const bool isOne = listed.contains(name) || name.starts_with("strings-");
+    // These two belong to the app.
+    const bool isOfApp = name.starts_with("iTunes") || pathExtension(name) == "ipa";
+    if (!isOne || isOfApp || !isPlainFile(joinPath(from, name))) continue;
+    if (moveItem(joinPath(from, name), joinPath(to, name))) {
+      logger().logBasic("refreshOnResign keeps the language file " + name);
+    }
+  }
+}
+
+void AppConverter::renewManifest(const WrapRun& run, const std::string& ipaName) {
+  const std::string& folder = run.directory->packageDir();
+  const std::string manifest = manifestIn(folder);
+  const std::string date = dateDescription(currentTime());
+  const std::string expiry = MobileAppPackage::profileExpiry(run.appPath).value_or(date);
+  const auto set = [&](const char* xpath, const std::string& value) {
+    return HelperMethods::updateAppWEXProperty(manifest, xpath, value);
+  };
+  const std::pair<const char*, bool> elements[] = {
+      {"Date", set("/MobileAppPackage/PackageInfo/Date", date)},
+      {"CertExpires", set("/MobileAppPackage/PackageInfo/CertExpires", expiry)},
+      {"PackageSize", HelperMethods::ModifyPackageSize(manifest, joinPath(folder, ipaName), "")}};
+  std::vector<std::string_view> renewed;
+  for (const auto& [name, succeeded] : elements) {
+    if (succeeded) {
+      renewed.push_back(name);
+    } else {
+      logger().logWarning(fmt::format("refreshOnResign could not renew {} in {}", name,
+                                      lastPathComponent(manifest)));
+    }
+  }
+  if (renewed.empty()) return;
+  logger().logBasic(fmt::format("refreshOnResign renews {} in {}", fmt::join(renewed, ", "),
+                                lastPathComponent(manifest)));
 }
 
 bool AppConverter::stampSdkApp(WrapRun& run, ErrorText* error) {

@@ -31,13 +31,9 @@ bool AppConverter::CreatePackage(ErrorText* error) {
   if ((isSDK_ && isUpdate_) || converterParam_.isSetInfoCommand) return updatePackage(error);
 
   WrapRun run;
-  if (!openInput(&run, error) || !checkEligibility(run, error)) return false;
+  if (!openInput(&run, error) || !checkEligibility(&run, error)) return false;
   takeBundleIdentifiers(run);
-  if (!decodeProfile(&run, error) ||
-      !generateNewEntitlement(&run.entitlementPath, run.profile, run.directory->tempDir(),
-                              run.appPath, error)) {
-    return false;
-  }
+  if (!decodeProfile(&run, error) || !makeEntitlements(&run, error)) return false;
   stripOrReportExtensions(run, error);
   checkCertificate(run, error);
   if (!insertManagementFiles(run, error) || !rebuildExecutable(run, error)) return false;
@@ -91,28 +87,39 @@ bool AppConverter::emptyPackageFolder(const TemporaryDirectory& directory, Error
       error, fmt::format("Failed to empty the package folder {}. Error:{}", folder, reason.text()));
 }
 
-bool AppConverter::checkEligibility(const WrapRun& run, ErrorText* error) {
+bool AppConverter::mayBeWrappedAlready(WrapRun* run, ErrorText* error) {
+  ErrorText reason;
+  if (!verifyIfApplicationIsAlreadyWrapped(*run->bundle, &reason)) return true;
+  run->isRenewal = converterParam_.isResign && settings_.resignWrapped;
+  if (converterParam_.isResign) {
+    logger().logBasic(fmt::format("resignWrapped {} {}, which is wrapped already",
+                                  run->isRenewal ? "signs" : "would sign", run->appPath));
+  }
+  return run->isRenewal || fail(error, reason.text());
+}
+
+bool AppConverter::checkEligibility(WrapRun* run, ErrorText* error) {
   if (!isSDK_) {
-    if (run.inspection.hasWEXSDKFramework) {
+    if (run->inspection.hasWEXSDKFramework) {
       fail(error, "ERROR: This app is already linked against the TelvoSDK, and cannot be wrapped.");
       logger().logError("This Application is an SDK app");
       return false;
     }
-    if (verifyIfApplicationIsAlreadyWrapped(*run.bundle, error)) {
+    if (!mayBeWrappedAlready(run, error)) {
       logger().logError("This Application is already wrapped");
       return false;
     }
   }
-  if (doesApplicationSupportAdobeAir(run.appPath, error)) {
+  if (doesApplicationSupportAdobeAir(run->appPath, error)) {
     logger().logError(
         "WEX does not support wrapping applications created using the Adobe Air framework.");
     return false;
   }
-  if (!verifyIfApplicationIsAppStoreApp(*run.bundle, error)) {
+  if (!verifyIfApplicationIsAppStoreApp(*run->bundle, error)) {
     logger().logError("This Application is an App Store app");
     return false;
   }
-  if (!verifyIfItNotANativeiOSApp(run.appPath, error)) {
+  if (!verifyIfItNotANativeiOSApp(run->appPath, error)) {
     logger().logWarning("This Application does not seems to be a standard native iOS app. ");
   }
   return true;
@@ -143,6 +150,10 @@ void AppConverter::stripOrReportExtensions(const WrapRun& run, ErrorText* error)
   for (const char* name : {"PlugIns", "Watch"}) {
     const std::string folder = joinPath(run.appPath, name);
     if (!fileExists(folder)) continue;
+    if (keepsExtensions()) {
+      logger().logBasic("keepExtensionsOnSign keeps the extensions at path " + folder);
+      continue;
+    }
     if (converterParam_.stripExtensions) {
       logger().logBasic("Stripping extensions at path " + folder);
       removeItem(folder);
@@ -221,6 +232,8 @@ bool AppConverter::rebuildExecutable(const WrapRun& run, ErrorText* error) {
 }
 
 void AppConverter::changeBundleIdentifier(const WrapRun& run) {
+  // It stays, and so must the record of the one that the app had before it was wrapped.
+  if (run.isRenewal) return;
   progressor_.SetProgress("Replacing bundle identifier...");
   logger().logBasic("Replacing bundle identifier with " +
                     shown(converterParam_.replacementBundleID));
@@ -308,8 +321,9 @@ bool AppConverter::signInsertedParts(const WrapRun& run, ErrorText* error) {
 bool AppConverter::signAll(const WrapRun& run, ErrorText* error) {
   progressor_.SetProgress("Code signing...");
   return verifyCodeSigningPrerequisites(run.appPath, run.entitlementPath, error) &&
-         (converterParam_.isResign || signInsertedParts(run, error)) &&
-         CodeSign(run.appPath, run.entitlementPath, error);
+         (converterParam_.isResign
+              ? (!run.isRenewal || signDylib(run, error)) && signAgain(run, error)
+              : signInsertedParts(run, error) && CodeSign(run.appPath, run.entitlementPath, error));
 }
 
 bool AppConverter::writeIpa(const WrapRun& run, ErrorText* error) {
@@ -329,6 +343,7 @@ bool AppConverter::writeIpa(const WrapRun& run, ErrorText* error) {
 bool AppConverter::copyOutputBundle(const WrapRun& run, ErrorText* error) {
   const auto& output = converterParam_.outputBundleFile;
   if (!converterParam_.isWrapCommand || !output) return true;
+  if (isInput(*output)) return replaceInput(run.targetIpaPath, *output, error);
   if (isPlainFile(*output)) {
     removeItem(*output);
     logger().logWarning(
@@ -343,6 +358,7 @@ void AppConverter::completeManifest(WrapRun& run, const std::string& ipaPath) {
   data.minPlatform = converterParam_.minPlatform;
   data.maxPlatform = converterParam_.maxPlatform;
   data.excludedDevices = converterParam_.excludedDevices;
+  data.keepsOthers = converterParam_.isWrapCommand && settings_.keepPlistLimits;
   const std::string manifest = joinPath(run.directory->packageDir(), "manifest.xml");
   if (!HelperMethods::UpdateManifestFileAsPerUserSelection(manifest, data)) {
     logger().logWarning("Failed to update manifest.xml with additional metadata. ");
@@ -371,8 +387,9 @@ bool AppConverter::deliverResigned(const WrapRun& run, ErrorText* error) {
     systemLog("targetIpaPath is nil. Command line parameter error?");
     return fail(error, "A required file at this location does not exist: ");
   }
-  return removeOldOutput(error) &&
-         copyOrFail(run.targetIpaPath, converterParam_.outputFile.value_or(""), error);
+  const std::string output = converterParam_.outputFile.value_or("");
+  if (isInput(output)) return replaceInput(run.targetIpaPath, output, error);
+  return removeOldOutput(error) && copyOrFail(run.targetIpaPath, output, error);
 }
 
 }  // namespace tovrek

@@ -159,6 +159,20 @@ bool AppConverter::CodeSign(const std::string& bundlePath,
   return runToolOrFail(arguments, "codesign:withEntitlement:withError: - ", error);
 }
 
+bool AppConverter::signAsNew(const std::string& bundlePath,
+                             const std::optional<std::string>& entitlementPath, ErrorText* error) {
+  Arguments arguments = {kCodesign, "-f", "-s", converterParam_.certificate.value_or("")};
+  appendKeychain(&arguments);
+  arguments.push_back(bundlePath);
+  if (entitlementPath) {
+    arguments.push_back("--entitlements");
+    arguments.push_back(*entitlementPath);
+  } else {
+    arguments.push_back("--preserve-metadata=entitlements");
+  }
+  return runToolOrFail(arguments, "codesign:withEntitlement:withError: - ", error);
+}
+
 bool AppConverter::VerifyOrvaneDylib(const std::string& path, ErrorText* error) {
   Command command;
   command.argv = {kCodesign, "-dvvv", path};

@@ -64,6 +64,7 @@ bool AppConverter::ZiptoPackage(const std::string& packageDir, ErrorText* error)
   logger().logDetailed("Generated output ipa file at: " + archive);
 
   const std::string output = converterParam_.outputFile.value_or("");
+  if (isInput(output)) return replaceInput(archive, output, error);
   if (isPlainFile(output)) {
     removeItem(output);
     logger().logWarning("WARNING! The target output file already exists. Deleting original file.");
@@ -72,6 +73,25 @@ bool AppConverter::ZiptoPackage(const std::string& packageDir, ErrorText* error)
   ErrorText failure;
   copyOrFail(archive, output, &failure);
   return fileExists(output) || fail(error, failure.text());
+}
+
+bool AppConverter::isInput(const std::string& output) const {
+  const auto input = realPath(converterParam_.inputFile.value_or(""));
+  return isPlainFile(output) && input && realPath(output) == input;
+}
+
+bool AppConverter::replaceInput(const std::string& from, const std::string& output,
+                                ErrorText* error) {
+  const std::string beside = joinPath(containingFolder(output), "." + uniqueString());
+  ErrorText reason;
+  if (copyItem(from, beside, &reason) && removeItem(output, &reason) &&
+      moveItem(beside, output, &reason)) {
+    logger().logWarning("WARNING! The output replaces the input file: " + output);
+    return true;
+  }
+  if (fileExists(output)) removeItem(beside);
+  return fail(error, fmt::format("Failed to copy file from {} to {}. Error:{}", from, output,
+                                 reason.text()));
 }
 
 }  // namespace tovrek

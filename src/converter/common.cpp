@@ -5,6 +5,7 @@
 #include "host/files.h"
 #include "host/paths.h"
 #include "log/module_loggers.h"
+#include "tools/tool_run.h"
 
 namespace tovrek::converter {
 
@@ -18,6 +19,31 @@ std::string shown(const std::optional<std::string>& value) {
 
 bool isEmpty(const std::optional<std::string>& value) {
   return !value || value->empty();
+}
+
+std::optional<PlistDictionary> signedEntitlements(const std::string& path) {
+  Command command;
+  command.argv = {"/usr/bin/codesign", "-d", "--entitlements", ":-", path};
+  command.standardError = StandardError::kCapture;
+  const Outcome outcome = runQuietly(command);
+  const auto plist = outcome.status == 0 ? parsePlist(outcome.output) : std::nullopt;
+  if (!plist || !plist->dictionary()) return std::nullopt;
+  return *plist->dictionary();
+}
+
+std::string prefixOf(std::string_view applicationIdentifier) {
+  return std::string(applicationIdentifier.substr(0, applicationIdentifier.find('.')));
+}
+
+std::string replaceAll(std::string_view text, std::string_view from, std::string_view to) {
+  std::string result;
+  for (size_t at = 0;;) {
+    const size_t next = text.find(from, at);
+    result += text.substr(at, next - at);
+    if (next == std::string_view::npos) return result;
+    result += to;
+    at = next + from.size();
+  }
 }
 
 bool copyOrFail(const std::string& from, const std::string& to, ErrorText* error) {

@@ -21,6 +21,7 @@ struct AppConverter::WrapRun {
   std::string payloadDir;  // empty when the input is an .app, used where it stands
   std::optional<AppBundle> bundle;
   BundleInspection inspection;
+  bool isRenewal = false;  // Sign, of an .ipa that is wrapped already
   std::optional<PlistDictionary> profile;
   std::string entitlementPath;
   std::vector<std::string> policyLanguages;

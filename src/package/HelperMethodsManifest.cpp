@@ -1,6 +1,9 @@
 // Operations of HelperMethods that edit an existing manifest. Each edit loads the file, changes it
 // and writes it back whole; one that fails leaves the file as it was.
 #include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <vector>
 
 #include "formats/XmlDocument.h"
 #include "host/files.h"
@@ -18,7 +21,7 @@ constexpr char kMobileApp[] = "/MobileAppPackage/MobileApp";
 struct PlatformValue {
   const char* name;
   const char* serverKey;
-  const std::optional<std::string>& value;
+  const std::optional<std::string>* value;
   const char* failure;
 
   std::string xpath() const { return fmt::format("//{}[@CRKW='{}']", name, serverKey); }
@@ -27,6 +30,20 @@ struct PlatformValue {
 bool failed(const std::string& text) {
   Global_ManifestLib_logger().logError(text);
   return false;
+}
+
+// Takes out of the list what no option gives, and empty values that there is no element for.
+void keepOthers(const XmlDocument& document, std::vector<PlatformValue>* values) {
+  std::vector<std::string_view> kept;
+  std::erase_if(*values, [&](const PlatformValue& entry) {
+    const auto found = document.find(entry.xpath());
+    const bool stays = !*entry.value || ((*entry.value)->empty() && found && found->empty());
+    if (stays) kept.push_back(entry.name);
+    return stays;
+  });
+  if (kept.empty()) return;
+  Global_ManifestLib_logger().logBasic(
+      fmt::format("keepPlistLimits leaves {} as built", fmt::join(kept, ", ")));
 }
 
 std::optional<XmlDocument> loadManifest(const std::string& path) {
@@ -59,18 +76,19 @@ bool HelperMethods::UpdateManifestFileAsPerUserSelection(const std::string& mani
                                                          const ManifestData& data) {
   auto document = loadManifest(manifestPath);
   if (!document) return false;
-  const PlatformValue values[] = {
-      {"MinPlatform", "MamMinPlatform", data.minPlatform,
+  std::vector<PlatformValue> values = {
+      {"MinPlatform", "MamMinPlatform", &data.minPlatform,
        "Could not update application Minium Platform"},
-      {"MaxPlatform", "MamMaxPlatform", data.maxPlatform,
+      {"MaxPlatform", "MamMaxPlatform", &data.maxPlatform,
        "Could not update application Maximum Platform"},
-      {"ExcludeDeviceTypes", "MamExcludeDeviceTypes", data.excludedDevices,
+      {"ExcludeDeviceTypes", "MamExcludeDeviceTypes", &data.excludedDevices,
        "Could not update application Excluded Device Types"},
   };
+  if (data.keepsOthers) keepOthers(*document, &values);
   for (const PlatformValue& entry : values) {
     const auto found = document->find(entry.xpath());
     if (found && found->empty()) {
-      ManifestUpdateAddElementInternalPurposeOnly(*document, kMobileApp, entry.value, entry.name,
+      ManifestUpdateAddElementInternalPurposeOnly(*document, kMobileApp, *entry.value, entry.name,
                                                   entry.serverKey);
     }
   }
@@ -80,7 +98,7 @@ bool HelperMethods::UpdateManifestFileAsPerUserSelection(const std::string& mani
     return failed("Could not update application Friendly Name");
   }
   for (const PlatformValue& entry : values) {
-    if (!ManifestUpdateInternalPurposeOnly(*document, entry.xpath(), entry.value)) {
+    if (!ManifestUpdateInternalPurposeOnly(*document, entry.xpath(), *entry.value)) {
       return failed(entry.failure);
     }
   }

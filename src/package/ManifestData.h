@@ -12,10 +12,11 @@ class ManifestData {
   explicit ManifestData(std::optional<std::string> name) : friendlyName(std::move(name)) {}
 
   std::optional<std::string> friendlyName;  // none or empty: the manifest keeps its own
-  // None empties the element.
+  // None empties the element, or leaves it alone where others are to be kept.
   std::optional<std::string> minPlatform;
   std::optional<std::string> maxPlatform;
   std::optional<std::string> excludedDevices;
+  bool keepsOthers = false;
 };
 
 }  // namespace tovrek

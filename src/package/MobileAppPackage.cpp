@@ -68,17 +68,18 @@ std::optional<XmlElement> MobileAppPackage::generatePackageElements() const {
 XmlElement MobileAppPackage::GeneratePackageElements(
     const std::string& bundlePath, const std::optional<std::string>& packageDescription) {
   const std::string date = now();
+  const PackageInfo info{packageDescription.value_or("Managed Enterprise Application"), date,
+                         profileExpiry(bundlePath).value_or(date)};
+  return info.GeneratePackageInfo(Packager::current());
+}
+
+std::optional<std::string> MobileAppPackage::profileExpiry(const std::string& bundlePath) {
   const auto expiration = HelperMethods::ReadEmbeddedProfile(
       joinPath(bundlePath, "embedded.mobileprovision"), "ExpirationDate");
-  std::string certExpires = date;
-  if (expiration) {
-    const PlistValue::Date* day = expiration->date();
-    certExpires = day != nullptr ? dateDescription(day->secondsSince1970)
-                                 : HelperMethods::returnString(&*expiration);
-  }
-  const PackageInfo info{packageDescription.value_or("Managed Enterprise Application"), date,
-                         certExpires};
-  return info.GeneratePackageInfo(Packager::current());
+  if (!expiration) return std::nullopt;
+  const PlistValue::Date* day = expiration->date();
+  return day != nullptr ? dateDescription(day->secondsSince1970)
+                        : HelperMethods::returnString(&*expiration);
 }
 
 std::optional<XmlElement> MobileAppPackage::generateMobileAppElement() const {

@@ -20,6 +20,8 @@ class MobileAppPackage {
   std::optional<XmlElement> generatePackageElements() const;
   static XmlElement GeneratePackageElements(const std::string& bundlePath,
                                             const std::optional<std::string>& packageDescription);
+  // When the profile in the bundle expires, as a manifest says it; none without such a date.
+  static std::optional<std::string> profileExpiry(const std::string& bundlePath);
 
   // The app's part. Adds the management layer's entries to the Info.plist and writes
   // "Orvane.plist"; none, logged, on failure, with the edits made so far left in place.
