@@ -52,14 +52,12 @@ uint64_t SignatureBuilder::reservedSize(uint64_t codeLimit) const {
   return alignUp(size + 8 * count, 16);
 }
 
-std::optional<std::map<uint32_t, std::string>> SignatureBuilder::build(const CodeImage& code,
-                                                                       ExecutableSegment segment,
-                                                                       ErrorText* error) const {
-  CodeDirectoryInfo info = infoFor(code.limit());
+std::optional<std::map<uint32_t, std::string>> SignatureBuilder::build(
+    uint64_t codeLimit, const std::vector<std::string>& pageHashes, ExecutableSegment segment,
+    ErrorText* error) const {
+  CodeDirectoryInfo info = infoFor(codeLimit);
   info.execSegBase = segment.base;
   info.execSegLimit = segment.limit;
-  const auto pages = code.pageHashes(info.pageSizeLog2, contents_.digests);
-
   auto blobs = blobs_;
   std::vector<CodeDirectory> directories;
   for (size_t i = 0; i < contents_.digests.size(); ++i) {
@@ -67,7 +65,7 @@ std::optional<std::map<uint32_t, std::string>> SignatureBuilder::build(const Cod
     const auto slot = i == 0 ? uint32_t{kCodeDirectorySlot}
                              : static_cast<uint32_t>(kAlternateCodeDirectorySlot + i - 1);
     std::string& blob = blobs[slot];
-    blob = makeCodeDirectory(info, kind, specialHashes(kind), pages[i]);
+    blob = makeCodeDirectory(info, kind, specialHashes(kind), pageHashes[i]);
     auto directory = CodeDirectory::parse(blob, error);
     if (!directory) return std::nullopt;
     directories.push_back(std::move(*directory));

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "companions/signing/CodeDirectory.h"
-#include "companions/signing/CodeImage.h"
 #include "companions/signing/Entitlements.h"
 #include "companions/signing/SigningIdentity.h"
 #include "host/ErrorText.h"
@@ -38,12 +37,14 @@ class SignatureBuilder {
   // attributes of the message are counted with a fixed size.
   uint64_t reservedSize(uint64_t codeLimit) const;
 
-  // All blobs by slot, over `code`. `execSeg...` of the image's __TEXT. None, with the reason, when
-  // the identity cannot sign.
+  // The whole signature of `codeLimit` bytes of code whose pages have `pageHashes` (one list for
+  // each digest of the contents): all blobs by slot. `segment` is the image's __TEXT. None, with
+  // the reason, when the identity cannot sign.
   struct ExecutableSegment {
     uint64_t base = 0, limit = 0;
   };
-  std::optional<std::map<uint32_t, std::string>> build(const CodeImage& code,
+  std::optional<std::map<uint32_t, std::string>> build(uint64_t codeLimit,
+                                                       const std::vector<std::string>& pageHashes,
                                                        ExecutableSegment segment,
                                                        ErrorText* error) const;
 
