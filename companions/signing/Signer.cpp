@@ -120,13 +120,14 @@ bool Signer::decideEntitlements() {
 bool Signer::decideRequirements() {
   const auto kept =
       options_.preserve.requirements && old_ ? old_->component(kRequirementsSlot) : std::nullopt;
+  const std::string& identifier = contents_.info.identifier;
+  const CertificateChain& chain = options_.identity.chain;
   if (options_.requirements) {
-    contents_.requirements = *options_.requirements;
+    contents_.requirements = withDesignatedRequirement(*options_.requirements, identifier, chain);
   } else if (kept && magicOf(*kept) == kRequirementSetMagic) {
-    contents_.requirements = std::string(*kept);
+    contents_.requirements = withDesignatedRequirement(std::string(*kept), identifier, chain);
   } else {
-    contents_.requirements =
-        defaultRequirementSet(contents_.info.identifier, options_.identity.chain);
+    contents_.requirements = defaultRequirementSet(identifier, chain);
   }
   return true;
 }
