@@ -22,6 +22,7 @@ struct SignatureContents {
   std::string requirements;           // a whole set
   std::string infoPlist;              // of a bundle; empty for none
   const std::string* seal = nullptr;  // of a bundle
+  bool dryRun = false;                // find out whether it can be done, change nothing
 };
 
 // Collects what goes into the signature of one image. First the parts that need no hashes, from
@@ -30,8 +31,9 @@ class SignatureBuilder {
  public:
   // `info` completes contents.info with the limits of this image. Entitlements belong to main
   // executables alone. `infoPlist` is the one embedded in a file outside of bundles.
+  // `runtimeVersion` goes with kRuntimeFlag where the contents state none.
   SignatureBuilder(const SignatureContents& contents, bool isMainExecutable,
-                   std::string_view infoPlist);
+                   std::string_view infoPlist, uint32_t runtimeVersion = 0);
 
   // Room to keep for the signature of `codeLimit` bytes, a multiple of 16. Certificates and
   // attributes of the message are counted with a fixed size.
@@ -55,6 +57,7 @@ class SignatureBuilder {
   const SignatureContents& contents_;
   bool isMainExecutable_;
   std::string_view infoPlist_;
+  uint32_t runtimeVersion_;
   std::map<uint32_t, std::string> blobs_;  // without code directories and message
 };
 

@@ -38,10 +38,16 @@ macho::FatSlice sliceOf(const MachOImage& image, uint64_t size) {
   return {image.cputype, image.cpusubtype, 0, size, kSliceAlignmentLog2};
 }
 
+// The hardened runtime takes the place of the system that a program for macOS was built for.
+uint32_t runtimeVersionOf(const MachOImage& image) {
+  return image.version && image.version->platform == kPlatformMacos ? image.version->sdk : 0;
+}
+
 std::optional<PlacedImage> place(const MachOImage& image, const SignatureContents& contents,
                                  bool isBundle, ErrorText* error) {
   SignatureBuilder builder(contents, image.isMainExecutable(),
-                           isBundle ? std::string_view(contents.infoPlist) : image.infoPlist);
+                           isBundle ? std::string_view(contents.infoPlist) : image.infoPlist,
+                           runtimeVersionOf(image));
   const auto limit = codeLimitFor(image, error);
   if (!limit) return std::nullopt;
   const auto placement = placeSignature(image, builder.reservedSize(*limit), error);
@@ -186,8 +192,8 @@ bool writeMachO(const CodeObject& object, const CodeFile& file, const SignatureC
   AtomicFile* code = sealWritten ? group.add(object.executable, error) : nullptr;
   const bool written = code != nullptr &&
                        writeImages(std::move(images), file.isUniversal(), contents, code, error) &&
-                       group.commit(error);
-  if (!written) return folder.abandon();
+                       (contents.dryRun || group.commit(error));
+  if (!written || contents.dryRun) return folder.abandon() || written;
   if (seal) folder.removeAllBut({kSealFile});
   return true;
 }
@@ -216,7 +222,9 @@ bool writeBeside(const CodeObject& object, const CodeFile& file, const Signature
            group.add(joinPath(object.signatureFolder(), part.name),
                      isMessage ? payloadOf(blob->second) : std::string_view(blob->second), error);
   }
-  if (!good || !group.commit(error)) return folder.abandon();
+  if (!good || contents.dryRun || !group.commit(error)) {
+    return folder.abandon() || (good && contents.dryRun);
+  }
   folder.removeAllBut(kept);
   return true;
 }

@@ -129,10 +129,11 @@ TEST_F(CodesignTest, SigningFailures) {
   }
 }
 
-TEST_F(CodesignTest, SeveralPathsGiveTheWorstStatus) {
+TEST_F(CodesignTest, SeveralPathsStopAtAFailureUnlessToldToGoOn) {
   const std::string tool = folder_.write("tool", SignableImage().build());
-  const Result result = codesign({"-s", "-", folder_.file("none"), tool});
-  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(codesign({"-s", "-", folder_.file("none"), tool}).status, 1);
+  EXPECT_EQ(codesign({"-v", tool}).status, 1);
+  EXPECT_EQ(codesign({"-s", "-", "--continue", folder_.file("none"), tool}).status, 1);
   EXPECT_EQ(codesign({"-v", tool}).status, 0);
 }
 

@@ -265,12 +265,12 @@ TEST(Signer, TakesOverWhatIsToBePreserved) {
   EXPECT_EQ(signature.entitlementsText(), kEntitlementsText);
   EXPECT_EQ(*signature.component(kRequirementsSlot), set);
   // They name the certificate of the first signer.
-  EXPECT_FALSE(verifyCode(path).satisfiesRequirement);
+  EXPECT_FALSE(verifyCode(path).satisfiesDesignated);
 
   SignOptions third = withIdentity();
   ASSERT_TRUE(signs(path, third));
   EXPECT_FALSE(Opened(path).signature().entitlementsText());
-  EXPECT_TRUE(verifyCode(path).satisfiesRequirement);
+  EXPECT_TRUE(verifyCode(path).satisfiesDesignated);
 }
 
 TEST(Signer, TeamIsPreservedOrRefused) {
