@@ -16,7 +16,7 @@ int verifyPath(const std::string& path, const Options& options, const Streams& s
     wanted.requirement = readRequirement(*options.testRequirement, &error);
     if (!wanted.requirement) {
       streams.error(error.text() + "\n");
-      return kUsageError;
+      return kFailure;
     }
   }
   const auto verdict = signing::verifyCode(path, wanted);

@@ -32,6 +32,8 @@ class CmsSignature {
   static std::optional<CmsSignature> parse(std::string_view bytes, ErrorText* error = nullptr);
 
   const CertificateChain& chain() const { return chain_; }
+  // The message itself, with the signer's certificate set.
+  CMS_ContentInfo* message() const { return cms_.get(); }
   // The signer's claim when it signed, in seconds since 1970; none without that attribute.
   std::optional<double> signingTime() const { return signingTime_; }
   // What an authority says about the time; none without its stamp.

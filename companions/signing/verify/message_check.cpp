@@ -4,6 +4,7 @@
 
 #include "companions/signing/requirements.h"
 #include "companions/signing/verify/Verifier.h"
+#include "companions/signing/verify/cms_structure.h"
 #include "formats/PlistValue.h"
 
 namespace tovrek::signing {
@@ -45,7 +46,8 @@ bool namesAll(const CodeSignature& signature, const CmsSignature& cms) {
 }  // namespace
 
 const char* messageFault(const CodeSignature& signature, const CmsSignature& cms) {
-  if (!cms.isSignatureOver(signature.primary().blob()) || !namesAll(signature, cms)) {
+  if (!isConsistent(cms.message()) || !cms.isSignatureOver(signature.primary().blob()) ||
+      !namesAll(signature, cms)) {
     return kInvalidSignature;
   }
   if (cms.timestamp() && !cms.timestamp()->isRight) return kInvalidSignature;
