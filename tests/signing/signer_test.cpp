@@ -366,7 +366,7 @@ class FlippedBit {
     file.seekg(at);
     const int byte = file.get();
     file.seekp(at);
-    file.put(static_cast<char>(byte ^ 1 << at_ % 8));
+    file.put(static_cast<char>(byte ^ 1 << (at_ + at_ / 8) % 8));
     EXPECT_TRUE(file.good());
   }
   std::string path_;
@@ -393,6 +393,33 @@ TEST(Signer, AnyDamagedByteIsFound) {
   }
   EXPECT_EQ(missed, "") << "signature from " << start << " to " << end;
   EXPECT_TRUE(verifyCode(path).valid);
+}
+
+// The DER form is made with the property list; a signer that lets them differ is refused.
+TEST(Signer, BothFormsOfTheEntitlementsSayTheSame) {
+  const TemporaryFolder folder;
+  SignOptions options;
+  options.entitlements =
+      "<plist><dict><key>z</key><array><integer>-129</integer><integer>18446744073709551615</"
+      "integer>"
+      "<integer>128</integer></array><key>a</key><dict><key>b</key><true/><key>c</"
+      "key><string>\xc3\xa9"
+      "</string></dict></dict></plist>";
+  const std::string path = folder.write("tool", SignableImage().build());
+  ASSERT_TRUE(signs(path, options));
+  const auto withHashOf = [](std::string file, std::string_view blob, const std::string& changed) {
+    const std::string hash = digestOf(DigestAlgorithm::kSha256, blob);
+    file.replace(file.find(hash), hash.size(), digestOf(DigestAlgorithm::kSha256, changed));
+    return file.replace(file.find(blob), blob.size(), changed);
+  };
+  const std::string good = contentsOf(path);
+  const std::string der(*Opened(path).signature().component(kDerEntitlementsSlot));
+  for (size_t at = kBlobHeaderSize; at < der.size(); ++at) {
+    std::string changed = der;
+    changed[at] = static_cast<char>(changed[at] ^ 1);
+    folder.write("tool", withHashOf(good, der, changed));
+    EXPECT_FALSE(verifyCode(path).valid) << at;
+  }
 }
 
 // Whatever a header claims, signing ends with a refusal or with a signature that holds.

@@ -11,6 +11,7 @@
 #include "companions/signing/RequirementParser.h"
 #include "companions/signing/parallel.h"
 #include "companions/signing/requirements.h"
+#include "companions/signing/verify/entitlement_check.h"
 #include "companions/signing/verify/message_check.h"
 #include "companions/signing/verify/requirement_check.h"
 #include "companions/signing/verify/resource_check.h"
@@ -171,6 +172,7 @@ bool Verifier::checkImage(const MachOImage& image) {
 bool Verifier::checkSignature(const CodeSignature& signature, std::string_view code,
                               std::string_view infoPlist) {
   if (!checkMessage(signature)) return false;
+  if (!areEntitlementsConsistent(signature)) return failed(kInvalidSignature);
   for (const CodeDirectory& directory : signature.directories()) {
     const CodeDirectoryInfo& first = signature.primary().info();
     const CodeDirectoryInfo& info = directory.info();

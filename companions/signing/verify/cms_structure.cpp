@@ -8,44 +8,16 @@
 #include <string>
 #include <string_view>
 
-#include "companions/signing/bytes.h"
+#include "companions/signing/verify/DerReader.h"
 
 namespace tovrek::signing {
 namespace {
 
-constexpr uint8_t kInteger = 0x02;
-constexpr uint8_t kSet = 0x31;
+constexpr int kDeepestNesting = 64;
 
-// One DER element after the other.
-class DerReader {
- public:
-  explicit DerReader(std::string_view bytes) : rest_(bytes) {}
-
-  struct Element {
-    uint8_t tag = 0;
-    std::string_view contents;
-  };
-  std::optional<Element> next() {
-    if (rest_.size() < 2) return std::nullopt;
-    const auto tag = static_cast<uint8_t>(rest_[0]);
-    size_t length = static_cast<uint8_t>(rest_[1]);
-    size_t header = 2;
-    if (length >= 0x80) {
-      const size_t digits = length & 0x7f;
-      if (digits > 4 || rest_.size() < 2 + digits) return std::nullopt;
-      length = 0;
-      for (size_t i = 0; i < digits; ++i) length = length << 8 | static_cast<uint8_t>(rest_[2 + i]);
-      header += digits;
-    }
-    if (!holds(rest_, header, length)) return std::nullopt;
-    const Element element{tag, rest_.substr(header, length)};
-    rest_.remove_prefix(header + length);
-    return element;
-  }
-
- private:
-  std::string_view rest_;
-};
+const unsigned char* asUnsigned(std::string_view bytes) {
+  return static_cast<const unsigned char*>(static_cast<const void*>(bytes.data()));
+}
 
 template <class T, class Encode>
 std::string derOf(const T* object, Encode encode) {
@@ -56,6 +28,63 @@ std::string derOf(const T* object, Encode encode) {
   OPENSSL_free(bytes);
   return der;
 }
+
+// The library reads a set or sequence that calls itself primitive as if it did not. Walks over all
+// elements, of definite and indefinite length.
+class TagChecker {
+ public:
+  TagChecker(std::string_view bytes, bool byName) : rest_(bytes), byName_(byName) {}
+  bool check() { return elements(rest_.size(), false, 0) && rest_.empty(); }
+
+ private:
+  // Those in the next `size` bytes, or up to the mark that ends an indefinite length.
+  bool elements(size_t size, bool toMark, int depth) {
+    if (depth > kDeepestNesting) return false;
+    const size_t stop = rest_.size() - size;
+    while (rest_.size() > stop) {
+      if (toMark && rest_.starts_with(std::string_view("\0\0", 2))) {
+        rest_.remove_prefix(2);
+        return true;
+      }
+      if (!element(rest_.size() - stop, depth)) return false;
+    }
+    return !toMark && rest_.size() == stop;
+  }
+
+  bool element(size_t room, int depth) {
+    const unsigned char* start = asUnsigned(rest_);
+    const unsigned char* at = start;
+    long length = 0;
+    int tag = 0;
+    int kind = 0;
+    const int form = ASN1_get_object(&at, &length, &tag, &kind, static_cast<long>(room));
+    if ((form & 0x80) != 0) return false;
+    const bool constructed = (form & V_ASN1_CONSTRUCTED) != 0;
+    if (!mayBe(constructed, tag, kind)) return false;
+    const auto header = static_cast<size_t>(at - start);
+    rest_.remove_prefix(header);
+    const bool indefinite = (form & 1) != 0;
+    if (constructed) {
+      return elements(indefinite ? room - header : static_cast<size_t>(length), indefinite,
+                      depth + 1);
+    }
+    rest_.remove_prefix(static_cast<size_t>(length));
+    return !indefinite;
+  }
+
+  // Strings may come in pieces. In the message all tags of its own are constructed, but for the
+  // signer's key identifier and a certificate's rare unique identifiers.
+  bool mayBe(bool constructed, int tag, int kind) const {
+    if (kind == V_ASN1_UNIVERSAL) {
+      const bool holdsOthers = tag == V_ASN1_SEQUENCE || tag == V_ASN1_SET;
+      return constructed == holdsOthers || (constructed && tag == V_ASN1_OCTET_STRING);
+    }
+    return constructed || tag == 2 || (tag == 0 && !byName_);
+  }
+
+  std::string_view rest_;
+  bool byName_;
+};
 
 // The library checks neither version: that of the message and that of its signer are both 1 where
 // the signer is known by the issuer's name, else both 3.
@@ -72,14 +101,16 @@ bool areVersionsRight(CMS_ContentInfo* cms, bool byName) {
   if (!data) return false;
   DerReader parts(data->contents);
   const auto version = parts.next();
-  if (!version || version->tag != kInteger || version->contents != wanted) return false;
+  if (!version || version->tag != DerReader::kInteger || version->contents != wanted) return false;
   parts.next();  // digests
   std::optional<DerReader::Element> signers;
   while (const auto part = parts.next()) signers = part;
-  const auto signer =
-      signers && signers->tag == kSet ? DerReader(signers->contents).next() : std::nullopt;
+  const auto signer = signers && signers->tag == DerReader::kSet
+                          ? DerReader(signers->contents).next()
+                          : std::nullopt;
   const auto signerVersion = signer ? DerReader(signer->contents).next() : std::nullopt;
-  return signerVersion && signerVersion->tag == kInteger && signerVersion->contents == wanted;
+  return signerVersion && signerVersion->tag == DerReader::kInteger &&
+         signerVersion->contents == wanted;
 }
 
 // The library compares names without regard to case and kind of string.
@@ -111,7 +142,7 @@ bool areAlgorithmsRight(CMS_SignerInfo* signer, const X509* certificate) {
 
 }  // namespace
 
-bool isConsistent(CMS_ContentInfo* cms) {
+bool isConsistent(CMS_ContentInfo* cms, std::string_view encoded) {
   STACK_OF(CMS_SignerInfo)* signers = CMS_get0_SignerInfos(cms);
   if (sk_CMS_SignerInfo_num(signers) != 1) return false;
   CMS_SignerInfo* signer = sk_CMS_SignerInfo_value(signers, 0);
@@ -122,7 +153,8 @@ bool isConsistent(CMS_ContentInfo* cms) {
   const bool consistent =
       certificate != nullptr && OBJ_obj2nid(CMS_get0_eContentType(cms)) == NID_pkcs7_data &&
       (issuer == nullptr || isNamedExactly(issuer, certificate)) &&
-      areVersionsRight(cms, issuer != nullptr) && areAlgorithmsRight(signer, certificate);
+      TagChecker(encoded, issuer != nullptr).check() && areVersionsRight(cms, issuer != nullptr) &&
+      areAlgorithmsRight(signer, certificate);
   ERR_clear_error();
   return consistent;
 }

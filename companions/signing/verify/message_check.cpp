@@ -46,8 +46,8 @@ bool namesAll(const CodeSignature& signature, const CmsSignature& cms) {
 }  // namespace
 
 const char* messageFault(const CodeSignature& signature, const CmsSignature& cms) {
-  if (!isConsistent(cms.message()) || !cms.isSignatureOver(signature.primary().blob()) ||
-      !namesAll(signature, cms)) {
+  if (!isConsistent(cms.message(), signature.cms()) ||
+      !cms.isSignatureOver(signature.primary().blob()) || !namesAll(signature, cms)) {
     return kInvalidSignature;
   }
   if (cms.timestamp() && !cms.timestamp()->isRight) return kInvalidSignature;
