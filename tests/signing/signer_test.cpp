@@ -10,6 +10,7 @@
 
 #include "companions/signing/CmsSignature.h"
 #include "companions/signing/CodeSignature.h"
+#include "companions/signing/RequirementParser.h"
 #include "companions/signing/SignatureOutput.h"
 #include "companions/signing/verify/Verifier.h"
 #include "host/files.h"
@@ -349,6 +350,20 @@ TEST(Signer, HashesManyPagesInParallel) {
   image.textPages = 5000;
   image.linkEditSize = 4096 + 5;
   ASSERT_TRUE(signs(folder.write("tool", image.build()), withIdentity()));
+}
+
+TEST(Signer, RequirementsAskTheEmbeddedInfoPlist) {
+  const TemporaryFolder folder;
+  SignableImage image;
+  image.infoPlist = "<plist><dict><key>CFBundleVersion</key><string>17.10</string></dict></plist>";
+  const std::string path = folder.write("tool", image.build());
+  ASSERT_TRUE(signs(path, SignOptions()));
+  for (const auto& [source, expected] :
+       {std::pair("info[CFBundleVersion] > 17.9", true), {"info[CFBundleVersion] = *.9", false}}) {
+    VerifyOptions options;
+    options.requirement = parseRequirement(source, nullptr)->blob();
+    EXPECT_EQ(verifyCode(path, options).satisfiesRequirement, expected) << source;
+  }
 }
 
 // Turns one bit of a file, and back when it goes.

@@ -259,6 +259,10 @@ RequirementContext Verifier::context() const {
   context.identifier = signature_->best().info().identifier;
   context.platform = signature_->best().info().platform;
   context.info = object_.info;
+  if (!object_.isBundle() && file_.isMachO()) {
+    const auto embedded = parsePlist(file_.mainImage().infoPlist);
+    if (embedded && embedded->dictionary() != nullptr) context.info = *embedded->dictionary();
+  }
   context.chain = chain_;
   for (const CodeDirectory& each : signature_->directories()) {
     context.cdHashes.push_back(each.cdHash());
