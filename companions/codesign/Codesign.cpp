@@ -37,9 +37,14 @@ int run(const std::vector<std::string>& arguments, const Streams& streams) {
     streams.error(fmt::format("codesign: {}\n{}", error.text(), kUsage));
     return kUsageError;
   }
+  if (options.help) {
+    streams.out(std::string(kUsage) + kHelp);
+    return kSuccess;
+  }
   int status = kSuccess;
   for (const std::string& path : options.paths) {
     status = std::max(status, runOn(path, options, streams));
+    if (status != kSuccess && !options.goOn) break;
   }
   return status;
 }

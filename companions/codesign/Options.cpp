@@ -11,10 +11,48 @@ namespace tovrek::codesign {
 const char* const kUsage =
     "Usage: codesign -s identity [-fv] [-i identifier] [-o flags] [-r requirements] [--keychain "
     "keychain] [--entitlements file] [--preserve-metadata=list] path ... # sign\n"
-    "       codesign -v [-v] [-R requirement] path ... # verify\n"
+    "       codesign -v [-v] [--strict] [-R requirement] path ... # verify\n"
     "       codesign -d [-v] [--entitlements [:]file] [-r file] [--extract-certificates] path ... "
     "# display contents\n"
     "       codesign --remove-signature path ...\n";
+
+const char* const kHelp =
+    "\n"
+    "Signing:\n"
+    "  -s, --sign IDENTITY       SHA-1 of a certificate, its name or a part of it, or - for "
+    "ad-hoc\n"
+    "  -f, --force               replace an existing signature\n"
+    "  -i, --identifier ID       instead of the one that Info.plist or the file name gives\n"
+    "      --prefix TEXT         in front of an identifier without a period\n"
+    "  -o, --options FLAGS       comma-separated: runtime, library, hard, kill, ... or a number\n"
+    "  -r, --requirements R      internal requirements: =TEXT, a file, or - for standard input\n"
+    "  -P, --pagesize BYTES      a power of two from 4096 (the default) to 65536\n"
+    "  -n, --dryrun              do all but the writing\n"
+    "      --digest-algorithm A  sha1, sha256 or both; by default what the target system needs\n"
+    "      --entitlements FILE   property list to embed into executables\n"
+    "      --keychain KEYCHAIN   where to look for the identity, instead of the search list\n"
+    "      --preserve-metadata[=LIST]\n"
+    "                            take over from the old signature: identifier, requirements,\n"
+    "                            entitlements, resource-rules, flags, runtime, team-identifier\n"
+    "      --resource-rules FILE rules that say which files to seal\n"
+    "      --runtime-version V   of the hardened runtime, with -o runtime\n"
+    "      --timestamp=none      without a time stamp, which is always so here\n"
+    "Verifying:\n"
+    "  -v, --verify              further -v tell more\n"
+    "      --strict              also refuse what cautious systems do not load\n"
+    "  -R, --test-requirement R  that the code has to satisfy: =TEXT, a file, or -\n"
+    "Displaying:\n"
+    "  -d, --display             -v to -vvvvvv tell more\n"
+    "  -r, --requirements FILE   write the internal requirements there, or to - for the output\n"
+    "      --entitlements FILE   write the entitlements there; with : in front, without header\n"
+    "      --extract-certificates[=PREFIX]\n"
+    "                            write the certificates to PREFIX0, PREFIX1, ...\n"
+    "Always:\n"
+    "  -a, --architecture NAME   of a universal file, this one (verifying and displaying)\n"
+    "      --continue            go on with the next path after a failure\n"
+    "      --help                show this\n"
+    "\n"
+    "Status: 0 success, 1 failure, 2 bad usage, 3 a requirement is not satisfied.\n";
 
 namespace {
 
@@ -51,12 +89,13 @@ constexpr OptionName kNames[] = {
     {0, "continue", Argument::kNone},
     {0, "deep", Argument::kNone},
     {0, "digest-algorithm", Argument::kRequired},
-    {0, "dryrun", Argument::kNone},
+    {'n', "dryrun", Argument::kNone},
     {0, "entitlements", Argument::kRequired},
     {0, "extract-certificates", Argument::kOptional},
     {0, "force-library-entitlements", Argument::kNone},
     {0, "generate-entitlement-der", Argument::kNone},
     {0, "generate-pre-encrypt-hashes", Argument::kNone},
+    {0, "help", Argument::kNone},
     {0, "ignore-resources", Argument::kNone},
     {0, "keychain", Argument::kRequired},
     {0, "no-strict", Argument::kNone},
@@ -64,6 +103,7 @@ constexpr OptionName kNames[] = {
     {0, "preserve-metadata", Argument::kOptional},
     {0, "remove-signature", Argument::kNone},
     {0, "resource-rules", Argument::kRequired},
+    {0, "runtime-version", Argument::kRequired},
     {0, "strict", Argument::kOptional},
     {0, "strip-disallowed-xattrs", Argument::kNone},
     {0, "timestamp", Argument::kOptional},
@@ -187,11 +227,17 @@ class Parser {
     if (name == "verbose") return verbose(value);
     if (name == "force") out_.force = true;
     if (name == "xml") out_.xml = true;
+    if (name == "strict") out_.strict = true;
+    if (name == "no-strict") out_.strict = false;
+    if (name == "dryrun") out_.dryRun = true;
+    if (name == "continue") out_.goOn = true;
+    if (name == "help") out_.help = true;
+    if (name == "timestamp") out_.timestamp = value.value_or("") != "none";
     if (name == "prefix") out_.prefix = *value;
     if (name == "digest-algorithm") out_.digests.push_back(*value);
     if (name == "preserve-metadata") out_.preserve = value.value_or(kPreservedByDefault);
     if (name == "extract-certificates") out_.extractCertificates = value.value_or("codesign");
-    if (name == "detached" || name == "hosting" || name == "dryrun") {
+    if (name == "detached" || name == "hosting") {
       return fail(error_, fmt::format("option '--{}' is not supported here", name));
     }
     const std::pair<const char*, std::optional<std::string>*> texts[] = {
@@ -204,6 +250,7 @@ class Parser {
         {"entitlements", &out_.entitlements},
         {"keychain", &out_.keychain},
         {"resource-rules", &out_.resourceRules},
+        {"runtime-version", &out_.runtimeVersion},
     };
     for (const auto& [known, target] : texts) {
       if (name == known) *target = value;
@@ -213,6 +260,7 @@ class Parser {
 
   // A lone -v asks for a check; the further ones are its verbosity.
   bool finish() {
+    if (out_.help) return true;
     if (out_.operation == Operation::kNone && out_.verbosity > 0) {
       out_.operation = Operation::kVerify;
       --out_.verbosity;

@@ -23,9 +23,9 @@ struct Options {
   // Signing: a file to read. Display: where to write, "-" for standard output, ":" in front for
   // the bare property list.
   std::optional<std::string> entitlements;
-  // Signing: a compiled requirement set. Display: where to write.
+  // Signing: a requirement set. Display: where to write.
   std::optional<std::string> requirements;
-  // Verifying: a compiled requirement that the code is to satisfy.
+  // Verifying: a requirement that the code is to satisfy.
   std::optional<std::string> testRequirement;
   std::optional<std::string> resourceRules;
   std::optional<std::string> flags;
@@ -34,7 +34,13 @@ struct Options {
   std::optional<std::string> pageSize;
   std::optional<std::string> extractCertificates;  // prefix of the files to write
   std::optional<std::string> architecture;
+  std::optional<std::string> runtimeVersion;
   bool xml = false;
+  bool strict = false;
+  bool timestamp = false;  // asked for one, from whichever authority
+  bool dryRun = false;     // signing: change nothing
+  bool goOn = false;       // after a path that failed
+  bool help = false;
 
   // Options and paths may stand in any order. False, with the reason, for what the program does
   // not know or that does not fit together.
@@ -43,5 +49,7 @@ struct Options {
 
 // What the program prints for a command line that it does not understand.
 extern const char* const kUsage;
+// What follows it for --help.
+extern const char* const kHelp;
 
 }  // namespace tovrek::codesign

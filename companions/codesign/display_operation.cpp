@@ -150,7 +150,9 @@ void Display::signer() {
         line(kAuthorities, "Authority={}", certificate.displayName());
       }
     }
-    if (cms && cms->signingTime()) {
+    if (cms && cms->timestamp()) {
+      line(kGeneral, "Timestamp={}", signedTimeText(cms->timestamp()->time));
+    } else if (cms && cms->signingTime()) {
       line(kGeneral, "Signed Time={}", signedTimeText(*cms->signingTime()));
     }
   }

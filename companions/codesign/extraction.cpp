@@ -37,17 +37,29 @@ bool extractEntitlements(const std::string& option, bool xml,
                  streams, error);
 }
 
+// The requirement that holds where a signature states none: for ad-hoc code its own hashes.
+std::string impliedRequirement(const signing::CodeSignature& signature) {
+  const auto cms = signing::CmsSignature::parse(signature.cms());
+  if (cms) {
+    const std::string& identifier = signature.best().info().identifier;
+    return signing::requirementSetText(signing::defaultRequirementSet(identifier, cms->chain()));
+  }
+  std::string hashes;
+  for (const signing::CodeDirectory& directory : signature.directories()) {
+    hashes +=
+        fmt::format("{}cdhash H\"{}\"", hashes.empty() ? "" : " or ", hexLower(directory.cdHash()));
+  }
+  return fmt::format("designated => {}\n", hashes);
+}
+
 bool extractRequirements(const std::string& target, const signing::CodeSignature& signature,
                          const Streams& streams, ErrorText* error) {
   const auto set = signature.component(signing::kRequirementsSlot);
   std::string text = set ? signing::requirementSetText(*set) : "";
-  if (text.find("designated =>") == std::string::npos) {
-    std::string hashes;
-    for (const signing::CodeDirectory& directory : signature.directories()) {
-      hashes += fmt::format("{}cdhash H\"{}\"", hashes.empty() ? "" : " or ",
-                            hexLower(directory.cdHash()));
-    }
-    text += fmt::format("# designated => {}\n", hashes);
+  const auto index =
+      set ? signing::SuperBlob::parse(*set, signing::kRequirementSetMagic) : std::nullopt;
+  if (!index || !index->find(signing::kDesignatedRequirement)) {
+    text += "# " + impliedRequirement(signature);
   }
   return writeTo(target, text, streams, error);
 }

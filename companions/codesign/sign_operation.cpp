@@ -6,10 +6,10 @@
 #include <charconv>
 
 #include "companions/codesign/Codesign.h"
+#include "companions/codesign/requirement_source.h"
 #include "companions/keychain/identities.h"
 #include "companions/keychain/locations.h"
 #include "companions/signing/Signer.h"
-#include "companions/signing/SuperBlob.h"
 #include "companions/signing/signing_rules.h"
 #include "host/files.h"
 
@@ -56,8 +56,8 @@ bool parsePreserved(const std::string& list, signing::PreservedMetadata* preserv
       {"resource-rules", &preserve->resourceRules},
       {"flags", &preserve->flags},
       {"team-identifier", &preserve->teamId},
+      {"runtime", &preserve->runtime},
       // What signatures made here never have.
-      {"runtime", &ignored},
       {"launch-constraints", &ignored},
       {"library-constraints", &ignored},
       {"linker-signed", &ignored},
@@ -143,6 +143,24 @@ bool parsePageSize(const std::string& text, uint8_t* log2, ErrorText* error) {
   return true;
 }
 
+// "10.15" or "10.15.4".
+bool parseRuntime(const std::string& text, std::optional<uint32_t>* version, ErrorText* error) {
+  uint32_t parts[3] = {};
+  const char* at = text.data();
+  const char* end = at + text.size();
+  for (size_t i = 0; i < 3; ++i) {
+    const auto [stop, code] = std::from_chars(at, end, parts[i]);
+    if (code != std::errc() || parts[i] > (i == 0 ? 0xffffU : 0xffU)) break;
+    if (stop == end) {
+      *version = parts[0] << 16 | parts[1] << 8 | parts[2];
+      return true;
+    }
+    if (*stop != '.') break;
+    at = stop + 1;
+  }
+  return fail(error, fmt::format("runtime version \"{}\" is not of the form 10.15.4", text));
+}
+
 bool readInput(const std::string& path, std::optional<std::string>* contents, ErrorText* error) {
   ErrorText reason;
   std::string bytes;
@@ -153,15 +171,10 @@ bool readInput(const std::string& path, std::optional<std::string>* contents, Er
   return true;
 }
 
-bool readRequirements(const std::string& path, std::optional<std::string>* set, ErrorText* error) {
-  if (!readInput(path, set, error)) return false;
-  const std::string bytes = **set;
-  const auto blob = signing::blobAt(bytes, 0);
-  if (blob && signing::magicOf(*blob) == signing::kRequirementSetMagic) {
-    *set = std::string(*blob);
-    return true;
-  }
-  return fail(error, path + ": not a compiled requirement set");
+bool readRequirements(const std::string& argument, std::optional<std::string>* set,
+                      ErrorText* error) {
+  *set = readRequirementSet(argument, error);
+  return set->has_value();
 }
 
 bool readRules(const std::string& path, std::optional<PlistDictionary>* rules, ErrorText* error) {
@@ -172,11 +185,14 @@ bool readRules(const std::string& path, std::optional<PlistDictionary>* rules, E
 
 bool translate(const Options& options, SignOptions* out, ErrorText* error) {
   out->force = options.force;
+  out->dryRun = options.dryRun;
   out->identifier = options.identifier;
   out->identifierPrefix = options.prefix;
   return chooseIdentity(options, &out->identity, error) &&
          (!options.preserve || parsePreserved(*options.preserve, &out->preserve, error)) &&
          (!options.flags || parseFlags(*options.flags, &out->flags, error)) &&
+         (!options.runtimeVersion ||
+          parseRuntime(*options.runtimeVersion, &out->runtimeVersion, error)) &&
          (!options.pageSize || parsePageSize(*options.pageSize, &out->pageSizeLog2, error)) &&
          parseDigests(options.digests, &out->digests, error) &&
          (!options.entitlements || readInput(*options.entitlements, &out->entitlements, error)) &&
@@ -199,6 +215,9 @@ int signPath(const std::string& path, const Options& options, const Streams& str
     streams.error(
         fmt::format("Warning: unable to build chain to self-signed root for signer \"{}\"\n",
                     chain.leaf().displayName()));
+  }
+  if (options.timestamp) {
+    streams.error("warning: no time stamp is added: time-stamp authorities are not asked\n");
   }
   signing::SignReport report;
   const bool good = signing::sign(path, translated, &report, &error);

@@ -2,52 +2,45 @@
 #include <fmt/format.h>
 
 #include "companions/codesign/Codesign.h"
-#include "companions/signing/SuperBlob.h"
+#include "companions/codesign/requirement_source.h"
 #include "companions/signing/verify/Verifier.h"
-#include "host/files.h"
 
 namespace tovrek::codesign {
-namespace {
-
-bool readRequirement(const std::string& path, std::optional<std::string>* requirement,
-                     ErrorText* error) {
-  std::string bytes;
-  if (!readFile(path, &bytes, error)) return false;
-  const auto blob = signing::blobAt(bytes, 0);
-  if (!blob || signing::magicOf(*blob) != signing::kRequirementMagic) {
-    return fail(error, "not a compiled requirement");
-  }
-  *requirement = std::string(*blob);
-  return true;
-}
-
-}  // namespace
 
 int verifyPath(const std::string& path, const Options& options, const Streams& streams) {
-  std::optional<std::string> requirement;
-  ErrorText error;
-  if (options.testRequirement && !readRequirement(*options.testRequirement, &requirement, &error)) {
-    return failPath(*options.testRequirement, error.text(), streams);
+  signing::VerifyOptions wanted;
+  wanted.strict = options.strict;
+  wanted.architecture = options.architecture;
+  if (options.testRequirement) {
+    ErrorText error;
+    wanted.requirement = readRequirement(*options.testRequirement, &error);
+    if (!wanted.requirement) {
+      streams.error(error.text() + "\n");
+      return kFailure;
+    }
   }
-  const auto verdict = signing::verifyCode(path, requirement);
+  const auto verdict = signing::verifyCode(path, wanted);
   if (!verdict.valid) {
     streams.error(fmt::format("{}: {}\n", path, verdict.lines.front()));
     for (size_t i = 1; i < verdict.lines.size(); ++i) streams.error(verdict.lines[i] + "\n");
     return kFailure;
   }
   const bool tell = options.verbosity > 0;
+  int status = kSuccess;
   if (tell) streams.error(fmt::format("{}: valid on disk\n", path));
-  const char* good =
-      requirement ? "explicit requirement satisfied" : "satisfies its Designated Requirement";
-  const char* bad = requirement
-                        ? "test-requirement: code failed to satisfy specified code requirement(s)"
-                        : "does not satisfy its designated Requirement";
-  if (!verdict.satisfiesRequirement) {
-    failPath(path, bad, streams);
-    return kUnsatisfied;
+  if (!verdict.satisfiesDesignated) {
+    failPath(path, "does not satisfy its designated Requirement", streams);
+    status = kUnsatisfied;
+  } else if (tell) {
+    streams.error(fmt::format("{}: satisfies its Designated Requirement\n", path));
   }
-  if (tell) streams.error(fmt::format("{}: {}\n", path, good));
-  return kSuccess;
+  if (!verdict.satisfiesRequirement) {
+    streams.error("test-requirement: code failed to satisfy specified code requirement(s)\n");
+    status = kUnsatisfied;
+  } else if (tell && wanted.requirement) {
+    streams.error(fmt::format("{}: explicit requirement satisfied\n", path));
+  }
+  return status;
 }
 
 }  // namespace tovrek::codesign

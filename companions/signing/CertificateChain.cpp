@@ -18,9 +18,10 @@ constexpr std::string_view kAppleRootSha1 = "611e5b662c593a08ff58d14ae22452d198d
 constexpr size_t kLongestChain = 16;
 
 // Marks of leaves that belong to a team: development, iOS distribution, Mac development, Mac
-// distribution.
+// distribution, Developer ID.
 constexpr const char* kTeamLeafOids[] = {"1.2.840.113635.100.6.1.2", "1.2.840.113635.100.6.1.4",
-                                         "1.2.840.113635.100.6.1.7", "1.2.840.113635.100.6.1.12"};
+                                         "1.2.840.113635.100.6.1.7", "1.2.840.113635.100.6.1.12",
+                                         "1.2.840.113635.100.6.1.13"};
 
 bool isTrustedRoot(const CodeCertificate& certificate) {
   const std::string sha1 = hexLower(certificate.sha1());

@@ -120,6 +120,7 @@ bool CmsSignature::readSigner(ErrorText* error) {
   if (!leaf) return fail(error, "the signer's certificate is not in the signature");
   chain_ = CertificateChain::build(*leaf, others);
   signingTime_ = signingTimeOf(signer);
+  timestamp_ = timestampOf(signer);
   cdHashes_ = cdHashesOf(signer);
   namedHashes_ = namedHashesOf(signer);
   return true;

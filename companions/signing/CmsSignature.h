@@ -11,6 +11,7 @@
 #include "companions/signing/CertificateChain.h"
 #include "companions/signing/CodeDirectory.h"
 #include "companions/signing/SigningIdentity.h"
+#include "companions/signing/timestamp.h"
 #include "formats/openssl_owners.h"
 #include "host/ErrorText.h"
 
@@ -31,8 +32,12 @@ class CmsSignature {
   static std::optional<CmsSignature> parse(std::string_view bytes, ErrorText* error = nullptr);
 
   const CertificateChain& chain() const { return chain_; }
+  // The message itself, with the signer's certificate set.
+  CMS_ContentInfo* message() const { return cms_.get(); }
   // The signer's claim when it signed, in seconds since 1970; none without that attribute.
   std::optional<double> signingTime() const { return signingTime_; }
+  // What an authority says about the time; none without its stamp.
+  const std::optional<Timestamp>& timestamp() const { return timestamp_; }
   // The only value of the attribute that names the directories as a property list.
   const std::optional<std::string>& cdHashesAttribute() const { return cdHashes_; }
   // Digest object identifier (contents octets) and hash of each directory; none without it.
@@ -51,6 +56,7 @@ class CmsSignature {
   std::shared_ptr<CMS_ContentInfo> cms_;
   CertificateChain chain_;
   std::optional<double> signingTime_;
+  std::optional<Timestamp> timestamp_;
   std::optional<std::string> cdHashes_;
   std::optional<std::vector<NamedHash>> namedHashes_;
 };

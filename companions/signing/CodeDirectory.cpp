@@ -15,7 +15,6 @@ constexpr uint32_t kCodeLimit64Version = 0x20300;
 constexpr uint32_t kRuntimeVersion = 0x20500;
 constexpr uint32_t kNoLimit32 = 0xffffffff;
 constexpr size_t kOldestHeaderSize = 44;
-constexpr size_t kWrittenHeaderSize = 88;
 
 constexpr HashKind kHashKinds[] = {
     kSha1,
@@ -150,19 +149,23 @@ bool CodeDirectory::sealsSlot(uint32_t slot) const {
   return specialHash(slot).find_first_not_of('\0') != std::string_view::npos;
 }
 
+size_t writtenHeaderSize(const CodeDirectoryInfo& info) {
+  return headerSizeFor(info.runtime == 0 ? kExecSegVersion : kRuntimeVersion);
+}
+
 std::string makeCodeDirectory(const CodeDirectoryInfo& info, const HashKind& kind,
                               const std::map<uint32_t, std::string>& specialHashes,
                               std::string_view codeHashes) {
   const uint32_t specialSlots = specialHashes.empty() ? 0 : specialHashes.rbegin()->first;
   const size_t teamLength = info.teamId.empty() ? 0 : info.teamId.size() + 1;
-  const size_t identifierAt = kWrittenHeaderSize;
+  const size_t identifierAt = writtenHeaderSize(info);
   const size_t teamAt = identifierAt + info.identifier.size() + 1;
   const size_t hashesAt = teamAt + teamLength + size_t{specialSlots} * kind.size;
   const bool wide = info.codeLimit >= kNoLimit32;
 
   std::string body;
   body.reserve(hashesAt + codeHashes.size());
-  appendBig32(&body, kExecSegVersion);
+  appendBig32(&body, info.runtime == 0 ? kExecSegVersion : kRuntimeVersion);
   appendBig32(&body, info.flags);
   appendBig32(&body, static_cast<uint32_t>(hashesAt));
   appendBig32(&body, static_cast<uint32_t>(identifierAt));
@@ -180,6 +183,10 @@ std::string makeCodeDirectory(const CodeDirectoryInfo& info, const HashKind& kin
   appendBig64(&body, info.execSegBase);
   appendBig64(&body, info.execSegLimit);
   appendBig64(&body, info.execSegFlags);
+  if (info.runtime != 0) {
+    appendBig32(&body, info.runtime);
+    appendBig32(&body, 0);  // no hashes from before an encryption
+  }
   body.append(info.identifier).push_back('\0');
   if (teamLength != 0) body.append(info.teamId).push_back('\0');
   for (uint32_t slot = specialSlots; slot > 0; --slot) {

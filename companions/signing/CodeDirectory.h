@@ -104,9 +104,12 @@ class CodeDirectory {
   uint32_t hashOffset_ = 0;
 };
 
+// Bytes of the header that makeCodeDirectory() writes.
+size_t writtenHeaderSize(const CodeDirectoryInfo& info);
+
 // Writes a code directory in the form of version 0x20400 (with the executable segment, which
-// current systems demand). `specialHashes` by slot; absent slots are zeros. `codeHashes` holds
-// info.pageCount() hashes one after the other.
+// current systems demand), or 0x20500 where `info` states a runtime version. `specialHashes` by
+// slot; absent slots are zeros. `codeHashes` holds info.pageCount() hashes one after the other.
 std::string makeCodeDirectory(const CodeDirectoryInfo& info, const HashKind& kind,
                               const std::map<uint32_t, std::string>& specialHashes,
                               std::string_view codeHashes);

@@ -1,6 +1,7 @@
 #include "companions/signing/CodeImage.h"
 
 #include <algorithm>
+#include <atomic>
 
 #include "companions/signing/parallel.h"
 #include "host/MappedFile.h"
@@ -9,8 +10,12 @@ namespace tovrek::signing {
 namespace {
 
 constexpr std::string_view kZeros("\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16);
-// Pages that one thread hashes at a time: some milliseconds of work.
-constexpr size_t kPagesPerPart = 1024;
+// Bytes that one thread hashes and then hands on: they fit into its cache.
+constexpr uint64_t kPortion = uint64_t{1} << 18;
+// Portions that one thread takes at a time: some milliseconds of work.
+constexpr size_t kPortionsPerPart = 16;
+// Pages to go by where no hashes are asked for.
+constexpr uint8_t kCopiedPageLog2 = 18;
 
 }  // namespace
 
@@ -33,30 +38,55 @@ bool CodeImage::forEachRun(uint64_t offset, uint64_t size,
   return true;
 }
 
-void CodeImage::release(uint64_t offset, uint64_t size) const {
-  if (offset < original_.size()) releasePages(original_.substr(offset, size));
+std::string_view CodeImage::mapped(uint64_t offset, uint64_t size) const {
+  return offset < original_.size() ? original_.substr(offset, size) : std::string_view();
 }
 
-std::vector<std::string> CodeImage::pageHashes(uint8_t pageSizeLog2,
-                                               std::span<const HashKind> kinds) const {
+bool CodeImage::sendTo(const Sink& sink, uint64_t offset, uint64_t size) const {
+  return forEachRun(offset, size, [&](std::string_view run) {
+    if (!sink(offset, run)) return false;
+    offset += run.size();
+    return true;
+  });
+}
+
+bool CodeImage::copyTo(const Sink& sink) const {
+  return pageHashes(kCopiedPageLog2, {}, sink).has_value();
+}
+
+// A worker takes the image's parts in small portions: hashed, then handed on from the cache.
+std::optional<std::vector<std::string>> CodeImage::pageHashes(uint8_t pageSizeLog2,
+                                                              std::span<const HashKind> kinds,
+                                                              const Sink& sink) const {
   const uint64_t pageSize = pageSizeLog2 == 0 ? limit_ : uint64_t{1} << pageSizeLog2;
   const size_t pages = limit_ == 0 ? 0 : (limit_ - 1) / pageSize + 1;
+  const size_t pagesPerPortion = std::max<uint64_t>(1, kPortion / std::max<uint64_t>(1, pageSize));
   std::vector<std::string> hashes;
   for (const HashKind& kind : kinds) hashes.emplace_back(pages * kind.size, '\0');
-  forEachPart(pages, kPagesPerPart, [&](size_t begin, size_t end) {
+  std::atomic<bool> good{true};
+  forEachPart(pages, pagesPerPortion * kPortionsPerPart, [&](size_t begin, size_t end) {
+    const std::string_view part = mapped(begin * pageSize, (end - begin) * pageSize);
+    fetchPages(part);
     std::vector<Digest> digests;
     for (const HashKind& kind : kinds) digests.emplace_back(kind.algorithm);
-    for (size_t page = begin; page < end; ++page) {
-      forEachRun(page * pageSize, pageSize, [&](std::string_view run) {
-        for (Digest& digest : digests) digest.update(run);
-        return true;
-      });
-      for (size_t i = 0; i < kinds.size(); ++i) {
-        digests[i].finish().copy(hashes[i].data() + page * kinds[i].size, kinds[i].size);
+    for (size_t portion = begin; good && portion < end; portion += pagesPerPortion) {
+      const size_t portionEnd = std::min(end, portion + pagesPerPortion);
+      for (size_t page = portion; !kinds.empty() && page < portionEnd; ++page) {
+        forEachRun(page * pageSize, pageSize, [&](std::string_view run) {
+          for (Digest& digest : digests) digest.update(run);
+          return true;
+        });
+        for (size_t i = 0; i < kinds.size(); ++i) {
+          digests[i].finish().copy(hashes[i].data() + page * kinds[i].size, kinds[i].size);
+        }
+      }
+      if (sink && !sendTo(sink, portion * pageSize, (portionEnd - portion) * pageSize)) {
+        good = false;
       }
     }
-    release(begin * pageSize, (end - begin) * pageSize);
+    releasePages(part);
   });
+  if (!good) return std::nullopt;
   return hashes;
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -24,12 +25,20 @@ class CodeImage {
   // Answers whether all were taken.
   bool forEachRun(uint64_t offset, uint64_t size,
                   const std::function<bool(std::string_view)>& take) const;
-  // Gives back the memory of [offset, offset + size), which has been read.
-  void release(uint64_t offset, uint64_t size) const;
-  // The hashes of all pages, one after the other, for each of `kinds`. Each page is read once.
-  std::vector<std::string> pageHashes(uint8_t pageSizeLog2, std::span<const HashKind> kinds) const;
+  // Takes bytes that belong at `offset`; false stops. Called by several threads at once.
+  using Sink = std::function<bool(uint64_t offset, std::string_view bytes)>;
+  // The hashes of all pages, one after the other, for each of `kinds`. Each page is read once, and
+  // handed to `sink` while the processor still holds it. None when `sink` answers false.
+  std::optional<std::vector<std::string>> pageHashes(uint8_t pageSizeLog2,
+                                                     std::span<const HashKind> kinds,
+                                                     const Sink& sink = {}) const;
+  // Hands all bytes to `sink`.
+  bool copyTo(const Sink& sink) const;
 
  private:
+  bool sendTo(const Sink& sink, uint64_t offset, uint64_t size) const;
+  std::string_view mapped(uint64_t offset, uint64_t size) const;
+
   std::string head_;
   std::string_view original_;
   uint64_t limit_;

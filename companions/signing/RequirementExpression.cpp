@@ -9,7 +9,6 @@ constexpr uint32_t kUnknownIsFalse = 0x80000000;
 constexpr uint32_t kUnknownIsSkipped = 0x40000000;
 constexpr uint32_t kOperatorBits = 0x00ffffff;
 constexpr uint32_t kExpressionKind = 1;
-constexpr int kDeepestNesting = 100;
 
 // Reads one expression after the other from the words of a requirement.
 class Reader {
@@ -89,7 +88,7 @@ bool Reader::unknown(uint32_t word, RequirementExpression* out, int depth) {
 
 bool Reader::expression(RequirementExpression* out, int depth) {
   uint32_t word = 0;
-  if (depth > kDeepestNesting || !number(&word)) return false;
+  if (depth > kDeepestRequirement || !number(&word)) return false;
   out->op = static_cast<RequirementOp>(word & kOperatorBits);
   switch (out->op) {
     case RequirementOp::kFalse:

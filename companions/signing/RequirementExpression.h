@@ -12,6 +12,10 @@
 
 namespace tovrek::signing {
 
+// Operators that may stand one inside the other. No sensible requirement comes near; a chain of
+// "and" or "or" counts one for each.
+inline constexpr int kDeepestRequirement = 500;
+
 struct RequirementExpression {
   RequirementOp op = RequirementOp::kFalse;
   int32_t certificate = 0;  // slot: 0 leaf, -1 root
@@ -29,6 +33,8 @@ struct RequirementExpression {
                                                     ErrorText* error = nullptr);
   // In the language of requirements.
   std::string text() const;
+  // Compiled: a whole requirement blob.
+  std::string blob() const;
 };
 
 }  // namespace tovrek::signing

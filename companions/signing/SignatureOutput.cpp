@@ -3,9 +3,11 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <mutex>
 #include <set>
 #include <vector>
 
+#include "companions/signing/CodeImage.h"
 #include "companions/signing/CodeSignature.h"
 #include "companions/signing/SuperBlob.h"
 #include "companions/signing/bytes.h"
@@ -21,69 +23,104 @@ namespace {
 // Each architecture of a universal file starts on a page of the largest size.
 constexpr uint32_t kSliceAlignmentLog2 = 14;
 
-// One architecture, ready to be written.
-struct SignedImage {
+// One architecture with its place in the new file. Where everything goes is known before the first
+// byte is hashed, so hashing and writing are one pass.
+struct PlacedImage {
   CodeImage code;
-  std::string signature;  // whole area, filled up with zeros
-  macho::FatSlice place;
+  std::optional<SignatureBuilder> builder;  // none: no signature is to follow
+  SignatureBuilder::ExecutableSegment text;
+  uint64_t signatureSize = 0;
+  macho::FatSlice slice;
+  std::string name;  // of the architecture
 };
 
-bool writeZeros(AtomicFile* file, uint64_t count, ErrorText* error) {
-  return count == 0 || file->write(std::string(count, '\0'), error);
+macho::FatSlice sliceOf(const MachOImage& image, uint64_t size) {
+  return {image.cputype, image.cpusubtype, 0, size, kSliceAlignmentLog2};
 }
 
-std::optional<SignedImage> signImage(const MachOImage& image, const SignatureContents& contents,
-                                     bool isBundle, ErrorText* error) {
-  const SignatureBuilder builder(contents, image.isMainExecutable(),
-                                 isBundle ? std::string_view(contents.infoPlist) : image.infoPlist);
+// The hardened runtime takes the place of the system that a program for macOS was built for.
+uint32_t runtimeVersionOf(const MachOImage& image) {
+  return image.version && image.version->platform == kPlatformMacos ? image.version->sdk : 0;
+}
+
+std::optional<PlacedImage> place(const MachOImage& image, const SignatureContents& contents,
+                                 bool isBundle, ErrorText* error) {
+  SignatureBuilder builder(contents, image.isMainExecutable(),
+                           isBundle ? std::string_view(contents.infoPlist) : image.infoPlist,
+                           runtimeVersionOf(image));
   const auto limit = codeLimitFor(image, error);
   if (!limit) return std::nullopt;
   const auto placement = placeSignature(image, builder.reservedSize(*limit), error);
   if (!placement) return std::nullopt;
-
-  CodeImage code(placement->head, asText(image.bytes.bytes()), *limit);
   const MachOImage::Segment* text = image.segment(macho::kTextSegment);
-  const auto blobs = builder.build(
-      code,
-      text == nullptr ? SignatureBuilder::ExecutableSegment{}
-                      : SignatureBuilder::ExecutableSegment{text->fileoff, text->filesize},
-      error);
-  if (!blobs) return std::nullopt;
-  std::string signature = makeSuperBlob(kEmbeddedSignatureMagic, *blobs);
-  if (signature.size() > placement->signatureSize) {
-    fail(error, "signature too large to embed");
-    return std::nullopt;
-  }
-  signature.resize(placement->signatureSize);
-  macho::FatSlice place{image.cputype, image.cpusubtype, 0, *limit + signature.size(),
-                        kSliceAlignmentLog2};
-  return SignedImage{std::move(code), std::move(signature), place};
+  SignatureBuilder::ExecutableSegment segment;
+  if (text != nullptr) segment = {text->fileoff, text->filesize};
+  return PlacedImage{CodeImage(placement->head, asText(image.bytes.bytes()), *limit),
+                     std::move(builder),
+                     segment,
+                     placement->signatureSize,
+                     sliceOf(image, *limit + placement->signatureSize),
+                     image.archName()};
 }
 
-bool writeImage(const SignedImage& image, AtomicFile* file, ErrorText* error) {
-  constexpr size_t kPieceSize = size_t{1} << 22;
-  bool good = true;
-  for (uint64_t at = 0; good && at < image.code.limit(); at += kPieceSize) {
-    good = image.code.forEachRun(at, kPieceSize,
-                                 [&](std::string_view run) { return file->write(run, error); });
-    image.code.release(at, kPieceSize);
+// Writes one image into the file, through all processors at once.
+class ImageWriter {
+ public:
+  ImageWriter(const PlacedImage& image, AtomicFile* file) : image_(image), file_(*file) {}
+
+  bool write(const SignatureContents& contents, ErrorText* error) {
+    const auto sink = [&](uint64_t offset, std::string_view bytes) { return take(offset, bytes); };
+    if (!image_.builder) return image_.code.copyTo(sink) || fail(error, reason_.text());
+    const auto hashes = image_.code.pageHashes(contents.info.pageSizeLog2, contents.digests, sink);
+    if (!hashes) return fail(error, reason_.text());
+    const auto blobs = image_.builder->build(image_.code.limit(), *hashes, image_.text, error);
+    if (!blobs) return false;
+    std::string signature = makeSuperBlob(kEmbeddedSignatureMagic, *blobs);
+    if (signature.size() > image_.signatureSize) return fail(error, "signature too large to embed");
+    signature.resize(image_.signatureSize);
+    return file_.writeAt(image_.slice.offset + image_.code.limit(), signature, error);
   }
-  return good && file->write(image.signature, error);
+
+ private:
+  bool take(uint64_t offset, std::string_view bytes) {
+    const uint64_t at = image_.slice.offset + offset;
+    ErrorText reason;
+    if (file_.writeAt(at, bytes, &reason)) {
+      file_.startFlush(at, bytes.size());
+      return true;
+    }
+    const std::lock_guard<std::mutex> lock(mutex_);
+    reason_ = reason;
+    return false;
+  }
+
+  const PlacedImage& image_;
+  AtomicFile& file_;
+  std::mutex mutex_;
+  ErrorText reason_;
+};
+
+// Whatever goes wrong with one image of a universal file names its architecture.
+bool failFor(const std::string& architecture, bool universal, const ErrorText& reason,
+             ErrorText* error) {
+  return fail(error, universal ? fmt::format("{} (architecture {})", reason.text(), architecture)
+                               : reason.text());
 }
 
-bool writeImages(const std::vector<SignedImage>& images, bool universal, AtomicFile* file,
-                 ErrorText* error) {
-  if (!universal) return writeImage(images.front(), file, error);
-  std::vector<macho::FatSlice> slices;
-  for (const SignedImage& image : images) slices.push_back(image.place);
-  if (!macho::layOutFatFile(slices, error)) return false;
-  const std::string header = macho::fatFileHeader(slices);
-  if (!file->write(header, error)) return false;
-  uint64_t at = header.size();
-  for (size_t i = 0; i < images.size(); ++i) {
-    if (!writeZeros(file, slices[i].offset - at, error)) return false;
-    if (!writeImage(images[i], file, error)) return false;
-    at = slices[i].offset + slices[i].size;
+bool writeImages(std::vector<PlacedImage> images, bool universal, const SignatureContents& contents,
+                 AtomicFile* file, ErrorText* error) {
+  if (universal) {
+    std::vector<macho::FatSlice> slices;
+    for (const PlacedImage& image : images) slices.push_back(image.slice);
+    if (!macho::layOutFatFile(slices, error)) return false;
+    for (size_t i = 0; i < images.size(); ++i) images[i].slice = slices[i];
+    if (!file->writeAt(0, macho::fatFileHeader(slices), error)) return false;
+  }
+  for (const PlacedImage& image : images) {
+    ErrorText reason;
+    if (!ImageWriter(image, file).write(contents, &reason)) {
+      return failFor(image.name, universal, reason, error);
+    }
   }
   return true;
 }
@@ -99,8 +136,11 @@ class FileGroup {
     AtomicFile* file = add(path, error);
     return file != nullptr && file->write(contents, error);
   }
+  // What can fail for want of room fails before the first file shows.
   bool commit(ErrorText* error) {
     return std::all_of(files_.begin(), files_.end(),
+                       [&](const auto& file) { return file->flush(error); }) &&
+           std::all_of(files_.begin(), files_.end(),
                        [&](const auto& file) { return file->commit(error); });
   }
 
@@ -138,25 +178,22 @@ class SignatureFolder {
 
 bool writeMachO(const CodeObject& object, const CodeFile& file, const SignatureContents& contents,
                 const std::optional<std::string>& seal, ErrorText* error) {
-  std::vector<SignedImage> images;
+  std::vector<PlacedImage> images;
   for (const MachOImage& image : file.images()) {
     ErrorText reason;
-    auto made = signImage(image, contents, object.isBundle(), &reason);
-    if (!made) {
-      return fail(error, file.isUniversal()
-                             ? fmt::format("{} (architecture {})", reason.text(), image.archName())
-                             : reason.text());
-    }
-    images.push_back(std::move(*made));
+    auto placed = place(image, contents, object.isBundle(), &reason);
+    if (!placed) return failFor(image.archName(), file.isUniversal(), reason, error);
+    images.push_back(std::move(*placed));
   }
   SignatureFolder folder(object);
   if (seal && !folder.create(error)) return false;
   FileGroup group;
   const bool sealWritten = !seal || group.add(object.sealPath(), *seal, error);
   AtomicFile* code = sealWritten ? group.add(object.executable, error) : nullptr;
-  const bool written = code != nullptr && writeImages(images, file.isUniversal(), code, error) &&
-                       group.commit(error);
-  if (!written) return folder.abandon();
+  const bool written = code != nullptr &&
+                       writeImages(std::move(images), file.isUniversal(), contents, code, error) &&
+                       (contents.dryRun || group.commit(error));
+  if (!written || contents.dryRun) return folder.abandon() || written;
   if (seal) folder.removeAllBut({kSealFile});
   return true;
 }
@@ -166,7 +203,9 @@ bool writeBeside(const CodeObject& object, const CodeFile& file, const Signature
   SignatureContents whole = contents;
   whole.info.pageSizeLog2 = 0;
   const SignatureBuilder builder(whole, false, whole.infoPlist);
-  const auto blobs = builder.build(CodeImage("", file.bytes(), file.bytes().size()), {}, error);
+  const CodeImage code("", file.bytes(), file.bytes().size());
+  const auto hashes = code.pageHashes(whole.info.pageSizeLog2, whole.digests);
+  const auto blobs = builder.build(code.limit(), *hashes, {}, error);
   if (!blobs) return false;
   SignatureFolder folder(object);
   if (!folder.create(error)) return false;
@@ -183,25 +222,31 @@ bool writeBeside(const CodeObject& object, const CodeFile& file, const Signature
            group.add(joinPath(object.signatureFolder(), part.name),
                      isMessage ? payloadOf(blob->second) : std::string_view(blob->second), error);
   }
-  if (!good || !group.commit(error)) return folder.abandon();
+  if (!good || contents.dryRun || !group.commit(error)) {
+    return folder.abandon() || (good && contents.dryRun);
+  }
   folder.removeAllBut(kept);
   return true;
 }
 
 bool removeSignatures(const CodeObject& object, const CodeFile& file, ErrorText* error) {
-  std::vector<SignedImage> images;
+  std::vector<PlacedImage> images;
   for (const MachOImage& image : file.images()) {
     const auto placement = removeSignature(image, error);
     if (!placement) return false;
-    macho::FatSlice place{image.cputype, image.cpusubtype, 0, placement->codeLimit,
-                          kSliceAlignmentLog2};
-    images.push_back(
-        {CodeImage(placement->head, asText(image.bytes.bytes()), placement->codeLimit), "", place});
+    const uint64_t size = placement->codeLimit;
+    images.push_back({CodeImage(placement->head, asText(image.bytes.bytes()), size),
+                      {},
+                      {},
+                      0,
+                      sliceOf(image, size),
+                      image.archName()});
   }
   AtomicFile code;
-  const bool written = images.empty() || (code.open(object.executable, error) &&
-                                          writeImages(images, file.isUniversal(), &code, error) &&
-                                          code.commit(error));
+  const bool written =
+      images.empty() ||
+      (code.open(object.executable, error) &&
+       writeImages(std::move(images), file.isUniversal(), {}, &code, error) && code.commit(error));
   if (!written) return false;
   const bool hasFolder = object.isBundle() && fileExists(object.signatureFolder());
   return !hasFolder || removeItem(object.signatureFolder(), error);

@@ -54,8 +54,9 @@ bool Signer::run(const std::string& path) {
     return fail(error_, "not a Mach-O file, and no bundle around it to keep a signature in");
   }
   report_.format = formatText(object_, file_);
-  return judgeOldSignature() && decideContents() && seal() &&
-         (file_.isMachO() ? writeMachO(object_, file_, contents_, sealBytes_, error_)
+  if (!judgeOldSignature() || !decideContents() || !seal()) return false;
+  contents_.dryRun = options_.dryRun;
+  return (file_.isMachO() ? writeMachO(object_, file_, contents_, sealBytes_, error_)
                           : writeBeside(object_, file_, contents_, sealBytes_, error_));
 }
 
@@ -93,6 +94,11 @@ bool Signer::decideContents() {
                          : options_.preserve.flags && old_ ? oldInfo().flags
                                                            : 0;
   contents_.info.flags = adhoc ? flags | kAdhocFlag : flags & ~uint32_t{kAdhocFlag};
+  if ((contents_.info.flags & kRuntimeFlag) != 0) {
+    contents_.info.runtime = options_.runtimeVersion             ? *options_.runtimeVersion
+                             : options_.preserve.runtime && old_ ? oldInfo().runtime
+                                                                 : 0;
+  }
   return decideTeam() && decideEntitlements() && decideRequirements();
 }
 
@@ -120,13 +126,14 @@ bool Signer::decideEntitlements() {
 bool Signer::decideRequirements() {
   const auto kept =
       options_.preserve.requirements && old_ ? old_->component(kRequirementsSlot) : std::nullopt;
+  const std::string& identifier = contents_.info.identifier;
+  const CertificateChain& chain = options_.identity.chain;
   if (options_.requirements) {
-    contents_.requirements = *options_.requirements;
+    contents_.requirements = withDesignatedRequirement(*options_.requirements, identifier, chain);
   } else if (kept && magicOf(*kept) == kRequirementSetMagic) {
-    contents_.requirements = std::string(*kept);
+    contents_.requirements = withDesignatedRequirement(std::string(*kept), identifier, chain);
   } else {
-    contents_.requirements =
-        defaultRequirementSet(contents_.info.identifier, options_.identity.chain);
+    contents_.requirements = defaultRequirementSet(identifier, chain);
   }
   return true;
 }

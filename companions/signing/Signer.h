@@ -20,7 +20,8 @@ struct PreservedMetadata {
   bool entitlements = false;
   bool resourceRules = false;
   bool flags = false;
-  bool teamId = false;  // which then has to be the one that the identity gives
+  bool runtime = false;  // version of the hardened runtime
+  bool teamId = false;   // which then has to be the one that the identity gives
 };
 
 // Explicit values win over preserved ones.
@@ -34,8 +35,10 @@ struct SignOptions {
   std::optional<std::string> requirements;  // a whole requirement set
   std::optional<uint32_t> flags;
   std::optional<PlistDictionary> resourceRules;
-  std::vector<HashKind> digests;  // empty: by what the code is to run on
+  std::vector<HashKind> digests;           // empty: by what the code is to run on
+  std::optional<uint32_t> runtimeVersion;  // x << 16 | y << 8 | z, for the flag kRuntimeFlag
   uint8_t pageSizeLog2 = 12;
+  bool dryRun = false;  // do all but the writing
 };
 
 struct SignReport {

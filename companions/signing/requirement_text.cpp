@@ -6,19 +6,13 @@
 #include <cctype>
 
 #include "companions/signing/RequirementExpression.h"
+#include "companions/signing/RequirementLexer.h"
 #include "formats/Digest.h"
 #include "formats/openssl_owners.h"
 #include "host/clock.h"
 
 namespace tovrek::signing {
 namespace {
-
-constexpr std::string_view kKeywords[] = {
-    "guest",   "host",        "designated", "library", "plugin",   "or",
-    "and",     "always",      "true",       "never",   "false",    "identifier",
-    "cdhash",  "platform",    "notarized",  "legacy",  "anchor",   "apple",
-    "generic", "certificate", "cert",       "trusted", "info",     "entitlement",
-    "exists",  "absent",      "leaf",       "root",    "timestamp"};
 
 bool isPlain(char c, bool withDots) {
   return std::isalnum(static_cast<unsigned char>(c)) != 0 || (withDots && c == '.');
@@ -33,7 +27,7 @@ std::string word(const std::string& text, bool withDots = false) {
   const bool bare =
       !text.empty() && std::isdigit(static_cast<unsigned char>(text[0])) == 0 &&
       std::all_of(text.begin(), text.end(), [&](char c) { return isPlain(c, withDots); }) &&
-      std::find(std::begin(kKeywords), std::end(kKeywords), text) == std::end(kKeywords);
+      !isRequirementKeyword(text);
   if (bare) return text;
   std::string quoted = "\"";
   for (const char c : text) {
@@ -49,9 +43,11 @@ std::string slotText(int32_t slot) {
   return fmt::format(" {}", slot);
 }
 
+// Dates beyond four-digit years, which no one writes, show as the last that has a text.
 std::string dateText(int64_t date) {
-  return fmt::format("timestamp \"{}\"",
-                     dateDescription(static_cast<double>(date) + kReferenceDateOffset));
+  constexpr int64_t kFirst = -62000000000, kLast = 252423993599;
+  const auto shown = static_cast<double>(std::clamp(date, kFirst, kLast));
+  return fmt::format("timestamp \"{}\"", dateDescription(shown + kReferenceDateOffset));
 }
 
 std::string matchText(const RequirementExpression& e) {
@@ -183,13 +179,12 @@ std::string requirementText(std::string_view requirement) {
 }
 
 std::string requirementSetText(std::string_view set) {
-  constexpr const char* kTypes[] = {"", "host", "guest", "designated", "library", "plugin"};
   const auto index = SuperBlob::parse(set, kRequirementSetMagic);
   if (!index) return "/* malformed */\n";
   std::string text;
   for (const SuperBlob::Entry& entry : index->entries()) {
-    const std::string type = entry.type >= 1 && entry.type < std::size(kTypes)
-                                 ? kTypes[entry.type]
+    const std::string type = entry.type >= 1 && entry.type < std::size(kRequirementTypes)
+                                 ? kRequirementTypes[entry.type]
                                  : fmt::format("/*unknown type*/ {}", entry.type);
     text += fmt::format("{} => {}\n", type, requirementText(entry.blob));
   }

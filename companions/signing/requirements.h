@@ -58,11 +58,17 @@ enum class RequirementMatch : uint32_t {
 
 // Types of the entries in a requirement set.
 inline constexpr uint32_t kDesignatedRequirement = 3;
+inline constexpr const char* kRequirementTypes[] = {"",           "host",    "guest",
+                                                    "designated", "library", "plugin"};
 
 // The set that a signature gets when the user states none: one designated requirement, by which
 // later versions from the same signer are known as the same code. Ad-hoc signatures (an empty
 // chain) get an empty set.
 std::string defaultRequirementSet(std::string_view identifier, const CertificateChain& chain);
+// A set that the user or an older signature gave, with the designated requirement of the default
+// added when it states none. Whoever wants none says "designated => never".
+std::string withDesignatedRequirement(std::string set, std::string_view identifier,
+                                      const CertificateChain& chain);
 
 // The content octets of a dotted object identifier; empty when the text is none.
 std::string oidContents(const std::string& dotted);

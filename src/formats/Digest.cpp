@@ -38,15 +38,17 @@ std::string hexOf(std::string_view bytes, const char* digits) {
 }  // namespace
 
 struct Digest::Context {
-  explicit Context(const EVP_MD* m) : method(m), state(EVP_MD_CTX_new()) { begin(); }
+  // Fails only without memory, or where the host's policy switched the algorithm off.
+  explicit Context(const EVP_MD* method)
+      : state(EVP_MD_CTX_new()), usable(EVP_DigestInit_ex(state, method, nullptr) == 1) {}
   ~Context() { EVP_MD_CTX_free(state); }
   Context(const Context&) = delete;
   Context& operator=(const Context&) = delete;
 
-  // Fails only without memory, or where the host's policy switched the algorithm off.
-  void begin() { usable = EVP_DigestInit_ex(state, method, nullptr) == 1; }
+  // Starts over. Naming the method again would have the library look it up each time, under a lock
+  // that all threads share.
+  void restart() { usable = EVP_DigestInit_ex(state, nullptr, nullptr) == 1; }
 
-  const EVP_MD* method;
   EVP_MD_CTX* state;
   bool usable = false;
 };
@@ -72,7 +74,7 @@ std::string Digest::finish() {
   unsigned char value[EVP_MAX_MD_SIZE];
   unsigned int size = 0;
   EVP_DigestFinal_ex(context_->state, value, &size);
-  context_->begin();
+  context_->restart();
   return std::string(value, value + size);
 }
 

@@ -1,5 +1,6 @@
 #include "host/AtomicFile.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -45,6 +46,21 @@ bool AtomicFile::write(std::string_view bytes, ErrorText* error) {
 
 bool AtomicFile::write(std::span<const std::byte> bytes, ErrorText* error) {
   return write(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()), error);
+}
+
+bool AtomicFile::writeAt(uint64_t offset, std::string_view bytes, ErrorText* error) {
+  return writeAllAt(state_->fd.get(), bytes, offset) || failWithErrno(error);
+}
+
+void AtomicFile::startFlush([[maybe_unused]] uint64_t offset, [[maybe_unused]] uint64_t size) {
+#ifdef __linux__
+  ::sync_file_range(state_->fd.get(), static_cast<off64_t>(offset), static_cast<off64_t>(size),
+                    SYNC_FILE_RANGE_WRITE);
+#endif
+}
+
+bool AtomicFile::flush(ErrorText* error) {
+  return ::fsync(state_->fd.get()) == 0 || failWithErrno(error);
 }
 
 bool AtomicFile::commit(ErrorText* error, std::optional<uint32_t> mode) {

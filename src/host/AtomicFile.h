@@ -25,6 +25,14 @@ class AtomicFile {
   bool open(const std::string& path, ErrorText* error = nullptr);
   bool write(std::string_view bytes, ErrorText* error = nullptr);
   bool write(std::span<const std::byte> bytes, ErrorText* error = nullptr);
+  // Writes at a place of its own; what is never written in between reads as zeros. Several threads
+  // may do so at once.
+  bool writeAt(uint64_t offset, std::string_view bytes, ErrorText* error = nullptr);
+  // Has the system send what was written there to the disk already now, so that commit() waits
+  // less. Only a hint.
+  void startFlush(uint64_t offset, uint64_t size);
+  // Has everything on the disk; commit() then only renames.
+  bool flush(ErrorText* error = nullptr);
   // fsync and rename. The file gets the permission bits `mode`; without them it keeps those of a
   // file that stood there, else it gets 0666 less the umask.
   bool commit(ErrorText* error = nullptr, std::optional<uint32_t> mode = std::nullopt);

@@ -30,6 +30,10 @@ class MappedFile {
   size_t size_ = 0;
 };
 
+// Brings this part of a mapping into memory in one go, which costs less than one page after the
+// other and lets system calls take it without a stop. Only a hint.
+void fetchPages(std::string_view mapped);
+
 // Says that this part of a mapping is not needed for now: its memory is given back and read anew
 // from the file on the next use. For one pass over a file larger than memory. Only for mappings of
 // MappedFile, whose pages nobody changes.

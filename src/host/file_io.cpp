@@ -22,6 +22,19 @@ bool writeAll(int fd, std::string_view bytes) {
   return true;
 }
 
+bool writeAllAt(int fd, std::string_view bytes, uint64_t offset) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(offset));
+    if (written < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    bytes.remove_prefix(static_cast<size_t>(written));
+    offset += static_cast<uint64_t>(written);
+  }
+  return true;
+}
+
 UniqueFd createTemporaryBeside(const std::string& target, std::string* path) {
   std::string pattern = joinPath(containingFolder(target), ".tovrek-XXXXXX");
   UniqueFd fd(::mkostemp(pattern.data(), O_CLOEXEC));

@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -20,6 +21,8 @@ inline bool failWithErrno(ErrorText* error) {
 
 // Writes all bytes, through short writes and interruptions.
 bool writeAll(int fd, std::string_view bytes);
+// The same at a place of its own, from where the file's position stays.
+bool writeAllAt(int fd, std::string_view bytes, uint64_t offset);
 
 // A new file beside `target` that only this process knows, for writing; its name goes to `path`.
 UniqueFd createTemporaryBeside(const std::string& target, std::string* path);

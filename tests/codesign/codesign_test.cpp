@@ -129,10 +129,11 @@ TEST_F(CodesignTest, SigningFailures) {
   }
 }
 
-TEST_F(CodesignTest, SeveralPathsGiveTheWorstStatus) {
+TEST_F(CodesignTest, SeveralPathsStopAtAFailureUnlessToldToGoOn) {
   const std::string tool = folder_.write("tool", SignableImage().build());
-  const Result result = codesign({"-s", "-", folder_.file("none"), tool});
-  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(codesign({"-s", "-", folder_.file("none"), tool}).status, 1);
+  EXPECT_EQ(codesign({"-v", tool}).status, 1);
+  EXPECT_EQ(codesign({"-s", "-", "--continue", folder_.file("none"), tool}).status, 1);
   EXPECT_EQ(codesign({"-v", tool}).status, 0);
 }
 
@@ -220,6 +221,156 @@ TEST_F(CodesignTest, RequirementsAndCertificatesComeOut) {
   ASSERT_EQ(codesign({"-f", "-s", "-", app_}).status, 0);
   EXPECT_THAT(codesign({"-d", "-r-", app_}).out,
               MatchesRegex("# designated => cdhash H\"[0-9a-f]+\"\n"));
+}
+
+// Requirements in all the forms that the command line takes, stored and read back.
+TEST_F(CodesignTest, RequirementsGoIn) {
+  const std::string text = "designated => identifier x\nlibrary => anchor apple generic\n";
+  const std::string asText = folder_.write("set.txt", text);
+  const auto stored = [&](const std::string& argument) {
+    const Result signedResult = codesign({"-f", "-s", "-", "-r", argument, app_});
+    EXPECT_EQ(signedResult.status, 0) << signedResult.error;
+    return codesign({"-d", "-r-", app_}).out;
+  };
+  EXPECT_EQ(stored(asText), text);
+  EXPECT_EQ(stored("=designated => identifier x library => anchor apple generic"), text);
+  const std::string code = contentsOf(app_ + "/Demo");
+  const size_t at = code.find("\xfa\xde\x0c\x01");
+  ASSERT_NE(at, std::string::npos);
+  EXPECT_EQ(stored(folder_.write("set", code.substr(at, big32(code, at + 4)))), text);
+  ASSERT_EQ(codesign({"-d", "-r", folder_.file("shown"), app_}).status, 0);
+  EXPECT_EQ(stored(folder_.file("shown")), text);
+
+  // A signer's own requirement joins what states none.
+  ASSERT_EQ(codesign({"-fs", sha1_, "--keychain", keychain_, "-r=host => always", app_}).status, 0);
+  EXPECT_THAT(codesign({"-d", "-r-", app_}).out,
+              MatchesRegex("host => always\ndesignated => identifier .*\n"));
+  ASSERT_EQ(codesign({"-fs", "-", "-r=host => always", app_}).status, 0);
+  EXPECT_THAT(codesign({"-d", "-r-", app_}).out,
+              MatchesRegex("host => always\n# designated => cdhash H\"[0-9a-f]+\"\n"));
+
+  const std::pair<std::string, std::string> bad[] = {
+      {"=identifier x",
+       "invalid requirement: line 1, column 1: expected host, guest, designated, library or "
+       "plugin, found identifier\n"},
+      {folder_.file("none"), folder_.file("none") + ": No such file or directory\n"},
+      {folder_.write("cut", code.substr(at, 20)),
+       folder_.file("cut") + ": not a compiled requirement set\n"},
+  };
+  const std::string before = contentsOf(app_ + "/Demo");
+  for (const auto& [argument, error] : bad) {
+    const Result result = codesign({"-f", "-s", "-", "-r", argument, app_});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.error, error);
+  }
+  EXPECT_EQ(contentsOf(app_ + "/Demo"), before);
+}
+
+TEST_F(CodesignTest, TestRequirements) {
+  ASSERT_EQ(codesign({"-s", sha1_, "--keychain", keychain_, app_}).status, 0);
+  const std::string good =
+      app_ + ": valid on disk\n" + app_ + ": satisfies its Designated Requirement\n";
+  const std::string failed =
+      "test-requirement: code failed to satisfy specified code requirement(s)\n";
+  const struct {
+    std::string requirement;
+    int status;
+    std::string error;
+  } cases[] = {
+      {"=identifier com.example.demo and certificate leaf[subject.OU] = \"TEAM123456\"", 0,
+       good + app_ + ": explicit requirement satisfied\n"},
+      {"=certificate leaf = H\"" + sha1_ + "\" and info[CFBundleExecutable] = D*", 0,
+       good + app_ + ": explicit requirement satisfied\n"},
+      {"=anchor apple generic", 3, good + failed},
+      {folder_.write("requirement", "identifier other # a file\n"), 3, good + failed},
+      {"=identifier", 1,
+       "invalid requirement: line 1, column 11: expected a string, found the end\n"},
+      {"=designated => always", 1,
+       "invalid requirement: line 1, column 1: expected a condition, found designated\n"},
+  };
+  for (const auto& c : cases) {
+    const Result result = codesign({"-vv", "-R", c.requirement, app_});
+    EXPECT_EQ(result.status, c.status) << c.requirement;
+    EXPECT_EQ(result.error, c.error) << c.requirement;
+  }
+}
+
+TEST_F(CodesignTest, IdentitiesThatCannotSignAreRefused) {
+  IdentityRequest request;
+  request.subject = "/CN=Expired Developer";
+  request.days = -1;
+  const IdentityFiles expired = makeIdentity(folder_, "expired", request);
+  request = {};
+  request.subject = "/CN=Lonely Developer";
+  const IdentityFiles lonely = makeIdentity(folder_, "lonely", request);
+  request.subject = "/CN=Other Developer";
+  const IdentityFiles other = makeIdentity(folder_, "other", request);
+  request.subject = "/CN=Another Developer";
+  const IdentityFiles another = makeIdentity(folder_, "another", request);
+  const auto both = [](const IdentityFiles& files) {
+    return contentsOf(files.certificate) + contentsOf(files.key);
+  };
+  const std::string keychain = folder_.write(
+      "several.pem", both(expired) + contentsOf(lonely.certificate) + both(other) + both(another));
+  const std::pair<const char*, std::string> cases[] = {
+      {"Expired",
+       "Expired: this identity cannot be used for signing code (The certificate "
+       "\"Expired Developer\" is valid from "},
+      {"Lonely", "Lonely: no identity found (The certificate \"Lonely Developer\" is in " +
+                     keychain + ", but its private key is not.)"},
+      {"other developer", "other developer: ambiguous (matches \""},
+      {"OtherX", "OtherX: no identity found\n"},
+  };
+  for (const auto& [name, error] : cases) {
+    const Result result = codesign({"-s", name, "--keychain", keychain, app_});
+    EXPECT_EQ(result.status, 1) << name;
+    EXPECT_THAT(result.error, StartsWith(error));
+  }
+  // A whole name wins over names that it is a part of.
+  EXPECT_EQ(codesign({"-s", "Other Developer", "--keychain", keychain, app_}).status, 0);
+  EXPECT_THAT(codesign({"-dvv", app_}).error, HasSubstr("\nAuthority=Other Developer\n"));
+}
+
+TEST_F(CodesignTest, RuntimeDryRunAndTimestamp) {
+  const std::string unsignedCode = contentsOf(app_ + "/Demo");
+  EXPECT_EQ(codesign({"-n", "-v", "-s", "-", app_}).error,
+            app_ + ": signed app bundle with Mach-O thin (arm64) [com.example.demo]\n");
+  EXPECT_EQ(contentsOf(app_ + "/Demo"), unsignedCode);
+  EXPECT_FALSE(fileExists(app_ + "/_CodeSignature"));
+
+  const Result stamped = codesign({"--timestamp", "-s", "-", app_});
+  EXPECT_EQ(stamped.status, 0);
+  EXPECT_THAT(stamped.error, StartsWith("warning: no time stamp is added"));
+
+  ASSERT_EQ(codesign({"-f", "-s", "-", "-o", "runtime", "--runtime-version", "13.1", app_}).status,
+            0);
+  const auto shown = [&] { return codesign({"-dvvv", app_}).error; };
+  EXPECT_THAT(shown(), HasSubstr("CodeDirectory v=20500 "));
+  EXPECT_THAT(shown(), HasSubstr("flags=0x10002(adhoc,runtime) "));
+  EXPECT_THAT(shown(), HasSubstr("\nRuntime Version=13.1.0\n"));
+  EXPECT_EQ(codesign({"-v", "--strict", app_}).status, 0);
+  ASSERT_EQ(codesign({"-f", "-s", "-", "--preserve-metadata=flags,runtime", app_}).status, 0);
+  EXPECT_THAT(shown(), HasSubstr("\nRuntime Version=13.1.0\n"));
+  EXPECT_EQ(codesign({"-f", "-s", "-", "--runtime-version", "13.x", app_}).error,
+            "runtime version \"13.x\" is not of the form 10.15.4\n");
+}
+
+TEST_F(CodesignTest, HelpAndArchitectures) {
+  const Result help = codesign({"--help"});
+  EXPECT_EQ(help.status, 0);
+  EXPECT_EQ(help.error, "");
+  for (const char* text : {"Usage: codesign -s identity", "--preserve-metadata", "Status: 0 "}) {
+    EXPECT_THAT(help.out, HasSubstr(text));
+  }
+  const std::string fat =
+      folder_.write("fat", buildUniversal({SignableImage::armv7(), SignableImage()}));
+  ASSERT_EQ(codesign({"-s", "-", fat}).status, 0);
+  std::string damaged = contentsOf(fat);
+  damaged[0x4000 + 0x1100] ^= 1;  // in the code of the first
+  folder_.write("fat", damaged);
+  EXPECT_EQ(codesign({"-v", "-a", "arm64", fat}).status, 0);
+  EXPECT_THAT(codesign({"-v", fat}).error, EndsWith("\nIn architecture: armv7\n"));
+  EXPECT_EQ(codesign({"-v", "-a", "ppc", fat}).error, fat + ": no architecture ppc in it\n");
 }
 
 TEST_F(CodesignTest, VerifyAnswers) {

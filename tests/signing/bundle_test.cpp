@@ -160,6 +160,78 @@ TEST_F(BundleTest, VerifierNamesEachChange) {
   }
 }
 
+TEST_F(BundleTest, AnyDamagedByteIsFound) {
+  ASSERT_TRUE(sign());
+  for (const char* name :
+       {"Info.plist", "a & b.txt", "Base.lproj/y.nib", "_CodeSignature/CodeResources"}) {
+    const std::string good = contentsOf(app() + "/" + name);
+    ASSERT_FALSE(good.empty()) << name;
+    for (size_t at = 0; at < good.size(); at += 1 + good.size() / 60) {
+      std::string damaged = good;
+      damaged[at] = static_cast<char>(damaged[at] ^ (1 << at % 8));
+      write(name, damaged);
+      EXPECT_FALSE(verifyCode(app()).valid) << name << ", byte " << at;
+    }
+    write(name, good);
+  }
+  EXPECT_TRUE(verifyCode(app()).valid);
+}
+
+TEST_F(BundleTest, StrictRefusesLinksThatLeadOut) {
+  ASSERT_EQ(::symlink("/etc/passwd", (app() + "/outward").c_str()), 0);
+  ASSERT_TRUE(sign());
+  EXPECT_TRUE(verifyCode(app()).valid);
+  VerifyOptions options;
+  options.strict = true;
+  EXPECT_EQ(verifyCode(app(), options).lines,
+            (std::vector<std::string>{"invalid destination for symbolic link in bundle",
+                                      "file modified: " + *realPath(app()) + "/outward"}));
+}
+
+// Seals of other signers can name code inside by its requirement.
+TEST_F(BundleTest, NestedCodeIsHeldAgainstItsRequirement) {
+  const std::string inner = app() + "/inner";
+  const auto sealNested = [&](const std::string& requirement) {
+    write("inner", SignableImage().build());
+    SignOptions options;
+    options.identifier = "com.example.inner";
+    ErrorText error;
+    ASSERT_TRUE(signing::sign(inner, options, &report_, &error)) << error.text();
+    options.force = true;
+    options.identifier.reset();
+    ASSERT_TRUE(signing::sign(app(), options, &report_, &error)) << error.text();
+    // The seal is rewritten as other signers have it, and the code directory is made to fit.
+    std::string text = contentsOf(app() + "/_CodeSignature/CodeResources");
+    const size_t files2 = text.find("<key>files2</key>");
+    const size_t entry = text.find("<key>inner</key>", files2);
+    const size_t from = text.find("<dict>", entry) + 6;
+    text.replace(from, text.find("</dict>", entry) - from,
+                 "<key>cdhash</key><data>AAAA</data><key>requirement</key><string>" + requirement +
+                     "</string>");
+    const std::string before = contentsOf(app() + "/_CodeSignature/CodeResources");
+    std::string code = contentsOf(app() + "/Demo");
+    const std::string oldHash = digestOf(DigestAlgorithm::kSha256, before);
+    ASSERT_NE(code.find(oldHash), std::string::npos);
+    code.replace(code.find(oldHash), oldHash.size(), digestOf(DigestAlgorithm::kSha256, text));
+    write("_CodeSignature/CodeResources", text);
+    write("Demo", code);
+  };
+  sealNested("identifier \"com.example.inner\"");
+  EXPECT_THAT(verifyCode(app()).lines, IsEmpty());
+  write("inner", contentsOf(inner) + "x");
+  EXPECT_THAT(verifyCode(app()).lines, IsEmpty());
+  std::string damaged = contentsOf(inner);
+  damaged[damaged.size() / 4] ^= 1;
+  write("inner", damaged);
+  const std::vector<std::string> refusal = {"nested code is modified or invalid",
+                                            "In subcomponent: " + *realPath(app()) + "/inner"};
+  EXPECT_EQ(verifyCode(app()).lines, refusal);
+  for (const char* requirement : {"identifier \"com.example.other\"", "nonsense"}) {
+    sealNested(requirement);
+    EXPECT_EQ(verifyCode(app()).lines, refusal) << requirement;
+  }
+}
+
 TEST_F(BundleTest, ExecutableStandsForItsBundle) {
   ErrorText error;
   ASSERT_TRUE(signing::sign(app() + "/Demo", {}, &report_, &error)) << error.text();

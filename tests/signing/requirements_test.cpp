@@ -1,8 +1,10 @@
 #include "companions/signing/requirements.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "companions/signing/RequirementExpression.h"
+#include "companions/signing/RequirementParser.h"
 #include "companions/signing/verify/requirement_check.h"
 #include "formats/Digest.h"
 #include "tests/signing/TestAuthority.h"
@@ -103,6 +105,129 @@ TEST(Requirements, Texts) {
   for (const auto& [words, expected] : cases) {
     EXPECT_EQ(requirementText(requirement(words)), expected);
   }
+}
+
+// From text to the compiled form and back. Null: the text comes back as it was.
+TEST(Requirements, TextIsCompiled) {
+  const std::string hash(40, 'a');
+  struct Case {
+    std::string source;
+    const char* text;
+  };
+  const Case cases[] = {
+      {"always", nullptr},
+      {"true", "always"},
+      {"FALSE or never", ""},
+      {"identifier com.example.app", "identifier \"com.example.app\""},
+      {"identifier = \"a b\\\"c\\\\\"", "identifier \"a b\\\"c\\\\\""},
+      {"identifier 0x0102", "identifier 0x0102"},
+      {"identifier \"and\"", nullptr},
+      {"identifier a or identifier b and identifier c", nullptr},
+      {"(identifier a or identifier b) and identifier c", nullptr},
+      {"((identifier a) and (identifier b))", "identifier a and identifier b"},
+      {"not identifier a", "! identifier a"},
+      {"!(identifier a or !identifier b)", "! (identifier a or ! identifier b)"},
+      {"anchor apple", nullptr},
+      {"anchor apple generic", nullptr},
+      {"anchor generic apple", "anchor apple generic"},
+      {"anchor apple Named", nullptr},
+      {"anchor trusted", nullptr},
+      {"certificate trusted", "anchor trusted"},
+      {"(Named)", nullptr},
+      {"anchor = H\"" + hash + "\"",
+       "certificate root = H\"aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa\""},
+      {"cert -2 = H\"" + hash + "\"",
+       "certificate -2 = H\"aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa\""},
+      {"certificate 1 trusted", "certificate 1trusted"},
+      {"certificate leaftrusted", nullptr},
+      {"certificate leaf[subject.CN] = \"iPhone Developer: X\"", nullptr},
+      {"anchor[subject.O] exists", "certificate root[subject.O] /* exists */"},
+      {"certificate 1[field.1.2.840.113635.100.6.2.1]",
+       "certificate 1[field.1.2.840.113635.100.6.2.1] /* exists */"},
+      {"certificate leaf[policy.1.2.3] absent", "certificate leaf[policy.1.2.3] absent "},
+      {"certificate leaf[timestamp.1.2.840.113635.100.6.1.33] >= timestamp \"2011-07-01 00:00:00 "
+       "+0000\"",
+       nullptr},
+      {"info[CFBundleVersion] >= 17.4", "info[CFBundleVersion] >= \"17.4\""},
+      {"info [a.b] = v*", "info[a.b] = v*"},
+      {"info[k] = *v", "info[k] = *v"},
+      {"info[k] == *v*", "info[k] ~ v"},
+      {"entitlement[\"exists\"] < v", nullptr},
+      {"cdhash H\"" + hash + "\"", nullptr},
+      {"platform = 2", nullptr},
+      {"notarized or legacy", nullptr},
+      {"# a\n// b\n/* c */ identifier /**/ a;", "identifier a"},
+  };
+  for (const Case& c : cases) {
+    ErrorText error;
+    const auto expression = parseRequirement(c.source, &error);
+    if (c.text != nullptr && *c.text == '\0') {
+      EXPECT_FALSE(expression) << c.source;
+      continue;
+    }
+    ASSERT_TRUE(expression) << c.source << ": " << error.text();
+    const std::string blob = expression->blob();
+    const std::string text = requirementText(blob);
+    EXPECT_EQ(text, c.text == nullptr ? c.source : c.text);
+    const auto again = parseRequirement(text, &error);
+    ASSERT_TRUE(again) << text << ": " << error.text();
+    EXPECT_EQ(hexLower(again->blob()), hexLower(blob)) << text;
+  }
+}
+
+TEST(Requirements, BadTextIsRefusedWithItsPlace) {
+  std::string deep, chain = "always";
+  for (int i = 0; i < 100000; ++i) deep += i % 2 == 0 ? '(' : '!';
+  for (int i = 0; i < 100000; ++i) chain += " and always";
+  const std::pair<std::string, const char*> cases[] = {
+      {"", "line 1, column 1: expected a condition, found the end"},
+      {"identifier or", "line 1, column 12: expected a string, found or"},
+      {"identifier a\n  identifier b",
+       "line 2, column 3: expected the end, \"and\" or \"or\", found identifier"},
+      {"(identifier a", "line 1, column 14: expected \")\", found the end"},
+      {"identifier \"a", "line 1, column 12: the quotes have no end"},
+      {"always /* ", "line 1, column 7: the comment has no end"},
+      {"cdhash H\"abc\"", "line 1, column 8: a hash has hexadecimal digits"},
+      {"cdhash H\"ab\"", "line 1, column 8: a code directory's hash has 40 digits"},
+      {"anchor = H\"ab\"", "line 1, column 10: a certificate's hash has 40 digits"},
+      {"anchor = /no/such/file", "line 1, column 10: /no/such/file: No such file or directory"},
+      {"certificate middle = H\"ab\"",
+       "line 1, column 13: expected leaf, root or a number, found middle"},
+      {"certificate leaf[field.1.x]", "line 1, column 18: \"1.x\" is no object identifier"},
+      {"info[k", "line 1, column 7: expected \"]\", found the end"},
+      {"info[k] > timestamp \"today\"",
+       "line 1, column 21: expected a date as in \"2011-07-01 00:00:00 +0000\", found \"today\""},
+      {"identifier a $", "line 1, column 14: '$' means nothing here"},
+      {deep, "line 1, column 501: this is nested too deeply"},
+  };
+  for (const auto& [source, expected] : cases) {
+    ErrorText error;
+    EXPECT_FALSE(parseRequirement(source, &error)) << source.substr(0, 40);
+    EXPECT_EQ(error.text(), std::string("invalid requirement: ") + expected);
+  }
+  EXPECT_FALSE(parseRequirement(chain, nullptr));
+}
+
+TEST(Requirements, SetsOfText) {
+  ErrorText error;
+  const auto set = parseRequirementSet("library => always; designated => never", &error);
+  ASSERT_TRUE(set) << error.text();
+  const std::string blob = makeSuperBlob(kRequirementSetMagic, *set);
+  EXPECT_EQ(requirementSetText(blob), "designated => never\nlibrary => always\n");
+  for (const char* bad : {"", "always", "designated =>", "designated = always", "other => always",
+                          "host => always host => never", "host => always,"}) {
+    EXPECT_FALSE(parseRequirementSet(bad, &error)) << bad;
+    EXPECT_THAT(error.text(), testing::StartsWith("invalid requirement: line 1, column "));
+  }
+
+  // The default joins a set that states no designated requirement, and no other.
+  const CertificateChain chain = authority().selfSignedWithoutOrganization();
+  const std::string host =
+      makeSuperBlob(kRequirementSetMagic, *parseRequirementSet("host => always", &error));
+  EXPECT_THAT(requirementSetText(withDesignatedRequirement(host, "a", chain)),
+              testing::MatchesRegex("host => always\ndesignated => identifier a and .*\n"));
+  EXPECT_EQ(withDesignatedRequirement(host, "a", {}), host);
+  EXPECT_EQ(withDesignatedRequirement(blob, "a", chain), blob);
 }
 
 TEST(Requirements, RefusesDamage) {

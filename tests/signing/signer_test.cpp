@@ -1,12 +1,16 @@
 // Signing whole files and bundles; each result goes through the verifier.
 #include "companions/signing/Signer.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <fstream>
+
 #include "companions/signing/CmsSignature.h"
 #include "companions/signing/CodeSignature.h"
+#include "companions/signing/RequirementParser.h"
 #include "companions/signing/SignatureOutput.h"
 #include "companions/signing/verify/Verifier.h"
 #include "host/files.h"
@@ -265,12 +269,12 @@ TEST(Signer, TakesOverWhatIsToBePreserved) {
   EXPECT_EQ(signature.entitlementsText(), kEntitlementsText);
   EXPECT_EQ(*signature.component(kRequirementsSlot), set);
   // They name the certificate of the first signer.
-  EXPECT_FALSE(verifyCode(path).satisfiesRequirement);
+  EXPECT_FALSE(verifyCode(path).satisfiesDesignated);
 
   SignOptions third = withIdentity();
   ASSERT_TRUE(signs(path, third));
   EXPECT_FALSE(Opened(path).signature().entitlementsText());
-  EXPECT_TRUE(verifyCode(path).satisfiesRequirement);
+  EXPECT_TRUE(verifyCode(path).satisfiesDesignated);
 }
 
 TEST(Signer, TeamIsPreservedOrRefused) {
@@ -348,30 +352,88 @@ TEST(Signer, HashesManyPagesInParallel) {
   ASSERT_TRUE(signs(folder.write("tool", image.build()), withIdentity()));
 }
 
+TEST(Signer, RequirementsAskTheEmbeddedInfoPlist) {
+  const TemporaryFolder folder;
+  SignableImage image;
+  image.infoPlist = "<plist><dict><key>CFBundleVersion</key><string>17.10</string></dict></plist>";
+  const std::string path = folder.write("tool", image.build());
+  ASSERT_TRUE(signs(path, SignOptions()));
+  for (const auto& [source, expected] :
+       {std::pair("info[CFBundleVersion] > 17.9", true), {"info[CFBundleVersion] = *.9", false}}) {
+    VerifyOptions options;
+    options.requirement = parseRequirement(source, nullptr)->blob();
+    EXPECT_EQ(verifyCode(path, options).satisfiesRequirement, expected) << source;
+  }
+}
+
+// Turns one bit of a file, and back when it goes.
+class FlippedBit {
+ public:
+  FlippedBit(std::string path, size_t at) : path_(std::move(path)), at_(at) { flip(); }
+  ~FlippedBit() { flip(); }
+  FlippedBit(const FlippedBit&) = delete;
+  FlippedBit& operator=(const FlippedBit&) = delete;
+
+ private:
+  void flip() const {
+    std::fstream file(path_, std::ios::in | std::ios::out | std::ios::binary);
+    const auto at = static_cast<std::streamoff>(at_);
+    file.seekg(at);
+    const int byte = file.get();
+    file.seekp(at);
+    file.put(static_cast<char>(byte ^ 1 << (at_ + at_ / 8) % 8));
+    EXPECT_TRUE(file.good());
+  }
+  std::string path_;
+  size_t at_;
+};
+
+// Code is looked at in places, the signature byte by byte with all that is in its message.
 TEST(Signer, AnyDamagedByteIsFound) {
   const TemporaryFolder folder;
   const std::string path = folder.write("tool", SignableImage::armv7().build());
   SignOptions options = withIdentity();
   options.entitlements = kEntitlementsText;
   ASSERT_TRUE(signs(path, options));
-  const std::string good = contentsOf(path);
-  const Opened opened(path);
-  const CodeSignature signature = opened.signature();
-  const size_t start = opened.file.images()[0].signature->dataoff;
-  const std::string_view message = *signature.component(kCmsSlot);
-  const size_t messageAt = start + signature.length() - message.size();
-  for (size_t at = 0; at < messageAt; at += at < start ? 397 : 1) {
-    std::string damaged = good;
-    damaged[at] = static_cast<char>(damaged[at] ^ (1 << at % 8));
-    folder.write("damaged", damaged);
-    ASSERT_FALSE(verifyCode(folder.file("damaged")).valid) << "byte " << at << " of " << start;
+  size_t start = 0, end = 0;
+  {
+    const Opened opened(path);
+    start = opened.file.images()[0].signature->dataoff;
+    end = start + opened.signature().length();
   }
-  // Not each byte of a certificate matters here, but none may do harm.
-  for (size_t at = messageAt; at < messageAt + message.size(); at += 7) {
-    std::string damaged = good;
-    damaged[at] = static_cast<char>(damaged[at] ^ (1 << at % 8));
-    folder.write("damaged", damaged);
-    verifyCode(folder.file("damaged"));
+  std::string missed;
+  for (size_t at = 0; at < end; at += at < start ? 397 : 1) {
+    const FlippedBit flipped(path, at);
+    if (verifyCode(path).valid) missed += fmt::format("{} ", at);
+  }
+  EXPECT_EQ(missed, "") << "signature from " << start << " to " << end;
+  EXPECT_TRUE(verifyCode(path).valid);
+}
+
+// The DER form is made with the property list; a signer that lets them differ is refused.
+TEST(Signer, BothFormsOfTheEntitlementsSayTheSame) {
+  const TemporaryFolder folder;
+  SignOptions options;
+  options.entitlements =
+      "<plist><dict><key>z</key><array><integer>-129</integer><integer>18446744073709551615</"
+      "integer>"
+      "<integer>128</integer></array><key>a</key><dict><key>b</key><true/><key>c</"
+      "key><string>\xc3\xa9"
+      "</string></dict></dict></plist>";
+  const std::string path = folder.write("tool", SignableImage().build());
+  ASSERT_TRUE(signs(path, options));
+  const auto withHashOf = [](std::string file, std::string_view blob, const std::string& changed) {
+    const std::string hash = digestOf(DigestAlgorithm::kSha256, blob);
+    file.replace(file.find(hash), hash.size(), digestOf(DigestAlgorithm::kSha256, changed));
+    return file.replace(file.find(blob), blob.size(), changed);
+  };
+  const std::string good = contentsOf(path);
+  const std::string der(*Opened(path).signature().component(kDerEntitlementsSlot));
+  for (size_t at = kBlobHeaderSize; at < der.size(); ++at) {
+    std::string changed = der;
+    changed[at] = static_cast<char>(changed[at] ^ 1);
+    folder.write("tool", withHashOf(good, der, changed));
+    EXPECT_FALSE(verifyCode(path).valid) << at;
   }
 }
 

@@ -3,11 +3,16 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <atomic>
 
 #include "companions/signing/CmsSignature.h"
 #include "companions/signing/CodeFile.h"
 #include "companions/signing/CodeSignature.h"
+#include "companions/signing/RequirementParser.h"
+#include "companions/signing/parallel.h"
 #include "companions/signing/requirements.h"
+#include "companions/signing/verify/entitlement_check.h"
+#include "companions/signing/verify/message_check.h"
 #include "companions/signing/verify/requirement_check.h"
 #include "companions/signing/verify/resource_check.h"
 #include "host/MappedFile.h"
@@ -17,17 +22,26 @@
 namespace tovrek::signing {
 namespace {
 
-constexpr const char* kInvalidSignature =
-    "invalid signature (code or signature have been modified)";
 constexpr const char* kInvalidInfoPlist =
     "invalid Info.plist (plist or signature have been modified)";
 constexpr const char* kNoResources =
     "code has no resources but signature indicates they must be present";
 constexpr const char* kUnsealedResources = "code has resources but the signature seals none";
 constexpr const char* kBadResource = "a sealed resource is missing or invalid";
-// A whole number of pages of any size that is in use.
-constexpr uint64_t kReleasedAtOnce = uint64_t{1} << 22;
+constexpr const char* kBadNested = "nested code is modified or invalid";
+constexpr const char* kBadLink = "invalid destination for symbolic link in bundle";
+constexpr const char* kNotStrict = "main executable failed strict validation";
+constexpr uint64_t kReadAtOnce = uint64_t{1} << 22;
 constexpr uint32_t kLastKnownSlot = 0x10002;
+
+// Some linkers put blobs at multiples of this.
+constexpr ptrdiff_t kBlobAlignment = 8;
+
+// Whether only zeros, and no more than an alignment takes, lie between the two.
+bool isFilling(const char* from, const char* to) {
+  return to >= from && to - from < kBlobAlignment &&
+         std::all_of(from, to, [](char c) { return c == '\0'; });
+}
 
 // Whether the index holds known kinds of blobs alone, in order and without gaps.
 bool isOrderly(std::string_view bytes) {
@@ -42,34 +56,39 @@ bool isOrderly(std::string_view bytes) {
     if (isAlternate && entry.type != kAlternateCodeDirectorySlot + alternates++) return false;
     const bool isKnown = entry.type <= kLastSpecialSlot || isAlternate ||
                          (entry.type >= kCmsSlot && entry.type <= kLastKnownSlot);
-    if (!isKnown || entry.blob.data() != next) return false;
+    if (!isKnown || !isFilling(next, entry.blob.data())) return false;
     if (previous != nullptr && entry.type <= previous->type) return false;
     next = entry.blob.data() + entry.blob.size();
     previous = &entry;
   }
-  return next == bytes.data() + index->length();
+  return isFilling(next, bytes.data() + index->length());
 }
 
+// Each processor takes some megabytes at a time and gives their memory back.
 bool arePagesIntact(const CodeDirectory& directory, std::string_view code) {
   const auto& info = directory.info();
   if (info.codeLimit > code.size()) return false;
-  Digest digest(directory.kind().algorithm);
   const uint64_t step = info.pageSizeLog2 == 0 ? std::max<uint64_t>(info.codeLimit, 1)
                                                : uint64_t{1} << info.pageSizeLog2;
-  for (uint32_t page = 0; page < directory.codeSlotCount(); ++page) {
-    const uint64_t start = page * step;
-    if (start % kReleasedAtOnce == 0 && start > 0) {
-      releasePages(code.substr(start - kReleasedAtOnce, kReleasedAtOnce));
+  const size_t pagesAtOnce = std::max<uint64_t>(1, kReadAtOnce / step);
+  std::atomic<bool> intact{true};
+  forEachPart(directory.codeSlotCount(), pagesAtOnce, [&](size_t begin, size_t end) {
+    const std::string_view part = code.substr(begin * step, (end - begin) * step);
+    Digest digest(directory.kind().algorithm);
+    for (size_t page = begin; intact && page < end; ++page) {
+      const uint64_t start = page * step;
+      digest.update(code.substr(start, std::min(step, info.codeLimit - start)));
+      const std::string hash = digest.finish().substr(0, directory.kind().size);
+      if (hash != directory.codeHash(static_cast<uint32_t>(page))) intact = false;
     }
-    digest.update(code.substr(start, std::min(step, info.codeLimit - start)));
-    if (digest.finish().substr(0, directory.kind().size) != directory.codeHash(page)) return false;
-  }
-  return true;
+    releasePages(part);
+  });
+  return intact;
 }
 
 class Verifier {
  public:
-  explicit Verifier(const std::optional<std::string>& requirement) : requirement_(requirement) {}
+  explicit Verifier(const VerifyOptions& options) : options_(options) {}
 
   Verdict run(const std::string& path);
 
@@ -84,13 +103,15 @@ class Verifier {
   bool checkSignature(const CodeSignature& signature, std::string_view code,
                       std::string_view infoPlist);
   bool checkMessage(const CodeSignature& signature);
-  bool checkNamedDirectories(const CodeSignature& signature, const CmsSignature& cms);
   bool checkSlots(const CodeSignature& signature, const CodeDirectory& directory,
                   std::string_view infoPlist);
   bool checkResources();
-  void checkRequirement();
+  bool checkNested();
+  bool checkLinks();
+  RequirementContext context() const;
+  void checkRequirements();
 
-  const std::optional<std::string>& requirement_;
+  const VerifyOptions& options_;
   Verdict verdict_;
   CodeObject object_;
   CodeFile file_;
@@ -102,7 +123,7 @@ class Verifier {
 
 Verdict Verifier::run(const std::string& path) {
   verdict_.valid = open(path) && checkImages() && checkResources();
-  if (verdict_.valid) checkRequirement();
+  if (verdict_.valid) checkRequirements();
   return std::move(verdict_);
 }
 
@@ -122,12 +143,15 @@ bool Verifier::open(const std::string& path) {
 
 bool Verifier::checkImages() {
   if (!file_.isMachO()) return checkSignature(*signature_, file_.bytes(), object_.infoPlist);
+  bool found = false;
   for (const MachOImage& image : file_.images()) {
+    if (options_.architecture && image.archName() != *options_.architecture) continue;
+    found = true;
     if (checkImage(image)) continue;
     if (file_.isUniversal()) verdict_.lines.push_back("In architecture: " + image.archName());
     return false;
   }
-  return true;
+  return found || failed(fmt::format("no architecture {} in it", *options_.architecture));
 }
 
 bool Verifier::checkImage(const MachOImage& image) {
@@ -139,6 +163,8 @@ bool Verifier::checkImage(const MachOImage& image) {
   for (const CodeDirectory& directory : signature->directories()) {
     if (directory.info().codeLimit != image.signature->dataoff) return failed(kInvalidSignature);
   }
+  const uint64_t end = uint64_t{image.signature->dataoff} + image.signature->datasize;
+  if (options_.strict && end != image.bytes.size()) return failed(kNotStrict);
   return checkSignature(*signature, asText(image.bytes.bytes()),
                         object_.isBundle() ? std::string_view(object_.infoPlist) : image.infoPlist);
 }
@@ -146,6 +172,7 @@ bool Verifier::checkImage(const MachOImage& image) {
 bool Verifier::checkSignature(const CodeSignature& signature, std::string_view code,
                               std::string_view infoPlist) {
   if (!checkMessage(signature)) return false;
+  if (!areEntitlementsConsistent(signature)) return failed(kInvalidSignature);
   for (const CodeDirectory& directory : signature.directories()) {
     const CodeDirectoryInfo& first = signature.primary().info();
     const CodeDirectoryInfo& info = directory.info();
@@ -161,41 +188,10 @@ bool Verifier::checkMessage(const CodeSignature& signature) {
   chain_ = CertificateChain();
   if (signature.isAdhoc()) return signature.cms().empty() || failed(kInvalidSignature);
   const auto cms = CmsSignature::parse(signature.cms());
-  if (!cms || !cms->isSignatureOver(signature.primary().blob()) ||
-      !checkNamedDirectories(signature, *cms)) {
-    return failed(kInvalidSignature);
-  }
+  if (!cms) return failed(kInvalidSignature);
+  if (const char* fault = messageFault(signature, *cms)) return failed(fault);
   chain_ = cms->chain();
-  const std::string& team = signature.primary().info().teamId;
-  if (!team.empty() && chain_.leaf().subject("OU") != team) return failed(kInvalidSignature);
   return true;
-}
-
-// A signer with several directories vouches for each of them, not only for the one it signed.
-bool Verifier::checkNamedDirectories(const CodeSignature& signature, const CmsSignature& cms) {
-  std::vector<const CodeDirectory*> ordered;
-  for (const CodeDirectory& directory : signature.directories()) ordered.push_back(&directory);
-  std::sort(ordered.begin(), ordered.end(),
-            [](const auto* a, const auto* b) { return a->kind().type < b->kind().type; });
-  if (!cms.cdHashesAttribute()) return ordered.size() == 1;
-  PlistValue::Array hashes;
-  for (const CodeDirectory* directory : ordered) {
-    hashes.emplace_back(PlistValue::Data{directory->cdHash()});
-  }
-  const auto plist = parsePlist(*cms.cdHashesAttribute());
-  const auto* named = plist && plist->dictionary() != nullptr
-                          ? arrayForKey(*plist->dictionary(), "cdhashes")
-                          : nullptr;
-  if (named == nullptr || *named != hashes) return false;
-  if (!cms.namedHashes()) return true;
-  return cms.namedHashes()->size() == ordered.size() &&
-         std::all_of(ordered.begin(), ordered.end(), [&](const CodeDirectory* directory) {
-           return std::any_of(cms.namedHashes()->begin(), cms.namedHashes()->end(),
-                              [&](const auto& pair) {
-                                return pair.oid == oidContents(directory->kind().oid) &&
-                                       pair.hash == directory->fullHash();
-                              });
-         });
 }
 
 // What the directory seals has to be there, and what is there has to be sealed.
@@ -225,17 +221,48 @@ bool Verifier::checkSlots(const CodeSignature& signature, const CodeDirectory& d
 bool Verifier::checkResources() {
   if (!hasSeal_) return true;
   const auto differences = resourceDifferences(object_, seal_);
-  if (differences.empty()) return true;
-  verdict_.lines.push_back(kBadResource);
-  verdict_.lines.insert(verdict_.lines.end(), differences.begin(), differences.end());
+  if (!differences.empty()) {
+    verdict_.lines.push_back(kBadResource);
+    verdict_.lines.insert(verdict_.lines.end(), differences.begin(), differences.end());
+    return false;
+  }
+  return checkNested() && (!options_.strict || checkLinks());
+}
+
+// The seal names code inside by the requirement that it satisfies.
+bool Verifier::checkNested() {
+  for (const NestedCode& nested : nestedCode(object_, seal_)) {
+    ErrorText reason;
+    const auto requirement = parseRequirement(nested.requirement, &reason);
+    VerifyOptions options;
+    options.strict = options_.strict;
+    if (requirement) options.requirement = requirement->blob();
+    const Verdict inner = verifyCode(nested.path, options);
+    if (requirement && inner.valid && inner.satisfiesRequirement) continue;
+    verdict_.lines.push_back(kBadNested);
+    verdict_.lines.push_back("In subcomponent: " + nested.path);
+    return false;
+  }
+  return true;
+}
+
+bool Verifier::checkLinks() {
+  const auto stray = linksLeadingOut(object_);
+  if (stray.empty()) return true;
+  verdict_.lines.push_back(kBadLink);
+  for (const std::string& path : stray) verdict_.lines.push_back("file modified: " + path);
   return false;
 }
 
-void Verifier::checkRequirement() {
+RequirementContext Verifier::context() const {
   RequirementContext context;
   context.identifier = signature_->best().info().identifier;
   context.platform = signature_->best().info().platform;
   context.info = object_.info;
+  if (!object_.isBundle() && file_.isMachO()) {
+    const auto embedded = parsePlist(file_.mainImage().infoPlist);
+    if (embedded && embedded->dictionary() != nullptr) context.info = *embedded->dictionary();
+  }
   context.chain = chain_;
   for (const CodeDirectory& each : signature_->directories()) {
     context.cdHashes.push_back(each.cdHash());
@@ -243,27 +270,26 @@ void Verifier::checkRequirement() {
   const auto entitlements = signature_->entitlementsText();
   const auto plist = entitlements ? parsePlist(*entitlements) : std::nullopt;
   if (plist && plist->dictionary() != nullptr) context.entitlements = *plist->dictionary();
+  return context;
+}
 
-  std::optional<std::string_view> wanted;
-  if (requirement_) {
-    wanted = *requirement_;
-  } else if (const auto set = signature_->component(kRequirementsSlot)) {
-    const auto index = SuperBlob::parse(*set, kRequirementSetMagic);
-    if (index) wanted = index->find(kDesignatedRequirement);
-  }
+void Verifier::checkRequirements() {
+  const auto holds = [&](const std::optional<std::string_view>& wanted) {
+    if (!wanted) return true;
+    const auto expression = RequirementExpression::parse(*wanted);
+    return expression && satisfies(context(), *expression);
+  };
   // Without a designated requirement the code's own hash is what is required.
-  if (!wanted) {
-    verdict_.satisfiesRequirement = true;
-    return;
-  }
-  const auto expression = RequirementExpression::parse(*wanted);
-  verdict_.satisfiesRequirement = expression && satisfies(context, *expression);
+  const auto set = signature_->component(kRequirementsSlot);
+  const auto index = set ? SuperBlob::parse(*set, kRequirementSetMagic) : std::nullopt;
+  verdict_.satisfiesDesignated = holds(index ? index->find(kDesignatedRequirement) : std::nullopt);
+  verdict_.satisfiesRequirement = holds(options_.requirement);
 }
 
 }  // namespace
 
-Verdict verifyCode(const std::string& path, const std::optional<std::string>& requirement) {
-  return Verifier(requirement).run(path);
+Verdict verifyCode(const std::string& path, const VerifyOptions& options) {
+  return Verifier(options).run(path);
 }
 
 }  // namespace tovrek::signing

@@ -9,17 +9,29 @@
 
 namespace tovrek::signing {
 
+inline constexpr const char* kInvalidSignature =
+    "invalid signature (code or signature have been modified)";
+
+struct VerifyOptions {
+  std::optional<std::string> requirement;   // compiled: what the code is to satisfy besides its own
+  std::optional<std::string> architecture;  // check this one alone
+  // Also refuse what a cautious system does not load: bytes behind the signature, and links that
+  // lead out of the bundle.
+  bool strict = false;
+};
+
 struct Verdict {
   bool valid = false;
-  // Whether the code satisfies the requirement that was asked for, or else its own designated one.
+  // For valid code alone: whether it satisfies its own designated requirement, and the one asked
+  // for (true when none was).
+  bool satisfiesDesignated = false;
   bool satisfiesRequirement = false;
   // What is wrong, the main statement first; then "file modified: ..." and the like.
   std::vector<std::string> lines;
 };
 
 // Checks all architectures of what `path` denotes, and the resources of a bundle. The signer's
-// chain is checked for being one; whom to trust is left to the requirement. `requirement` is a
-// compiled requirement to test instead of the designated one.
-Verdict verifyCode(const std::string& path, const std::optional<std::string>& requirement = {});
+// chain is checked for being one; whom to trust is left to the requirement.
+Verdict verifyCode(const std::string& path, const VerifyOptions& options = {});
 
 }  // namespace tovrek::signing

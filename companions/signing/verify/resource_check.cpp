@@ -6,7 +6,6 @@
 
 #include "companions/signing/FileHasher.h"
 #include "companions/signing/ResourceRules.h"
-#include "companions/signing/ResourceSeal.h"
 #include "host/files.h"
 #include "host/paths.h"
 
@@ -55,6 +54,13 @@ bool isUnchanged(const std::string& path, const Sealed& sealed) {
          (sealed.sha256.empty() || hashes.sha256 == sealed.sha256);
 }
 
+// In the root of a bundle, what never belongs to the seal.
+bool isUnsealed(const std::string& path, const CodeObject& object) {
+  constexpr std::string_view kNames[] = {kSignatureFolder, kSealFile, "_MASReceipt"};
+  return path == object.executableName() ||
+         std::find(std::begin(kNames), std::end(kNames), path) != std::end(kNames);
+}
+
 }  // namespace
 
 std::vector<std::string> resourceDifferences(const CodeObject& object, const std::string& seal) {
@@ -79,7 +85,7 @@ std::vector<std::string> resourceDifferences(const CodeObject& object, const std
   }
   const ResourceRules& valid = second ? rules->rules2 : rules->rules;
   walkDirectory(object.root, [&](const WalkedItem& item) {
-    if (isOutsideSeal(item.relativePath, object.executableName())) return false;
+    if (isUnsealed(item.relativePath, object)) return false;
     const auto known = expected.find(item.relativePath);
     if (item.kind == ItemKind::kDirectory) return known == expected.end();
     const auto verdict = valid.match(item.relativePath);
@@ -93,6 +99,33 @@ std::vector<std::string> resourceDifferences(const CodeObject& object, const std
   });
   std::stable_sort(differences.begin(), differences.end());
   return differences;
+}
+
+std::vector<NestedCode> nestedCode(const CodeObject& object, const std::string& seal) {
+  const auto plist = parsePlist(seal);
+  const auto* files = plist && plist->dictionary() != nullptr
+                          ? dictionaryForKey(*plist->dictionary(), "files2")
+                          : nullptr;
+  std::vector<NestedCode> found;
+  if (files == nullptr) return found;
+  for (const auto& [path, value] : *files) {
+    const PlistDictionary* entry = value.dictionary();
+    if (entry == nullptr || !entry->contains("cdhash")) continue;
+    found.push_back({joinPath(object.root, path), stringForKeyOr(*entry, "requirement", "")});
+  }
+  return found;
+}
+
+std::vector<std::string> linksLeadingOut(const CodeObject& object) {
+  std::vector<std::string> stray;
+  walkDirectory(object.root, [&](const WalkedItem& item) {
+    if (item.kind != ItemKind::kLink) return true;
+    const std::string path = joinPath(object.root, item.relativePath);
+    const auto target = realPath(path);
+    if (!target || !(*target + "/").starts_with(object.root + "/")) stray.push_back(path);
+    return true;
+  });
+  return stray;
 }
 
 }  // namespace tovrek::signing
