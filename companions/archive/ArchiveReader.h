@@ -32,6 +32,11 @@ class ArchiveReader {
   Bytes packed(const Entry& entry) const {
     return bytes_.subspan(entry.dataOffset, entry.compressedSize);
   }
+  // The extra fields of the entry's own header; they differ from those of the directory.
+  Bytes localExtra(const Entry& entry) const {
+    const size_t at = entry.headerOffset + kLocalHeaderSize + entry.name.size();
+    return bytes_.subspan(at, entry.dataOffset - at);
+  }
 
  private:
   struct Directory {

@@ -1,5 +1,6 @@
 #include "companions/archive/deflate.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -25,18 +26,22 @@ size_t Deflater::deflate(Bytes contents, std::span<std::byte> target) {
 }
 
 bool looksCompressible(Bytes contents) {
-  constexpr size_t kPieces = 8;
-  constexpr size_t kPieceSize = 8192;
-  if (contents.size() <= kPieces * kPieceSize) return true;  // packing it is as quick
-  std::array<std::byte, kPieces * kPieceSize> sample{};
-  const size_t step = (contents.size() - kPieceSize) / (kPieces - 1);
-  for (size_t i = 0; i < kPieces; ++i) {
+  constexpr size_t kPieceSize = 4096;
+  constexpr size_t kMostPieces = 16;
+  constexpr size_t kBytesPerPiece = 32768;
+  if (contents.size() <= 4 * kPieceSize) return true;  // packing it is as quick
+  const size_t pieces = std::clamp<size_t>(contents.size() / kBytesPerPiece, 4, kMostPieces);
+  const size_t step = (contents.size() - kPieceSize) / (pieces - 1);
+  std::array<std::byte, kMostPieces * kPieceSize> sample{};
+  for (size_t i = 0; i < pieces; ++i) {
     std::memcpy(&sample[i * kPieceSize], &contents[i * step], kPieceSize);
   }
+  std::array<std::byte, kMostPieces * kPieceSize> packed{};
+  const size_t size = pieces * kPieceSize;
   constexpr int kFastest = 1;
-  // Packed data of any kind gains well below a hundredth.
-  std::array<std::byte, kPieces * kPieceSize / 100 * 99> packed{};
-  return Deflater(kFastest).deflate(sample, packed) != 0;
+  const size_t packedSize =
+      Deflater(kFastest).deflate(std::span(sample).first(size), std::span(packed).first(size));
+  return packedSize != 0 && isWorthPacking(size, packedSize);
 }
 
 }  // namespace tovrek::archive

@@ -59,6 +59,12 @@ class Deflater {
   std::unique_ptr<libdeflate_compressor, Freer<libdeflate_free_compressor>> state_;
 };
 
+// Whether the packed form is so much smaller that it is worth unpacking later. Data that are
+// packed already, of any kind, gain well below a hundredth.
+constexpr bool isWorthPacking(uint64_t size, uint64_t packedSize) {
+  return packedSize < size - size / 100;
+}
+
 // Whether packing `contents` is worth the time: judged by a quick trial on pieces spread over it.
 bool looksCompressible(Bytes contents);
 

@@ -31,7 +31,6 @@ inline constexpr uint16_t kStored = 0;
 inline constexpr uint16_t kDeflated = 8;
 
 inline constexpr uint16_t kFlagEncrypted = 1U << 0;
-inline constexpr uint16_t kFlagFast = 1U << 2;  // deflated with one of the two fastest levels
 inline constexpr uint16_t kFlagStrongEncryption = 1U << 6;
 inline constexpr uint16_t kFlagUtf8 = 1U << 11;
 inline constexpr uint16_t kFlagMaskedHeaders = 1U << 13;
