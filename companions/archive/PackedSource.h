@@ -28,7 +28,7 @@ class PackedSource {
   };
 
   // False, leaving nothing to take, for what is no sound archive and for an archive that is packed
-  // worse than this program would do.
+  // worse than archives usually are.
   bool open(const std::string& path);
 
   // Whether some entry unpacks to this many bytes, which is worth a closer look.

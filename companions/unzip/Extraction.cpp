@@ -10,6 +10,7 @@
 #include <cstring>
 #include <deque>
 #include <map>
+#include <set>
 
 #include "companions/archive/ordered_work.h"
 #include "companions/unzip/padded_name.h"
@@ -121,12 +122,14 @@ class Extraction {
   }
 
   void makeFolders() {
-    for (const PlannedItem& folder : plan_.folders) {
+    for (size_t i = 0; i < plan_.folders.size(); ++i) {
+      const PlannedItem& folder = plan_.folders[i];
       const int parent = cursor_.enter(folderOf(folder.path), true);
       if (parent == -1) {
         take(cannotReach(folder));
       } else if (::mkdirat(parent, nameOf(folder.path).c_str(), 0777) == 0) {
         report("creating", shown(folder) + "/");
+        made_.insert(i);
       } else if (cursor_.enter(folder.path, false) == -1) {
         take(cannotReach(folder));
       }
@@ -216,12 +219,14 @@ class Extraction {
   // Last, because writing into a folder changes its time and may not be permitted any more. Inner
   // folders come first.
   void finishFolders() {
-    for (auto item = plan_.folders.rbegin(); item != plan_.folders.rend(); ++item) {
-      const int folder = cursor_.enter(item->path, false);
+    for (size_t i = plan_.folders.size(); i-- > 0;) {
+      if (!made_.contains(i)) continue;  // one that was there keeps its own
+      const PlannedItem& item = plan_.folders[i];
+      const int folder = cursor_.enter(item.path, false);
       if (folder == -1) continue;
-      const timespec times[2] = {{0, UTIME_OMIT}, {item->entry->modified(), 0}};
+      const timespec times[2] = {{0, UTIME_OMIT}, {item.entry->modified(), 0}};
       ::futimens(folder, times);
-      ::fchmod(folder, permissions(*item->entry));
+      ::fchmod(folder, permissions(*item.entry));
     }
   }
 
@@ -231,6 +236,7 @@ class Extraction {
   FolderCursor cursor_;
   std::deque<Worker> workers_;
   std::map<const PlannedItem*, std::string> targets_;
+  std::set<size_t> made_;  // folders that were not there before
   mode_t mask_ = 0;
   int status_ = kDone;
 };

@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <iostream>
 #include <unordered_map>
 #include <unordered_set>
@@ -47,6 +48,9 @@ class Planner {
 
   // Drops what later entries of the same name replace, and checks that no entry lies below a link.
   bool finish(ErrorText* error) {
+    // Outer folders first, whatever their order in the archive.
+    std::stable_sort(plan_->folders.begin(), plan_->folders.end(),
+                     [](const PlannedItem& a, const PlannedItem& b) { return a.path < b.path; });
     std::unordered_set<std::string> links;
     for (const PlannedItem& link : plan_->links) {
       if (link.entry != nullptr) links.insert(link.path);
