@@ -84,8 +84,8 @@ def main(demo, output, megabytes="100", files="3000"):
         fill(app, float(megabytes), int(files))
         if os.path.exists(output):
             os.remove(output)
-        # Level 1: packing the input is not what is measured.
-        subprocess.run(["zip", "-qry1", output, "Payload"], cwd=scratch, check=True)
+        # At the default level, like the apps that developers hand out.
+        subprocess.run(["/usr/bin/zip", "-qry", output, "Payload"], cwd=scratch, check=True)
 
 
 if __name__ == "__main__":

@@ -43,7 +43,11 @@ class Pipeline {
       roomChanged_.wait(lock, [this] { return stopped_ || next_ >= jobs_.count || hasRoom(); });
       if (stopped_ || next_ >= jobs_.count) return;
       const size_t job = next_++;
-      held_ += jobs_.weight(job);
+      if (isLarge(job)) {
+        largeAtWork_ = true;
+      } else {
+        held_ += jobs_.weight(job);
+      }
       lock.unlock();
       jobs_.work(worker, job);
       lock.lock();
@@ -52,8 +56,11 @@ class Pipeline {
     }
   }
 
-  // Also true when nothing is held: a job larger than the window runs by itself.
-  bool hasRoom() const { return held_ == 0 || held_ + jobs_.weight(next_) <= kMemoryWindow; }
+  // A job larger than the window is let in beside the others, one at a time.
+  bool isLarge(size_t job) const { return jobs_.weight(job) > kMemoryWindow; }
+  bool hasRoom() const {
+    return isLarge(next_) ? !largeAtWork_ : held_ + jobs_.weight(next_) <= kMemoryWindow;
+  }
 
   bool deliverAll() {
     std::unique_lock lock(mutex_);
@@ -63,7 +70,11 @@ class Pipeline {
       const bool goOn = jobs_.deliver(awaited_);
       lock.lock();
       const bool wasFull = next_ < jobs_.count && !hasRoom();
-      held_ -= jobs_.weight(awaited_);
+      if (isLarge(awaited_)) {
+        largeAtWork_ = false;
+      } else {
+        held_ -= jobs_.weight(awaited_);
+      }
       stopped_ = !goOn;
       if (wasFull || stopped_) roomChanged_.notify_all();
       if (stopped_) return false;
@@ -79,6 +90,7 @@ class Pipeline {
   size_t next_ = 0;
   size_t awaited_ = 0;
   uint64_t held_ = 0;
+  bool largeAtWork_ = false;
   bool stopped_ = false;
 };
 

@@ -7,7 +7,7 @@
 
 namespace tovrek::archive {
 
-// The most bytes that jobs hold in memory at a time, but for one job that needs more by itself.
+// The most bytes that jobs hold in memory at a time, besides one job that needs more by itself.
 inline constexpr uint64_t kMemoryWindow = 48 << 20;
 
 struct OrderedWork {
