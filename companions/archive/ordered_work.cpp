@@ -98,7 +98,9 @@ class Pipeline {
 
 size_t workerCount() {
   constexpr size_t kMost = 8;
-  return std::clamp<size_t>(std::thread::hardware_concurrency(), 1, kMost);
+  // Asked once: callers keep something for each worker.
+  static const size_t count = std::clamp<size_t>(std::thread::hardware_concurrency(), 1, kMost);
+  return count;
 }
 
 bool runInOrder(const OrderedWork& jobs) {
