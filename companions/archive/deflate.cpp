@@ -5,6 +5,13 @@
 #include <cstring>
 
 namespace tovrek::archive {
+namespace {
+
+bool isArchive(Bytes contents) {
+  return contents.size() > kLocalHeaderSize && numberAt<uint32_t>(contents, 0) == kLocalHeader;
+}
+
+}  // namespace
 
 uint32_t crcOf(Bytes bytes, uint32_t start) {
   // Called with no data, libdeflate answers its start value whatever was given.
@@ -41,7 +48,12 @@ bool looksCompressible(Bytes contents) {
   constexpr int kFastest = 1;
   const size_t packedSize =
       Deflater(kFastest).deflate(std::span(sample).first(size), std::span(packed).first(size));
-  return packedSize != 0 && isWorthPacking(size, packedSize);
+  if (packedSize == 0) return false;
+  // What an archive holds was packed already, as far as somebody found it worth while: the little
+  // that its directory and its most even entries still gain does not pay for a whole second round.
+  constexpr size_t kShareOfArchive = 25;
+  return isArchive(contents) ? packedSize < size - size / kShareOfArchive
+                             : isWorthPacking(size, packedSize);
 }
 
 }  // namespace tovrek::archive

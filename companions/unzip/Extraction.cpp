@@ -125,12 +125,10 @@ class Extraction {
     for (size_t i = 0; i < plan_.folders.size(); ++i) {
       const PlannedItem& folder = plan_.folders[i];
       const int parent = cursor_.enter(folderOf(folder.path), true);
-      if (parent == -1) {
-        take(cannotReach(folder));
-      } else if (::mkdirat(parent, nameOf(folder.path).c_str(), 0777) == 0) {
+      if (parent != -1 && ::mkdirat(parent, nameOf(folder.path).c_str(), 0777) == 0) {
         report("creating", shown(folder) + "/");
         made_.insert(i);
-      } else if (cursor_.enter(folder.path, false) == -1) {
+      } else if (parent == -1 || cursor_.enter(folder.path, false) == -1) {
         take(cannotReach(folder));
       }
     }
