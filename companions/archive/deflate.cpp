@@ -1,7 +1,6 @@
 #include "companions/archive/deflate.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 namespace tovrek::archive {
@@ -34,24 +33,26 @@ size_t Deflater::deflate(Bytes contents, std::span<std::byte> target) {
 
 bool looksCompressible(Bytes contents) {
   constexpr size_t kPieceSize = 4096;
-  constexpr size_t kMostPieces = 16;
+  constexpr size_t kMostPieces = 64;
   constexpr size_t kBytesPerPiece = 32768;
   if (contents.size() <= 4 * kPieceSize) return true;  // packing it is as quick
   const size_t pieces = std::clamp<size_t>(contents.size() / kBytesPerPiece, 4, kMostPieces);
-  const size_t step = (contents.size() - kPieceSize) / (pieces - 1);
-  std::array<std::byte, kMostPieces * kPieceSize> sample{};
+  // From the middle of each part: the ends of a file are often unlike the rest of it.
+  const size_t step = contents.size() / pieces;
+  const size_t first = (step - kPieceSize) / 2;
+  const Buffer sample(pieces * kPieceSize);
+  const Buffer packed(pieces * kPieceSize);
+  if (sample.bytes().empty() || packed.bytes().empty()) return false;
   for (size_t i = 0; i < pieces; ++i) {
-    std::memcpy(&sample[i * kPieceSize], &contents[i * step], kPieceSize);
+    std::memcpy(&sample.bytes()[i * kPieceSize], &contents[first + i * step], kPieceSize);
   }
-  std::array<std::byte, kMostPieces * kPieceSize> packed{};
   const size_t size = pieces * kPieceSize;
   constexpr int kFastest = 1;
-  const size_t packedSize =
-      Deflater(kFastest).deflate(std::span(sample).first(size), std::span(packed).first(size));
+  const size_t packedSize = Deflater(kFastest).deflate(sample.bytes(), packed.bytes());
   if (packedSize == 0) return false;
   // What an archive holds was packed already, as far as somebody found it worth while: the little
   // that its directory and its most even entries still gain does not pay for a whole second round.
-  constexpr size_t kShareOfArchive = 25;
+  constexpr size_t kShareOfArchive = 50;
   return isArchive(contents) ? packedSize < size - size / kShareOfArchive
                              : isWorthPacking(size, packedSize);
 }
