@@ -98,6 +98,7 @@ def main(demo, output, megabytes="100", files="3000"):
         fill(app, float(megabytes), int(files))
         if os.path.exists(output):
             os.remove(output)
+        # At the default level, like the apps that developers hand out.
         subprocess.run(["/usr/bin/zip", "-qry", output, "Payload"], cwd=scratch, check=True)
 
 

@@ -22,17 +22,34 @@ std::string asOperand(const std::string& name) {
   return name.starts_with('-') ? "./" + name : name;
 }
 
-bool zipApp(const char* options, const std::string& ipaName, const std::string& sourceDir,
-            const std::string& targetDir, ErrorText* error) {
+// Most of the app is as it was in the input. Our own zip takes the packed form of files that have
+// not changed from the archive named by this variable; others do not know it.
+std::vector<std::pair<std::string, std::string>> packedSource(const std::string& path) {
+  const auto absolute = realPath(path);  // zip runs in another folder
+  if (!absolute) return {};
+  return {{"TOVREK_PACKED_SOURCE", *absolute}};
+}
+
+// `unpackedFrom` is the archive that the app came from.
+bool zipApp(const char* options, const std::string& ipaName, const std::string& unpackedFrom,
+            const std::string& sourceDir, const std::string& targetDir, ErrorText* error) {
   const std::string archive = standardizePath(joinPath(sourceDir, ipaName));
-  // An item of that name came with the input; zip would add to it, or write through a link.
+  std::string source = unpackedFrom;
+  // An item of that name came with the input; zip would add to it, or write through a link. It
+  // goes, or moves out of the way when the app was unpacked from it.
+  if (archive == standardizePath(unpackedFrom) && isPlainFile(archive)) {
+    source = joinPath(sourceDir, uniqueString());
+    if (!moveItem(archive, source)) source.clear();
+  }
   if (itemExistsNoFollow(archive)) removeItem(archive);
 
   std::vector<std::string> command = {kZip, options, asOperand(ipaName), "Payload"};
   for (const char* name : {"iTunesArtwork", "iTunesMetadata.plist"}) {
     if (isPlainFile(joinPath(sourceDir, name))) command.push_back(name);
   }
-  if (runTool(command, sourceDir) != 0) return true;
+  const int status = runTool(command, sourceDir, packedSource(source));
+  if (source != unpackedFrom && !source.empty()) removeItem(source);
+  if (status != 0) return true;
 
   const std::string target = standardizePath(joinPath(targetDir, ipaName));
   if (isPlainFile(target)) removeItem(target);
@@ -45,12 +62,13 @@ bool zipApp(const char* options, const std::string& ipaName, const std::string& 
 
 bool AppConverter::ZipToIpa(const std::string& ipaName, const std::string& sourceDir,
                             const std::string& targetDir, ErrorText* error) {
-  return zipApp("-qry", ipaName, sourceDir, targetDir, error);
+  return zipApp("-qry", ipaName, converterParam_.inputFile.value_or(""), sourceDir, targetDir,
+                error);
 }
 
 bool AppConverter::ZipToIpaFromWex(const std::string& sourceDir, const UnzippedCma& package,
                                    const std::string& packageDir, ErrorText* error) {
-  return zipApp("-qr", package.ipaName(), sourceDir, packageDir, error);
+  return zipApp("-qr", package.ipaName(), package.ipaPath(), sourceDir, packageDir, error);
 }
 
 bool AppConverter::ZiptoPackage(const std::string& packageDir, ErrorText* error) {

@@ -16,10 +16,12 @@ Outcome runQuietly(const Command& command) {
   return outcome;
 }
 
-int runTool(const std::vector<std::string>& argv, const std::string& workingDirectory) {
+int runTool(const std::vector<std::string>& argv, const std::string& workingDirectory,
+            const std::vector<std::pair<std::string, std::string>>& environment) {
   Command command;
   command.argv = argv;
   command.workingDirectory = workingDirectory;
+  command.environment = environment;
   const Outcome outcome = runQuietly(command);
   Global_TKLib_Logger().logDetailed(outcome.output);
   return outcome.status;

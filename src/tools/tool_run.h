@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "host/ErrorText.h"
@@ -19,8 +20,10 @@ inline constexpr int kToolNotStarted = 127;
 // no output.
 Outcome runQuietly(const Command& command);
 
-// Runs the program and logs its standard output at detailed level. Answers the exit status.
-int runTool(const std::vector<std::string>& argv, const std::string& workingDirectory = {});
+// Runs the program, with `environment` on top of the usual one, and logs its standard output at
+// detailed level. Answers the exit status.
+int runTool(const std::vector<std::string>& argv, const std::string& workingDirectory = {},
+            const std::vector<std::pair<std::string, std::string>>& environment = {});
 
 // Puts "Failed to execute <tag> with exit code: <status>" into the slot; false.
 bool failWithStatus(ErrorText* error, std::string_view tag, int status);

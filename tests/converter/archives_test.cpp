@@ -74,6 +74,24 @@ TEST_F(Archives, ArgumentsOfTheIpa) {
   EXPECT_THAT(host.allCalls(), ElementsAre("zip|-qr|Inner.ipa|Payload"));
 }
 
+TEST_F(Archives, ZipLearnsWhereTheAppCameFrom) {
+  host.addTool("zip", "cat \"$TOVREK_PACKED_SOURCE\" >\"$2\"");
+  param.inputFile = write("input.ipa", "the input");
+  ASSERT_TRUE(zipToIpa("Demo.ipa")) << error.text();
+  EXPECT_EQ(contentsOf(folder.file("target/Demo.ipa")), "the input");
+
+  // The app of a package came from an archive of the name that the new one gets.
+  TemporaryDirectory directory;
+  ASSERT_TRUE(directory.CreateTempDirForCma(&error));
+  const auto package = UnzippedCma::initWithCma("x.wex", directory);
+  package->setIpaName("Inner.ipa");
+  package->setIpaPath(write("source/Inner.ipa", "the inner app"));
+  ASSERT_TRUE(
+      converter().ZipToIpaFromWex(folder.file("source"), *package, folder.file("target"), &error));
+  EXPECT_EQ(contentsOf(folder.file("target/Inner.ipa")), "the inner app");
+  EXPECT_EQ(listDirectory(folder.file("source"))->size(), 3U);  // with the Payload and Demo.ipa
+}
+
 TEST_F(Archives, FailingZipIsNoFailureOfTheIpa) {
   host.addTool("zip", "exit 12");
   EXPECT_TRUE(zipToIpa("Demo.ipa"));

@@ -1,0 +1,39 @@
+#include "companions/unzip/unpack_entry.h"
+
+#include <fmt/format.h>
+
+namespace tovrek::unzip {
+
+using archive::Bytes;
+
+std::string contentsFault(const archive::Entry& entry, Bytes contents) {
+  const uint32_t crc = archive::crcOf(contents);
+  if (crc == entry.crc) return {};
+  return fmt::format("bad CRC {:08x}  (should be {:08x})", crc, entry.crc);
+}
+
+bool unpackEntry(const archive::ArchiveReader& reader, const archive::Entry& entry,
+                 archive::Inflater* inflater, archive::Buffer* room, Bytes* contents,
+                 std::string* fault) {
+  *contents = reader.packed(entry);
+  if (entry.method == archive::kDeflated) {
+    if (room->bytes().size() < entry.size) {
+      *room = archive::Buffer();  // the old one first
+      *room = archive::Buffer(entry.size);
+    }
+    if (room->bytes().size() < entry.size) {
+      *fault = "not enough memory";
+      return false;
+    }
+    const auto target = room->bytes().first(entry.size);
+    if (!inflater->inflate(*contents, target)) {
+      *fault = kBadData;
+      return false;
+    }
+    *contents = target;
+  }
+  *fault = contentsFault(entry, *contents);
+  return fault->empty();
+}
+
+}  // namespace tovrek::unzip

@@ -1,0 +1,138 @@
+"""Archives made to do harm, or damaged: one text, a status, and nothing outside the destination."""
+import os
+import struct
+import unittest
+import zipfile
+
+from archive_testing import OUR_UNZIP, OUR_ZIP, ArchiveTest, snapshot, text
+
+
+def link(name, target):
+    item = zipfile.ZipInfo(name)
+    item.create_system = 3
+    item.external_attr = 0o120777 << 16
+    return item, target
+
+
+class Hostile(ArchiveTest):
+    def make(self, *entries):
+        path = self.path("input.zip")
+        with zipfile.ZipFile(path, "w", zipfile.ZIP_DEFLATED) as archive:
+            for name, contents in entries:
+                archive.writestr(name, contents)
+        with open(path, "rb") as file:
+            return bytearray(file.read())
+
+    def refuse(self, what, data, status, message, options=("-q",), remains=()):
+        self.write("input.zip", bytes(data))
+        self.run_in(self.folder, "rm", "-rf", "place/out")
+        os.makedirs(self.path("place"), exist_ok=True)
+        result = self.run_in(self.folder, OUR_UNZIP, *options, "-d", "place/out", "input.zip")
+        with self.subTest(what):
+            self.assertEqual(result.returncode, status)
+            self.assertEqual(result.stdout, b"")
+            self.assertIn(message, result.stderr.decode())
+            self.assertEqual([name for name, value in snapshot(self.path("place", "out")).items()
+                              if value[0] != "folder"], list(remains))
+            self.assertEqual(set(os.listdir(self.path("place"))) - {"out"}, set())
+
+    def test_names_that_lead_out(self):
+        good = ("good", b"good")
+        for what, entries in {
+                "..": [good, ("../up", b"x")],
+                "inner ..": [good, ("a/b/../../../up", b"x")],
+                "only ..": [good, ("..", b"x")],
+                "folder ..": [good, ("../up/", b"")],
+                "absolute": [good, (self.path("place", "absolute"), b"x")]}.items():
+            self.refuse(what, self.make(*entries), 2, "would leave the destination; nothing was")
+        for what, entries in {
+                "link, then through it": [link("a", ".."), ("a/up", b"x")],
+                "through it, then link": [("a/up", b"x"), link("a", "..")],
+                "folder through a link": [link("a", ".."), ("a/up/", b"")],
+                "link through a link": [link("a", ".."), link("a/up", "x")]}.items():
+            self.refuse(what, self.make(*entries), 2, "through the symbolic link a; nothing was")
+
+    def test_links_that_stand_in_the_destination(self):
+        data = self.make(("a/up", b"x"), ("b", b"y"))
+        self.write("input.zip", bytes(data))
+        os.makedirs(self.path("place", "outside"))
+        os.makedirs(self.path("place", "out"))
+        os.symlink("../outside", self.path("place", "out", "a"))
+        os.symlink("../outside/b", self.path("place", "out", "b"))
+        result = self.run_in(self.folder, OUR_UNZIP, "-qo", "-d", "place/out", "input.zip")
+        self.assertEqual(result.returncode, 2)
+        self.assertIn(b"something that is no folder stands in the way", result.stderr)
+        self.assertEqual(os.listdir(self.path("place", "outside")), [])
+        self.assertFalse(os.path.islink(self.path("place", "out", "b")))  # replaced, not followed
+
+    def test_contents_that_cannot_be_unpacked(self):
+        whole = self.make(("a", text(1, 500)), ("b", text(2, 500)))
+        central = whole.index(b"PK\1\2")
+
+        def changed(*edits):
+            data = bytearray(whole)
+            for at, format_, value in edits:
+                struct.pack_into("<" + format_, data, at, value)
+            return data
+
+        for what, data, status, message, remains in [
+                ("encrypted", changed((central + 8, "H", 1)), 82, "encrypted", []),
+                ("method", changed((8, "H", 12), (central + 10, "H", 12)), 81,
+                 "unsupported compression method 12", []),
+                ("flipped", changed((100, "B", whole[100] ^ 8)), 2, "a  ", ["b"]),
+                ("checksum", changed((central + 16, "I", 1)), 2, "bad CRC", ["b"]),
+                ("longer", changed((central + 24, "I", 501)), 2, "invalid compressed data", ["b"]),
+                ("shorter", changed((central + 24, "I", 499)), 2, "invalid compressed data", ["b"])]:
+            self.refuse(what, data, status, message, remains=remains)
+
+    def test_containers_that_contradict_themselves(self):
+        whole = self.make(("a", text(1, 500)), ("b", text(2, 500)))
+        central = whole.index(b"PK\1\2")
+        second = whole.index(b"PK\1\2", central + 1)
+        end = whole.index(b"PK\5\6")
+
+        def changed(at, format_, value):
+            data = bytearray(whole)
+            struct.pack_into("<" + format_, data, at, value)
+            return data
+
+        for what, data, message in [
+                ("bomb", changed(central + 24, "I", 1 << 31), "claims a size"),
+                ("overlap", changed(central + 20, "I", 450), "entries overlap"),
+                ("header", changed(0, "I", 0), "bad zipfile offset"),
+                ("other name", changed(30, "B", ord("c")), "differs from the central directory"),
+                ("other method", changed(8, "H", 0), "differs from the central directory"),
+                ("offset", changed(second + 42, "I", end), "bad zipfile offset"),
+                ("far offset", changed(second + 42, "I", 0xfffffff0), "bad zipfile offset"),
+                ("count", changed(end + 10, "H", 3), "no room for 3 entries"),
+                ("less", changed(end + 10, "H", 1), "longer than its entries"),
+                ("disk", changed(end + 4, "H", 1), "in several files"),
+                ("directory", changed(end + 16, "I", end), "outside the file"),
+                ("name length", changed(second + 28, "H", 0xffff), "cut short"),
+                ("no name", whole[:second] + whole[second:end].replace(b"b", b"\0") + whole[end:],
+                 "no proper name"),
+                ("junk in front", b"#!/bin/sh\n" + whole, "bytes that belong to no entry")]:
+            self.refuse(what, data, 2, message)
+        for what, data in (("half", whole[:len(whole) // 2]), ("no end", whole[:-1]),
+                           ("empty file", b""), ("text", b"no archive " * 100)):
+            self.refuse(what, data, 9, "End-of-central-directory signature not found")
+
+    def test_zip_with_bad_input(self):
+        """An archive that cannot be extended, links in a circle, special files."""
+        self.write("bad.zip", b"no archive")
+        self.write("d/file", b"x")
+        os.symlink("..", self.path("d", "circle"))
+        os.mkfifo(self.path("d", "pipe"))
+        result = self.run_in(self.folder, OUR_ZIP, "-r", "bad.zip", "d")
+        self.assertEqual((result.returncode, b"Zip file structure invalid" in result.stdout),
+                         (3, True))
+        self.assertEqual(os.path.getsize(self.path("bad.zip")), 10)
+        result = self.run_in(self.path("d"), OUR_ZIP, "-r", "new.zip", ".")
+        self.assertEqual(result.returncode, 18)
+        self.assertIn(b"link leads back", result.stdout)
+        self.assertIn(b"ignoring special file: ./pipe", result.stdout)
+        self.assertIn("file", zipfile.ZipFile(self.path("d", "new.zip")).namelist())
+
+
+if __name__ == "__main__":
+    unittest.main()
