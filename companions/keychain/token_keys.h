@@ -24,8 +24,8 @@ std::optional<std::string> tokenUriIn(std::string_view fileContents);
 // with one module.
 PrivateKey loadTokenKey(const std::string& uri, ErrorText* error);
 
-// Whether the key came from loadTokenKey(). What OpenSSL has of such a key looks like a whole one to
-// its encoders, but is not.
+// Whether the key came from loadTokenKey(). What OpenSSL has of such a key looks like a whole one
+// to its encoders, but is not.
 bool isOnToken(const PrivateKey& key);
 
 }  // namespace tovrek::keychain
