@@ -5,16 +5,13 @@
 #include "companions/nm/NmOptions.h"
 #include "companions/nm/symbol_listing.h"
 #include "companions/objects/Image.h"
-#include "companions/objects/ObjectFile.h"
-#include "companions/objects/Output.h"
-#include "companions/objects/meant_file.h"
+#include "companions/objects/Listing.h"
 #include "log/SystemLog.h"
 
 namespace tovrek {
 namespace {
 
 using objects::ObjectFile;
-using objects::Output;
 using objects::Slice;
 
 constexpr std::string_view kUsage =
@@ -26,47 +23,18 @@ constexpr std::string_view kUsage =
     "    -A  the file's name on each line (-o too)\n"
     "    -arch NAME  only this slice; may be given several times\n";
 
-class Lister {
+class Lister : public objects::Listing {
  public:
-  explicit Lister(const NmOptions& options) : options_(options) {}
-
-  void list(const std::string& path);
-  bool failed() const { return failed_; }
+  explicit Lister(const NmOptions& options) : Listing("nm", options), options_(options) {}
 
  private:
-  void listSlice(const ObjectFile& file, const Slice& slice);
-  void complain(const std::string& text) {
-    output_.flush();
-    printError(fmt::format("error: nm: {}\n", text));
-    failed_ = true;
+  void listOther(const ObjectFile& file) override {
+    complain(fmt::format("{}: The file was not recognized as a valid object file", file.path()));
   }
+  void listSlice(const ObjectFile& file, const Slice& slice) override;
 
   const NmOptions& options_;
-  Output output_;
-  bool failed_ = false;
 };
-
-void Lister::list(const std::string& path) {
-  ObjectFile file;
-  ErrorText error;
-  if (!file.open(objects::meantFile(path), &error)) {
-    return complain(fmt::format("can't open file: {} ({})", path, error.text()));
-  }
-  if (file.kind() == ObjectFile::Kind::kOther) {
-    return complain(
-        fmt::format("{}: The file was not recognized as a valid object file", file.path()));
-  }
-  if (!file.problem().empty()) {
-    complain(fmt::format("{}: truncated or malformed fat file ({})", file.path(), file.problem()));
-  }
-  std::vector<const Slice*> chosen;
-  std::string missing;
-  if (!objects::chooseSlices(file, options_.archs, &chosen, &missing)) {
-    return complain(
-        fmt::format("file: {} does not contain architecture: {}", file.path(), missing));
-  }
-  for (const Slice* slice : chosen) listSlice(file, *slice);
-}
 
 void Lister::listSlice(const ObjectFile& file, const Slice& slice) {
   // One slice that was asked for needs no telling apart.
@@ -84,8 +52,7 @@ void Lister::listSlice(const ObjectFile& file, const Slice& slice) {
   const bool isImage = objects::visitImage(slice.bytes, [&](const auto& image) {
     const nm::Listed listed = nm::listSymbols(image, options_, prefix, &output_);
     if (listed == nm::Listed::kNone) {
-      output_.flush();
-      printError(fmt::format("{} no symbols\n", title));
+      warn(fmt::format("{} no symbols\n", title));
     }
     if (listed == nm::Listed::kNotAll) problem = "names of symbols repeat without end";
     if (problem.empty()) problem = image.problem;
@@ -106,12 +73,9 @@ int runNm(const std::vector<std::string>& arguments) {
   NmOptions options;
   ErrorText error;
   if (!options.parse(arguments, &error)) {
-    printError(fmt::format("error: nm: {}\n{}", error.text(), kUsage));
-    return 1;
+    return objects::refuseUsage("nm", error.text(), kUsage);
   }
-  Lister lister(options);
-  for (const std::string& path : options.files) lister.list(path);
-  return lister.failed() ? 1 : 0;
+  return Lister(options).run();
 }
 
 }  // namespace tovrek

@@ -4,8 +4,6 @@
 
 #include <string_view>
 
-#include "macho/ArchName.h"
-
 namespace tovrek {
 
 bool NmOptions::takeLetter(char letter, ErrorText* error) {
@@ -40,29 +38,8 @@ bool NmOptions::takeLetter(char letter, ErrorText* error) {
 }
 
 bool NmOptions::parse(const std::vector<std::string>& arguments, ErrorText* error) {
-  constexpr std::string_view kArch = "--arch=";
-  bool optionsOver = false;
-  for (size_t i = 0; i < arguments.size(); ++i) {
-    const std::string& word = arguments[i];
-    if (optionsOver || word.size() < 2 || word.front() != '-') {
-      files.push_back(word);
-    } else if (word == "--") {
-      optionsOver = true;
-    } else if (word == "-arch" || word.starts_with(kArch)) {
-      if (word == "-arch" && ++i == arguments.size()) {
-        return fail(error, "missing argument to -arch option");
-      }
-      const std::string name = word == "-arch" ? arguments[i] : word.substr(kArch.size());
-      if (name != "all" && !macho::archByName(name)) {
-        return fail(error, fmt::format("unknown architecture specification flag: -arch {}", name));
-      }
-      archs.push_back(name);
-    } else {
-      for (const char letter : std::string_view(word).substr(1)) {
-        if (!takeLetter(letter, error)) return false;
-      }
-    }
-  }
+  const auto take = [this](char letter, ErrorText* reason) { return takeLetter(letter, reason); };
+  if (!parseWords(arguments, take, error)) return false;
   if (undefinedOnly && definedOnly) return fail(error, "-u and -U can't be used together");
   if (files.empty()) files.emplace_back("a.out");
   return true;

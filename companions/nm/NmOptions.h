@@ -4,26 +4,25 @@
 #include <string>
 #include <vector>
 
+#include "companions/objects/ListingOptions.h"
 #include "host/ErrorText.h"
 
 namespace tovrek {
 
-struct NmOptions {
+struct NmOptions : objects::ListingOptions {
   enum class Order { kName, kAddress, kNone };
 
-  bool debugSymbols = false;       // -a
-  bool externalOnly = false;       // -g
-  bool undefinedOnly = false;      // -u
-  bool definedOnly = false;        // -U
-  bool namesOnly = false;          // -j
-  bool inWords = false;            // -m
-  bool fileOnEachLine = false;     // -A, -o
-  bool reverse = false;            // -r
-  Order order = Order::kName;      // -n and -v: kAddress, -p: kNone
-  std::vector<std::string> archs;  // -arch, none for all
-  std::vector<std::string> files;  // "a.out" when none is given
+  bool debugSymbols = false;    // -a
+  bool externalOnly = false;    // -g
+  bool undefinedOnly = false;   // -u
+  bool definedOnly = false;     // -U
+  bool namesOnly = false;       // -j
+  bool inWords = false;         // -m
+  bool fileOnEachLine = false;  // -A, -o
+  bool reverse = false;         // -r
+  Order order = Order::kName;   // -n and -v: kAddress, -p: kNone
 
-  // Letters may be joined ("-gU"). False, with the reason, for a line that makes no sense.
+  // The file is "a.out" when none is given. False, with the reason, for a line that makes no sense.
   bool parse(const std::vector<std::string>& arguments, ErrorText* error);
 
  private:

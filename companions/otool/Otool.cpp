@@ -3,9 +3,7 @@
 #include <fmt/format.h>
 
 #include "companions/objects/Image.h"
-#include "companions/objects/ObjectFile.h"
-#include "companions/objects/Output.h"
-#include "companions/objects/meant_file.h"
+#include "companions/objects/Listing.h"
 #include "companions/otool/OtoolOptions.h"
 #include "companions/otool/header_listing.h"
 #include "companions/otool/library_listing.h"
@@ -17,7 +15,6 @@ namespace tovrek {
 namespace {
 
 using objects::ObjectFile;
-using objects::Output;
 using objects::Slice;
 
 constexpr std::string_view kUsage =
@@ -29,56 +26,28 @@ constexpr std::string_view kUsage =
     "    -X  no lines with the names of files\n"
     "    -arch NAME  only this slice; may be given several times\n";
 
-class Lister {
+class Lister : public objects::Listing {
  public:
-  explicit Lister(const OtoolOptions& options) : options_(options) {}
-
-  void list(const std::string& path);
-  bool failed() const { return failed_; }
+  explicit Lister(const OtoolOptions& options) : Listing("otool", options), options_(options) {}
 
  private:
-  void listSlice(const std::string& title, const Slice& slice);
+  void listOther(const ObjectFile& file) override {
+    output_.print("{}: is not an object file\n", file.path());
+  }
+  void beginFile(const ObjectFile& file) override {
+    if (options_.universalHeaders) otool::listUniversalHeader(file, options_.verbose, &output_);
+  }
+  void listSlice(const ObjectFile& file, const Slice& slice) override;
   template <class P>
   void listImage(const objects::Image<P>& image);
-  void complain(const std::string& text) {
-    output_.flush();
-    printError(fmt::format("error: otool: {}\n", text));
-    failed_ = true;
-  }
 
   const OtoolOptions& options_;
-  Output output_;
-  bool failed_ = false;
 };
 
-void Lister::list(const std::string& path) {
-  ObjectFile file;
-  ErrorText error;
-  if (!file.open(objects::meantFile(path), &error)) {
-    return complain(fmt::format("can't open file: {} ({})", path, error.text()));
-  }
-  if (file.kind() == ObjectFile::Kind::kOther) {
-    return output_.print("{}: is not an object file\n", file.path());
-  }
-  if (options_.universalHeaders) otool::listUniversalHeader(file, options_.verbose, &output_);
-  if (!file.problem().empty()) {
-    complain(fmt::format("{}: truncated or malformed fat file ({})", file.path(), file.problem()));
-  }
-  std::vector<const Slice*> chosen;
-  std::string missing;
-  if (!objects::chooseSlices(file, options_.archs, &chosen, &missing)) {
-    return complain(
-        fmt::format("file: {} does not contain architecture: {}", file.path(), missing));
-  }
-  for (const Slice* slice : chosen) {
-    listSlice(file.kind() == ObjectFile::Kind::kThin
-                  ? file.path()
-                  : fmt::format("{} (architecture {})", file.path(), slice->archName),
-              *slice);
-  }
-}
-
-void Lister::listSlice(const std::string& title, const Slice& slice) {
+void Lister::listSlice(const ObjectFile& file, const Slice& slice) {
+  const std::string title = file.kind() == ObjectFile::Kind::kThin
+                                ? file.path()
+                                : fmt::format("{} (architecture {})", file.path(), slice.archName);
   const bool more = options_.header || options_.loadCommands || options_.libraries ||
                     options_.libraryId || options_.objectiveC;
   std::string problem = slice.problem;
@@ -104,8 +73,7 @@ void Lister::listImage(const objects::Image<P>& image) {
   if (options_.libraries) otool::listLibraries(image, &output_);
   if (options_.objectiveC && !otool::listObjectiveC(image, &output_)) {
     // No failure: the original does not look at the sense of what it lists here.
-    output_.flush();
-    printError("warning: otool: damaged Objective-C metadata, not all of it is shown\n");
+    warn("warning: otool: damaged Objective-C metadata, not all of it is shown\n");
   }
 }
 
@@ -119,12 +87,9 @@ int runOtool(const std::vector<std::string>& arguments) {
   OtoolOptions options;
   ErrorText error;
   if (!options.parse(arguments, &error)) {
-    printError(fmt::format("error: otool: {}\n{}", error.text(), kUsage));
-    return 1;
+    return objects::refuseUsage("otool", error.text(), kUsage);
   }
-  Lister lister(options);
-  for (const std::string& path : options.files) lister.list(path);
-  return lister.failed() ? 1 : 0;
+  return Lister(options).run();
 }
 
 }  // namespace tovrek

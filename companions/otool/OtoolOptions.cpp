@@ -4,10 +4,7 @@
 
 #include <string_view>
 
-#include "macho/ArchName.h"
-
 namespace tovrek {
-
 namespace {
 
 // Letters of the original that list code, data or tables, which this program does not.
@@ -42,26 +39,8 @@ bool OtoolOptions::takeLetter(char letter, ErrorText* error) {
 }
 
 bool OtoolOptions::parse(const std::vector<std::string>& arguments, ErrorText* error) {
-  bool optionsOver = false;
-  for (size_t i = 0; i < arguments.size(); ++i) {
-    const std::string& word = arguments[i];
-    if (optionsOver || word.size() < 2 || word.front() != '-') {
-      files.push_back(word);
-    } else if (word == "--") {
-      optionsOver = true;
-    } else if (word == "-arch") {
-      if (++i == arguments.size()) return fail(error, "missing argument to -arch option");
-      const std::string& name = arguments[i];
-      if (name != "all" && !macho::archByName(name)) {
-        return fail(error, fmt::format("unknown architecture specification flag: -arch {}", name));
-      }
-      archs.push_back(name);
-    } else {
-      for (const char letter : std::string_view(word).substr(1)) {
-        if (!takeLetter(letter, error)) return false;
-      }
-    }
-  }
+  const auto take = [this](char letter, ErrorText* reason) { return takeLetter(letter, reason); };
+  if (!parseWords(arguments, take, error)) return false;
   if (!universalHeaders && !header && !loadCommands && !libraries && !libraryId && !objectiveC) {
     return fail(error, "one of -f, -h, -l, -L, -D or -o must be specified");
   }

@@ -4,23 +4,22 @@
 #include <string>
 #include <vector>
 
+#include "companions/objects/ListingOptions.h"
 #include "host/ErrorText.h"
 
 namespace tovrek {
 
-struct OtoolOptions {
-  bool universalHeaders = false;   // -f
-  bool header = false;             // -h
-  bool loadCommands = false;       // -l
-  bool libraries = false;          // -L
-  bool libraryId = false;          // -D
-  bool objectiveC = false;         // -o
-  bool verbose = false;            // -v, -V: names in place of numbers
-  bool noLeadingLines = false;     // -X: no line with the name of the file
-  std::vector<std::string> archs;  // -arch, none for all
-  std::vector<std::string> files;
+struct OtoolOptions : objects::ListingOptions {
+  bool universalHeaders = false;  // -f
+  bool header = false;            // -h
+  bool loadCommands = false;      // -l
+  bool libraries = false;         // -L
+  bool libraryId = false;         // -D
+  bool objectiveC = false;        // -o
+  bool verbose = false;           // -v, -V: names in place of numbers
+  bool noLeadingLines = false;    // -X: no line with the name of the file
 
-  // Letters may be joined ("-hlv"). False, with the reason, for a line that makes no sense.
+  // False, with the reason, for a line that makes no sense.
   bool parse(const std::vector<std::string>& arguments, ErrorText* error);
 
  private:
