@@ -28,6 +28,7 @@ std::optional<Source> readSource(const std::string& argument, ErrorText* error) 
   return std::nullopt;
 }
 
+// The wording, and the exit status 1 that follows, are unverified.
 std::nullopt_t refuse(const Source& source, const std::string& reason, ErrorText* error) {
   fail(error, source.name.empty() ? reason : source.name + ": " + reason);
   return std::nullopt;

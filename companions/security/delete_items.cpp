@@ -1,4 +1,5 @@
-// Deleting certificates and identities.
+// Deleting certificates and identities. The wording is
+// unverified: no output of the original was at hand.
 #include <fmt/format.h>
 
 #include "companions/keychain/removal.h"

@@ -1,4 +1,5 @@
-// All items of keychains as text.
+// All items of keychains as text. The wording is
+// unverified: no output of the original was at hand.
 #include <fmt/format.h>
 
 #include "companions/security/Options.h"

@@ -1,4 +1,5 @@
 // Certificates that others vouch for: adding them, and judging a chain.
+// The wording is unverified: no output of the original was at hand.
 #include <fmt/format.h>
 #include <openssl/x509_vfy.h>
 

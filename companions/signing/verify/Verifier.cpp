@@ -29,6 +29,7 @@ constexpr const char* kNoResources =
 constexpr const char* kUnsealedResources = "code has resources but the signature seals none";
 constexpr const char* kBadResource = "a sealed resource is missing or invalid";
 constexpr const char* kBadNested = "nested code is modified or invalid";
+// When the original has these two is unverified.
 constexpr const char* kBadLink = "invalid destination for symbolic link in bundle";
 constexpr const char* kNotStrict = "main executable failed strict validation";
 constexpr uint64_t kReadAtOnce = uint64_t{1} << 22;

@@ -7,6 +7,7 @@
 namespace tovrek::signing {
 
 // The text for a signer whose certificates do not lead to a root.
+// Unverified: what the original says of a chain whose root the message does not hold.
 inline constexpr const char* kNotTrusted = "CSSMERR_TP_NOT_TRUSTED";
 
 // Null when the message is right: signed over the primary directory, naming all directories, by a
