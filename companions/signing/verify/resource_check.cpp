@@ -4,8 +4,9 @@
 #include <filesystem>
 #include <map>
 
-#include "companions/signing/FileHasher.h"
-#include "companions/signing/ResourceRules.h"
+#include "companions/signing/verify/SealRules.h"
+#include "formats/Digest.h"
+#include "host/MappedFile.h"
 #include "host/files.h"
 #include "host/paths.h"
 
@@ -48,10 +49,13 @@ bool isUnchanged(const std::string& path, const Sealed& sealed) {
            std::filesystem::read_symlink(path, code).string() == sealed.link && !code;
   }
   if (sealed.sha1.empty() && sealed.sha256.empty()) return false;
-  FileHashes hashes;
-  if (!hashFile(path, !sealed.sha1.empty(), &hashes, nullptr)) return false;
-  return (sealed.sha1.empty() || hashes.sha1 == sealed.sha1) &&
-         (sealed.sha256.empty() || hashes.sha256 == sealed.sha256);
+  MappedFile file;
+  if (!file.open(path, nullptr)) return false;
+  const auto hasDigest = [&file](DigestAlgorithm algorithm, const std::string& digest) {
+    return digest.empty() || digestOf(algorithm, file.bytes()) == digest;
+  };
+  return hasDigest(DigestAlgorithm::kSha1, sealed.sha1) &&
+         hasDigest(DigestAlgorithm::kSha256, sealed.sha256);
 }
 
 // In the root of a bundle, what never belongs to the seal.
@@ -67,10 +71,13 @@ std::vector<std::string> resourceDifferences(const CodeObject& object, const std
   const auto plist = parsePlist(seal);
   const PlistDictionary* dictionary = plist ? plist->dictionary() : nullptr;
   const bool second = dictionary != nullptr && dictionaryForKey(*dictionary, "files2") != nullptr;
-  const auto rules = dictionary == nullptr ? std::nullopt : ResourceRuleSet::fromPlist(*dictionary);
-  const PlistDictionary* files =
-      rules ? dictionaryForKey(*dictionary, second ? "files2" : "files") : nullptr;
-  if (files == nullptr) return {"the seal is unreadable: " + object.sealPath()};
+  const auto partOf = [&](const char* first, const char* later) {
+    return dictionary == nullptr ? nullptr : dictionaryForKey(*dictionary, second ? later : first);
+  };
+  const PlistDictionary* files = partOf("files", "files2");
+  const PlistDictionary* patterns = partOf("rules", "rules2");
+  const auto rules = patterns == nullptr ? std::nullopt : SealRules::read(*patterns);
+  if (files == nullptr || !rules) return {"the seal is unreadable: " + object.sealPath()};
 
   std::map<std::string, Sealed> expected;
   for (const auto& [path, value] : *files) expected.emplace(path, sealedFrom(value));
@@ -83,16 +90,12 @@ std::vector<std::string> resourceDifferences(const CodeObject& object, const std
       differences.push_back("file modified: " + full);
     }
   }
-  const ResourceRules& valid = second ? rules->rules2 : rules->rules;
   walkDirectory(object.root, [&](const WalkedItem& item) {
     if (isUnsealed(item.relativePath, object)) return false;
     const auto known = expected.find(item.relativePath);
     if (item.kind == ItemKind::kDirectory) return known == expected.end();
-    const auto verdict = valid.match(item.relativePath);
-    const bool counts =
-        verdict == ResourceRules::Verdict::kSealed || verdict == ResourceRules::Verdict::kOptional;
     const bool older = !second && item.kind != ItemKind::kFile;
-    if (counts && !older && known == expected.end()) {
+    if (!older && known == expected.end() && rules->mustList(item.relativePath)) {
       differences.push_back("file added: " + joinPath(object.root, item.relativePath));
     }
     return true;
