@@ -26,7 +26,7 @@ function(tovrek_companion name)
   add_executable(${name} "${CMAKE_CURRENT_SOURCE_DIR}/main.cpp")
   target_link_libraries(${name} PRIVATE tovrek_${name})
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${TOVREK_HOST_FOLDER}/usr/bin")
-  # A Wrap starts some fifty companions, and loading the shared C++ library is half of a start.
+  # A Wrap starts some forty companions, and loading the shared C++ library is half of a start.
   if(NOT APPLE AND NOT TOVREK_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
     target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc)
   endif()
