@@ -62,6 +62,8 @@ class Display {
 
 std::string Display::text() {
   line(0, "Executable={}", object_.executable);
+  // The lowest level tells no more, and the rest takes time: hashes, the signer's message.
+  if (level_ < kGeneral) return std::move(text_);
   directory();
   version();
   hashes();

@@ -35,13 +35,11 @@ bool chooseIdentity(const Options& options, signing::SigningIdentity* identity, 
     return fail(error, found.text + detail);
   }
   std::vector<signing::CodeCertificate> certificates;
-  const auto add = [&](const std::string& der) {
-    if (auto certificate = signing::CodeCertificate::fromDer(der)) {
-      certificates.push_back(std::move(*certificate));
-    }
+  const auto add = [&](const Certificate& certificate) {
+    certificates.push_back(signing::CodeCertificate::of(certificate.x509(), certificate.der()));
   };
-  add(found.identity->leaf.der());
-  for (const std::string& der : found.identity->chain) add(der);
+  add(found.identity->leaf);
+  for (const Certificate& issuer : found.identity->chain) add(issuer);
   *identity = {signing::CertificateChain(std::move(certificates)), found.identity->key};
   return true;
 }

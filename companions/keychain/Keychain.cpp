@@ -1,6 +1,7 @@
 #include "companions/keychain/Keychain.h"
 
 #include <fmt/format.h>
+#include <openssl/core_names.h>
 #include <openssl/err.h>
 #include <openssl/x509.h>
 
@@ -81,6 +82,10 @@ bool readSingleFile(const std::string& path, Items* items, ErrorText* error) {
 }
 
 // SHA-1 of the key's bits alone, so that differing parameters of the algorithm do not matter.
+std::string idOfBits(std::string_view bits) {
+  return hexLower(digestOf(DigestAlgorithm::kSha1, bits));
+}
+
 std::string idOfPublicKey(std::string_view der) {
   const unsigned char* at = asBytes(der);
   using Owner = std::unique_ptr<X509_PUBKEY, Freer<X509_PUBKEY_free>>;
@@ -91,8 +96,38 @@ std::string idOfPublicKey(std::string_view der) {
     ERR_clear_error();
     return {};
   }
-  return hexLower(
-      digestOf(DigestAlgorithm::kSha1, std::as_bytes(std::span(bits, static_cast<size_t>(size)))));
+  return idOfBits(std::string(bits, bits + size));
+}
+
+// DER of one number of an RSA key; empty when there is none of that name.
+std::string integerOf(const EVP_PKEY* key, const char* name) {
+  using Number = std::unique_ptr<BIGNUM, Freer<BN_free>>;
+  using Integer = std::unique_ptr<ASN1_INTEGER, Freer<ASN1_INTEGER_free>>;
+  BIGNUM* value = nullptr;
+  EVP_PKEY_get_bn_param(key, name, &value);
+  const Number owner(value);
+  const Integer integer(value == nullptr ? nullptr : BN_to_ASN1_INTEGER(value, nullptr));
+  if (!integer) return {};
+  return encoded([&](unsigned char** der) { return i2d_ASN1_INTEGER(integer.get(), der); });
+}
+
+// RSAPublicKey (RFC 8017), which are the bits of an RSA key: far quicker than OpenSSL's encoders.
+// Empty for keys of other kinds and those of an engine.
+std::string rsaBits(const EVP_PKEY* key) {
+  if (EVP_PKEY_get0_provider(key) == nullptr || EVP_PKEY_is_a(key, "RSA") != 1) return {};
+  const std::string modulus = integerOf(key, OSSL_PKEY_PARAM_RSA_N);
+  const std::string exponent = integerOf(key, OSSL_PKEY_PARAM_RSA_E);
+  if (modulus.empty() || exponent.empty()) return {};
+  const auto size = static_cast<int>(modulus.size() + exponent.size());
+  const std::string header = encoded([&](unsigned char** der) {
+    const int length = ASN1_object_size(1, size, V_ASN1_SEQUENCE) - size;
+    *der = static_cast<unsigned char*>(OPENSSL_malloc(static_cast<size_t>(length)));
+    unsigned char* at = *der;
+    if (at == nullptr) return -1;
+    ASN1_put_object(&at, 1, size, V_ASN1_SEQUENCE, V_ASN1_UNIVERSAL);
+    return length;
+  });
+  return header + modulus + exponent;
 }
 
 }  // namespace
@@ -104,10 +139,14 @@ bool isKeychainFileName(const std::string& name) {
 }
 
 std::string publicKeyId(const Certificate& certificate) {
-  return idOfPublicKey(certificate.publicKeyDer());
+  const ASN1_BIT_STRING* bits = X509_get0_pubkey_bitstr(certificate.x509().get());
+  if (bits == nullptr) return {};
+  const unsigned char* data = ASN1_STRING_get0_data(bits);
+  return idOfBits(std::string(data, data + ASN1_STRING_length(bits)));
 }
 
 std::string publicKeyId(const PrivateKey& key) {
+  if (const std::string bits = rsaBits(key.get()); !bits.empty()) return idOfBits(bits);
   return idOfPublicKey(encoded([&](unsigned char** der) { return i2d_PUBKEY(key.get(), der); }));
 }
 

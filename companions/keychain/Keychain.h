@@ -35,9 +35,9 @@ PrivateKey loadKey(const DeferredKey& key, ErrorText* error);
 struct Identity {
   Certificate leaf;
   PrivateKey key;  // null for one that is to be fetched
-  // The issuers' certificates in DER, from the leaf's issuer upwards to the self-signed root, as
+  // The issuers' certificates, from the leaf's issuer upwards to the self-signed root, as
   // far as the keychains hold them. The leaf is not among them; a self-signed leaf has none.
-  std::vector<std::string> chain;
+  std::vector<Certificate> chain;
   std::optional<DeferredKey> deferred = std::nullopt;
 
   // The key itself, fetched where it is not there yet; null, with the reason.

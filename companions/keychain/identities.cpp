@@ -2,11 +2,11 @@
 
 #include <fmt/format.h>
 #include <openssl/err.h>
+#include <openssl/x509.h>
 
 #include <algorithm>
 #include <set>
 
-#include "formats/openssl_owners.h"
 #include "host/clock.h"
 #include "host/paths.h"
 
@@ -91,14 +91,8 @@ LookupResult cannotSign(const Certificate& certificate, std::string_view name) {
 }
 
 bool signedBy(const Certificate& certificate, const Certificate& issuer) {
-  const auto parse = [](const std::string& der) {
-    const unsigned char* at = asBytes(der);
-    return X509Owner(d2i_X509(nullptr, &at, static_cast<long>(der.size())));
-  };
-  const X509Owner child = parse(certificate.der());
-  const X509Owner parent = parse(issuer.der());
-  const bool verified =
-      child && parent && X509_verify(child.get(), X509_get0_pubkey(parent.get())) == 1;
+  EVP_PKEY* key = X509_get0_pubkey(issuer.x509().get());
+  const bool verified = key != nullptr && X509_verify(certificate.x509().get(), key) == 1;
   ERR_clear_error();
   return verified;
 }
@@ -132,20 +126,20 @@ bool isValidNow(const Certificate& certificate) {
   return certificate.notBefore() <= now && now <= certificate.notAfter();
 }
 
-std::vector<std::string> completeChain(const std::vector<Keychain>& keychains,
+std::vector<Certificate> completeChain(const std::vector<Keychain>& keychains,
                                        const Certificate& leaf) {
   std::vector<const Certificate*> pool;
   for (const Keychain& keychain : keychains) {
     for (const Certificate& certificate : keychain.certificates()) pool.push_back(&certificate);
   }
-  std::vector<std::string> chain;
+  std::vector<Certificate> chain;
   std::set<std::string> used = {leaf.der()};
   const Certificate* current = &leaf;
   while (!current->isSelfIssued()) {
     current = issuerOf(*current, pool);
     // Certificates that issue each other would go round for ever.
     if (current == nullptr || !used.insert(current->der()).second) break;
-    chain.push_back(current->der());
+    chain.push_back(*current);
   }
   return chain;
 }

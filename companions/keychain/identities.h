@@ -37,7 +37,7 @@ LookupResult findSigningIdentity(const std::vector<Keychain>& keychains, std::st
 
 // The issuers of `leaf` upwards, chosen by the authority key identifier, then by name. Among
 // several the one that is valid now and ends last wins.
-std::vector<std::string> completeChain(const std::vector<Keychain>& keychains,
+std::vector<Certificate> completeChain(const std::vector<Keychain>& keychains,
                                        const Certificate& leaf);
 
 // Whether the current time lies in the certificate's validity.

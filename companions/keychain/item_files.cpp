@@ -56,8 +56,20 @@ bool addKey(EVP_PKEY* key, Items* items) {
   return true;
 }
 
-// A key's block is written out again alone, because the reader of keys wants the PEM text.
+// PKCS#8 names the kind of its key, so that only the decoders of that kind are asked.
+EVP_PKEY* plainKey(const PemBlock& block) {
+  if (block.name != PEM_STRING_PKCS8INF || !block.header.empty()) return nullptr;
+  const unsigned char* at = asBytes(block.data);
+  const unsigned char* end = at + block.data.size();
+  using KeyInfoOwner = std::unique_ptr<PKCS8_PRIV_KEY_INFO, Freer<PKCS8_PRIV_KEY_INFO_free>>;
+  const KeyInfoOwner info(
+      d2i_PKCS8_PRIV_KEY_INFO(nullptr, &at, static_cast<long>(block.data.size())));
+  return info && at == end ? EVP_PKCS82PKEY(info.get()) : nullptr;
+}
+
+// Other blocks are written out again alone, because the reader of keys wants the PEM text.
 bool addPemKey(const PemBlock& block, const std::optional<std::string>& password, Items* items) {
+  if (addKey(plainKey(block), items)) return true;
   const BioOwner memory(BIO_new(BIO_s_mem()));
   PEM_write_bio(memory.get(), block.name.c_str(), block.header.c_str(), asBytes(block.data),
                 static_cast<long>(block.data.size()));

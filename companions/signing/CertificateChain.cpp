@@ -46,6 +46,13 @@ std::optional<CodeCertificate> CodeCertificate::fromDer(std::string_view der) {
   return certificate;
 }
 
+CodeCertificate CodeCertificate::of(std::shared_ptr<X509> x509, std::string der) {
+  CodeCertificate certificate;
+  certificate.der_ = std::move(der);
+  certificate.x509_ = std::move(x509);
+  return certificate;
+}
+
 std::string CodeCertificate::sha1() const {
   return digestOf(DigestAlgorithm::kSha1, der_);
 }

@@ -19,6 +19,9 @@ class CodeCertificate {
   // None when the bytes are not one DER-encoded certificate.
   static std::optional<CodeCertificate> fromDer(std::string_view der);
 
+  // Of one that is read already, from `der`, and is shared.
+  static CodeCertificate of(std::shared_ptr<X509> x509, std::string der);
+
   const std::string& der() const { return der_; }
   X509* x509() const { return x509_.get(); }
   std::string sha1() const;  // 20 bytes

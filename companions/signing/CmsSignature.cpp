@@ -52,15 +52,6 @@ std::string derOf(CMS_ContentInfo* cms) {
   return der;
 }
 
-std::string derOf(X509* certificate) {
-  unsigned char* bytes = nullptr;
-  const int size = i2d_X509(certificate, &bytes);
-  if (size <= 0) return "";
-  std::string der(bytes, bytes + size);
-  OPENSSL_free(bytes);
-  return der;
-}
-
 }  // namespace
 
 std::optional<std::string> makeCms(const SigningIdentity& identity,
@@ -108,13 +99,15 @@ bool CmsSignature::readSigner(ErrorText* error) {
   std::vector<CodeCertificate> others;
   for (int i = 0; i < sk_X509_num(enclosed.get()); ++i) {
     X509* x509 = sk_X509_value(enclosed.get(), i);
-    auto certificate = CodeCertificate::fromDer(derOf(x509));
-    if (!certificate) continue;
+    X509_up_ref(x509);
+    auto certificate =
+        CodeCertificate::of(std::shared_ptr<X509>(x509, Freer<X509_free>()),
+                            encoded([&](unsigned char** der) { return i2d_X509(x509, der); }));
     if (!leaf && CMS_SignerInfo_cert_cmp(signer, x509) == 0) {
       CMS_SignerInfo_set1_signer_cert(signer, x509);
       leaf = std::move(certificate);
     } else {
-      others.push_back(std::move(*certificate));
+      others.push_back(std::move(certificate));
     }
   }
   if (!leaf) return fail(error, "the signer's certificate is not in the signature");

@@ -47,15 +47,6 @@ std::optional<double> secondsOf(const ASN1_TIME* time) {
   return static_cast<double>(timegm(&parts));
 }
 
-std::string publicKeyDerOf(X509* certificate) {
-  unsigned char* der = nullptr;
-  const int length = i2d_X509_PUBKEY(X509_get_X509_PUBKEY(certificate), &der);
-  if (length <= 0) return {};
-  std::string bytes(der, der + length);
-  OPENSSL_free(der);
-  return bytes;
-}
-
 bool codeSigningAllowed(X509* certificate) {
   using Usages = std::unique_ptr<EXTENDED_KEY_USAGE, Freer<EXTENDED_KEY_USAGE_free>>;
   int critical = -1;
@@ -77,7 +68,7 @@ std::optional<Certificate> Certificate::fromDer(std::string_view der) {
   const std::string copy(der);
   const auto* start = static_cast<const unsigned char*>(static_cast<const void*>(copy.data()));
   const unsigned char* at = start;
-  const X509Owner parsed(d2i_X509(nullptr, &at, static_cast<long>(copy.size())));
+  X509Owner parsed(d2i_X509(nullptr, &at, static_cast<long>(copy.size())));
   if (!parsed || at != start + copy.size()) {
     ERR_clear_error();
     return std::nullopt;
@@ -109,8 +100,8 @@ std::optional<Certificate> Certificate::fromDer(std::string_view der) {
   result.serialNumber_ = bytesOf(X509_get0_serialNumber(x509));
   result.subjectKeyIdentifier_ = bytesOf(X509_get0_subject_key_id(x509));
   result.authorityKeyIdentifier_ = bytesOf(X509_get0_authority_key_id(x509));
-  result.publicKeyDer_ = publicKeyDerOf(x509);
   result.allowsCodeSigning_ = codeSigningAllowed(x509);
+  result.x509_ = std::move(parsed);
   ERR_clear_error();  // a name or extension that could not be read leaves its complaint there
   return result;
 }

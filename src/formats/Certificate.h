@@ -2,6 +2,9 @@
 // between a certificate and its issuer are asked for.
 #pragma once
 
+#include <openssl/types.h>
+
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -15,6 +18,9 @@ class Certificate {
   static std::optional<Certificate> fromDer(std::string_view der);
 
   const std::string& der() const { return der_; }
+  // OpenSSL's form, shared by all copies: reading a certificate anew costs a search through all
+  // decoders of keys. Never null, and not to be changed.
+  const std::shared_ptr<X509>& x509() const { return x509_; }
   // The first (most specific) common name, as UTF-8 from any string type; none without one.
   const std::optional<std::string>& commonName() const { return commonName_; }
   // What a keychain shows: common name, else organisational unit, organisation, e-mail, else "".
@@ -39,8 +45,6 @@ class Certificate {
   // The key identifiers of the certificate itself and of its issuer; empty where not given.
   const std::string& subjectKeyIdentifier() const { return subjectKeyIdentifier_; }
   const std::string& authorityKeyIdentifier() const { return authorityKeyIdentifier_; }
-  // DER form of the public key with its algorithm (SubjectPublicKeyInfo).
-  const std::string& publicKeyDer() const { return publicKeyDer_; }
 
   // Issuer and subject have one name: the upper end of a chain.
   bool isSelfIssued() const { return subjectDer_ == issuerDer_; }
@@ -50,6 +54,7 @@ class Certificate {
 
  private:
   std::string der_;
+  std::shared_ptr<X509> x509_;
   std::optional<std::string> commonName_;
   std::optional<std::string> organizationalUnit_;
   std::optional<std::string> organization_;
@@ -62,7 +67,6 @@ class Certificate {
   std::string serialNumber_;
   std::string subjectKeyIdentifier_;
   std::string authorityKeyIdentifier_;
-  std::string publicKeyDer_;
   bool allowsCodeSigning_ = true;
 };
 

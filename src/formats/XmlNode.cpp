@@ -24,6 +24,10 @@ void addText(xmlNodePtr element, std::string_view text) {
 
 }  // namespace
 
+bool isXmlName(const std::string& name) {
+  return name == xmlText(name) && xmlValidateName(xmlChars(name), 0) == 0;
+}
+
 void fillElement(xmlNodePtr node, const XmlElement& element) {
   for (const auto& [key, value] : element.attributes) {
     assert(isXmlName(key));

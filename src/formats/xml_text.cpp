@@ -1,10 +1,8 @@
-// What XML can hold of arbitrary bytes.
-#include <libxml/tree.h>
-
+// What XML can hold of arbitrary bytes. Does without libxml2: programs that write nothing but
+// property lists would load it for this alone.
 #include <cstdint>
 
 #include "formats/XmlDocument.h"
-#include "formats/libxml_strings.h"
 
 namespace tovrek {
 namespace {
@@ -48,10 +46,6 @@ std::string xmlText(std::string_view bytes) {
     bytes.remove_prefix(next.length != 0 ? next.length : 1);
   }
   return result;
-}
-
-bool isXmlName(const std::string& name) {
-  return name == xmlText(name) && xmlValidateName(xmlChars(name), 0) == 0;
 }
 
 }  // namespace tovrek

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "companions/openssl/openssl_arguments.h"
+#include "companions/openssl/subject_answer.h"
 #include "companions/xcrun/package_application.h"
 #include "host/files.h"
 #include "tests/companions/CompanionTest.h"
@@ -39,6 +40,45 @@ TEST_F(DeveloperTools, OpensslPrintsSubjectsWithSlashes) {
   EXPECT_EQ(failed.status, 1);
   EXPECT_EQ(run({"openssl", "dgst", "-md5", "-r"}, "abc").output,
             "900150983cd24fb0d6963f7d28e17f72 *stdin\n");
+}
+
+// Each answer is the host program's own, and what that refuses is left to it.
+TEST_F(DeveloperTools, OpensslAnswersForSubjectsItself) {
+  IdentityRequest request;
+  request.subject = "/CN=Zo\xc3\xab \\/ A+B=C/OU=TEAM123456/OU=Second/emailAddress=a@example.com";
+  const std::string pem = makeIdentity(folder_, "id", request).certificate;
+  const std::string der = derOf(pem);
+  std::string text;
+  ASSERT_TRUE(readFile(pem, &text));
+  const struct {
+    std::string content;
+    Words form;
+    bool answered;
+  } cases[] = {
+      {der, {"-inform", "der"}, true},
+      {der, {}, true},
+      {text, {"-inform", "PEM"}, true},
+      {text, {}, true},
+      {text, {"-inform", "der"}, false},
+      {der, {"-inform", "pem"}, false},
+      {der + "x", {}, false},
+      {der.substr(0, der.size() - 1), {}, false},
+      {"", {}, false},
+      {der, {"-serial"}, false},
+      {der, {"-nameopt", "RFC2253"}, false},
+      {der, {"-in"}, false},
+  };
+  for (const auto& c : cases) {
+    const std::string file = folder_.write("subject", c.content);
+    Words words = {"x509", "-in", file, "-subject", "-noout"};
+    words.insert(words.end(), c.form.begin(), c.form.end());
+    const auto answer = subjectAnswer(words);
+    ASSERT_EQ(answer.has_value(), c.answered) << testing::PrintToString(c.form);
+    if (!answer) continue;
+    words.insert(words.begin(), "openssl");
+    words.insert(words.end(), {"-nameopt", "compat"});  // so that the host's program answers
+    EXPECT_EQ(*answer, run(words).output);
+  }
 }
 
 TEST(OpensslArguments, ChangeNothingElse) {
