@@ -11,7 +11,7 @@
 namespace tovrek::archive {
 namespace {
 
-constexpr size_t kPendingSize = 1 << 20;
+constexpr size_t kPendingSize = 1 << 18;
 constexpr uint16_t kPlainVersion = 10;
 constexpr uint16_t kDeflateVersion = 20;
 constexpr uint16_t kZip64Version = 45;
