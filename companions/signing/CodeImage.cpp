@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 
+#include "formats/ShaPair.h"
 #include "host/MappedFile.h"
 #include "host/parallel.h"
 
@@ -16,6 +17,40 @@ constexpr uint64_t kPortion = uint64_t{1} << 18;
 constexpr size_t kPortionsPerPart = 16;
 // Pages to go by where no hashes are asked for.
 constexpr uint8_t kCopiedPageLog2 = 18;
+
+// All digests of a page.
+class PageHasher {
+ public:
+  explicit PageHasher(std::span<const HashKind> kinds)
+      : kinds_(kinds),
+        isPair_(kinds.size() == 2 && kinds[0].type == kSha1.type && kinds[1].type == kSha256.type) {
+    if (isPair_) return;
+    for (const HashKind& kind : kinds) digests_.emplace_back(kind.algorithm);
+  }
+
+  void update(std::string_view bytes) {
+    if (isPair_) pair_.update(bytes);
+    for (Digest& digest : digests_) digest.update(bytes);
+  }
+
+  // Puts each digest into its place in the list of its kind.
+  void finish(size_t page, std::vector<std::string>* hashes) {
+    const auto put = [&](size_t i, const std::string& value) {
+      value.copy((*hashes)[i].data() + page * kinds_[i].size, kinds_[i].size);
+    };
+    for (size_t i = 0; i < digests_.size(); ++i) put(i, digests_[i].finish());
+    if (!isPair_) return;
+    const ShaPair::Values values = pair_.finish();
+    put(0, values.sha1);
+    put(1, values.sha256);
+  }
+
+ private:
+  std::span<const HashKind> kinds_;
+  bool isPair_;
+  ShaPair pair_;
+  std::vector<Digest> digests_;
+};
 
 }  // namespace
 
@@ -67,18 +102,15 @@ std::optional<std::vector<std::string>> CodeImage::pageHashes(uint8_t pageSizeLo
   forEachPart(pages, pagesPerPortion * kPortionsPerPart, [&](size_t begin, size_t end) {
     const std::string_view part = mapped(begin * pageSize, (end - begin) * pageSize);
     fetchPages(part);
-    std::vector<Digest> digests;
-    for (const HashKind& kind : kinds) digests.emplace_back(kind.algorithm);
+    PageHasher hasher(kinds);
     for (size_t portion = begin; good && portion < end; portion += pagesPerPortion) {
       const size_t portionEnd = std::min(end, portion + pagesPerPortion);
       for (size_t page = portion; !kinds.empty() && page < portionEnd; ++page) {
         forEachRun(page * pageSize, pageSize, [&](std::string_view run) {
-          for (Digest& digest : digests) digest.update(run);
+          hasher.update(run);
           return true;
         });
-        for (size_t i = 0; i < kinds.size(); ++i) {
-          digests[i].finish().copy(hashes[i].data() + page * kinds[i].size, kinds[i].size);
-        }
+        hasher.finish(page, &hashes);
       }
       if (sink && !sendTo(sink, portion * pageSize, (portionEnd - portion) * pageSize)) {
         good = false;

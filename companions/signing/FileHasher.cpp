@@ -1,25 +1,18 @@
 #include "companions/signing/FileHasher.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <memory>
 #include <vector>
 
-#include "formats/Digest.h"
+#include "formats/ShaPair.h"
+#include "host/StdioFile.h"
 
 namespace tovrek::signing {
 namespace {
 
 constexpr size_t kPieceSize = size_t{1} << 18;
 
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 // What one thread needs again for each file.
 struct Tools {
-  Digest sha1{DigestAlgorithm::kSha1};
+  ShaPair both;
   Digest sha256{DigestAlgorithm::kSha256};
   std::vector<char> piece = std::vector<char>(kPieceSize);
 };
@@ -28,20 +21,19 @@ struct Tools {
 
 bool hashFile(const std::string& path, bool withSha1, FileHashes* hashes, ErrorText* error) {
   thread_local Tools tools;
-  const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
-  if (!file) return fail(error, std::strerror(errno));
-  std::setvbuf(file.get(), nullptr, _IONBF, 0);
-  for (;;) {
-    const size_t got = std::fread(tools.piece.data(), 1, tools.piece.size(), file.get());
-    const std::string_view piece(tools.piece.data(), got);
-    if (withSha1) tools.sha1.update(piece);
-    tools.sha256.update(piece);
-    if (got < tools.piece.size()) break;
+  const auto use = [&](size_t size) {
+    const std::string_view piece(tools.piece.data(), size);
+    withSha1 ? tools.both.update(piece) : tools.sha256.update(piece);
+  };
+  const bool read = readInPieces(
+      path, [] { return std::span(tools.piece); }, use, error);
+  if (withSha1) {
+    auto [sha1, sha256] = tools.both.finish();
+    *hashes = {std::move(sha1), std::move(sha256)};
+  } else {
+    hashes->sha256 = tools.sha256.finish();
   }
-  const bool read = std::ferror(file.get()) == 0;
-  if (withSha1) hashes->sha1 = tools.sha1.finish();
-  hashes->sha256 = tools.sha256.finish();
-  return read || fail(error, std::strerror(errno));
+  return read;
 }
 
 }  // namespace tovrek::signing

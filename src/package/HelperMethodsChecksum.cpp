@@ -3,7 +3,7 @@
 
 #include <set>
 
-#include "formats/DigestStream.h"
+#include "host/BlockStream.h"
 #include "host/StdioFile.h"
 #include "host/clock.h"
 #include "host/files.h"
@@ -15,7 +15,7 @@
 namespace tovrek {
 namespace {
 
-bool appendFile(const std::string& path, DigestStream& data) {
+bool appendFile(const std::string& path, BlockStream& data) {
   return readInPieces(
       path, [&data] { return data.room(); }, [&data](size_t size) { data.took(size); });
 }
@@ -29,7 +29,8 @@ bool leadsOutside(const std::string& link, const std::string& directory) {
 
 class ContentWalk {
  public:
-  explicit ContentWalk(Digest& data) : data_(data) {}
+  explicit ContentWalk(Digest& data)
+      : data_([&data](std::string_view block) { data.update(block); }) {}
 
   void walk(const std::string& directory) {
     // Names relative to the working directory could lead back to where we are.
@@ -59,7 +60,7 @@ class ContentWalk {
     }
   }
 
-  DigestStream data_;
+  BlockStream data_;
   std::set<std::string> open_;
 };
 
@@ -101,7 +102,7 @@ std::optional<std::string> HelperMethods::GeneratePrivateKey(const std::string& 
 
   Digest data(DigestAlgorithm::kSha256);
   {
-    DigestStream contents(data);
+    BlockStream contents([&data](std::string_view block) { data.update(block); });
     appendFile(joinPath(bundlePath, "Info.plist"), contents);
     appendFile(executable, contents);
   }

@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
+#include "formats/ShaPair.h"
+
 namespace tovrek {
 namespace {
 
@@ -32,6 +36,25 @@ TEST(Digest, PiecesGiveTheWholeAndFinishStartsAnew) {
   Digest moved = std::move(digest);
   EXPECT_EQ(moved.finish(), digestOf(DigestAlgorithm::kSha1, "abc"));
   EXPECT_EQ(moved.finish(), digestOf(DigestAlgorithm::kSha1, ""));
+}
+
+// Lengths around the ends of blocks and paddings, in two pieces cut at various places.
+TEST(Digest, PairIsTheTwoDigests) {
+  std::string bytes;
+  for (uint32_t i = 0; i < 5000; ++i) bytes += static_cast<char>(i * i >> 3);
+  for (const bool withInstructions : {false, hasShaInstructions()}) {
+    ShaPair pair(withInstructions);
+    for (const size_t size : {0, 1, 55, 56, 57, 63, 64, 65, 119, 120, 128, 1000, 5000}) {
+      for (const size_t cut : {0, 1, 63, 64, 65, 500}) {
+        const std::string_view all(bytes.data(), size);
+        pair.update(all.substr(0, cut));
+        pair.update(all.substr(std::min(cut, size)));
+        const ShaPair::Values values = pair.finish();
+        EXPECT_EQ(values.sha1, digestOf(DigestAlgorithm::kSha1, all)) << size << " at " << cut;
+        EXPECT_EQ(values.sha256, digestOf(DigestAlgorithm::kSha256, all)) << size << " at " << cut;
+      }
+    }
+  }
 }
 
 TEST(Digest, HexOfAnyByte) {
