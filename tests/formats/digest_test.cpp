@@ -44,8 +44,9 @@ TEST(Digest, PairIsTheTwoDigests) {
   for (uint32_t i = 0; i < 5000; ++i) bytes += static_cast<char>(i * i >> 3);
   for (const bool withInstructions : {false, hasShaInstructions()}) {
     ShaPair pair(withInstructions);
-    for (const size_t size : {0, 1, 55, 56, 57, 63, 64, 65, 119, 120, 128, 1000, 5000}) {
-      for (const size_t cut : {0, 1, 63, 64, 65, 500}) {
+    for (const size_t size :
+         {0u, 1u, 55u, 56u, 57u, 63u, 64u, 65u, 119u, 120u, 128u, 1000u, 5000u}) {
+      for (const size_t cut : {0u, 1u, 63u, 64u, 65u, 500u}) {
         const std::string_view all(bytes.data(), size);
         pair.update(all.substr(0, cut));
         pair.update(all.substr(std::min(cut, size)));
