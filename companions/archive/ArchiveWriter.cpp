@@ -1,17 +1,21 @@
 #include "companions/archive/ArchiveWriter.h"
 
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 
 #include "companions/archive/deflate.h"
+#include "host/BlockStream.h"
 #include "host/file_io.h"
 
 namespace tovrek::archive {
 namespace {
 
-constexpr size_t kPendingSize = 1 << 20;
+constexpr size_t kPendingSize = 1 << 18;
+constexpr size_t kLongPiece = 1 << 13;  // copying more costs as much as a call to write it
 constexpr uint16_t kPlainVersion = 10;
 constexpr uint16_t kDeflateVersion = 20;
 constexpr uint16_t kZip64Version = 45;
@@ -106,20 +110,7 @@ bool ArchiveWriter::addStored(Entry* entry, std::string_view localExtra, int fro
   const std::string room = localHeader(*entry, localExtra, zip64);
   if (!write(room)) return false;
 
-  const Buffer piece(kPendingSize);
-  if (piece.bytes().empty()) return false;
-  entry->crc = 0;
-  entry->size = 0;
-  for (;;) {
-    const ssize_t count = ::read(from, piece.bytes().data(), piece.bytes().size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return false;
-    if (count == 0) break;
-    const Bytes bytes = piece.bytes().first(static_cast<size_t>(count));
-    entry->crc = crcOf(bytes, entry->crc);
-    entry->size += bytes.size();
-    if (!write(textOf(bytes))) return false;
-  }
+  if (!flush() || !copyStored(entry, from)) return false;
   entry->compressedSize = entry->size;
   if (needs64(*entry) && !zip64) {
     errno = EFBIG;
@@ -133,6 +124,31 @@ bool ArchiveWriter::addStored(Entry* entry, std::string_view localExtra, int fro
   }
   entries_.push_back(*entry);
   return true;
+}
+
+// Reading and the checksum go on while the bytes before are being written.
+bool ArchiveWriter::copyStored(Entry* entry, int from) {
+  entry->crc = 0;
+  entry->size = 0;
+  std::atomic<int> failure{0};
+  {
+    BlockStream output([&](std::string_view block) {
+      if (failure == 0 && !write(block)) failure = errno;
+    });
+    while (failure == 0) {
+      const std::span<char> room = output.room();
+      const ssize_t count = ::read(from, room.data(), room.size());
+      if (count < 0 && errno == EINTR) continue;
+      if (count < 0) failure = errno;
+      if (count <= 0) break;
+      const auto size = static_cast<size_t>(count);
+      entry->crc = crcOf(std::as_bytes(room.first(size)), entry->crc);
+      entry->size += size;
+      output.took(size);
+    }
+  }
+  if (failure != 0) errno = failure;
+  return failure == 0;
 }
 
 bool ArchiveWriter::finish(std::string_view comment) {
@@ -172,11 +188,25 @@ bool ArchiveWriter::finish(std::string_view comment) {
 
 bool ArchiveWriter::write(std::string_view bytes) {
   offset_ += bytes.size();
-  if (pending_.size() + bytes.size() <= kPendingSize) {
+  if (bytes.size() < kLongPiece && pending_.size() + bytes.size() <= kPendingSize) {
     pending_ += bytes;
     return true;
   }
-  return flush() && writeAll(fd_, bytes);
+  // Both in one go.
+  const iovec parts[2] = {{pending_.data(), pending_.size()},
+                          {const_cast<char*>(bytes.data()), bytes.size()}};
+  const ssize_t count = ::writev(fd_, parts, 2);
+  size_t written = count < 0 ? 0 : static_cast<size_t>(count);
+  if (count < 0 && errno != EINTR) return false;
+  if (written < pending_.size()) {
+    pending_.erase(0, written);
+    written = 0;
+    if (!flush()) return false;
+  } else {
+    written -= pending_.size();
+    pending_.clear();
+  }
+  return writeAll(fd_, bytes.substr(written));
 }
 
 bool ArchiveWriter::flush() {

@@ -28,6 +28,7 @@ class ArchiveWriter {
  private:
   bool write(std::string_view bytes);
   bool flush();
+  bool copyStored(Entry* entry, int from);
 
   int fd_;
   std::string pending_;  // not yet written

@@ -75,7 +75,7 @@ bool PackedSource::isPackedWell() const {
 }
 
 PackedSource::Known PackedSource::lookUp(Bytes contents, uint32_t crc, Inflater* inflater,
-                                         Buffer* packed) const {
+                                         Buffer* room, Buffer* packed) const {
   const auto [first, last] = bySize_.equal_range(contents.size());
   const Entry* found = nullptr;  // the first in the archive, however the table is ordered
   for (auto at = first; at != last; ++at) {
@@ -87,12 +87,12 @@ PackedSource::Known PackedSource::lookUp(Bytes contents, uint32_t crc, Inflater*
 
   const Bytes theirs = reader_.packed(*found);
   Buffer copy(theirs.size());
-  const Buffer unpacked(contents.size());
-  if (copy.bytes().empty() || unpacked.bytes().empty()) return Known::kNothing;
+  const auto unpacked = room->atLeast(contents.size());
+  if (copy.bytes().empty() || unpacked.size() < contents.size()) return Known::kNothing;
   // Compared is what is used: the archive may change while it is read.
   std::memcpy(copy.bytes().data(), theirs.data(), theirs.size());
-  const bool same = inflater->inflate(copy.bytes(), unpacked.bytes()) &&
-                    std::memcmp(unpacked.bytes().data(), contents.data(), contents.size()) == 0;
+  const bool same = inflater->inflate(copy.bytes(), unpacked) &&
+                    std::memcmp(unpacked.data(), contents.data(), contents.size()) == 0;
   if (!same) return Known::kNothing;
   *packed = std::move(copy);
   return Known::kPacked;

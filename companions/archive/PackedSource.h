@@ -34,8 +34,9 @@ class PackedSource {
   // Whether some entry unpacks to this many bytes, which is worth a closer look.
   bool mayHave(uint64_t size) const { return bySize_.contains(size); }
   // What the archive tells about a file of these contents; for kPacked `packed` gets the deflated
-  // form. Safe to call from several threads.
-  Known lookUp(Bytes contents, uint32_t crc, Inflater* inflater, Buffer* packed) const;
+  // form. Safe to call from several threads, each with an inflater and a room to unpack in.
+  Known lookUp(Bytes contents, uint32_t crc, Inflater* inflater, Buffer* room,
+               Buffer* packed) const;
 
  private:
   bool isPackedWell() const;

@@ -3,6 +3,7 @@
 
 #include <libdeflate.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -32,6 +33,14 @@ class Buffer {
       : data_(new (std::nothrow) std::byte[size]), size_(data_ == nullptr ? 0 : size) {}
   std::span<std::byte> bytes() const { return {data_.get(), size_}; }
   void shrinkTo(size_t size) { size_ = size; }
+  // At least `size` bytes, with the memory that is there already where it is enough. Empty without.
+  std::span<std::byte> atLeast(size_t size) {
+    if (size_ < size) {
+      *this = Buffer();  // the old one first
+      *this = Buffer(size);
+    }
+    return bytes().first(std::min(size, size_));
+  }
 
  private:
   std::unique_ptr<std::byte[]> data_;

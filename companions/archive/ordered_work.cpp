@@ -1,46 +1,45 @@
 #include "companions/archive/ordered_work.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <condition_variable>
 #include <mutex>
-#include <system_error>
 #include <thread>
 #include <vector>
+
+#include "host/parallel.h"
 
 namespace tovrek::archive {
 namespace {
 
+// All threads take jobs in order. The one that finishes the job whose turn it is delivers it, and
+// those behind it that are done; the others go on meanwhile, so nobody is woken for a delivery.
 class Pipeline {
  public:
   explicit Pipeline(const OrderedWork& jobs) : jobs_(jobs), done_(jobs.count, 0) {}
 
   bool run() {
     std::vector<std::thread> helpers;
-    for (size_t i = 0; i < std::min(workerCount(), jobs_.count); ++i) {
-      try {
-        helpers.emplace_back([this, i] { takeJobs(i); });
-      } catch (const std::system_error&) {
-        break;  // no more threads to be had
-      }
+    for (size_t i = 1; i < std::min(workerCount(), jobs_.count); ++i) {
+      auto helper = startHelper([this, i] { takeJobs(i); });
+      if (!helper) break;  // the ones that run do it all
+      helpers.push_back(std::move(*helper));
     }
-    const bool complete = helpers.empty() ? doAlone() : deliverAll();
+    takeJobs(0);
     for (std::thread& helper : helpers) helper.join();
-    return complete;
+    if (stopped_) errno = reason_;
+    return !stopped_;
   }
 
  private:
-  bool doAlone() {
-    for (size_t i = 0; i < jobs_.count; ++i) {
-      jobs_.work(0, i);
-      if (!jobs_.deliver(i)) return false;
-    }
-    return true;
-  }
-
   void takeJobs(size_t worker) {
     std::unique_lock lock(mutex_);
     for (;;) {
-      roomChanged_.wait(lock, [this] { return stopped_ || next_ >= jobs_.count || hasRoom(); });
+      while (!stopped_ && next_ < jobs_.count && !hasRoom()) {
+        ++waiting_;
+        roomChanged_.wait(lock);
+        --waiting_;
+      }
       if (stopped_ || next_ >= jobs_.count) return;
       const size_t job = next_++;
       if (isLarge(job)) {
@@ -52,7 +51,7 @@ class Pipeline {
       jobs_.work(worker, job);
       lock.lock();
       done_[job] = 1;
-      if (job == awaited_) jobDone_.notify_one();
+      if (!delivering_) deliverDone(&lock);
     }
   }
 
@@ -62,35 +61,38 @@ class Pipeline {
     return isLarge(next_) ? !largeAtWork_ : held_ + jobs_.weight(next_) <= kMemoryWindow;
   }
 
-  bool deliverAll() {
-    std::unique_lock lock(mutex_);
-    for (awaited_ = 0; awaited_ < jobs_.count; ++awaited_) {
-      jobDone_.wait(lock, [this] { return done_[awaited_] != 0; });
-      lock.unlock();
+  void deliverDone(std::unique_lock<std::mutex>* lock) {
+    delivering_ = true;
+    for (; !stopped_ && awaited_ < jobs_.count && done_[awaited_] != 0; ++awaited_) {
+      lock->unlock();
       const bool goOn = jobs_.deliver(awaited_);
-      lock.lock();
-      const bool wasFull = next_ < jobs_.count && !hasRoom();
+      const int reason = errno;
+      lock->lock();
       if (isLarge(awaited_)) {
         largeAtWork_ = false;
       } else {
         held_ -= jobs_.weight(awaited_);
       }
-      stopped_ = !goOn;
-      if (wasFull || stopped_) roomChanged_.notify_all();
-      if (stopped_) return false;
+      if (!goOn) {
+        stopped_ = true;
+        reason_ = reason;
+      }
+      if (waiting_ != 0) roomChanged_.notify_all();
     }
-    return true;
+    delivering_ = false;
   }
 
   const OrderedWork& jobs_;
   std::vector<char> done_;
   std::mutex mutex_;
-  std::condition_variable jobDone_;
   std::condition_variable roomChanged_;
+  size_t waiting_ = 0;  // threads that wait for room
   size_t next_ = 0;
   size_t awaited_ = 0;
   uint64_t held_ = 0;
+  int reason_ = 0;
   bool largeAtWork_ = false;
+  bool delivering_ = false;
   bool stopped_ = false;
 };
 

@@ -17,15 +17,16 @@ struct OrderedWork {
   // Does job `i`; called from several threads, for jobs in order. `worker` tells the threads apart
   // and is below workerCount().
   std::function<void(size_t worker, size_t i)> work{};
-  // Uses the result; called in the calling thread, strictly in order. False ends everything:
-  // jobs that were not begun are left.
+  // Uses the result; called strictly in order and never twice at a time, but from any thread. False
+  // ends everything: jobs that were not begun are left.
   std::function<bool(size_t i)> deliver{};
 };
 
 // How many threads work at most: one for each processor that this process may use.
 size_t workerCount();
 
-// True when all jobs were delivered. The result does not depend on the number of processors.
+// True when all jobs were delivered; else errno is as the failed delivery left it. The result does
+// not depend on the number of processors.
 bool runInOrder(const OrderedWork& jobs);
 
 }  // namespace tovrek::archive

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <atomic>
 
-#include "companions/signing/parallel.h"
 #include "host/MappedFile.h"
+#include "host/parallel.h"
 
 namespace tovrek::signing {
 namespace {

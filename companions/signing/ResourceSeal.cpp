@@ -11,8 +11,8 @@
 #include "companions/signing/CodeObject.h"
 #include "companions/signing/FileHasher.h"
 #include "companions/signing/XmlPlistWriter.h"
-#include "companions/signing/parallel.h"
 #include "host/files.h"
+#include "host/parallel.h"
 #include "host/paths.h"
 
 namespace tovrek::signing {

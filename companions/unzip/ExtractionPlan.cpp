@@ -80,7 +80,10 @@ class Planner {
   static void forget(const Place& place) { (*place.list)[place.index].entry = nullptr; }
 
   bool stands(const std::string& path) {
-    const int folder = destination_->enter(folderOf(path), false);
+    const std::string parent = folderOf(path);
+    if (!missing_.empty() && parent == missing_) return false;
+    const int folder = destination_->enter(parent, false);
+    if (folder == -1) missing_ = parent;
     struct stat info {};
     return folder != -1 && ::fstatat(folder, nameOf(path).c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
   }
@@ -111,6 +114,7 @@ class Planner {
   Existing existing_;
   FolderCursor* destination_;
   ExtractionPlan* plan_;
+  std::string missing_;  // the folder last found not to be there: neighbours need not look again
   std::unordered_map<std::string, Place> taken_;
 };
 

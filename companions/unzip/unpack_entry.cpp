@@ -17,15 +17,11 @@ bool unpackEntry(const archive::ArchiveReader& reader, const archive::Entry& ent
                  std::string* fault) {
   *contents = reader.packed(entry);
   if (entry.method == archive::kDeflated) {
-    if (room->bytes().size() < entry.size) {
-      *room = archive::Buffer();  // the old one first
-      *room = archive::Buffer(entry.size);
-    }
-    if (room->bytes().size() < entry.size) {
+    const auto target = room->atLeast(entry.size);
+    if (target.size() < entry.size) {
       *fault = "not enough memory";
       return false;
     }
-    const auto target = room->bytes().first(entry.size);
     if (!inflater->inflate(*contents, target)) {
       *fault = kBadData;
       return false;

@@ -9,6 +9,7 @@
 #include "companions/zip/messages.h"
 #include "companions/zip/status.h"
 #include "host/files.h"
+#include "host/parallel.h"
 #include "log/SystemLog.h"
 
 namespace tovrek::zip {
@@ -29,17 +30,24 @@ constexpr char kUsage[] =
 constexpr char kVersion[] = "zip (Tovrek)\n";
 
 int pack(const ZipOptions& options, const archive::ArchiveReader* old) {
+  archive::PackedSource source;
+  const char* sourcePath = std::getenv("TOVREK_PACKED_SOURCE");
+  bool hasSource = false;
+  const auto openSource = [&] {
+    hasSource = sourcePath != nullptr && *sourcePath != '\0' && source.open(sourcePath);
+  };
+  // Both take some milliseconds for a large app.
+  auto opening = startHelper(openSource);
+  if (!opening) openSource();
   FileList files(options);
   ErrorText error;
   const bool collected = files.collect(&error);
+  if (opening) opening->join();
   for (const std::string& warning : files.warnings()) warn(options, warning);
   if (!collected) {
     return failWith(kBadArguments, fmt::format("Invalid command arguments ({})", error.text()));
   }
   if (files.items().empty()) return failNothingToDo(options);
-  archive::PackedSource source;
-  const char* sourcePath = std::getenv("TOVREK_PACKED_SOURCE");
-  const bool hasSource = sourcePath != nullptr && *sourcePath != '\0' && source.open(sourcePath);
   const int status =
       ArchiveUpdate(options, old, hasSource ? &source : nullptr).addItems(files.items());
   return status == kDone && files.incomplete() ? kSomeUnreadable : status;

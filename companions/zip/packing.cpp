@@ -60,19 +60,22 @@ void store(Bytes contents, PackedItem* result) {
   result->entry.crc = archive::crcOf(contents);
 }
 
-// The whole of a small file, which may have changed its size since it was listed.
-bool readWhole(int fd, std::string* contents) {
-  for (size_t filled = 0;;) {
-    if (contents->size() == filled) contents->resize(filled + std::max<size_t>(filled, 4096));
-    const ssize_t count = ::read(fd, &(*contents)[filled], contents->size() - filled);
+enum class Reading { kDone, kFailed, kGrown };
+
+// The whole of a small file, unless it is larger than it was when it was opened. The position in
+// the file stays.
+Reading readWhole(int fd, std::span<std::byte> room, Bytes* contents) {
+  for (size_t filled = 0; filled < room.size();) {
+    const ssize_t count =
+        ::pread(fd, &room[filled], room.size() - filled, static_cast<off_t>(filled));
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return false;
+    if (count < 0) return Reading::kFailed;
     filled += static_cast<size_t>(count);
-    if (count == 0) {
-      contents->resize(filled);
-      return true;
-    }
+    if (count != 0) continue;
+    *contents = room.first(filled);
+    return Reading::kDone;
   }
+  return Reading::kGrown;
 }
 
 // The deflated form, taken from the source or made; empty when storing is as good.
@@ -84,7 +87,10 @@ Buffer deflated(Bytes contents, const archive::PackedSource* source, Packer* pac
   if (packer->level == 0 || contents.size() < 2) return packed;
   if (source != nullptr && packer->level <= kUsualLevel && source->mayHave(contents.size())) {
     *crc = archive::crcOf(contents);
-    const Known known = source->lookUp(contents, *crc, &packer->inflater, &packed);
+    const Known known =
+        source->lookUp(contents, *crc, &packer->inflater, &packer->unpacked, &packed);
+    constexpr size_t kMostKept = 4 << 20;
+    if (packer->unpacked.bytes().size() > kMostKept) packer->unpacked = Buffer();
     if (known != Known::kNothing) return packed;
   }
   if (!archive::looksCompressible(contents)) return packed;
@@ -128,14 +134,18 @@ void packFile(const SourceItem& item, const archive::PackedSource* source, Packe
     return;
   }
   if (static_cast<uint64_t>(info.st_size) <= kLargestRead) {
-    std::string contents(static_cast<size_t>(info.st_size) + 1, '\0');
-    if (!readWhole(file.get(), &contents)) {
-      result->fault = std::strerror(errno);
-      return;
+    Bytes contents;
+    // With a byte more, to see the end.
+    const auto room = packer->contents.atLeast(static_cast<size_t>(info.st_size) + 1);
+    switch (readWhole(file.get(), room, &contents)) {
+      case Reading::kDone:
+        return packContents(contents, UniqueFd(), source, packer, result);
+      case Reading::kFailed:
+        result->fault = std::strerror(errno);
+        return;
+      case Reading::kGrown:
+        break;
     }
-    packContents(std::as_bytes(std::span(contents.data(), contents.size())), UniqueFd(), source,
-                 packer, result);
-    return;
   }
   MappedFile mapping;
   ErrorText error;

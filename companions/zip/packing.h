@@ -23,6 +23,8 @@ struct Packer {
   int level;
   archive::Deflater deflater;
   archive::Inflater inflater{};
+  archive::Buffer contents{};  // of the last small file
+  archive::Buffer unpacked{};  // what the contents were compared with
 };
 
 // Up to this size the contents are read at once; larger files are mapped.

@@ -53,7 +53,7 @@ bool zipApp(const char* options, const std::string& ipaName, const std::string& 
 
   const std::string target = standardizePath(joinPath(targetDir, ipaName));
   if (isPlainFile(target)) removeItem(target);
-  if (!copyOrFail(archive, target, error)) return false;
+  if (!handOverOrFail(archive, target, error)) return false;
   logger().logBasic("Generated output ipa file at: " + target);
   return true;
 }
@@ -89,7 +89,7 @@ bool AppConverter::ZiptoPackage(const std::string& packageDir, ErrorText* error)
   }
   // What counts is that something stands there in the end.
   ErrorText failure;
-  copyOrFail(archive, output, &failure);
+  handOverOrFail(archive, output, &failure);
   return fileExists(output) || fail(error, failure.text());
 }
 

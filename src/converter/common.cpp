@@ -46,11 +46,24 @@ std::string replaceAll(std::string_view text, std::string_view from, std::string
   }
 }
 
-bool copyOrFail(const std::string& from, const std::string& to, ErrorText* error) {
-  ErrorText reason;
-  if (copyItem(from, to, &reason)) return true;
+namespace {
+
+bool failToCopy(const std::string& from, const std::string& to, const ErrorText& reason,
+                ErrorText* error) {
   return fail(error,
               fmt::format("Failed to copy file from {} to {}. Error:{}", from, to, reason.text()));
+}
+
+}  // namespace
+
+bool copyOrFail(const std::string& from, const std::string& to, ErrorText* error) {
+  ErrorText reason;
+  return copyItem(from, to, &reason) || failToCopy(from, to, reason, error);
+}
+
+bool handOverOrFail(const std::string& from, const std::string& to, ErrorText* error) {
+  ErrorText reason;
+  return handOverItem(from, to, &reason) || failToCopy(from, to, reason, error);
 }
 
 bool replaceByCopy(const std::string& from, const std::string& to, ErrorText* error) {

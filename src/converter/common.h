@@ -31,6 +31,8 @@ std::string replaceAll(std::string_view text, std::string_view from, std::string
 
 // Copies; a failure gives "Failed to copy file from ... to ... Error:...".
 bool copyOrFail(const std::string& from, const std::string& to, ErrorText* error);
+// The same for a file of the scratch folder that has no further use there.
+bool handOverOrFail(const std::string& from, const std::string& to, ErrorText* error);
 // Removes what stands at `to` first, link or not, and ignores when that fails.
 bool replaceByCopy(const std::string& from, const std::string& to, ErrorText* error);
 

@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "host/file_io.h"
+#include "host/scratch.h"
 #include "host/signals.h"
 
 namespace tovrek {
@@ -16,7 +17,8 @@ struct AtomicFile::State {
       : path(std::move(finalPath)),
         temporary(std::move(temporaryPath)),
         fd(std::move(file)),
-        guard(temporary) {}
+        guard(temporary),
+        lasting(!isScratchFile(path)) {}
   ~State() {
     if (!committed) ::unlink(temporary.c_str());
   }
@@ -25,7 +27,10 @@ struct AtomicFile::State {
   std::string temporary;
   UniqueFd fd;
   RemovedOnSignal guard;
+  bool lasting;  // has to reach the disk
   bool committed = false;
+
+  bool flush() const { return !lasting || ::fsync(fd.get()) == 0; }
 };
 
 AtomicFile::AtomicFile() = default;
@@ -54,18 +59,19 @@ bool AtomicFile::writeAt(uint64_t offset, std::string_view bytes, ErrorText* err
 
 void AtomicFile::startFlush([[maybe_unused]] uint64_t offset, [[maybe_unused]] uint64_t size) {
 #ifdef __linux__
+  if (!state_->lasting) return;
   ::sync_file_range(state_->fd.get(), static_cast<off64_t>(offset), static_cast<off64_t>(size),
                     SYNC_FILE_RANGE_WRITE);
 #endif
 }
 
 bool AtomicFile::flush(ErrorText* error) {
-  return ::fsync(state_->fd.get()) == 0 || failWithErrno(error);
+  return state_->flush() || failWithErrno(error);
 }
 
 bool AtomicFile::commit(ErrorText* error, std::optional<uint32_t> mode) {
   const mode_t bits = mode ? static_cast<mode_t>(*mode) : modeForNewFile(state_->path);
-  const bool done = ::fchmod(state_->fd.get(), bits) == 0 && ::fsync(state_->fd.get()) == 0 &&
+  const bool done = ::fchmod(state_->fd.get(), bits) == 0 && state_->flush() &&
                     state_->fd.close() &&
                     ::rename(state_->temporary.c_str(), state_->path.c_str()) == 0;
   if (!done) return failWithErrno(error);

@@ -14,7 +14,8 @@
 namespace tovrek {
 
 // A new version of the file at `path`, written beside it and put in its place by commit(). Without
-// a commit (a failure, an early return, an interrupted run) the old file stays as it was.
+// a commit (a failure, an early return, an interrupted run) the old file stays as it was. What lies
+// in a scratch folder (see scratch.h) is not waited for until it is on the disk.
 class AtomicFile {
  public:
   AtomicFile();

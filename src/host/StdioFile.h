@@ -4,8 +4,8 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
-#include <string_view>
 
 #include "host/ErrorText.h"
 
@@ -20,9 +20,10 @@ using StdioFile = std::unique_ptr<std::FILE, StdioCloser>;
 // bring a pipe or a link to a device, which would block or never end.
 StdioFile openRegularFile(const std::string& path, ErrorText* error = nullptr);
 
-// Gives a regular file's contents to `take`, piece by piece. False when it cannot be read to its
-// end; pieces may have been given by then.
-bool readInPieces(const std::string& path, const std::function<void(std::string_view)>& take,
-                  ErrorText* error = nullptr);
+// Reads a regular file to its end, each time as much as fits into the room that `room` offers (at
+// least a byte); `took` is told how many bytes came. False when it cannot be read to its end; some
+// may have come by then.
+bool readInPieces(const std::string& path, const std::function<std::span<char>()>& room,
+                  const std::function<void(size_t)>& took, ErrorText* error = nullptr);
 
 }  // namespace tovrek

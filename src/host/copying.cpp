@@ -3,6 +3,9 @@
 #include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#ifdef __linux__
+#include <sys/xattr.h>
+#endif
 
 #include <vector>
 
@@ -74,7 +77,31 @@ bool copyTree(const std::string& from, const std::string& to) {
   return ::chmod(to.c_str(), info.st_mode & 07777) == 0;
 }
 
+// Whether a file moved there is as a new one would be: its group may come from the folder, and
+// access lists and security labels, which are extended attributes, too.
+bool isSameAsNewIn([[maybe_unused]] const std::string& folder,
+                   [[maybe_unused]] const std::string& file) {
+#ifdef __linux__
+  struct stat place {};
+  struct stat info {};
+  const auto hasAttributes = [](const std::string& path) {
+    return ::llistxattr(path.c_str(), nullptr, 0) > 0;
+  };
+  return ::stat(folder.c_str(), &place) == 0 && (place.st_mode & S_ISGID) == 0 &&
+         ::lstat(file.c_str(), &info) == 0 && S_ISREG(info.st_mode) && info.st_uid == ::geteuid() &&
+         info.st_gid == ::getegid() && !hasAttributes(folder) && !hasAttributes(file);
+#else
+  return false;  // the group always comes from the folder
+#endif
+}
+
 }  // namespace
+
+bool handOverItem(const std::string& from, const std::string& to, ErrorText* error) {
+  const std::string folder = containingFolder(to);
+  return (isSameAsNewIn(folder, from) && renameWithoutReplacing(from, to)) ||
+         copyItem(from, to, error);
+}
 
 bool copyItem(const std::string& from, const std::string& to, ErrorText* error) {
   if (itemExistsNoFollow(to)) {

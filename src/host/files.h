@@ -55,6 +55,9 @@ bool removeItem(const std::string& path, ErrorText* error = nullptr);
 bool copyItem(const std::string& from, const std::string& to, ErrorText* error = nullptr);
 // Renames, or copies and removes across file systems. Fails when anything stands at `to`.
 bool moveItem(const std::string& from, const std::string& to, ErrorText* error = nullptr);
+// copyItem for a file that is not needed any more where it is: moved, where that comes to the same,
+// else copied and left there.
+bool handOverItem(const std::string& from, const std::string& to, ErrorText* error = nullptr);
 
 // --- Listings: names sorted by bytes, so that every host gives the same order. ---
 // Names in the folder, without "." and ".."; none when it cannot be read.

@@ -3,6 +3,7 @@
 
 #include <set>
 
+#include "host/BlockStream.h"
 #include "host/StdioFile.h"
 #include "host/clock.h"
 #include "host/files.h"
@@ -14,9 +15,9 @@
 namespace tovrek {
 namespace {
 
-bool appendFile(const std::string& path, Digest& data, ErrorText* error = nullptr) {
+bool appendFile(const std::string& path, BlockStream& data) {
   return readInPieces(
-      path, [&data](std::string_view piece) { data.update(piece); }, error);
+      path, [&data] { return data.room(); }, [&data](size_t size) { data.took(size); });
 }
 
 // A link that leads out of the folder would make the checksum depend on the host.
@@ -28,7 +29,8 @@ bool leadsOutside(const std::string& link, const std::string& directory) {
 
 class ContentWalk {
  public:
-  explicit ContentWalk(Digest& data) : data_(data) {}
+  explicit ContentWalk(Digest& data)
+      : data_([&data](std::string_view block) { data.update(block); }) {}
 
   void walk(const std::string& directory) {
     // Names relative to the working directory could lead back to where we are.
@@ -58,7 +60,7 @@ class ContentWalk {
     }
   }
 
-  Digest& data_;
+  BlockStream data_;
   std::set<std::string> open_;
 };
 
@@ -99,8 +101,11 @@ std::optional<std::string> HelperMethods::GeneratePrivateKey(const std::string& 
   logger.logBasic(" the application full path is " + executable);
 
   Digest data(DigestAlgorithm::kSha256);
-  appendFile(joinPath(bundlePath, "Info.plist"), data);
-  appendFile(executable, data);
+  {
+    BlockStream contents([&data](std::string_view block) { data.update(block); });
+    appendFile(joinPath(bundlePath, "Info.plist"), contents);
+    appendFile(executable, contents);
+  }
   data.update(uniqueString());
   const std::optional<std::string> address = getMacAddress(nullptr);
   if (!address) {

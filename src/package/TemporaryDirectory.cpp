@@ -5,6 +5,7 @@
 #include "host/files.h"
 #include "host/host_info.h"
 #include "host/paths.h"
+#include "host/scratch.h"
 
 namespace tovrek {
 
@@ -39,6 +40,7 @@ bool TemporaryDirectory::createTempDir(bool create, bool andPackageDir, ErrorTex
     return notCreated(reason);
   }
   tempDir_ = folder;
+  announceScratchFolder(tempDir_);
   if (andPackageDir) {
     packageDir_ = joinPath(tempDir_, "ORVANE_PACKAGE");
     if (!createDirectories(packageDir_, &reason)) {

@@ -11,8 +11,9 @@ import time
 import unittest
 
 from examiner import macho
-from harness import (DEMO_APP, DEVELOPER, WholeProgramTest, changed_app, copy_toolkit, make_profile,
-                     pack, read, result_text, run, sha1_of_admin, sign_as_developer, thin, write)
+from harness import (COMPANIONS, DEMO_APP, DEVELOPER, TOOLKIT, WholeProgramTest, changed_app,
+                     copy_toolkit, make_profile, pack, read, result_text, run, sha1_of_admin,
+                     sign_as_developer, thin, write)
 
 LC_RPATH = 0x8000001C
 
@@ -207,6 +208,18 @@ class FullDisk(Refusals):
 
 
 class Interrupted(WholeProgramTest):
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        # The last stage takes some milliseconds only, too few to be sure to hit it.
+        host = shutil.copytree(os.path.join(TOOLKIT, "host"), cls.path("host"),
+                               copy_function=os.symlink)
+        slow = os.path.join(host, "usr", "bin", "zip")
+        os.remove(slow)
+        write(f"#!/bin/sh\nsleep 0.5\nexec '{COMPANIONS}/zip' \"$@\"\n".encode(), slow)
+        os.chmod(slow, 0o755)
+        cls.environment["TOVREK_HOST_ROOT"] = host
+
     def test_signals_clean_up(self):
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
             for stage in ("Unzipping", "Code signing", "Generating package file"):

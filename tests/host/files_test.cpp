@@ -80,6 +80,25 @@ TEST(Files, CopyKeepsLinksModesAndEmptyFolders) {
   EXPECT_FALSE(itemExistsNoFollow(to));
 }
 
+// Where a new file would get another group or access list than the old one has, it is made anew.
+TEST(Files, HandingOverMovesOnlyWhatComesToTheSame) {
+  const TemporaryFolder folder;
+  createDirectories(folder.file("plain"));
+  createDirectories(folder.file("shared"));
+  ::chmod(folder.file("shared").c_str(), 02755);
+  for (const auto& [target, moved] : {std::pair("plain", true), std::pair("shared", false)}) {
+    const std::string from = folder.write("from", "contents");
+    const std::string to = folder.file(std::string(target) + "/to");
+    ASSERT_TRUE(handOverItem(from, to)) << target;
+    EXPECT_EQ(contentsOf(to), "contents");
+    EXPECT_EQ(itemExistsNoFollow(from), !moved) << target;
+    ErrorText error;
+    EXPECT_FALSE(handOverItem(folder.write("next", "other"), to, &error));
+    EXPECT_EQ(error.text(), "File exists");
+    EXPECT_EQ(contentsOf(to), "contents");
+  }
+}
+
 TEST(Files, RemoveTakesTheLinkAndNotItsTarget) {
   const TemporaryFolder folder;
   folder.write("target/file", "x");

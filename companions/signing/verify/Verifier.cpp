@@ -9,7 +9,6 @@
 #include "companions/signing/CodeFile.h"
 #include "companions/signing/CodeSignature.h"
 #include "companions/signing/RequirementParser.h"
-#include "companions/signing/parallel.h"
 #include "companions/signing/requirements.h"
 #include "companions/signing/verify/entitlement_check.h"
 #include "companions/signing/verify/message_check.h"
@@ -17,6 +16,7 @@
 #include "companions/signing/verify/resource_check.h"
 #include "host/MappedFile.h"
 #include "host/files.h"
+#include "host/parallel.h"
 #include "macho/layout.h"
 
 namespace tovrek::signing {

@@ -1,17 +1,27 @@
-#include "companions/signing/parallel.h"
+#include "host/parallel.h"
 
 #include <algorithm>
 #include <atomic>
 #include <system_error>
-#include <thread>
 #include <vector>
 
-namespace tovrek::signing {
+#include "host/running_child.h"
+
+namespace tovrek {
 namespace {
 
 constexpr size_t kMostThreads = 8;
 
 }  // namespace
+
+std::optional<std::thread> startHelper(std::function<void()> work) {
+  const SignalsBlocked blocked;  // what a thread starts with is what its starter has
+  try {
+    return std::thread(std::move(work));
+  } catch (const std::system_error&) {
+    return std::nullopt;
+  }
+}
 
 void forEachPart(size_t count, size_t grain, const std::function<void(size_t, size_t)>& work) {
   std::atomic<size_t> next{0};
@@ -24,14 +34,12 @@ void forEachPart(size_t count, size_t grain, const std::function<void(size_t, si
   const size_t processors = std::max<size_t>(1, std::thread::hardware_concurrency());
   std::vector<std::thread> helpers;
   for (size_t i = 1; i < std::min({parts, processors, kMostThreads}); ++i) {
-    try {
-      helpers.emplace_back(takeParts);
-    } catch (const std::system_error&) {
-      break;  // no more threads to be had: the ones that run do it all
-    }
+    auto helper = startHelper(takeParts);
+    if (!helper) break;  // the ones that run do it all
+    helpers.push_back(std::move(*helper));
   }
   takeParts();
   for (std::thread& helper : helpers) helper.join();
 }
 
-}  // namespace tovrek::signing
+}  // namespace tovrek

@@ -3,12 +3,18 @@
 
 #include <cstddef>
 #include <functional>
+#include <optional>
+#include <thread>
 
-namespace tovrek::signing {
+namespace tovrek {
+
+// A thread that signals never interrupt: they are the business of the one that started it. None
+// when there are no more threads to be had.
+std::optional<std::thread> startHelper(std::function<void()> work);
 
 // Calls `work(begin, end)` for consecutive parts of [0, count), each of `grain` items (the last may
 // be shorter), from as many threads as the machine has processors. Returns when all is done.
 // With a single part everything happens in the calling thread.
 void forEachPart(size_t count, size_t grain, const std::function<void(size_t, size_t)>& work);
 
-}  // namespace tovrek::signing
+}  // namespace tovrek
