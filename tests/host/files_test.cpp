@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "host/MappedFile.h"
+#include "host/scratch.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace tovrek {
@@ -96,6 +97,21 @@ TEST(Files, HandingOverMovesOnlyWhatComesToTheSame) {
     EXPECT_FALSE(handOverItem(folder.write("next", "other"), to, &error));
     EXPECT_EQ(error.text(), "File exists");
     EXPECT_EQ(contentsOf(to), "contents");
+  }
+}
+
+TEST(Files, ScratchFilesAreThoseInTheAnnouncedFolder) {
+  const TemporaryFolder folder;
+  const test::ScopedEnvironment scratch("TOVREK_SCRATCH", "");
+  EXPECT_FALSE(isScratchFile(folder.file("run/file")));
+  folder.write("run/file", "");
+  ASSERT_EQ(::symlink("run", folder.file("link").c_str()), 0);
+  announceScratchFolder(folder.file("link"));
+  for (const char* inside : {"link/file", "run/file", "run/deep/file"}) {
+    EXPECT_TRUE(isScratchFile(folder.file(inside))) << inside;
+  }
+  for (const char* outside : {"run", "runs/file", "file"}) {
+    EXPECT_FALSE(isScratchFile(folder.file(outside))) << outside;
   }
 }
 
