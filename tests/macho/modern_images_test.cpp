@@ -67,8 +67,9 @@ TEST(ModernImages, HeaderFlagsAndCommands) {
         {0x3ff8, 9, "1115"},     {0x3002, 8, "1115"},         {0, 0, "ok"},
         {0xfffffff8, 8, "1115"}, {0x3000, 0xffffffff, "1115"}};
     for (const auto& [offset, size, outcome] : kTables) {
-      cases.push_back({"with a table", "1115", outcome, [=](auto& b) {
-                         b.addLinkEditData(cmd, offset, size);
+      // clang 14 captures no structured bindings by themselves.
+      cases.push_back({"with a table", "1115", outcome, [cmd, at = offset, length = size](auto& b) {
+                         b.addLinkEditData(cmd, at, length);
                          b.section("__DATA", 0)["flags"] = 0;  // no initializers to look for
                        }});
     }
