@@ -67,7 +67,7 @@ class Words {
   bool takeArch(const std::string& option, std::string* out, ErrorText* error) {
     if (!takeValue(option, out, error)) return false;
     return macho::archByName(*out) ||
-           fail(error, fmt::format("unknown architecture specification flag: {} {}", option, *out));
+           fail(error, fmt::format("{}: {} {}", macho::kUnknownArchFlag, option, *out));
   }
 
  private:

@@ -24,7 +24,7 @@ bool ListingOptions::parseWords(const std::vector<std::string>& arguments, const
       }
       const std::string name = word == "-arch" ? arguments[i] : word.substr(kArch.size());
       if (name != "all" && !macho::archByName(name)) {
-        return fail(error, fmt::format("unknown architecture specification flag: -arch {}", name));
+        return fail(error, fmt::format("{}: -arch {}", macho::kUnknownArchFlag, name));
       }
       archs.push_back(name);
     } else {

@@ -44,7 +44,7 @@ struct ResourceRuleSet {
   static ResourceRuleSet forFlatBundles();
   // From a property list with "rules" and perhaps "rules2", such as a seal or a rules
   // file. Without "rules2", "rules" serve for both, and code folders that they leave out are
-  // nested code. "invalid resource specification rule(s)" otherwise.
+  // nested code. None, with the reason, when rules are missing or make no sense.
   static std::optional<ResourceRuleSet> fromPlist(const PlistDictionary& source,
                                                   ErrorText* error = nullptr);
 };

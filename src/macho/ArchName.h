@@ -13,6 +13,10 @@ struct ArchId {
   uint32_t cpusubtype = 0;
 };
 
+// What Apple's programs say, before the option and the name, of an architecture that they do not
+// know. Scripts, and the engine itself, look for these words in their output.
+inline constexpr std::string_view kUnknownArchFlag = "unknown architecture specification flag";
+
 // The numbers of "armv7", "arm64" and so on; none for an unknown name.
 std::optional<ArchId> archByName(std::string_view name);
 

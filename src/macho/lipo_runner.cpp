@@ -5,6 +5,7 @@
 
 #include "host/files.h"
 #include "host/process.h"
+#include "macho/ArchName.h"
 
 namespace tovrek {
 namespace {
@@ -69,7 +70,7 @@ bool CreateFatBinaryFromArchs(const std::string& path, const ArchPresence& prese
   std::vector<std::string> arguments = slices;
   arguments.insert(arguments.end(), {"-create", "-output", path});
   const Outcome outcome = runLipo(std::move(arguments), StandardError::kCapture);
-  if (outcome.errorOutput.find("unknown architecture specification flag") != std::string::npos) {
+  if (outcome.errorOutput.find(macho::kUnknownArchFlag) != std::string::npos) {
     return true;
   }
   for (const std::string& slice : slices) removeItem(slice);

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include "host/files.h"
+#include "macho/ArchName.h"
 #include "tests/companions/CompanionTest.h"
 #include "tests/support/MachOBuilder.h"
 
@@ -76,7 +77,7 @@ TEST_F(LipoTest, RefusesWhatMakesNoSense) {
       {{"-create", "-arch", "armv7", "a64"},
        "specified architecture type (armv7) for file (a64) does not match its cputype and "
        "cpusubtype"},
-      {{"fat", "-extract", "sparc"}, "unknown architecture specification flag: -extract sparc"},
+      {{"fat", "-extract", "sparc"}, fmt::format("{}: -extract sparc", macho::kUnknownArchFlag)},
       {{"fat", "-extract", "armv7", "-thin", "armv7"},
        "only one action can be specified, not -thin too"},
       {{"fat", "-replace", "armv7"}, "missing argument to -replace option"},

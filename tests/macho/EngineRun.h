@@ -11,21 +11,9 @@
 #include "macho/entry_points.h"
 #include "tests/support/MachOBuilder.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/engine_outcome.h"
 
 namespace tovrek::test {
-
-// "ok", a code in digits, or the engine's own words.
-template <class Operation>
-std::string outcomeOf(Operation&& operation) {
-  try {
-    operation();
-    return "ok";
-  } catch (MachORebuildErrors code) {
-    return std::to_string(static_cast<int>(code));
-  } catch (const std::exception& failure) {
-    return failure.what();
-  }
-}
 
 // Compares files without printing them: the first place where they differ.
 inline testing::AssertionResult sameBytes(const std::string& got, const std::string& wanted) {

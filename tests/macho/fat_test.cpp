@@ -4,6 +4,7 @@
 
 #include "host/files.h"
 #include "host/process.h"
+#include "macho/ArchName.h"
 #include "macho/FatFile.h"
 #include "tests/macho/EngineRun.h"
 
@@ -163,7 +164,7 @@ TEST_F(LipoTest, RefusesWithoutTouchingTheOutput) {
       {{"-create", "-output", out}, "no input files specified"},
       {{thin, "-create"}, "no output file specified"},
       {{thin, "-thin", "z80", "-output", out},
-       "unknown architecture specification flag: -thin z80"},
+       std::string(macho::kUnknownArchFlag) + ": -thin z80"},
       {{thin, "-wings"}, "unknown flag: -wings"},
       {{folder_.file("none"), "-info"},
        "can't open input file: " + folder_.file("none") + " (No such file or directory)"},

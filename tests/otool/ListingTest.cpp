@@ -1,5 +1,7 @@
 #include "tests/otool/ListingTest.h"
 
+#include <gmock/gmock.h>
+
 #include <regex>
 
 namespace tovrek::test {
@@ -93,6 +95,16 @@ std::string ListingTest::object(const std::string& arch) {
   host({TOVREK_CLANG, "-target", arch + "-apple-ios9", "-w", "-Os", "-fcommon", "-c", source, "-o",
         path});
   return path;
+}
+
+void ListingTest::expectAnswer(const std::string& program, const Answer& answer) {
+  std::vector<std::string> words = {program};
+  words.insert(words.end(), answer.words.begin(), answer.words.end());
+  SCOPED_TRACE(testing::PrintToString(words));
+  const Outcome outcome = run(words);
+  EXPECT_EQ(outcome.status, answer.status);
+  EXPECT_THAT(outcome.output, testing::HasSubstr(answer.output));
+  EXPECT_THAT(outcome.errorOutput, testing::HasSubstr(answer.error));
 }
 
 std::string ListingTest::linked(const std::vector<std::string>& options) {

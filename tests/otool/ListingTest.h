@@ -25,6 +25,13 @@ class ListingTest : public CompanionTest {
   std::string host(const std::vector<std::string>& argv);
   // What otool or nm prints; it must succeed.
   std::string own(const std::vector<std::string>& words);
+  // Runs the program and expects the status, and these pieces in what it prints.
+  struct Answer {
+    std::vector<std::string> words;
+    int status;
+    std::string output, error;
+  };
+  void expectAnswer(const std::string& program, const Answer& answer);
 
   // The Objective-C source compiled, and linked for arm64 with more options for the linker.
   std::string object(const std::string& arch);

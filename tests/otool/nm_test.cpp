@@ -1,6 +1,7 @@
 // nm beside llvm-nm.
 #include <gmock/gmock.h>
 
+#include "macho/ArchName.h"
 #include "tests/otool/ListingTest.h"
 #include "tests/support/MachOBuilder.h"
 
@@ -48,29 +49,18 @@ TEST_F(Nm, SlicesFilesAndUsage) {
   const std::string fat = folder_.write("fat", buildFat({{kArmv7, MachOBuilder(kArmv7).build()},
                                                          {kArm64, MachOBuilder(kArm64).build()}}));
   const std::string text = folder_.write("text", "text");
-  const struct {
-    Words words;
-    int status;
-    std::string output, error;
-  } cases[] = {
+  const std::string unknown = std::string(macho::kUnknownArchFlag) + ": -arch x87\n";
+  const Answer cases[] = {
       {{"-j", fat}, 0, "\n" + fat + " (for architecture arm64):\n", ""},
       {{"-j", "-arch", "x86_64", fat}, 1, "", "does not contain architecture: x86_64\n"},
-      {{"-arch", "x87", fat}, 1, "", "unknown architecture specification flag: -arch x87\n"},
+      {{"-arch", "x87", fat}, 1, "", unknown},
       {{text}, 1, "", text + ": The file was not recognized as a valid object file\n"},
       {{}, 1, "", "can't open file: a.out (No such file or directory)\n"},
       {{"-z", text}, 1, "", "unknown option \"-z\"\n"},
       {{"-uU", text}, 1, "", "-u and -U can't be used together\n"},
       {{"--help"}, 0, "Usage: nm", ""},
   };
-  for (const auto& c : cases) {
-    Words words = {"nm"};
-    words.insert(words.end(), c.words.begin(), c.words.end());
-    SCOPED_TRACE(testing::PrintToString(words));
-    const Outcome outcome = run(words);
-    EXPECT_EQ(outcome.status, c.status);
-    EXPECT_THAT(outcome.output, HasSubstr(c.output));
-    EXPECT_THAT(outcome.errorOutput, HasSubstr(c.error));
-  }
+  for (const Answer& each : cases) expectAnswer("nm", each);
   EXPECT_THAT(own({"nm", "-arch", "arm64", fat}), testing::Not(HasSubstr("for architecture")));
 }
 

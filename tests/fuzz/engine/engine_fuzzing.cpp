@@ -8,21 +8,10 @@
 #include "macho/entry_points.h"
 #include "macho/file_check.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/engine_outcome.h"
 
 namespace tovrek::test {
 namespace {
-
-template <class Operation>
-std::string outcomeOf(Operation&& operation) {
-  try {
-    operation();
-    return "ok";
-  } catch (MachORebuildErrors code) {
-    return std::to_string(static_cast<int>(code));
-  } catch (const std::exception& failure) {
-    return failure.what();
-  }
-}
 
 // A copy of its own for every run, so that AddressSanitizer sees the first byte behind it.
 class HeapCopy {
