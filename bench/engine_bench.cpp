@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "macho/entry_points.h"
+#include "engine/entry_points.h"
 #include "tests/support/LargeImage.h"
 #include "tests/support/TemporaryFolder.h"
 

@@ -1,4 +1,4 @@
-# tovrek_man_page(FILE): one manual page, such as companions/codesign/codesign.1, put into
+# tovrek_man_page(FILE): one manual page, such as programs/codesign/codesign.1, put into
 # usr/share/man/manSECTION of the host root, where `man` finds it once usr/bin is in PATH.
 # tovrek_companion calls this for NAME.1 beside main.cpp; a companion without a folder of its own
 # may call it itself.

@@ -1,7 +1,7 @@
 include(ManPage)
 
 # tovrek_module(NAME [LINK libs...]): the library of one folder, from all its .cpp files.
-# Headers are included by their path from src/ (or from the project root for companions).
+# Headers are included by their path from src/ (or from the project root for programs).
 function(tovrek_module name)
   cmake_parse_arguments(ARG "" "" "LINK" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp")

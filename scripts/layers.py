@@ -9,19 +9,38 @@ import re
 import sys
 
 LAYERS = {
-    "cli": ["converter"],
+    # Libraries, in src/.
     "converter": ["package"],
-    "package": ["macho", "icons", "params"],
+    "package": ["engine", "icons", "params"],
     "params": ["profile"],
     "profile": ["tools"],
-    "tools": ["formats", "log"],
+    "tools": ["context", "formats"],
+    "context": ["icons", "log", "settings"],
     "icons": ["formats", "log"],
-    "macho": ["log", "settings"],
+    "engine": ["macho", "log", "settings"],
+    "signing": ["macho", "formats"],
+    "keychain": ["formats", "log"],
+    "listing": ["macho", "log"],
+    "archive": ["log"],
+    "launch": ["log"],
+    "macho": ["host"],
     "formats": ["host"],
     "log": ["host"],
     "settings": ["host"],
     "host": [],
-    "companions": ["macho", "formats"],
+    # Programs, in programs/.
+    "programs/tovrek": ["converter"],
+    "programs/codesign": ["signing", "keychain"],
+    "programs/security": ["keychain"],
+    "programs/lipo": ["macho", "log"],
+    "programs/otool": ["listing", "engine"],
+    "programs/nm": ["listing"],
+    "programs/openssl": ["launch", "formats"],
+    "programs/pkgutil": ["launch"],
+    "programs/unzip": ["archive"],
+    "programs/xcode-select": ["launch"],
+    "programs/xcrun": ["launch"],
+    "programs/zip": ["archive"],
     "tests": [],
 }
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"')
@@ -35,7 +54,10 @@ def reachable(layer):
 
 
 def layer_of(path):
+    """The layer of a file, or of an include as it is written; none for other folders."""
     parts = path.split("/")
+    if parts[0] == "programs":
+        return "/".join(parts[:2])
     return parts[1] if parts[0] == "src" else parts[0]
 
 
@@ -52,10 +74,10 @@ def wrong_includes(path):
             target = match.group(1).split("/")
             if len(target) == 1:
                 yield number, f'"{match.group(1)}" is not written from src/ or the project root'
-            elif target[0] not in LAYERS:
+            elif layer_of(match.group(1)) not in LAYERS:
                 yield number, f'"{match.group(1)}" names no layer'
-            elif target[0] not in allowed:
-                yield number, f"{layer} may not include {target[0]}"
+            elif layer_of(match.group(1)) not in allowed:
+                yield number, f"{layer} may not include {layer_of(match.group(1))}"
 
 
 def main(paths):

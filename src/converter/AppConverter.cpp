@@ -3,10 +3,10 @@
 #include <fmt/format.h>
 
 #include "converter/common.h"
+#include "engine/MachORebuildLib.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
 #include "log/module_loggers.h"
-#include "macho/MachORebuildLib.h"
 #include "package/AppBundle.h"
 #include "package/TemporaryDirectory.h"
 #include "package/UnzippedIpa.h"

@@ -3,10 +3,10 @@
 
 #include "converter/AppConverter.h"
 #include "converter/common.h"
+#include "engine/MachORebuilder.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
-#include "macho/MachORebuilder.h"
 #include "package/AppBundle.h"
 
 namespace tovrek {

@@ -2,6 +2,7 @@
 // business of codesign; here is which code it signs, in which order and with which arguments.
 #include <fmt/format.h>
 
+#include "context/PellRequest.h"
 #include "converter/AppConverter.h"
 #include "converter/common.h"
 #include "formats/utf8.h"
@@ -11,7 +12,6 @@
 #include "host/paths.h"
 #include "log/SystemLog.h"
 #include "package/AppBundle.h"
-#include "tools/PellRequest.h"
 #include "tools/tool_run.h"
 
 namespace tovrek {

@@ -1,14 +1,20 @@
-// The process-wide loggers, one per module. All write to one file with the same levels once
-// AppConverter::initializeLogging has set them up; until then they write no file.
-// The Mach-O engine's logger is MachORebuildLib's own.
+// The loggers of a run, one per module. All write to one file with the same levels once the run is
+// set up; until then they write no file. The Mach-O engine's logger is MachORebuildLib's own.
 #pragma once
 
 #include "log/WrapperLogger.h"
 
 namespace tovrek {
 
-WrapperLogger& Global_Commandline_Logger();  // module "CommandLine"
-WrapperLogger& Global_TKLib_Logger();        // module "ToolkitLib"
-WrapperLogger& Global_ManifestLib_logger();  // module "ManifestLib"
+struct ModuleLoggers {
+  WrapperLogger commandLine{"CommandLine", std::nullopt};
+  WrapperLogger toolkit{"ToolkitLib", std::nullopt};
+  WrapperLogger manifest{"ManifestLib", std::nullopt};
+};
+
+// To go: the same, process-wide.
+WrapperLogger& Global_Commandline_Logger();
+WrapperLogger& Global_TKLib_Logger();
+WrapperLogger& Global_ManifestLib_logger();
 
 }  // namespace tovrek

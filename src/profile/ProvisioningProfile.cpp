@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
+#include "context/PellRequest.h"
 #include "log/module_loggers.h"
 #include "profile/developer_certificates.h"
-#include "tools/PellRequest.h"
 #include "tools/tool_run.h"
 
 namespace tovrek {

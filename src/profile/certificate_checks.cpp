@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "context/PellRequest.h"
 #include "host/clock.h"
 #include "host/files.h"
 #include "host/host_info.h"
@@ -11,7 +12,6 @@
 #include "log/module_loggers.h"
 #include "profile/ProvisioningProfile.h"
 #include "profile/developer_certificates.h"
-#include "tools/PellRequest.h"
 #include "tools/splitting.h"
 #include "tools/tool_run.h"
 

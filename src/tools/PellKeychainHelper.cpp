@@ -1,7 +1,7 @@
 #include "tools/PellKeychainHelper.h"
 
+#include "context/PellRequest.h"
 #include "log/SystemLog.h"
-#include "tools/PellRequest.h"
 #include "tools/tool_run.h"
 
 namespace tovrek {

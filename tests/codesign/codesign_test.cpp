@@ -1,5 +1,5 @@
 // The command line: what is accepted, printed and answered.
-#include "companions/codesign/Codesign.h"
+#include "programs/codesign/Codesign.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -2,10 +2,10 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include "companions/openssl/openssl_arguments.h"
-#include "companions/openssl/subject_answer.h"
-#include "companions/xcrun/package_application.h"
 #include "host/files.h"
+#include "programs/openssl/openssl_arguments.h"
+#include "programs/openssl/subject_answer.h"
+#include "programs/xcrun/package_application.h"
 #include "tests/companions/CompanionTest.h"
 #include "tests/support/openssl_identity.h"
 

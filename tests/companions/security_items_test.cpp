@@ -1,9 +1,9 @@
 // Commands of `security` that hand items out, delete them or judge them.
 #include <gmock/gmock.h>
 
-#include "companions/security/interactive.h"
 #include "formats/Certificate.h"
 #include "host/files.h"
+#include "programs/security/interactive.h"
 #include "tests/companions/SecurityTest.h"
 
 namespace tovrek::test {

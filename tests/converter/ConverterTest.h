@@ -7,13 +7,13 @@
 
 #include <string>
 
+#include "context/PellRequest.h"
 #include "converter/AppConverter.h"
 #include "host/files.h"
 #include "log/module_loggers.h"
 #include "package/AppBundle.h"
 #include "tests/support/ScriptedHostRoot.h"
 #include "tests/support/TemporaryFolder.h"
-#include "tools/PellRequest.h"
 
 namespace tovrek::test {
 

@@ -3,12 +3,12 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "companions/signing/CmsSignature.h"
-#include "companions/signing/CodeDirectory.h"
-#include "companions/signing/Entitlements.h"
-#include "companions/signing/RequirementParser.h"
-#include "companions/signing/verify/message_check.h"
-#include "companions/signing/verify/requirement_check.h"
+#include "signing/CmsSignature.h"
+#include "signing/CodeDirectory.h"
+#include "signing/Entitlements.h"
+#include "signing/RequirementParser.h"
+#include "signing/verify/message_check.h"
+#include "signing/verify/requirement_check.h"
 
 namespace tovrek::test {
 namespace {

@@ -4,14 +4,14 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "companions/keychain/identities.h"
-#include "companions/keychain/item_files.h"
-#include "companions/keychain/key_files.h"
-#include "companions/keychain/locations.h"
-#include "companions/keychain/removal.h"
-#include "companions/keychain/settings.h"
-#include "companions/keychain/unlocking.h"
 #include "host/files.h"
+#include "keychain/identities.h"
+#include "keychain/item_files.h"
+#include "keychain/key_files.h"
+#include "keychain/locations.h"
+#include "keychain/removal.h"
+#include "keychain/settings.h"
+#include "keychain/unlocking.h"
 #include "tests/support/openssl_identity.h"
 
 namespace tovrek::keychain {

@@ -1,4 +1,4 @@
-#include "companions/keychain/identities.h"
+#include "keychain/identities.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "companions/keychain/item_files.h"
+#include "keychain/item_files.h"
 
 #include <gtest/gtest.h>
 #include <openssl/pkcs12.h>

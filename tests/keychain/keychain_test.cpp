@@ -1,12 +1,12 @@
-#include "companions/keychain/Keychain.h"
+#include "keychain/Keychain.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "companions/keychain/item_files.h"
-#include "companions/keychain/locations.h"
 #include "host/files.h"
+#include "keychain/item_files.h"
+#include "keychain/locations.h"
 #include "tests/support/openssl_identity.h"
 
 namespace tovrek::keychain {

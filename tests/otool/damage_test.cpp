@@ -1,13 +1,13 @@
 // Damaged files: listed as far as they can be read, in bounded time and space.
 #include <gmock/gmock.h>
 
-#include "companions/nm/symbol_listing.h"
-#include "companions/objects/Image.h"
-#include "companions/otool/header_listing.h"
-#include "companions/otool/library_listing.h"
-#include "companions/otool/load_command_listing.h"
-#include "companions/otool/objc_listing.h"
+#include "listing/Image.h"
 #include "macho/ChainedPointer.h"
+#include "programs/nm/symbol_listing.h"
+#include "programs/otool/header_listing.h"
+#include "programs/otool/library_listing.h"
+#include "programs/otool/load_command_listing.h"
+#include "programs/otool/objc_listing.h"
 #include "tests/otool/ListingTest.h"
 #include "tests/otool/PlainImage.h"
 #include "tests/support/MachOBuilder.h"
@@ -27,8 +27,8 @@ struct Listed {
 // Everything that the two programs can list of an image.
 Listed listAll(const std::string& bytes) {
   Listed result;
-  objects::Output output([&result](std::string_view text) { result.size += text.size(); });
-  objects::visitImage(std::as_bytes(std::span(bytes)), [&](const auto& image) {
+  listing::Output output([&result](std::string_view text) { result.size += text.size(); });
+  listing::visitImage(std::as_bytes(std::span(bytes)), [&](const auto& image) {
     result.problem = image.problem;
     if (image.bytes.size() < sizeof(image.header)) return;
     for (const bool verbose : {false, true}) {

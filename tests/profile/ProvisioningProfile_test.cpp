@@ -6,11 +6,11 @@
 #include <cctype>
 #include <cstdio>
 
+#include "context/PellRequest.h"
 #include "host/files.h"
 #include "tests/support/ScriptedHostRoot.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/openssl_identity.h"
-#include "tools/PellRequest.h"
 #include "tools/tool_run.h"
 
 namespace tovrek {

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "companions/signing/SigningIdentity.h"
+#include "signing/SigningIdentity.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/openssl_identity.h"
 

@@ -1,10 +1,10 @@
 #include <fmt/format.h>
 #include <gtest/gtest.h>
 
-#include "companions/signing/CodeDirectory.h"
-#include "companions/signing/Entitlements.h"
-#include "companions/signing/SuperBlob.h"
-#include "companions/signing/signing_rules.h"
+#include "signing/CodeDirectory.h"
+#include "signing/Entitlements.h"
+#include "signing/SuperBlob.h"
+#include "signing/signing_rules.h"
 
 namespace tovrek::signing {
 namespace {

@@ -6,11 +6,11 @@
 
 #include <functional>
 
-#include "companions/signing/CodeSignature.h"
-#include "companions/signing/Signer.h"
-#include "companions/signing/verify/Verifier.h"
 #include "formats/Digest.h"
 #include "host/files.h"
+#include "signing/CodeSignature.h"
+#include "signing/Signer.h"
+#include "signing/verify/Verifier.h"
 #include "tests/support/SignableImage.h"
 #include "tests/support/TemporaryFolder.h"
 

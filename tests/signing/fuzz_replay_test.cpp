@@ -4,9 +4,9 @@
 
 #include <random>
 
-#include "companions/signing/CodeSignature.h"
-#include "companions/signing/RequirementParser.h"
-#include "companions/signing/Signer.h"
+#include "signing/CodeSignature.h"
+#include "signing/RequirementParser.h"
+#include "signing/Signer.h"
 #include "tests/fuzz/signing_fuzzing.h"
 #include "tests/signing/TestAuthority.h"
 #include "tests/support/SignableImage.h"

@@ -1,12 +1,12 @@
-#include "companions/signing/requirements.h"
+#include "signing/requirements.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "companions/signing/RequirementExpression.h"
-#include "companions/signing/RequirementParser.h"
-#include "companions/signing/verify/requirement_check.h"
 #include "formats/Digest.h"
+#include "signing/RequirementExpression.h"
+#include "signing/RequirementParser.h"
+#include "signing/verify/requirement_check.h"
 #include "tests/signing/TestAuthority.h"
 
 namespace tovrek::signing {

@@ -1,5 +1,5 @@
 // Signing whole files and bundles; each result goes through the verifier.
-#include "companions/signing/Signer.h"
+#include "signing/Signer.h"
 
 #include <fmt/format.h>
 #include <gmock/gmock.h>
@@ -8,12 +8,12 @@
 
 #include <fstream>
 
-#include "companions/signing/CmsSignature.h"
-#include "companions/signing/CodeSignature.h"
-#include "companions/signing/RequirementParser.h"
-#include "companions/signing/SignatureOutput.h"
-#include "companions/signing/verify/Verifier.h"
 #include "host/files.h"
+#include "signing/CmsSignature.h"
+#include "signing/CodeSignature.h"
+#include "signing/RequirementParser.h"
+#include "signing/SignatureOutput.h"
+#include "signing/verify/Verifier.h"
 #include "tests/signing/TestAuthority.h"
 #include "tests/support/SignableImage.h"
 

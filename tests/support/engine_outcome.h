@@ -4,7 +4,7 @@
 #include <exception>
 #include <string>
 
-#include "macho/MachORebuildErrors.h"
+#include "engine/MachORebuildErrors.h"
 
 namespace tovrek::test {
 

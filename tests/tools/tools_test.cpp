@@ -2,10 +2,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "context/PellRequest.h"
 #include "tests/support/ScriptedHostRoot.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tools/PellKeychainHelper.h"
-#include "tools/PellRequest.h"
 #include "tools/XcrunHelper.h"
 #include "tools/splitting.h"
 #include "tools/tool_run.h"

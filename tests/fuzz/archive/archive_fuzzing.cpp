@@ -3,9 +3,9 @@
 #include <cstdlib>
 #include <span>
 
-#include "companions/archive/ArchiveReader.h"
-#include "companions/unzip/ExtractionPlan.h"
-#include "companions/unzip/unpack_entry.h"
+#include "archive/ArchiveReader.h"
+#include "programs/unzip/ExtractionPlan.h"
+#include "programs/unzip/unpack_entry.h"
 
 namespace tovrek::test {
 namespace {

@@ -3,10 +3,10 @@
 #include <cstdlib>
 #include <exception>
 
+#include "engine/MachORebuildErrors.h"
+#include "engine/entry_points.h"
+#include "engine/file_check.h"
 #include "macho/FatFile.h"
-#include "macho/MachORebuildErrors.h"
-#include "macho/entry_points.h"
-#include "macho/file_check.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/engine_outcome.h"
 

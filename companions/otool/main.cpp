@@ -1,5 +1,0 @@
-#include "companions/otool/Otool.h"
-
-int main(int argc, char** argv) {
-  return tovrek::runOtool({argv + 1, argv + argc});
-}

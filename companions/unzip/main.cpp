@@ -1,8 +1,0 @@
-#include <string>
-#include <vector>
-
-#include "companions/unzip/Unzip.h"
-
-int main(int argc, char** argv) {
-  return tovrek::unzip::runUnzipProgram({argv + (argc > 0 ? 1 : 0), argv + argc});
-}

@@ -1,0 +1,46 @@
+// codesign -v.
+#include <fmt/format.h>
+
+#include "programs/codesign/Codesign.h"
+#include "programs/codesign/requirement_source.h"
+#include "signing/verify/Verifier.h"
+
+namespace tovrek::codesign {
+
+int verifyPath(const std::string& path, const Options& options, const Streams& streams) {
+  signing::VerifyOptions wanted;
+  wanted.strict = options.strict;
+  wanted.architecture = options.architecture;
+  if (options.testRequirement) {
+    ErrorText error;
+    wanted.requirement = readRequirement(*options.testRequirement, &error);
+    if (!wanted.requirement) {
+      streams.error(error.text() + "\n");
+      return kFailure;
+    }
+  }
+  const auto verdict = signing::verifyCode(path, wanted);
+  if (!verdict.valid) {
+    streams.error(fmt::format("{}: {}\n", path, verdict.lines.front()));
+    for (size_t i = 1; i < verdict.lines.size(); ++i) streams.error(verdict.lines[i] + "\n");
+    return kFailure;
+  }
+  const bool tell = options.verbosity > 0;
+  int status = kSuccess;
+  if (tell) streams.error(fmt::format("{}: valid on disk\n", path));
+  if (!verdict.satisfiesDesignated) {
+    failPath(path, "does not satisfy its designated Requirement", streams);
+    status = kUnsatisfied;
+  } else if (tell) {
+    streams.error(fmt::format("{}: satisfies its Designated Requirement\n", path));
+  }
+  if (!verdict.satisfiesRequirement) {
+    streams.error("test-requirement: code failed to satisfy specified code requirement(s)\n");
+    status = kUnsatisfied;
+  } else if (tell && wanted.requirement) {
+    streams.error(fmt::format("{}: explicit requirement satisfied\n", path));
+  }
+  return status;
+}
+
+}  // namespace tovrek::codesign

@@ -1,0 +1,81 @@
+#include "programs/nm/Nm.h"
+
+#include <fmt/format.h>
+
+#include "listing/Image.h"
+#include "listing/Listing.h"
+#include "log/SystemLog.h"
+#include "programs/nm/NmOptions.h"
+#include "programs/nm/symbol_listing.h"
+
+namespace tovrek {
+namespace {
+
+using listing::ObjectFile;
+using listing::Slice;
+
+constexpr std::string_view kUsage =
+    "Usage: nm [-arch name] [-aAgjmnopruUv] [file ...]\n"
+    "    -j  names only           -m  types in words\n"
+    "    -u  undefined only       -U  defined only          -g  external only\n"
+    "    -a  debugger's symbols too\n"
+    "    -n  sorted by address (-v too)   -p  not sorted   -r  the other way round\n"
+    "    -A  the file's name on each line (-o too)\n"
+    "    -arch NAME  only this slice; may be given several times\n";
+
+class Lister : public listing::Listing {
+ public:
+  explicit Lister(const NmOptions& options) : Listing("nm", options), options_(options) {}
+
+ private:
+  void listOther(const ObjectFile& file) override {
+    complain(fmt::format("{}: The file was not recognized as a valid object file", file.path()));
+  }
+  void listSlice(const ObjectFile& file, const Slice& slice) override;
+
+  const NmOptions& options_;
+};
+
+void Lister::listSlice(const ObjectFile& file, const Slice& slice) {
+  // One slice that was asked for needs no telling apart.
+  const bool showArch = file.kind() == ObjectFile::Kind::kUniversal &&
+                        (options_.archs.size() != 1 || options_.archs.front() == "all");
+  const std::string arch =
+      showArch ? fmt::format("(for architecture {}):", slice.archName) : std::string();
+  const std::string title = showArch ? fmt::format("{} {}", file.path(), arch) : file.path() + ":";
+  if (!options_.fileOnEachLine && (showArch || options_.files.size() > 1)) {
+    output_.print("\n{}\n", title);
+  }
+  const std::string prefix =
+      options_.fileOnEachLine ? fmt::format("{}{}: ", arch, file.path()) : std::string();
+  std::string problem = slice.problem;
+  const bool isImage = listing::visitImage(slice.bytes, [&](const auto& image) {
+    const nm::Listed listed = nm::listSymbols(image, options_, prefix, &output_);
+    if (listed == nm::Listed::kNone) {
+      warn(fmt::format("{} no symbols\n", title));
+    }
+    if (listed == nm::Listed::kNotAll) problem = "names of symbols repeat without end";
+    if (problem.empty()) problem = image.problem;
+  });
+  if (!isImage && problem.empty()) problem = "not a thin Mach-O image";
+  if (!problem.empty()) {
+    complain(fmt::format("{} truncated or malformed object ({})", title, problem));
+  }
+}
+
+}  // namespace
+
+int runNm(const std::vector<std::string>& arguments) {
+  if (arguments == std::vector<std::string>{"--help"}) {
+    printOut(kUsage);
+    return 0;
+  }
+  NmOptions options;
+  ErrorText error;
+  if (!options.parse(arguments, &error)) {
+    return listing::refuseUsage("nm", error.text(), kUsage);
+  }
+  return Lister(options).run();
+}
+
+}  // namespace tovrek

@@ -1,0 +1,64 @@
+#include "programs/otool/library_listing.h"
+
+#include <string>
+
+namespace tovrek::otool {
+namespace {
+
+using listing::Output;
+
+std::string dotted(uint32_t version) {
+  return fmt::format("{}.{}.{}", version >> 16, version >> 8 & 0xff, version & 0xff);
+}
+
+std::string_view kindNote(uint32_t cmd) {
+  switch (cmd) {
+    case macho::LC_LOAD_WEAK_DYLIB:
+      return ", weak";
+    case macho::LC_REEXPORT_DYLIB:
+      return ", reexport";
+    case macho::LC_LAZY_LOAD_DYLIB:
+      return ", lazy";
+    case macho::LC_LOAD_UPWARD_DYLIB:
+      return ", upward";
+    default:
+      return "";
+  }
+}
+
+}  // namespace
+
+template <class P>
+void listLibraries(const listing::Image<P>& image, Output* output) {
+  for (const macho::CommandView& command : image.commands) {
+    if (!macho::loadsDylib(command.cmd) && command.cmd != macho::LC_ID_DYLIB) continue;
+    macho::macho_dylib_command<P> dylib;
+    if (!command.bytes.read(0, &dylib)) continue;
+    const uint32_t offset = dylib.name_offset;
+    if (offset >= command.bytes.size()) {
+      output->print("\tBad offset ({}) for name of load command {}\n", offset, command.index);
+      continue;
+    }
+    output->print("\t{} (compatibility version {}, current version {}{})\n",
+                  command.bytes.cString(offset), dotted(dylib.compatibility_version),
+                  dotted(dylib.current_version), kindNote(command.cmd));
+  }
+}
+
+template <class P>
+void listLibraryId(const listing::Image<P>& image, Output* output) {
+  for (const macho::CommandView& command : image.commands) {
+    if (command.cmd == macho::LC_ID_DYLIB) output->print("{}\n", macho::dylibName<P>(command));
+  }
+}
+
+#define TOVREK_INSTANCES(P)                                              \
+  template void listLibraries(const listing::Image<macho::P>&, Output*); \
+  template void listLibraryId(const listing::Image<macho::P>&, Output*);
+TOVREK_INSTANCES(Pointer32<macho::BigEndian>)
+TOVREK_INSTANCES(Pointer64<macho::BigEndian>)
+TOVREK_INSTANCES(Pointer32<macho::LittleEndian>)
+TOVREK_INSTANCES(Pointer64<macho::LittleEndian>)
+#undef TOVREK_INSTANCES
+
+}  // namespace tovrek::otool

@@ -1,0 +1,60 @@
+#include <fmt/format.h>
+
+#include "formats/Digest.h"
+#include "host/paths.h"
+#include "log/SystemLog.h"
+#include "programs/security/Options.h"
+#include "programs/security/attribute_dump.h"
+#include "programs/security/commands.h"
+#include "programs/security/item_search.h"
+#include "programs/security/keychain_choice.h"
+#include "programs/security/status.h"
+
+namespace tovrek::security {
+
+namespace {
+
+bool fits(const Certificate& certificate, const Options& options) {
+  const auto name = options.value('c');
+  const auto address = options.value('e');
+  return (!name || containsIgnoringCase(certificate.inferredLabel(), *name)) &&
+         (!address || equalsIgnoringCase(certificate.emailAddress().value_or(""), *address));
+}
+
+void printCertificate(const Certificate& certificate, const std::string& keychainPath,
+                      const Options& options) {
+  if (options.has('Z')) {
+    const auto digest = [&](DigestAlgorithm algorithm) {
+      return hexUpper(digestOf(algorithm, certificate.der()));
+    };
+    printOut(fmt::format("SHA-256 hash: {}\nSHA-1 hash: {}\n", digest(DigestAlgorithm::kSha256),
+                         digest(DigestAlgorithm::kSha1)));
+  }
+  if (options.has('m') && certificate.emailAddress()) {
+    printOut(fmt::format("email addresses: {}\n", *certificate.emailAddress()));
+  }
+  printOut(options.has('p') ? pemOf(certificate) : attributeDump(certificate, keychainPath));
+}
+
+}  // namespace
+
+int findCertificate(const Arguments& arguments) {
+  constexpr std::string_view kCall = "SecKeychainSearchCopyNext";
+  const auto options = Options::parse(arguments, "ac:e:mpZ");
+  if (!options) return kUsage;
+  int status = kSuccess;
+  const auto keychains = chosenKeychains(options->operands(), kCall, &status);
+  if (!keychains) return status;
+
+  for (const auto& each : *keychains) {
+    for (const Certificate& certificate : each.certificates()) {
+      if (!fits(certificate, *options)) continue;
+      printCertificate(certificate, each.path(), *options);
+      if (!options->has('a')) return kSuccess;
+    }
+  }
+  // A list may be empty; a single certificate that was asked for may not be missing.
+  return options->has('a') ? kSuccess : reportStatus(kCall, OsStatus::kItemNotFound);
+}
+
+}  // namespace tovrek::security

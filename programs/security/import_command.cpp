@@ -1,0 +1,134 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+
+#include "host/files.h"
+#include "keychain/item_files.h"
+#include "keychain/locations.h"
+#include "keychain/settings.h"
+#include "keychain/token_keys.h"
+#include "keychain/unlocking.h"
+#include "log/SystemLog.h"
+#include "programs/security/Options.h"
+#include "programs/security/commands.h"
+#include "programs/security/keychain_choice.h"
+#include "programs/security/status.h"
+
+namespace tovrek::security {
+
+namespace {
+
+using keychain::Items;
+using keychain::ReadResult;
+
+constexpr std::string_view kCall = "SecKeychainItemImport";
+
+// Formats that can be named; which one it is shows in the content.
+constexpr std::array<std::string_view, 11> kFormats = {"openssl", "openssh1", "openssh2", "bsafe",
+                                                       "raw",     "pkcs7",    "pkcs8",    "pkcs12",
+                                                       "x509",    "netscape", "pemseq"};
+
+int refused(ReadResult reason) {
+  switch (reason) {
+    case ReadResult::kWrongPassword:
+      return reportFailure(
+          fmt::format("{}: MAC verification failed during PKCS12 import (wrong password?)", kCall));
+    case ReadResult::kUnsupported:
+      return reportFailure(
+          fmt::format("{}: The encryption of this file is not supported by this host's OpenSSL "
+                      "(is its legacy provider installed?)",
+                      kCall));
+    default:
+      return reportFailure(fmt::format("{}: Unknown format in import.", kCall));
+  }
+}
+
+// Leaves only what the user asked for with -t.
+bool keepType(std::string_view type, Items* items) {
+  if (type == "cert") {
+    items->keys.clear();
+    items->tokenKeys.clear();
+  } else if (type == "priv") {
+    items->certificates.clear();
+  } else if (type != "agg") {
+    return false;
+  }
+  return !items->certificates.empty() || !items->keys.empty() || !items->tokenKeys.empty();
+}
+
+void printCount(int count, std::string_view one, std::string_view many) {
+  if (count > 0) printOut(fmt::format("{} {} imported.\n", count, count == 1 ? one : many));
+}
+
+// Options come in any order, and -T and -a may be repeated. "-a NAME VALUE" is the one that takes
+// two words; attributes have no place in a folder, so both are passed over.
+Arguments withoutAttributes(const Arguments& arguments) {
+  Arguments result;
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    if (arguments[i] == "-a" && i + 2 < arguments.size()) {
+      i += 2;
+    } else {
+      result.push_back(arguments[i]);
+    }
+  }
+  return result;
+}
+
+// The items of a file, or the key on a token that a URI names, on the command line or in a file.
+int readInput(const std::string& input, const std::optional<std::string>& password, Items* items) {
+  std::string bytes = input;
+  ErrorText error;
+  if (!keychain::tokenUriIn(input) && !readFile(input, &bytes, &error)) {
+    return reportFailure(fmt::format("Error reading infile {}: {}", input, error.text()));
+  }
+  if (const auto uri = keychain::tokenUriIn(bytes)) {
+    const auto key = keychain::loadTokenKey(*uri, &error);
+    if (!key) return reportFailure(fmt::format("{}: {}", kCall, error.text()));
+    items->tokenKeys.push_back({*uri, keychain::publicKeyId(key)});
+    return kSuccess;
+  }
+  const ReadResult read = keychain::readItems(bytes, password, items);
+  return read == ReadResult::kRead ? kSuccess : refused(read);
+}
+
+}  // namespace
+
+int importItems(const Arguments& arguments) {
+  const auto options = Options::parse(withoutAttributes(arguments), "k:t:f:wP:xAT:");
+  if (!options || options->operands().size() != 1) return kUsage;
+  if (const auto format = options->value('f');
+      format && std::ranges::find(kFormats, *format) == kFormats.end()) {
+    return kUsage;
+  }
+  Items items;
+  if (const int status = readInput(options->operands().front(), options->value('P'), &items);
+      status != kSuccess) {
+    return status;
+  }
+  if (!keepType(options->value('t').value_or("agg"), &items)) {
+    return refused(ReadResult::kUnknownFormat);
+  }
+
+  int status = kSuccess;
+  auto into = keychainToFill(options->value('k'), kCall, &status);
+  if (!into) return status;
+  if (!items.keys.empty() && keychain::readSettings(into->path()).encrypted &&
+      !keychain::keyPassword(into->path())) {
+    return reportStatus(kCall, OsStatus::kInteractionNotAllowed);
+  }
+  ErrorText error;
+  keychain::Keychain::Added added;
+  if (!into->add(items, &added, &error)) {
+    return reportFailure(fmt::format("{}: {}: {}", kCall, into->path(), error.text()));
+  }
+  if (added.identities + added.keys + added.certificates == 0) {
+    return reportStatus(kCall, OsStatus::kDuplicateItem);
+  }
+  printCount(added.identities, "identity", "identities");
+  printCount(added.keys, "key", "keys");
+  printCount(added.certificates, "certificate", "certificates");
+  return kSuccess;
+}
+
+}  // namespace tovrek::security

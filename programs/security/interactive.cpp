@@ -1,0 +1,62 @@
+#include "programs/security/interactive.h"
+
+#include <unistd.h>
+
+#include <iostream>
+
+#include "log/SystemLog.h"
+#include "programs/security/status.h"
+
+namespace tovrek::security {
+
+std::optional<std::vector<std::string>> wordsOf(std::string_view line) {
+  std::vector<std::string> words;
+  std::string word;
+  bool inWord = false;
+  char quote = '\0';
+  for (size_t i = 0; i < line.size(); ++i) {
+    const char c = line[i];
+    if (c == '\\' && quote != '\'' && i + 1 < line.size()) {
+      word += line[++i];
+      inWord = true;
+    } else if (quote != '\0') {
+      if (c == quote) {
+        quote = '\0';
+      } else {
+        word += c;
+      }
+    } else if (c == '"' || c == '\'') {
+      quote = c;
+      inWord = true;
+    } else if (c == ' ' || c == '\t' || c == '\r') {
+      if (inWord) words.push_back(std::move(word));
+      word.clear();
+      inWord = false;
+    } else {
+      word += c;
+      inWord = true;
+    }
+  }
+  if (quote != '\0') return std::nullopt;
+  if (inWord) words.push_back(std::move(word));
+  return words;
+}
+
+int runLines(const std::string& prompt, int (*run)(const std::vector<std::string>&)) {
+  const bool typed = ::isatty(STDIN_FILENO) != 0;
+  int status = kSuccess;
+  for (std::string line;;) {
+    if (typed) printOut(prompt);
+    if (!std::getline(std::cin, line)) return status;
+    const auto words = wordsOf(line);
+    if (!words) {
+      status = reportFailure("a quote is not closed");
+      continue;
+    }
+    if (words->empty() || words->front().starts_with("#")) continue;
+    if (words->front() == "quit" || words->front() == "exit") return status;
+    status = run(*words);
+  }
+}
+
+}  // namespace tovrek::security

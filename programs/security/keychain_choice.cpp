@@ -1,0 +1,95 @@
+#include "programs/security/keychain_choice.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include "host/file_io.h"
+#include "host/files.h"
+#include "keychain/locations.h"
+#include "log/SystemLog.h"
+#include "programs/security/status.h"
+
+namespace tovrek::security {
+
+namespace {
+
+// A device or pipe is written to; only a file can be replaced as a whole.
+bool writeOutput(const std::string& path, std::string_view content, ErrorText* error) {
+  struct stat info {};
+  if (::stat(path.c_str(), &info) != 0 || S_ISREG(info.st_mode)) {
+    return writeFileAtomically(path, content, error);
+  }
+  const UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  return (fd.valid() && writeAll(fd.get(), content)) || failWithErrno(error);
+}
+
+// Scripts unlock or list the login keychain without making it: a Mac always has one.
+bool isThere(const std::string& path) {
+  if (fileExists(path)) return true;
+  return path == keychain::resolveKeychain("login.keychain") &&
+         keychain::createKeychain(path, std::nullopt, nullptr) == keychain::CreateResult::kCreated;
+}
+
+}  // namespace
+
+std::optional<std::vector<keychain::Keychain>> chosenKeychains(
+    const std::vector<std::string>& names, std::string_view call, int* status) {
+  if (names.empty()) return keychain::openSearchList();
+  std::vector<keychain::Keychain> result;
+  for (const std::string& name : names) {
+    const std::string path = keychain::resolveKeychain(name);
+    ErrorText error;
+    if (!isThere(path)) {
+      *status = reportStatus(call, OsStatus::kNoSuchKeychain);
+      return std::nullopt;
+    }
+    auto opened = keychain::Keychain::open(path, &error);
+    if (!opened) {
+      *status = reportFailure(fmt::format("{}: {}", path, error.text()));
+      return std::nullopt;
+    }
+    result.push_back(std::move(*opened));
+  }
+  return result;
+}
+
+std::optional<std::string> existingKeychain(const std::vector<std::string>& names,
+                                            std::string_view call, int* status) {
+  const std::string path =
+      names.empty() ? keychain::defaultKeychain() : keychain::resolveKeychain(names.front());
+  if (isThere(path)) return path;
+  *status = reportStatus(call, OsStatus::kNoSuchKeychain);
+  return std::nullopt;
+}
+
+std::optional<keychain::Keychain> keychainToFill(const std::optional<std::string>& name,
+                                                 std::string_view call, int* status) {
+  const std::string path = name ? keychain::resolveKeychain(*name) : keychain::defaultKeychain();
+  ErrorText error;
+  if (!fileExists(path)) {
+    if (path != keychain::defaultKeychain()) {
+      *status = reportStatus(call, OsStatus::kNoSuchKeychain);
+      return std::nullopt;
+    }
+    if (keychain::createKeychain(path, std::nullopt, &error) == keychain::CreateResult::kFailed) {
+      *status = reportFailure(fmt::format("{}: {}: {}", call, path, error.text()));
+      return std::nullopt;
+    }
+  }
+  auto opened = keychain::Keychain::open(path, &error);
+  if (!opened) *status = reportFailure(fmt::format("{}: {}: {}", call, path, error.text()));
+  return opened;
+}
+
+int writeResult(const std::optional<std::string>& path, std::string_view content) {
+  if (!path) {
+    printOut(content);
+    return kSuccess;
+  }
+  ErrorText error;
+  if (writeOutput(*path, content, &error)) return kSuccess;
+  return reportFailure(fmt::format("unable to open \"{}\" for writing: {}", *path, error.text()));
+}
+
+}  // namespace tovrek::security

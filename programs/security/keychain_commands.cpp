@@ -1,0 +1,103 @@
+// Making, removing and unlocking keychains.
+#include <fmt/format.h>
+
+#include "host/files.h"
+#include "keychain/locations.h"
+#include "keychain/settings.h"
+#include "keychain/unlocking.h"
+#include "programs/security/Options.h"
+#include "programs/security/commands.h"
+#include "programs/security/keychain_choice.h"
+#include "programs/security/passwords.h"
+#include "programs/security/status.h"
+
+namespace tovrek::security {
+
+int createKeychain(const Arguments& arguments) {
+  const auto options = Options::parse(arguments, "p:P");
+  if (!options || options->operands().empty()) return kUsage;
+  for (const std::string& name : options->operands()) {
+    const std::string path = keychain::resolveKeychain(name);
+    const std::string call = fmt::format("SecKeychainCreate {}", name);
+    if (itemExistsNoFollow(path)) return reportStatus(call, OsStatus::kDuplicateKeychain);
+    const std::string password = passwordFrom(*options, 'p', "password for new keychain: ");
+    ErrorText error;
+    switch (keychain::createKeychain(path, password, &error, keychain::encryptsNewKeychains())) {
+      case keychain::CreateResult::kCreated:
+        break;
+      case keychain::CreateResult::kExists:
+        return reportStatus(call, OsStatus::kDuplicateKeychain);
+      case keychain::CreateResult::kFailed:
+        return reportFailure(fmt::format("{}: {}", call, error.text()));
+    }
+  }
+  return kSuccess;
+}
+
+int deleteKeychain(const Arguments& arguments) {
+  constexpr std::string_view kCall = "SecKeychainDelete";
+  const auto options = Options::parse(arguments, "");
+  if (!options || options->operands().empty()) return kUsage;
+  int status = kSuccess;
+  for (const std::string& name : options->operands()) {
+    const auto path = existingKeychain({name}, kCall, &status);
+    ErrorText error;
+    if (path && !keychain::deleteKeychain(*path, &error)) {
+      status = reportFailure(fmt::format("{}: {}: {}", kCall, *path, error.text()));
+    }
+  }
+  return status;
+}
+
+int lockKeychain(const Arguments& arguments) {
+  const auto options = Options::parse(arguments, "a");
+  if (!options || options->operands().size() > 1) return kUsage;
+  if (options->has('a') && options->operands().empty()) {
+    keychain::forgetAllPasswords();
+    return kSuccess;
+  }
+  int status = kSuccess;
+  const auto path = existingKeychain(options->operands(), "SecKeychainLock", &status);
+  if (path) keychain::forgetPassword(*path);
+  return status;
+}
+
+int unlockKeychain(const Arguments& arguments) {
+  const auto options = Options::parse(arguments, "up:");
+  if (!options || options->operands().size() > 1) return kUsage;
+  const std::string name =
+      options->operands().empty() ? keychain::defaultKeychain() : options->operands().front();
+  const std::string call = fmt::format("SecKeychainUnlock {}", name);
+  int status = kSuccess;
+  const auto path = existingKeychain(options->operands(), call, &status);
+  if (!path || options->has('u')) return status;
+  const std::string password =
+      passwordFrom(*options, 'p', fmt::format("password to unlock {}: ", name));
+  if (!keychain::checkPassword(*path, password)) return reportStatus(call, OsStatus::kAuthFailed);
+  ErrorText error;
+  if (!keychain::readSettings(*path).encrypted ||
+      keychain::rememberPassword(*path, password, &error)) {
+    return kSuccess;
+  }
+  return reportFailure(fmt::format("{}: {}", call, error.text()));
+}
+
+int setKeychainPassword(const Arguments& arguments) {
+  const auto options = Options::parse(arguments, "o:p:");
+  if (!options || options->operands().size() > 1) return kUsage;
+  constexpr std::string_view kCall = "SecKeychainChangePassword";
+  int status = kSuccess;
+  const auto path = existingKeychain(options->operands(), kCall, &status);
+  if (!path) return status;
+  const std::string before = passwordFrom(*options, 'o', "Old Password: ");
+  const std::string after = passwordFrom(*options, 'p', "New Password: ");
+  if (!keychain::checkPassword(*path, before)) return reportStatus(kCall, OsStatus::kAuthFailed);
+  ErrorText error;
+  if (!isDirectory(*path)) {
+    return reportFailure(fmt::format("{}: {} is a single file.", kCall, *path));
+  }
+  if (keychain::changePassword(*path, before, after, &error)) return kSuccess;
+  return reportFailure(fmt::format("{}: {}", kCall, error.text()));
+}
+
+}  // namespace tovrek::security

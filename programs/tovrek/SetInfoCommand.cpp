@@ -1,0 +1,94 @@
+#include "programs/tovrek/SetInfoCommand.h"
+
+#include "log/SystemLog.h"
+
+namespace tovrek {
+namespace {
+
+enum SdkOperation : int32_t { kNone = 0, kStoreAddress = 1, kEmbeddedBundle = 2 };
+
+// Decides for one of the two operations, which exclude each other.
+bool chooseOperation(OptionTarget& target, SdkOperation wanted) {
+  const SdkOperation other = wanted == kStoreAddress ? kEmbeddedBundle : kStoreAddress;
+  if (target.param.sdkOp == other) {
+    return fail(target.error,
+                "Error: Parameter value is invalid. You can use either -storeURL or -embedBundle, "
+                "but not both.");
+  }
+  target.param.sdkOp = wanted;
+  return true;
+}
+
+Option storeUrlOption() {
+  return {"-storeURL", [](OptionTarget& target) { return chooseOperation(target, kStoreAddress); },
+          [](OptionTarget& target, const std::string& value) {
+            if (!takeStoreUrl(target, value, UrlForm::kEscaped)) return false;
+            target.param.isSDK = true;
+            return true;
+          }};
+}
+
+Option embedBundleOption() {
+  return {"-embedBundle",
+          [](OptionTarget& target) { return chooseOperation(target, kEmbeddedBundle); },
+          [](OptionTarget& target, const std::string& value) {
+            printTrace("embed bundle ");
+            target.param.embedBundlePath = value;
+            target.param.isSDK = true;
+            return true;
+          }};
+}
+
+OptionTable options() {
+  using P = ConverterSettings;
+  return {
+      valueOption("-in", &P::inputFile, "inputFile ({})", Form::kStandardizedPath),
+      valueOption("-out", &P::outputFile, "outputFile ({})", Form::kTrimmed),
+      valueOption("-appDesc", &P::description, "package description ({})", Form::kWithoutQuotes),
+      valueOption("-logFile", &P::logFile, "logFile name ({})"),
+      levelOption("-logWriteLevel", &P::logWriteLevel),
+      levelOption("-logDisplayLevel", &P::logDisplayLevel),
+      valueOption("-minPlatform", &P::minPlatform, "minPlatform ({})"),
+      valueOption("-maxPlatform", &P::maxPlatform, "maxPlatform ({})"),
+      valueOption("-excludedDevices", &P::excludedDevices, "excludedDevices ({})"),
+      storeUrlOption(),
+      embedBundleOption(),
+      valueOption("-policyXML", &P::appSpecificPolicyFilepath, "policyXML ({})",
+                  Form::kStandardizedPath),
+  };
+}
+
+}  // namespace
+
+SetInfoCommand::SetInfoCommand() : WexToolkitCommand("SetInfo", options(), helpText) {}
+
+bool SetInfoCommand::finish(AppConverterParam& param, ErrorText*) {
+  param.isUpdate = true;
+  return true;
+}
+
+std::string SetInfoCommand::helpText() {
+  return "--------------------------------------------------------- \n"
+         "SetInfo Command \n"
+         "Tovrek SetInfo -in INPUTFILE -out OUTPUTFILE -appDesc DESCRIPTION  \n\n"
+         " -in INPUTFILE              ==>  (Required)Name of the input app file\n"
+         " -out OUTPUTFILE            ==>  (Required)Name of the output wex file\n"
+         " -appDesc DESCRIPTION       ==>  (Optional)Description of the package \n"
+         " -minPlatform  VERSION      ==>  (Optional)Minimum supported platform version \n"
+         " -maxPlatform  VERSION      ==>  (Optional)Maximum supported platform version \n"
+         " -excludedDevices DEVICES   ==>  (Optional)A list of device type the App is not allowed "
+         "to "
+         "run \n"
+         " -storeURL url              ==>  (Optional)http://adhoc.example.com/store/sample.ipa\n"
+         " -embedBundle bundlePath    ==>  (Optional)/Users/admin/Documents/sample.ipa\n\n"
+         " Note: -storeURL and -embedBundle options should not be used at the same time. \n"
+         "\n---------------EXAMPLE-------------------- \n\n"
+         "SetInfo -in \"input.wex -out \"output.wex\"  -appDesc \"Application description\" "
+         "-minPlatform \"7.1\" \n"
+         "SetInfo -in \"input.wex -out \"output.wex\" -embedBundle "
+         "\"/Users/admin/Documents/sample.ipa\" \n"
+         "Note: This command only works on .wex files \n  "
+         "\n---------------EXAMPLE-------------------- \n";
+}
+
+}  // namespace tovrek

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+#include "programs/tovrek/WexToolkitCommand.h"
+
+namespace tovrek {
+
+// Changes the information that an existing .wex package carries.
+class SetInfoCommand : public WexToolkitCommand {
+ public:
+  SetInfoCommand();
+  static std::string helpText();
+
+ protected:
+  bool finish(AppConverterParam& param, ErrorText* error) override;
+};
+
+}  // namespace tovrek

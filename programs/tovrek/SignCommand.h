@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+#include "programs/tovrek/WexToolkitCommand.h"
+
+namespace tovrek {
+
+// Signs an .ipa, or the app inside a .wex package, with another identity.
+class SignCommand : public WexToolkitCommand {
+ public:
+  SignCommand();
+  static std::string helpText();
+
+ protected:
+  bool finish(AppConverterParam& param, ErrorText* error) override;
+};
+
+}  // namespace tovrek

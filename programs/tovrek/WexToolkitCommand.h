@@ -1,0 +1,53 @@
+// What the commands have in common: reading options by a table.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/ErrorText.h"
+#include "params/AppConverterParam.h"
+#include "programs/tovrek/options.h"
+
+namespace tovrek {
+
+class WexToolkitCommand {
+ public:
+  virtual ~WexToolkitCommand() = default;
+
+  // Reads the command's options from `arguments` (program name and command word in front) into
+  // the record, printing a trace line for most, and makes the command's own checks. False with
+  // the reason in the slot, or when the help was asked for.
+  bool validateParams(const std::vector<std::string>& arguments, ErrorText* error,
+                      AppConverterParam& param);
+  // Whether "-help" was met and answered, which ends the run well.
+  bool helpShown() const { return helpShown_; }
+
+  // Whether the text is none of the command's options. Prints a note for each one that it is.
+  bool CheckForMissingParamValue(std::string_view text) const;
+
+  // The options' names. Some stand twice.
+  const std::vector<std::string>& supportedParams() const { return supportedParams_; }
+  void setSupportedParams(std::vector<std::string> names) { supportedParams_ = std::move(names); }
+
+ protected:
+  // `word` is the command word as messages spell it.
+  WexToolkitCommand(std::string word, OptionTable table, std::string (*help)());
+
+  // Runs after the last option.
+  virtual bool finish(AppConverterParam& param, ErrorText* error) = 0;
+  // An argument that is no option.
+  virtual bool refuseUnknown(const std::string& argument, ErrorText* error);
+
+ private:
+  bool readOption(const std::vector<std::string>& arguments, size_t* next, OptionTarget& target);
+  bool showHelp(const std::vector<std::string>& arguments, size_t next, ErrorText* error);
+
+  std::string word_;
+  OptionTable table_;
+  std::string (*help_)();
+  std::vector<std::string> supportedParams_;
+  bool helpShown_ = false;
+};
+
+}  // namespace tovrek

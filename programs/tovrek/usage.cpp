@@ -1,0 +1,49 @@
+// What is printed after a command line that was not understood.
+#include <fmt/format.h>
+
+#include "log/SystemLog.h"
+#include "programs/tovrek/CommandLineProcessor.h"
+#include "programs/tovrek/SdkPrepCommand.h"
+#include "programs/tovrek/SetInfoCommand.h"
+#include "programs/tovrek/SignCommand.h"
+#include "programs/tovrek/WrapCommand.h"
+
+namespace tovrek {
+
+void CommandLineProcessor::printCommandUsage() const {
+  const AppConverterParam* param =
+      converterParam_ ? converterParam_.get() : converterParamTemp_.get();
+  if (param != nullptr && param->isWrapCommand) {
+    systemLog("\n" + WrapCommand::helpText());
+  } else if (param != nullptr && param->isSetInfoCommand) {
+    systemLog("\n" + SetInfoCommand::helpText());
+  } else if (param != nullptr && param->isSignCommand) {
+    systemLog("\n" + SignCommand::helpText());
+  } else if (param != nullptr && param->isSdkPrepCommand) {
+    systemLog("\n" + SdkPrepCommand::helpText());
+  } else {
+    printUsage();
+  }
+}
+
+void CommandLineProcessor::printUsage() {
+  printOut("\n ------------------------------------------------------------------ \n");
+  printOut(
+      "Usage: Tovrek [ Wrap | Sign | SetInfo | GetInfo ] -Cert CERTIFICATE -Profile PROFILE -in "
+      "INPUTFILE -out OUTPUTFILE -appDesc DESCRIPTION -logFile LOGFILE -logWriteLevel LEVEL "
+      "-logDisplayLevel LEVEL\n\n");
+  printOut(fmt::format("Full help of Wrap script, with example \n{}", WrapCommand::helpText()));
+  printOut("\nExample script for updating WEX package for ISV: \n");
+  printOut(
+      "    Tovrek SetInfo -in \"/Users/admin/Apps/input.wex\" -out "
+      "\"/Users/admin/Apps/converted.wex\"  -storeURL "
+      "\"https://apps.apple.com/us/app/sample/id123456789\"\n");
+  printOut("\nExample script for resigning an IPA package: \n");
+  printOut(
+      "    Tovrek Sign -Cert \"iPhone Developer: Jane Doe (ABCDE12345)\" -Profile "
+      "\"team_profile.mobileprovision\" -in \"/Users/admin/Apps/input.ipa\" -out "
+      "\"/Users/admin/Apps/resigned.ipa\"\n");
+  printOut("------------------------------------------------------------------ \n\n");
+}
+
+}  // namespace tovrek

@@ -1,0 +1,17 @@
+// Writing the entries of an archive into the destination folder.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "archive/ArchiveReader.h"
+#include "programs/unzip/ExtractionPlan.h"
+
+namespace tovrek::unzip {
+
+// Carries the plan out, on all processors, and prints a line for each item unless `options` ask
+// for quiet. A file whose bytes turn out damaged does not stay. Gives the exit status.
+int extract(const archive::ArchiveReader& reader, const ExtractionPlan& plan,
+            const UnzipOptions& options, int destination);
+
+}  // namespace tovrek::unzip

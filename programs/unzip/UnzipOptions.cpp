@@ -1,0 +1,101 @@
+#include "programs/unzip/UnzipOptions.h"
+
+#include <fmt/format.h>
+#include <fnmatch.h>
+
+#include <algorithm>
+
+namespace tovrek::unzip {
+namespace {
+
+// "*" and "?" match "/" too, as archive programs have it.
+bool matchesAny(const std::vector<std::string>& patterns, const std::string& name) {
+  return std::any_of(patterns.begin(), patterns.end(), [&](const std::string& pattern) {
+    return ::fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
+  });
+}
+
+}  // namespace
+
+bool UnzipOptions::read(const std::vector<std::string>& arguments, ErrorText* error) {
+  bool wantsDestination = false;
+  bool excluding = false;
+  bool onlyNames = false;
+  for (const std::string& argument : arguments) {
+    if (wantsDestination) {
+      destination = argument;
+      wantsDestination = excluding = false;
+    } else if (argument == "--help" || argument == "-h" || argument == "-hh") {
+      action = Action::kUsage;
+      return true;
+    } else if (argument == "--version") {
+      action = Action::kVersion;
+      return true;
+    } else if (argument == "--" && !onlyNames) {
+      onlyNames = true;
+    } else if (argument.size() > 1 && argument.front() == '-' && !onlyNames) {
+      if (!readFlags(argument.substr(1), &wantsDestination, &excluding, error)) return false;
+    } else if (archive.empty()) {
+      archive = argument;
+    } else {
+      (excluding ? excluded : members).push_back(argument);
+    }
+  }
+  if (wantsDestination)
+    return fail(error, "must specify directory to which to extract with -d option");
+  if (archive.empty())
+    action = action == Action::kListVerbosely ? Action::kVersion : Action::kUsage;
+  return true;
+}
+
+bool UnzipOptions::readFlags(const std::string& flags, bool* wantsDestination, bool* excluding,
+                             ErrorText* error) {
+  if (flags == "Z1") {
+    action = Action::kNames;
+    return true;
+  }
+  for (size_t i = 0; i < flags.size(); ++i) {
+    switch (flags[i]) {
+      case 'q':
+        ++quiet;
+        break;
+      case 'o':
+        existing = Existing::kReplace;
+        break;
+      case 'n':
+        existing = Existing::kKeep;
+        break;
+      case 'j':
+        junkPaths = true;
+        break;
+      case 'l':
+        action = Action::kList;
+        break;
+      case 'v':
+        action = Action::kListVerbosely;
+        break;
+      case 't':
+        action = Action::kTest;
+        break;
+      case 'p':
+        action = Action::kPipe;
+        break;
+      case 'x':
+        *excluding = true;
+        break;
+      case 'd':
+        destination = flags.substr(i + 1);
+        *wantsDestination = destination.empty();
+        return true;
+      default:
+        return fail(error, fmt::format("option -{} is not supported", flags[i]));
+    }
+  }
+  return true;
+}
+
+bool UnzipOptions::selects(const std::string& name) const {
+  return (members.empty() || matchesAny(members, name)) && !matchesAny(excluded, name);
+}
+
+}  // namespace tovrek::unzip

@@ -1,0 +1,23 @@
+// The contents of one entry.
+#pragma once
+
+#include <string>
+
+#include "archive/ArchiveReader.h"
+#include "archive/deflate.h"
+
+namespace tovrek::unzip {
+
+// What is wrong with an entry's contents: empty when they are sound. `contents` has exactly the
+// bytes that came out.
+std::string contentsFault(const archive::Entry& entry, archive::Bytes contents);
+
+inline constexpr char kBadData[] = "invalid compressed data to inflate";
+
+// Deflated or stored contents in memory: of a stored entry the archive's own bytes, else unpacked
+// into `room`, which is made larger when it must. False, with the fault, when they are damaged.
+bool unpackEntry(const archive::ArchiveReader& reader, const archive::Entry& entry,
+                 archive::Inflater* inflater, archive::Buffer* room, archive::Bytes* contents,
+                 std::string* fault);
+
+}  // namespace tovrek::unzip

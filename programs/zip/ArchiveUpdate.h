@@ -1,0 +1,49 @@
+// Making an archive, or a new version of one.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "archive/ArchiveReader.h"
+#include "archive/ArchiveWriter.h"
+#include "archive/PackedSource.h"
+#include "programs/zip/FileList.h"
+#include "programs/zip/ZipOptions.h"
+#include "programs/zip/packing.h"
+
+namespace tovrek::zip {
+
+// One run over the archive: entries of the old one that stay are copied as they are, in their
+// order and with new contents where an item of that name was given; the other items follow. The
+// result is written beside the archive and takes its place when it is complete.
+class ArchiveUpdate {
+ public:
+  ArchiveUpdate(const ZipOptions& options, const archive::ArchiveReader* old,
+                const archive::PackedSource* source)
+      : options_(options), old_(old), source_(source) {}
+
+  // Packs the items into the archive. Gives the exit status.
+  int addItems(const std::vector<SourceItem>& items);
+  // Leaves out the old entries that the operands match.
+  int removeEntries();
+
+ private:
+  struct Step {
+    const archive::Entry* kept = nullptr;
+    const SourceItem* item = nullptr;
+    bool replaces = false;
+  };
+
+  int writeArchive(const std::vector<Step>& steps);
+  bool writeEntries(const std::vector<Step>& steps, archive::ArchiveWriter* writer);
+  bool writeStep(const Step& step, PackedItem* packed, archive::ArchiveWriter* writer);
+  void reportPacked(const Step& step, const archive::Entry& entry) const;
+
+  const ZipOptions& options_;
+  const archive::ArchiveReader* old_;
+  const archive::PackedSource* source_;
+  size_t unreadable_ = 0;
+};
+
+}  // namespace tovrek::zip

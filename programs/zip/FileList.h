@@ -1,0 +1,47 @@
+// The items that go into an archive.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "programs/zip/ZipOptions.h"
+
+namespace tovrek::zip {
+
+struct SourceItem {
+  std::string name{};  // in the archive; folders end with "/"
+  std::string path{};  // on disk
+  struct stat info {};
+};
+
+// Collects what the operands name, sorted by the bytes of the names so that the archive does not
+// depend on the order in which a file system lists its folders.
+class FileList {
+ public:
+  explicit FileList(const ZipOptions& options) : options_(options) {}
+
+  // False, with a text, when two different items would get the same name.
+  bool collect(ErrorText* error);
+  const std::vector<SourceItem>& items() const { return items_; }
+  // What was passed over, one line each, and whether that makes the archive incomplete.
+  const std::vector<std::string>& warnings() const { return warnings_; }
+  bool incomplete() const { return incomplete_; }
+
+ private:
+  using Identity = std::pair<dev_t, ino_t>;
+
+  void add(const std::string& path, const std::string& name);
+  void addFolder(SourceItem item);
+
+  const ZipOptions& options_;
+  std::vector<SourceItem> items_;
+  std::vector<std::string> warnings_;
+  std::vector<Identity> open_;  // the folders between the operand and the present item
+  Identity archive_{};
+  bool incomplete_ = false;
+};
+
+}  // namespace tovrek::zip

@@ -1,0 +1,81 @@
+#include "programs/zip/Zip.h"
+
+#include <fmt/format.h>
+
+#include <cstdlib>
+#include <optional>
+
+#include "host/files.h"
+#include "host/parallel.h"
+#include "log/SystemLog.h"
+#include "programs/zip/ArchiveUpdate.h"
+#include "programs/zip/messages.h"
+#include "programs/zip/status.h"
+
+namespace tovrek::zip {
+namespace {
+
+constexpr char kUsage[] =
+    "zip: packs files into zip archives\n"
+    "\n"
+    "Usage: zip [options] archive[.zip] files [-x excluded names] [-i included names]\n"
+    "\n"
+    "  -r   pack folders with their contents     -0   store only\n"
+    "  -y   store symbolic links as links        -1   pack faster\n"
+    "  -j   leave out the folders of names       -9   pack better\n"
+    "  -D   make no entries for folders          -q   quiet\n"
+    "  -X   leave out the exact times            -d   delete entries from the archive\n"
+    "  -x   leave out names that match           -i   take only names that match\n"
+    "  -h   this help                            -v   the version\n";
+constexpr char kVersion[] = "zip (Tovrek)\n";
+
+int pack(const ZipOptions& options, const archive::ArchiveReader* old) {
+  archive::PackedSource source;
+  const char* sourcePath = std::getenv("TOVREK_PACKED_SOURCE");
+  bool hasSource = false;
+  const auto openSource = [&] {
+    hasSource = sourcePath != nullptr && *sourcePath != '\0' && source.open(sourcePath);
+  };
+  // Both take some milliseconds for a large app.
+  auto opening = startHelper(openSource);
+  if (!opening) openSource();
+  FileList files(options);
+  ErrorText error;
+  const bool collected = files.collect(&error);
+  if (opening) opening->join();
+  for (const std::string& warning : files.warnings()) warn(options, warning);
+  if (!collected) {
+    return failWith(kBadArguments, fmt::format("Invalid command arguments ({})", error.text()));
+  }
+  if (files.items().empty()) return failNothingToDo(options);
+  const int status =
+      ArchiveUpdate(options, old, hasSource ? &source : nullptr).addItems(files.items());
+  return status == kDone && files.incomplete() ? kSomeUnreadable : status;
+}
+
+}  // namespace
+
+int runZipProgram(const std::vector<std::string>& arguments) {
+  ZipOptions options;
+  ErrorText error;
+  if (!options.read(arguments, &error)) {
+    return failWith(kBadArguments, fmt::format("Invalid command arguments ({})", error.text()));
+  }
+  if (options.action == ZipOptions::Action::kUsage ||
+      options.action == ZipOptions::Action::kVersion) {
+    printOut(options.action == ZipOptions::Action::kUsage ? kUsage : kVersion);
+    return kDone;
+  }
+  archive::ArchiveReader old;
+  const bool exists = fileSize(options.archive).value_or(0) > 0;
+  if (exists && old.open(options.archive, &error) != archive::ArchiveReader::Opened::kDone) {
+    return failWith(kDamagedArchive, fmt::format("Zip file structure invalid ({}): {}",
+                                                 options.archive, error.text()));
+  }
+  if (options.action == ZipOptions::Action::kAdd) return pack(options, exists ? &old : nullptr);
+  if (exists) return ArchiveUpdate(options, &old, nullptr).removeEntries();
+  warn(options, options.archive + " not found or empty");
+  return failNothingToDo(options);
+}
+
+}  // namespace tovrek::zip

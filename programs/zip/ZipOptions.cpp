@@ -1,0 +1,143 @@
+#include "programs/zip/ZipOptions.h"
+
+#include <fmt/format.h>
+#include <fnmatch.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "host/paths.h"
+
+namespace tovrek::zip {
+namespace {
+
+constexpr std::array<std::pair<std::string_view, char>, 7> kLongNames = {{
+    {"quiet", 'q'},
+    {"recurse-paths", 'r'},
+    {"symlinks", 'y'},
+    {"junk-paths", 'j'},
+    {"no-dir-entries", 'D'},
+    {"no-extra", 'X'},
+    {"delete", 'd'},
+}};
+
+}  // namespace
+
+bool matchesAny(const std::vector<std::string>& patterns, const std::string& name) {
+  return std::any_of(patterns.begin(), patterns.end(), [&](const std::string& pattern) {
+    return ::fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
+  });
+}
+
+bool ZipOptions::read(const std::vector<std::string>& arguments, ErrorText* error) {
+  std::vector<std::string>* list = nullptr;  // where names go after -x or -i
+  bool onlyNames = false;
+  for (const std::string& argument : arguments) {
+    if (!onlyNames && argument == "--") {
+      onlyNames = true;
+      list = nullptr;
+    } else if (!onlyNames && argument.starts_with("--")) {
+      if (!readLong(argument.substr(2), &list, error)) return false;
+    } else if (!onlyNames && argument.size() > 1 && argument.front() == '-') {
+      list = nullptr;
+      if (!readFlags(argument.substr(1), &list, error)) return false;
+      if (archive.empty()) flagsAsGiven += argument + " ";
+    } else if (list != nullptr) {
+      if (argument == "@") {
+        list = nullptr;
+      } else {
+        list->push_back(argument);
+      }
+    } else if (archive.empty()) {
+      archive = argument;
+    } else {
+      operands.push_back(argument);
+    }
+    if (action == Action::kUsage || action == Action::kVersion) return true;
+  }
+  if (archive.empty()) {
+    action = Action::kUsage;
+  } else if (archive == "-") {
+    return fail(error, "an archive on standard output is not supported");
+  } else if (lastPathComponent(archive).find('.') == std::string::npos) {
+    archive += ".zip";
+  }
+  return true;
+}
+
+bool ZipOptions::readLong(const std::string& name, std::vector<std::string>** list,
+                          ErrorText* error) {
+  *list = nullptr;
+  if (name == "exclude" || name == "include") {
+    *list = name == "exclude" ? &excluded : &included;
+    return true;
+  }
+  if (name == "help" || name == "version") {
+    action = name == "help" ? Action::kUsage : Action::kVersion;
+    return true;
+  }
+  for (const auto& [longName, flag] : kLongNames) {
+    if (name == longName) return readFlag(flag);
+  }
+  return fail(error, fmt::format("long option '{}' not supported", name));
+}
+
+bool ZipOptions::readFlags(const std::string& flags, std::vector<std::string>** list,
+                           ErrorText* error) {
+  for (size_t i = 0; i < flags.size(); ++i) {
+    const char flag = flags[i];
+    if (flag == 'x' || flag == 'i') {
+      *list = flag == 'x' ? &excluded : &included;
+      if (i + 1 < flags.size()) (*list)->push_back(flags.substr(i + 1));
+      return true;
+    }
+    if (!readFlag(flag)) {
+      return fail(error, fmt::format("short option '{}' not supported", flag));
+    }
+  }
+  return true;
+}
+
+bool ZipOptions::readFlag(char flag) {
+  switch (flag) {
+    case 'q':
+      quiet = true;
+      return true;
+    case 'r':
+      recurse = true;
+      return true;
+    case 'y':
+      storeLinks = true;
+      return true;
+    case 'j':
+      junkPaths = true;
+      return true;
+    case 'D':
+      withoutFolders = true;
+      return true;
+    case 'X':
+      withoutExtra = true;
+      return true;
+    case 'd':
+      action = Action::kDelete;
+      return true;
+    case 'h':
+      action = Action::kUsage;
+      return true;
+    case 'v':
+      action = Action::kVersion;
+      return true;
+    default:
+      break;
+  }
+  if (flag < '0' || flag > '9') return false;
+  level = flag - '0';
+  return true;
+}
+
+bool ZipOptions::admits(const std::string& name) const {
+  return (included.empty() || matchesAny(included, name)) && !matchesAny(excluded, name);
+}
+
+}  // namespace tovrek::zip

@@ -1,0 +1,209 @@
+#include "archive/ArchiveReader.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "archive/deflate.h"
+
+namespace tovrek::archive {
+namespace {
+
+bool contains(Bytes bytes, uint64_t offset, uint64_t size) {
+  return size <= bytes.size() && offset <= bytes.size() - size;
+}
+
+std::string textOf(Bytes bytes) {
+  std::string text(bytes.size(), '\0');
+  if (!bytes.empty()) std::memcpy(text.data(), bytes.data(), bytes.size());
+  return text;
+}
+
+// Takes the 64-bit numbers that replace the marked fields, in their fixed order.
+bool applyZip64(Bytes extra, Entry* entry) {
+  std::vector<uint64_t*> wanted;
+  if (entry->size == kSee64) wanted.push_back(&entry->size);
+  if (entry->compressedSize == kSee64) wanted.push_back(&entry->compressedSize);
+  if (entry->headerOffset == kSee64) wanted.push_back(&entry->headerOffset);
+  if (wanted.empty()) return true;
+  for (size_t at = 0; at + 4 <= extra.size();) {
+    const size_t length = numberAt<uint16_t>(extra, at + 2);
+    if (length > extra.size() - at - 4) return false;
+    if (numberAt<uint16_t>(extra, at) == kZip64Extra) {
+      if (length < wanted.size() * 8) return false;
+      for (size_t i = 0; i < wanted.size(); ++i)
+        *wanted[i] = numberAt<uint64_t>(extra, at + 4 + i * 8);
+      return true;
+    }
+    at += 4 + length;
+  }
+  return true;  // the marks are sizes of exactly that many bytes
+}
+
+bool isPlausible(const Entry& entry) {
+  if (entry.isEncrypted() || (entry.method != kStored && entry.method != kDeflated)) return true;
+  if (entry.method == kStored) return entry.size == entry.compressedSize;
+  return entry.size <= mostInflated(entry.compressedSize);
+}
+
+}  // namespace
+
+ArchiveReader::Opened ArchiveReader::open(const std::string& path, ErrorText* error) {
+  if (!file_.open(path, error)) return Opened::kUnreadable;
+  return openBytes(file_.bytes(), error);
+}
+
+ArchiveReader::Opened ArchiveReader::openBytes(Bytes bytes, ErrorText* error) {
+  bytes_ = bytes;
+  Directory directory;
+  bool found = false;
+  if (!findDirectory(&directory, &found, error)) {
+    return found ? Opened::kDamaged : Opened::kNoEndRecord;
+  }
+  const bool sound = readDirectory(directory, error) && checkLocalHeaders(directory, error);
+  return sound ? Opened::kDone : Opened::kDamaged;
+}
+
+bool ArchiveReader::findDirectory(Directory* directory, bool* found, ErrorText* error) {
+  constexpr size_t kLongestComment = 0xffff;
+  const size_t size = bytes_.size();
+  if (size < kEndRecordSize) return fail(error, "no end of central directory");
+  const size_t last = size - kEndRecordSize;
+  const size_t first = last > kLongestComment ? last - kLongestComment : 0;
+  for (size_t at = last + 1; at-- > first;) {
+    if (numberAt<uint32_t>(bytes_, at) != kEndRecord) continue;
+    if (numberAt<uint16_t>(bytes_, at + 20) != last - at) continue;
+    *found = true;
+    comment_ = textOf(bytes_.subspan(at + kEndRecordSize));
+    directory->count = numberAt<uint16_t>(bytes_, at + 10);
+    directory->size = numberAt<uint32_t>(bytes_, at + 12);
+    directory->offset = numberAt<uint32_t>(bytes_, at + 16);
+    directory->end = at;
+    const uint32_t disks = numberAt<uint32_t>(bytes_, at + 4);
+    if (disks != 0 && disks != kSee64) return fail(error, "part of an archive in several files");
+    if (!readZip64End(at, directory, error)) return false;
+    if (!contains(bytes_, directory->offset, directory->size) ||
+        directory->offset + directory->size > directory->end) {
+      return fail(error, "the central directory lies outside the file");
+    }
+    if (directory->offset + directory->size != directory->end) {
+      return fail(error, fmt::format("{} bytes that belong to no entry stand before the archive",
+                                     directory->end - directory->offset - directory->size));
+    }
+    return true;
+  }
+  return fail(error, "no end of central directory");
+}
+
+bool ArchiveReader::readZip64End(size_t endRecord, Directory* directory, ErrorText* error) const {
+  const bool marked =
+      directory->count == kSee64Short || directory->size == kSee64 || directory->offset == kSee64;
+  if (!marked || endRecord < kZip64LocatorSize) return true;
+  const size_t locator = endRecord - kZip64LocatorSize;
+  // Without a locator the marks are plain numbers.
+  if (numberAt<uint32_t>(bytes_, locator) != kZip64Locator) return true;
+  const uint64_t at = numberAt<uint64_t>(bytes_, locator + 8);
+  if (!contains(bytes_.first(locator), at, kZip64EndRecordSize) ||
+      numberAt<uint32_t>(bytes_, at) != kZip64EndRecord) {
+    return fail(error, "the Zip64 end record is not where it should be");
+  }
+  directory->count = numberAt<uint64_t>(bytes_, at + 32);
+  directory->size = numberAt<uint64_t>(bytes_, at + 40);
+  directory->offset = numberAt<uint64_t>(bytes_, at + 48);
+  directory->end = at;
+  return true;
+}
+
+bool ArchiveReader::readDirectory(const Directory& directory, ErrorText* error) {
+  const Bytes records = bytes_.subspan(directory.offset, directory.size);
+  if (directory.count > records.size() / kCentralHeaderSize) {
+    return fail(error,
+                fmt::format("the central directory has no room for {} entries", directory.count));
+  }
+  entries_.clear();
+  entries_.reserve(directory.count);
+  size_t at = 0;
+  for (uint64_t i = 0; i < directory.count; ++i) {
+    const auto damaged = [&](const char* what) {
+      return fail(error, fmt::format("entry {} of the central directory {}", i + 1, what));
+    };
+    if (!contains(records, at, kCentralHeaderSize) ||
+        numberAt<uint32_t>(records, at) != kCentralHeader) {
+      return damaged("is not there");
+    }
+    const size_t nameLength = numberAt<uint16_t>(records, at + 28);
+    const size_t extraLength = numberAt<uint16_t>(records, at + 30);
+    const size_t commentLength = numberAt<uint16_t>(records, at + 32);
+    const size_t texts = at + kCentralHeaderSize;
+    if (!contains(records, texts, nameLength + extraLength + commentLength)) {
+      return damaged("is cut short");
+    }
+    Entry entry;
+    entry.madeBy = numberAt<uint16_t>(records, at + 4);
+    entry.flags = numberAt<uint16_t>(records, at + 8);
+    entry.method = numberAt<uint16_t>(records, at + 10);
+    entry.dosTime = numberAt<uint16_t>(records, at + 12);
+    entry.dosDate = numberAt<uint16_t>(records, at + 14);
+    entry.crc = numberAt<uint32_t>(records, at + 16);
+    entry.compressedSize = numberAt<uint32_t>(records, at + 20);
+    entry.size = numberAt<uint32_t>(records, at + 24);
+    entry.attributes = numberAt<uint32_t>(records, at + 38);
+    entry.headerOffset = numberAt<uint32_t>(records, at + 42);
+    entry.name = textOf(records.subspan(texts, nameLength));
+    entry.extra = textOf(records.subspan(texts + nameLength, extraLength));
+    entry.comment = textOf(records.subspan(texts + nameLength + extraLength, commentLength));
+    if (!applyZip64(records.subspan(texts + nameLength, extraLength), &entry)) {
+      return damaged("has broken Zip64 fields");
+    }
+    if (entry.name.empty() || entry.name.find('\0') != std::string::npos) {
+      return damaged("has no proper name");
+    }
+    if (!isPlausible(entry)) return damaged("claims a size that its packed bytes cannot have");
+    entries_.push_back(std::move(entry));
+    at = texts + nameLength + extraLength + commentLength;
+  }
+  if (at != records.size()) return fail(error, "the central directory is longer than its entries");
+  return true;
+}
+
+bool ArchiveReader::checkLocalHeaders(const Directory& directory, ErrorText* error) {
+  const Bytes room = bytes_.first(directory.offset);
+  std::vector<std::pair<uint64_t, uint64_t>> extents;
+  extents.reserve(entries_.size());
+  for (Entry& entry : entries_) {
+    const auto damaged = [&](const char* what) {
+      return fail(error, fmt::format("{}: {}", entry.name, what));
+    };
+    if (!contains(room, entry.headerOffset, kLocalHeaderSize) ||
+        numberAt<uint32_t>(room, entry.headerOffset) != kLocalHeader) {
+      return damaged("bad zipfile offset (local header sig)");
+    }
+    const size_t at = entry.headerOffset;
+    const size_t nameLength = numberAt<uint16_t>(room, at + 26);
+    const size_t extraLength = numberAt<uint16_t>(room, at + 28);
+    if (!contains(room, at + kLocalHeaderSize, nameLength + extraLength)) {
+      return damaged("the local header is cut short");
+    }
+    // A reader that goes by the local headers must see the same archive.
+    if (nameLength != entry.name.size() ||
+        std::memcmp(&room[at + kLocalHeaderSize], entry.name.data(), nameLength) != 0 ||
+        numberAt<uint16_t>(room, at + 8) != entry.method) {
+      return damaged("the local header differs from the central directory");
+    }
+    entry.dataOffset = at + kLocalHeaderSize + nameLength + extraLength;
+    if (!contains(room, entry.dataOffset, entry.compressedSize)) {
+      return damaged("the packed bytes lie outside the archive");
+    }
+    extents.emplace_back(at, entry.dataOffset + entry.compressedSize);
+  }
+  std::sort(extents.begin(), extents.end());
+  for (size_t i = 1; i < extents.size(); ++i) {
+    if (extents[i].first < extents[i - 1].second) {
+      return fail(error, "entries overlap (possible zip bomb)");
+    }
+  }
+  return true;
+}
+
+}  // namespace tovrek::archive

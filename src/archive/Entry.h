@@ -1,0 +1,45 @@
+// One item of an archive.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+#include "archive/zip_records.h"
+
+namespace tovrek::archive {
+
+struct Entry {
+  std::string name{};  // as stored; folders end with "/"
+  uint16_t madeBy = 0;
+  uint16_t flags = 0;
+  uint16_t method = kStored;
+  uint16_t dosTime = 0;
+  uint16_t dosDate = 0;
+  uint32_t crc = 0;
+  uint64_t compressedSize = 0;
+  uint64_t size = 0;
+  uint32_t attributes = 0;
+  uint64_t headerOffset = 0;
+  uint64_t dataOffset = 0;  // where the packed bytes begin
+  std::string extra{};      // of the central directory
+  std::string comment{};
+
+  bool isFolder() const { return name.ends_with('/'); }
+  bool isEncrypted() const {
+    return (flags & (kFlagEncrypted | kFlagStrongEncryption | kFlagMaskedHeaders)) != 0;
+  }
+  // Type and permission bits when a Unix-like system made the entry, else 0.
+  mode_t unixMode() const;
+  bool isLink() const { return S_ISLNK(unixMode()); }
+  // The exact time of change where the entry has it, else the DOS time in local time.
+  time_t modified() const;
+};
+
+// Puts a time into the DOS fields, rounded up to their two seconds; times outside 1980 to 2107
+// become the nearest end.
+void setDosTime(Entry* entry, time_t time);
+
+}  // namespace tovrek::archive

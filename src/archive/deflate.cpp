@@ -1,0 +1,60 @@
+#include "archive/deflate.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace tovrek::archive {
+namespace {
+
+bool isArchive(Bytes contents) {
+  return contents.size() > kLocalHeaderSize && numberAt<uint32_t>(contents, 0) == kLocalHeader;
+}
+
+}  // namespace
+
+uint32_t crcOf(Bytes bytes, uint32_t start) {
+  // Called with no data, libdeflate answers its start value whatever was given.
+  return bytes.empty() ? start : libdeflate_crc32(start, bytes.data(), bytes.size());
+}
+
+bool Inflater::inflate(Bytes packed, std::span<std::byte> target) {
+  std::byte none{};
+  size_t taken = 0;
+  const libdeflate_result result = libdeflate_deflate_decompress_ex(
+      state_.get(), packed.data(), packed.size(), target.empty() ? &none : target.data(),
+      target.size(), &taken, nullptr);
+  return result == LIBDEFLATE_SUCCESS && taken == packed.size();
+}
+
+size_t Deflater::deflate(Bytes contents, std::span<std::byte> target) {
+  return libdeflate_deflate_compress(state_.get(), contents.data(), contents.size(), target.data(),
+                                     target.size());
+}
+
+bool looksCompressible(Bytes contents) {
+  constexpr size_t kPieceSize = 4096;
+  constexpr size_t kMostPieces = 64;
+  constexpr size_t kBytesPerPiece = 32768;
+  if (contents.size() <= 4 * kPieceSize) return true;  // packing it is as quick
+  const size_t pieces = std::clamp<size_t>(contents.size() / kBytesPerPiece, 4, kMostPieces);
+  // From the middle of each part: the ends of a file are often unlike the rest of it.
+  const size_t step = contents.size() / pieces;
+  const size_t first = (step - kPieceSize) / 2;
+  const Buffer sample(pieces * kPieceSize);
+  const Buffer packed(pieces * kPieceSize);
+  if (sample.bytes().empty() || packed.bytes().empty()) return false;
+  for (size_t i = 0; i < pieces; ++i) {
+    std::memcpy(&sample.bytes()[i * kPieceSize], &contents[first + i * step], kPieceSize);
+  }
+  const size_t size = pieces * kPieceSize;
+  constexpr int kFastest = 1;
+  const size_t packedSize = Deflater(kFastest).deflate(sample.bytes(), packed.bytes());
+  if (packedSize == 0) return false;
+  // What an archive holds was packed already, as far as somebody found it worth while: the little
+  // that its directory and its most even entries still gain does not pay for a whole second round.
+  constexpr size_t kShareOfArchive = 50;
+  return isArchive(contents) ? packedSize < size - size / kShareOfArchive
+                             : isWorthPacking(size, packedSize);
+}
+
+}  // namespace tovrek::archive

@@ -1,0 +1,74 @@
+#include "engine/leb128.h"
+
+#include "engine/engine_text.h"
+
+namespace tovrek {
+namespace {
+
+constexpr uint8_t kMore = 0x80;
+constexpr uint8_t kBits = 0x7f;
+constexpr uint8_t kSign = 0x40;
+
+}  // namespace
+
+uint64_t mach_o::trie::read_uleb128(const uint8_t*& cursor, const uint8_t* end) {
+  uint64_t result = 0;
+  for (unsigned shift = 0;; shift += 7) {
+    if (cursor >= end) macho::throwf("malformed uleb128 extends beyond trie");
+    const uint64_t part = *cursor & kBits;
+    if (shift >= 64 || (part << shift) >> shift != part) {
+      macho::throwf("uleb128 too big for 64-bits");
+    }
+    result |= part << shift;
+    if ((*cursor++ & kMore) == 0) return result;
+  }
+}
+
+uint64_t wex_read_uleb128(const uint8_t* start, const uint8_t* end) {
+  return mach_o::trie::read_uleb128(start, end);
+}
+
+uint8_t write_uleb128(uint64_t value, uint8_t*& cursor) {
+  for (;;) {
+    uint8_t byte = value & kBits;
+    value >>= 7;
+    if (value != 0) byte |= kMore;
+    *cursor++ = byte;
+    if (value == 0) return byte;
+  }
+}
+
+uint8_t wex_write_uleb128(uint64_t value, uint8_t* buffer) {
+  return write_uleb128(value, buffer);
+}
+
+uint8_t write_sleb128(int64_t value, uint8_t*& cursor) {
+  for (;;) {
+    uint8_t byte = value & kBits;
+    value >>= 7;
+    const bool signBit = (byte & kSign) != 0;
+    const bool done = (value == 0 && !signBit) || (value == -1 && signBit);
+    if (!done) byte |= kMore;
+    *cursor++ = byte;
+    if (done) return byte;
+  }
+}
+
+uint8_t wex_write_sleb128(int64_t value, uint8_t* buffer) {
+  return write_sleb128(value, buffer);
+}
+
+int64_t read_sleb128(const uint8_t*& cursor, const uint8_t* end) {
+  uint64_t result = 0;
+  for (unsigned shift = 0;; shift += 7) {
+    if (cursor >= end) macho::throwf("malformed sleb128");
+    if (shift >= 64) macho::throwf("sleb128 too big for 64-bits");
+    const uint8_t byte = *cursor++;
+    result |= uint64_t{static_cast<uint8_t>(byte & kBits)} << shift;
+    if ((byte & kMore) != 0) continue;
+    if ((byte & kSign) != 0 && shift + 7 < 64) result |= ~uint64_t{0} << (shift + 7);
+    return static_cast<int64_t>(result);
+  }
+}
+
+}  // namespace tovrek

@@ -1,0 +1,80 @@
+#include "engine/lipo_runner.h"
+
+#include <utility>
+#include <vector>
+
+#include "host/files.h"
+#include "host/process.h"
+#include "macho/ArchName.h"
+
+namespace tovrek {
+namespace {
+
+constexpr int kNotStarted = 127;
+
+Outcome runLipo(std::vector<std::string> arguments, StandardError standardError) {
+  Command command;
+  command.argv = {"/usr/bin/lipo"};
+  command.argv.insert(command.argv.end(), std::move_iterator(arguments.begin()),
+                      std::move_iterator(arguments.end()));
+  command.standardError = standardError;
+  Outcome outcome;
+  if (!runProcess(command, &outcome)) outcome.status = kNotStarted;
+  return outcome;
+}
+
+bool copyThinFile(const std::string& path, const std::string& slice) {
+  // A slice left behind by a broken run must not be taken for this one, and an executable that
+  // is a link must not be edited through its copy.
+  if (itemExistsNoFollow(slice) && !removeItem(slice)) return false;
+  const auto source = realPath(path);
+  return source && copyItem(*source, slice);
+}
+
+}  // namespace
+
+std::string sliceFileName(const std::string& path, std::string_view arch) {
+  return path + "-" + std::string(arch);
+}
+
+bool IsFatBinary(const std::string& path) {
+  const Outcome outcome = runLipo({"-info", path}, StandardError::kMergeIntoOutput);
+  return outcome.output.find("Non-fat file") == std::string::npos;
+}
+
+bool ExtractArchsFromFatBinary(const std::string& path, bool isFat, ArchPresence* present) {
+  for (size_t i = 0; i < kDeviceArchs.size(); ++i) {
+    (*present)[i] =
+        runLipo({path, "-verify_arch", std::string(kDeviceArchs[i])}, StandardError::kCapture)
+            .status == 0;
+  }
+  for (size_t i = 0; i < kDeviceArchs.size(); ++i) {
+    if (!(*present)[i]) continue;
+    const std::string arch(kDeviceArchs[i]);
+    const std::string slice = sliceFileName(path, arch);
+    const bool made =
+        isFat
+            ? runLipo({path, "-thin", arch, "-output", slice}, StandardError::kCapture).status == 0
+            : copyThinFile(path, slice);
+    if (!made) return false;
+  }
+  return true;
+}
+
+bool CreateFatBinaryFromArchs(const std::string& path, const ArchPresence& present) {
+  removeItem(path);
+  std::vector<std::string> slices;
+  for (size_t i = 0; i < kDeviceArchs.size(); ++i) {
+    if (present[i]) slices.push_back(sliceFileName(path, kDeviceArchs[i]));
+  }
+  std::vector<std::string> arguments = slices;
+  arguments.insert(arguments.end(), {"-create", "-output", path});
+  const Outcome outcome = runLipo(std::move(arguments), StandardError::kCapture);
+  if (outcome.errorOutput.find(macho::kUnknownArchFlag) != std::string::npos) {
+    return true;
+  }
+  for (const std::string& slice : slices) removeItem(slice);
+  return outcome.status == 0;
+}
+
+}  // namespace tovrek

@@ -1,0 +1,31 @@
+// Private keys that stay on a token: a smart card, an HSM or a file that plays one.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "keychain/Keychain.h"
+
+namespace tovrek::keychain {
+
+// The "pkcs11:" URI (RFC 7512) that a key file holds in place of a key: its first line. None when
+// the file holds something else.
+std::optional<std::string> tokenUriIn(std::string_view fileContents);
+
+// The key that the URI names. Signing with it happens on the token.
+//
+// The module is that of the URI's "module-path", else of $TOVREK_PKCS11_MODULE, else the one that
+// joins all modules of this host (p11-kit). The PIN is the URI's "pin-value", else the first line
+// of the file named by "pin-source", else $TOVREK_PKCS11_PIN; nobody is asked for it. Null, with
+// the reason, when engine, module, token, key or PIN is missing or wrong.
+//
+// OpenSSL's engine for PKCS#11 is loaded with the first such key and not before. One process works
+// with one module.
+PrivateKey loadTokenKey(const std::string& uri, ErrorText* error);
+
+// Whether the key came from loadTokenKey(). What OpenSSL has of such a key looks like a whole one
+// to its encoders, but is not.
+bool isOnToken(const PrivateKey& key);
+
+}  // namespace tovrek::keychain

@@ -1,0 +1,51 @@
+// The frame of a program that lists what object files hold.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "listing/ListingOptions.h"
+#include "listing/ObjectFile.h"
+#include "listing/Output.h"
+
+namespace tovrek::listing {
+
+// Goes through the files and their chosen slices. A complaint goes to standard error, behind what
+// was listed before it, and makes the exit status 1; the other files are listed all the same.
+class Listing {
+ public:
+  // Both must outlive this.
+  Listing(std::string_view program, const ListingOptions& options)
+      : program_(program), options_(options) {}
+  virtual ~Listing() = default;
+  Listing(const Listing&) = delete;
+  Listing& operator=(const Listing&) = delete;
+
+  // Gives the exit status.
+  int run();
+
+ protected:
+  // A file that is no Mach-O file.
+  virtual void listOther(const ObjectFile& file) = 0;
+  // Called before the slices of a file.
+  virtual void beginFile(const ObjectFile&) {}
+  virtual void listSlice(const ObjectFile& file, const Slice& slice) = 0;
+
+  void complain(const std::string& text);
+  // Puts the text behind what was listed so far, on standard error.
+  void warn(const std::string& text);
+
+  Output output_;
+
+ private:
+  void list(const std::string& path);
+
+  std::string_view program_;
+  const ListingOptions& options_;
+  bool failed_ = false;
+};
+
+// Tells of arguments that make no sense, with the usage; gives the exit status.
+int refuseUsage(std::string_view program, const std::string& reason, std::string_view usage);
+
+}  // namespace tovrek::listing

@@ -1,0 +1,43 @@
+// Standard output of the programs that list the contents of object files.
+#pragma once
+
+#include <fmt/format.h>
+
+#include <functional>
+#include <string_view>
+#include <utility>
+
+namespace tovrek::listing {
+
+// Gathers text and writes it in large pieces: a listing has tens of thousands of short lines.
+class Output {
+ public:
+  using Writer = std::function<void(std::string_view)>;
+
+  Output();  // to standard output
+  explicit Output(Writer writer) : writer_(std::move(writer)) {}
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+  ~Output() { flush(); }
+
+  template <class... Args>
+  void print(fmt::format_string<Args...> format, Args&&... args) {
+    fmt::format_to(std::back_inserter(buffer_), format, std::forward<Args>(args)...);
+    if (buffer_.size() >= kPiece) flush();
+  }
+  void text(std::string_view text);
+
+  // Bytes taken so far, those written included.
+  uint64_t size() const { return written_ + buffer_.size(); }
+
+  // Writes what has been gathered, so that what others print next follows it.
+  void flush();
+
+ private:
+  static constexpr size_t kPiece = size_t{1} << 16;
+  Writer writer_;
+  fmt::memory_buffer buffer_;
+  uint64_t written_ = 0;
+};
+
+}  // namespace tovrek::listing

@@ -1,0 +1,84 @@
+#include "signing/CodeFile.h"
+
+#include <fmt/format.h>
+
+#include "macho/FatFile.h"
+#include "macho/layout.h"
+#include "signing/bytes.h"
+
+namespace tovrek::signing {
+namespace {
+
+constexpr uint32_t kMachOMagics[] = {0xfeedface, 0xfeedfacf, 0xcefaedfe, 0xcffaedfe, 0xcafebabe};
+// Java class files share the magic number of universal files; their next word is a version that
+// no count of architectures reaches.
+constexpr uint32_t kMostArchitectures = 40;
+
+bool looksLikeMachO(std::string_view bytes) {
+  const auto magic = readBig32(bytes, 0);
+  for (const uint32_t known : kMachOMagics) {
+    if (magic != known) continue;
+    return known != macho::kFatMagic || readBig32(bytes, 4).value_or(0) <= kMostArchitectures;
+  }
+  return false;
+}
+
+}  // namespace
+
+std::optional<CodeFile> CodeFile::open(const std::string& path, ErrorText* error) {
+  CodeFile file;
+  if (!file.file_.open(path, error)) return std::nullopt;
+  if (!looksLikeMachO(file.bytes())) return file;
+
+  const macho::ByteView bytes(file.file_.bytes());
+  macho::FatFile fat;
+  ErrorText reason;
+  if (!macho::FatFile::read(bytes, &fat, &reason)) {
+    fail(error, "malformed Mach-O file: " + reason.text());
+    return std::nullopt;
+  }
+  file.universal_ = fat.fat;
+  for (const macho::FatSlice& slice : fat.slices) {
+    auto image = MachOImage::parse(bytes.sub(slice.offset, slice.size), &reason);
+    if (!image) {
+      fail(error, fmt::format("malformed Mach-O file: {}", reason.text()));
+      return std::nullopt;
+    }
+    file.images_.push_back(std::move(*image));
+  }
+  if (file.images_.empty()) {
+    fail(error, "malformed Mach-O file: no architectures");
+    return std::nullopt;
+  }
+  return file;
+}
+
+std::string_view CodeFile::bytes() const {
+  return asText(file_.bytes());
+}
+
+const MachOImage& CodeFile::mainImage() const {
+  for (const MachOImage& image : images_) {
+    if (image.cputype == (macho::kCpuArm | macho::kCpuArch64)) return image;
+  }
+  return images_.front();
+}
+
+std::string CodeFile::formatText() const {
+  if (!isMachO()) return "generic";
+  std::string names;
+  for (const MachOImage& image : images_) {
+    if (!names.empty()) names += ' ';
+    names += image.archName();
+  }
+  return fmt::format("Mach-O {} ({})", universal_ ? "universal" : "thin", names);
+}
+
+std::string formatText(const CodeObject& object, const CodeFile& file) {
+  if (!object.isBundle()) return file.formatText();
+  if (!object.hasExecutable()) return "bundle";
+  const bool isApp = stringForKeyOr(object.info, "CFBundlePackageType", "") == "APPL";
+  return fmt::format("{} with {}", isApp ? "app bundle" : "bundle", file.formatText());
+}
+
+}  // namespace tovrek::signing

@@ -1,0 +1,76 @@
+// Blobs and the index that holds a signature's blobs together.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/ErrorText.h"
+#include "signing/bytes.h"
+
+namespace tovrek::signing {
+
+// Every blob starts with its magic and its length in bytes, those eight included.
+enum BlobMagic : uint32_t {
+  kRequirementMagic = 0xfade0c00,
+  kRequirementSetMagic = 0xfade0c01,
+  kCodeDirectoryMagic = 0xfade0c02,
+  kEmbeddedSignatureMagic = 0xfade0cc0,
+  kEntitlementsMagic = 0xfade7171,
+  kDerEntitlementsMagic = 0xfade7172,
+  kWrapperMagic = 0xfade0b01,
+};
+inline constexpr size_t kBlobHeaderSize = 8;
+
+// What a blob is to the signature. Slots 1 to 11 are sealed by hashes in the code directory.
+enum Slot : uint32_t {
+  kCodeDirectorySlot = 0,
+  kInfoPlistSlot = 1,
+  kRequirementsSlot = 2,
+  kResourcesSlot = 3,
+  kEntitlementsSlot = 5,
+  kDerEntitlementsSlot = 7,
+  kLastSpecialSlot = 11,
+  kAlternateCodeDirectorySlot = 0x1000,
+  kLastAlternateCodeDirectorySlot = 0x1004,
+  kCmsSlot = 0x10000,
+};
+
+// `payload` with a header in front.
+std::string makeBlob(uint32_t magic, std::string_view payload);
+// The whole blob that starts at `offset`; none when it does not lie inside `bytes`.
+std::optional<std::string_view> blobAt(std::string_view bytes, uint64_t offset);
+// Magic and payload of a blob that blobAt() or makeBlob() gave.
+uint32_t magicOf(std::string_view blob);
+std::string_view payloadOf(std::string_view blob);
+
+// An index of blobs, as embedded signatures and requirement sets have it. Views into the parsed
+// bytes, which must outlive the object.
+class SuperBlob {
+ public:
+  struct Entry {
+    uint32_t type;
+    std::string_view blob;
+  };
+
+  // Checks that the magic fits and that each listed blob lies inside.
+  static std::optional<SuperBlob> parse(std::string_view bytes, uint32_t magic,
+                                        ErrorText* error = nullptr);
+  // The blob under `type`; none when absent.
+  std::optional<std::string_view> find(uint32_t type) const;
+  const std::vector<Entry>& entries() const { return entries_; }
+  // Bytes of the whole index with its blobs.
+  size_t length() const { return length_; }
+
+ private:
+  std::vector<Entry> entries_;
+  size_t length_ = 0;
+};
+
+// The index over whole blobs, sorted by type and without gaps.
+std::string makeSuperBlob(uint32_t magic, const std::map<uint32_t, std::string>& blobs);
+
+}  // namespace tovrek::signing
