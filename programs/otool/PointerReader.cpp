@@ -18,7 +18,7 @@ const typename Pair::second_type* findAt(const std::vector<Pair>& pairs, uint64_
 }  // namespace
 
 template <class P>
-PointerReader<P>::PointerReader(const listing::Image<P>& image) : image_(image) {
+PointerReader<P>::PointerReader(const macho::Image<P>& image) : image_(image) {
   for (const macho::CommandView& command : image.commands) {
     macho::macho_linkedit_data_command<P> data;
     if (command.cmd == macho::LC_DYLD_CHAINED_FIXUPS && command.bytes.read(0, &data)) {
