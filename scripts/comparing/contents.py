@@ -6,12 +6,12 @@ import pprint
 import re
 import struct
 import zipfile
+import zlib
 
 from comparing import der, macho
 from comparing.trees import Tree
 
 PACKAGE_SIZE = re.compile(r'(<PackageSize[^>]*>)(\d+)(<)')
-BUNDLE_FILE = re.compile(r"<BundleFile>([^<]*)</BundleFile>")
 # Made from an identifier, the host's address and the time of the run.
 PACKAGE_KEYS = re.compile(r"(<(?:PublicKey|AppUniqueID|BundleChecksum)[^>]*>)[0-9A-Fa-f]{32,64}<")
 APP_KEYS = re.compile(
@@ -36,8 +36,9 @@ def describe(path, data, tree):
         (data[:4] in (b"PK\3\4", b"PK\5\6"), archive_lines),
         (macho.is_macho(data), macho.lines),
         (data.startswith(b"bplist"), binary_plist_lines),
+        (macho.is_blob(data), macho.lone_blob_lines),
         (data[:1] == b"\x30", message_lines),
-        (is_text(data), text_lines),
+        (path.endswith("log.txt") or is_text(data), text_lines),
     ]
     if path.endswith((".p12", ".pfx")):
         return [f"encrypted, {len(data)} bytes"]
@@ -60,7 +61,7 @@ def message_lines(data, tree):
 
 
 def text_lines(data, tree):
-    text = data.decode("utf-8")
+    text = data.decode("utf-8", "backslashreplace")
     if text.startswith("<?xml"):
         text = package_size_checked(tree.with_named_digests(text), tree)
         text = PACKAGE_KEYS.sub(r"\1KEY<", APP_KEYS.sub(r"\1KEY<", text))
@@ -72,14 +73,10 @@ def text_lines(data, tree):
 
 
 def package_size_checked(text, tree):
-    """A manifest's package size as such when it is that of the archive beside it."""
-    name = BUNDLE_FILE.search(text)
-    archive = tree.files.get(name[1]) if name else None
-    if archive is None:
-        return text
+    """A manifest's package size as such when an app's archive beside it is of this size."""
+    sizes = {len(content) for path, content in tree.files.items() if path.endswith(".ipa")}
     return PACKAGE_SIZE.sub(
-        lambda match: match[1] + ("SIZE" if int(match[2]) == len(archive) else match[2]) + match[3],
-        text)
+        lambda match: match[1] + ("SIZE" if int(match[2]) in sizes else match[2]) + match[3], text)
 
 
 def binary_plist_lines(data, tree):
@@ -123,11 +120,26 @@ def archive_lines(data, tree):
     """All entries of an archive in their order, with what they hold."""
     with zipfile.ZipFile(io.BytesIO(data)) as archive:
         entries = archive.infolist()
-        files = {entry.filename: archive.read(entry) for entry in entries if not entry.is_dir()}
-        inner = Tree(files, tree.masks)
+        files = {entry.filename: unpacked(archive, entry)
+                 for entry in entries if not entry.is_dir()}
+        inner = Tree({name: data for name, data in files.items() if data is not None}, tree.masks)
         yield f"archive of {len(entries)} entries, comment {archive.comment!r}"
         for entry in entries:
             yield from entry_lines(data, entry, files.get(entry.filename), inner)
+
+
+def unpacked(archive, entry):
+    """The contents of an entry; none when they are damaged, encrypted or packed in another way."""
+    try:
+        return archive.read(entry)
+    except (zipfile.BadZipFile, zlib.error, RuntimeError, EOFError):
+        return None
+
+
+def packed_bytes(data, entry):
+    name, extra = struct.unpack_from("<HH", data, entry.header_offset + 26)
+    start = entry.header_offset + 30 + name + extra
+    return data[start:start + entry.compress_size]
 
 
 def entry_lines(data, entry, content, tree):
@@ -138,6 +150,8 @@ def entry_lines(data, entry, content, tree):
            f"date {entry_date(entry, tree.masks)} [{extra_fields(entry.extra, tree.masks)}]")
     yield "  " + local_header(data, entry, tree.masks)
     if content is None:
+        packed = packed_bytes(data, entry)
+        yield f"  as packed: {len(packed)} bytes {hashlib.sha256(packed).hexdigest()}"
         return
     lines = describe(entry.filename, content, tree)
     # The packed size belongs to the very bytes, which differ where something was masked.
@@ -151,4 +165,4 @@ def is_same_each_time(content, lines, tree):
         return tree.masks.text(content.decode("utf-8")) == content.decode("utf-8") and not any(
             "<data>sha" in line or "KEY<" in line or "<data>code" in line for line in lines)
     return not any(word in line for line in lines
-                   for word in ("NOW", "UUID", "signed attributes", "archive of"))
+                   for word in ("NOW", "UUID", "signed attributes", "archive of", "slot -"))

@@ -66,8 +66,22 @@ def directory_digest(directory):
     return hashlib.new(HASHES.get(directory[37], "sha256"), directory).digest()
 
 
+def is_blob(data):
+    """Whether this is a part of a signature that stands in a file of its own."""
+    if len(data) < 48:
+        return False
+    kind, size = struct.unpack_from(">II", data)
+    return kind in (DIRECTORY, MESSAGE) and size == len(data)
+
+
+def lone_blob_lines(data, tree):
+    yield from blob_lines(0, struct.unpack_from(">I", data)[0], data, tree)
+
+
 def code_digests(data):
     """The digests by which code is named: those of all code directories of a file."""
+    if is_blob(data) and data[:4] == DIRECTORY.to_bytes(4, "big"):
+        yield directory_digest(data)
     if not is_macho(data):
         return
     for _, image in slices(data):

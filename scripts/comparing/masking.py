@@ -38,6 +38,8 @@ class Masks:
             (r"Tovrek\[\d+\]", "Tovrek[PID]"),
             # A scratch file that is named after the time.
             (r"/\d{12}\.der\b", "/TIME.der"),
+            # The thread that OpenSSL names in its messages.
+            (r"(?m)^[0-9A-F]{8,16}:error:", "THREAD:error:"),
             # Where a file is mapped; the place in its page stays.
             (r"\b0x7[0-9a-f]{8}([0-9a-f]{3})\b", r"0xPAGE\1"),
             (UUID, "UUID"),

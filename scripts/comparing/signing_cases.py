@@ -170,9 +170,10 @@ def keychains():
     yield several("names", "security", [
         ("create-keychain", "-p", "", "a", "b.keychain-db", "./own.keychain"), ("list-keychains",),
         ("create-keychain",), ("create-keychain", "-p", "x"), ("delete-keychain", "a", "gone"),
-        ("delete-keychain", "work"), ("delete-keychain", "IN/folder"), ("list-keychain",),
+        ("delete-keychain", "work"), ("delete-keychain", "folder"), ("list-keychain",),
         ("default-keychain", "-s", "gone"), ("default-keychain", "-s"), ("find-identity", "gone"),
-        ("list-keychains", "-s"), ("list-keychains", "-d", "odd"), ("list",), ("lock-keychain",)])
+        ("list-keychains", "-s"), ("list-keychains", "-d", "odd"), ("list",), ("lock-keychain",)],
+        files={"folder": "folder"})
 
 
 def items():
@@ -278,9 +279,11 @@ def helps():
     yield several("help of all", "security",
                   [("help", *names), ("help", "odd"), ("help", "list", "set"), ("set",), ("odd",)])
     for name in names:
+        # What a bare export prints is encrypted and never twice the same.
+        short = [(name[:5],)] if name != "export" else []
         yield several("wrong " + name, "security", [
             (name, "--help"), (name, "-?"), (name, "-Q", "x"), (name, "gone"), (name, "-k"),
-            (name, "-c"), (name, "a", "b", "c"), (name[:6],)])
+            (name, "-c"), (name, "a", "b", "c"), *short])
 
 
 def cases(_images, _real):

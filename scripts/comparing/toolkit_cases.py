@@ -89,8 +89,8 @@ def wrap_outputs():
             "in missing folder": ("-out", "gone/Out.wex"), "as archive": ("-out", "Out.zip"),
             "bundle as package": ("-outBundle", "Bundle.wex"), "blanks": ("-out", " Out two.wex "),
             "capital": ("-out", "Out.WEX"), "with a dot": ("-out", "Out.1.wex"),
-            "a folder": ("-out", "IN/folder")}.items():
-        yield wrap("output " + name, out=out)
+            "folder": ("-out", "folder")}.items():
+        yield wrap("output " + name, out=out, files={"folder": "folder"})
     yield wrap("output replaced", files={"Out.wex": "notes.txt"})
     yield wrap("output folder read-only", out=("-out", "/proc/Out.wex"))
     for level in range(6):
@@ -99,7 +99,8 @@ def wrap_outputs():
     yield wrap("log by default", log=(), own_toolkit=True)
     yield wrap("log in missing folder", log=("-logFile", "gone/log.txt", "-logWriteLevel", "4"))
     yield wrap("log appended to", files={"log.txt": "notes.txt"})
-    yield wrap("log is a folder", log=("-logFile", "IN/folder", "-logWriteLevel", "3"))
+    yield wrap("log is a folder", log=("-logFile", "folder", "-logWriteLevel", "3"),
+               files={"folder": "folder"})
 
 
 def identities_and_profiles():

@@ -91,5 +91,11 @@ class Workspace:
             os.chmod(path, 0o755)
             os.utime(path, (INSTALLED, INSTALLED))
 
+    def input_state(self):
+        """What the inputs are: cases have to leave them alone, as both builds use them."""
+        return {path: (info.st_mode, info.st_size, info.st_mtime_ns)
+                for base, folders, files in os.walk(self.inputs) for name in folders + files
+                for path in [os.path.join(base, name)] for info in [os.lstat(path)]}
+
     def companion(self, name):
         return os.path.join(self.toolkit, "host", "usr", "bin", name)
