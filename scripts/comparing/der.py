@@ -36,7 +36,9 @@ def items(data):
 
 
 def digits(data):
-    return data.hex() if len(data) <= 64 else f"{len(data)} bytes {hashlib.sha256(data).hexdigest()}"
+    if len(data) <= 64:
+        return data.hex()
+    return f"{len(data)} bytes {hashlib.sha256(data).hexdigest()}"
 
 
 def attribute_lines(attribute, tree):

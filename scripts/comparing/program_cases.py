@@ -228,7 +228,8 @@ def small_ones():
     yield each("pkgutil/all", [("pkgutil", *words) for words in (
         ("--pkgs",), ("--pkgs=.*CLI",), ("--pkgs", ".*Tools.*"), ("--pkgs=none",), ("--pkgs=(",),
         ("--pkg-info", tools), ("--pkg-info=" + line,), ("--pkg-info-plist", tools),
-        ("--pkg-info", "none"), ("--volume", "/", "--pkgs"), ("--pkg-info",), ("--pkgs", "a", "b"))])
+        ("--pkg-info", "none"), ("--volume", "/", "--pkgs"), ("--pkg-info",),
+        ("--pkgs", "a", "b"))])
 
 
 def real_programs(names):

@@ -123,8 +123,9 @@ def changed_apps():
             "link out": ("ln", "-s", "/etc/passwd", "App.app/link"),
             "executable replaced": ("cp", "IN/damaged/signature-0", "App.app/Fieldbook")}.items():
         yield Case("codesign/" + name, [
-            list(command), ["codesign", "-v", "App.app"], ["codesign", "-vvv", "--strict", "App.app"],
-            ["codesign", "-d", "-vv", "App.app"], ["codesign", "-f", "-s", ADMIN, "App.app"],
+            list(command), ["codesign", "-v", "App.app"],
+            ["codesign", "-vvv", "--strict", "App.app"], ["codesign", "-d", "-vv", "App.app"],
+            ["codesign", "-f", "-s", ADMIN, "App.app"],
             ["codesign", "-v", "--strict", "App.app"]], files=APP)
     yield several("remove", "codesign", [
         ("--remove-signature", "code"), ("--remove-signature", "code"), ("-d", "code"),

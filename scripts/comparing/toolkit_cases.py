@@ -33,7 +33,8 @@ def set_info(name, *options, app="IN/App.wex", out=OUT, log=LOG, **more):
 def sdk_prep(name, *options, app="Gauge.app", required=REQUIRED, log=LOG, **more):
     more.setdefault("files", {"Gauge.app": app} if app else {})
     return Case("sdk-prep/" + name,
-                [["Tovrek", "SdkPrep", "-in", "Gauge.app", *OUT, *required, *log, *options]], **more)
+                [["Tovrek", "SdkPrep", "-in", "Gauge.app", *OUT, *required, *log, *options]],
+                **more)
 
 
 def words(name, *arguments, **more):
@@ -104,12 +105,12 @@ def wrap_outputs():
 
 
 def identities_and_profiles():
-    by_hash = "0" * 40
-    for make, out in ((wrap, OUT), (sign, OUT)):
-        for name, cert in {"unknown": "iPhone Distribution: Nobody", "hash unknown": by_hash,
-                           "part": "iPhone Distribution: Example", "empty": "", "case": ADMIN.upper(),
-                           "developer": DEVELOPER, "blanks": f" {ADMIN} "}.items():
-            yield make("certificate " + name, cert=cert, profile=EXAMPLE, out=out)
+    certificates = {"unknown": "iPhone Distribution: Nobody", "hash unknown": "0" * 40,
+                    "part": "iPhone Distribution: Example", "empty": "", "case": ADMIN.upper(),
+                    "developer": DEVELOPER, "blanks": f" {ADMIN} "}
+    for make in (wrap, sign):
+        for name, cert in certificates.items():
+            yield make("certificate " + name, cert=cert, profile=EXAMPLE)
         yield make("no identities", cert=ADMIN, profile=EXAMPLE, keychain="keychain-empty")
         yield make("only other identity", cert=BRANCH, profile=OF_BRANCH,
                    keychain="keychain-admin")
@@ -161,9 +162,10 @@ def code_variants(images):
 
 def missing_parts():
     """Parts of the installed folder and of the host that are not there, and tools that fail."""
-    for part in ("Data", "Data/Orvane.bundle", "Data/OrvaneDylib.bundle", "Data/policy_metadata.xml",
-                 "Data/WEXSDK", "Data/ResourceRules.plist", "Data/strings-de.xml", "tovrek.conf",
-                 "Data/com.example.fieldbook_policy_metadata.xml", "logs",
+    for part in ("Data", "Data/Orvane.bundle", "Data/OrvaneDylib.bundle",
+                 "Data/policy_metadata.xml", "Data/WEXSDK", "Data/ResourceRules.plist",
+                 "Data/strings-de.xml", "Data/com.example.fieldbook_policy_metadata.xml",
+                 "tovrek.conf", "logs",
                  "Data/OrvaneDylib.bundle/OrvaneDylib.dylib",
                  "Data/OrvaneDylib.bundle/WexAssets.bundle"):
         yield wrap("without " + part, own_toolkit=True, without=("tovrek/" + part,))
