@@ -76,7 +76,7 @@ def text_lines(data, tree):
 
 def package_size_checked(text, tree):
     """A manifest's package size as such when an app's archive beside it is of this size."""
-    sizes = {len(content) for path, content in tree.files.items() if path.endswith(".ipa")}
+    sizes = {len(content) for path, content in tree.files.items() if path.lower().endswith(".ipa")}
     return PACKAGE_SIZE.sub(
         lambda match: match[1] + ("SIZE" if int(match[2]) in sizes else match[2]) + match[3], text)
 
