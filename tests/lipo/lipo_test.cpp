@@ -1,5 +1,6 @@
 // The companion `lipo` beside LLVM's.
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include "host/files.h"
 #include "macho/ArchName.h"
@@ -32,20 +33,30 @@ class LipoTest : public test::CompanionTest {
     EXPECT_EQ(outcome.status, 0) << file << " " << arch;
     return contents("slice");
   }
+
+  struct Case {
+    std::vector<std::string> words;
+    std::string reason;
+  };
+  void expectRefusal(const Case& refused) {
+    std::vector<std::string> words = refused.words;
+    words.insert(words.begin(), "lipo");
+    expectRun(words, 1, "",
+              fmt::format("fatal error: {}: {}\n", companion("lipo"), refused.reason));
+  }
 };
 
 TEST_F(LipoTest, TakesPartsOutAndPutsOthersIn) {
-  struct Case {
+  const struct {
     std::vector<std::string> words;
     std::string archs;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {{"-remove", "arm64"}, "armv7 x86_64"},
       {{"-remove", "armv7", "-remove", "x86_64"}, "arm64"},
       {{"-extract", "x86_64", "-extract", "armv7"}, "armv7 x86_64"},
       {{"-replace", "armv7", "other"}, "armv7 arm64 x86_64"},
   };
-  for (const Case& each : cases) {
+  for (const auto& each : cases) {
     std::vector<std::string> words = {"lipo", "fat", "-output", "out"};
     words.insert(words.end(), each.words.begin(), each.words.end());
     expectRun(words, 0, "");
@@ -60,10 +71,6 @@ TEST_F(LipoTest, TakesPartsOutAndPutsOthersIn) {
 }
 
 TEST_F(LipoTest, RefusesWhatMakesNoSense) {
-  struct Case {
-    std::vector<std::string> words;
-    std::string reason;
-  };
   const Case cases[] = {
       {{"fat", "-remove", "i386"},
        "-remove i386 specified but fat file: fat does not contain that architecture"},
@@ -82,11 +89,65 @@ TEST_F(LipoTest, RefusesWhatMakesNoSense) {
        "only one action can be specified, not -thin too"},
       {{"fat", "-replace", "armv7"}, "missing argument to -replace option"},
   };
-  for (const Case& each : cases) {
-    std::vector<std::string> words = {"lipo", "-output", "out"};
-    words.insert(words.end(), each.words.begin(), each.words.end());
-    expectRun(words, 1, "", fmt::format("fatal error: {}: {}\n", companion("lipo"), each.reason));
+  for (Case each : cases) {
+    each.words.insert(each.words.begin(), {"-output", "out"});
+    expectRefusal(each);
     EXPECT_FALSE(fileExists(folder_.file("out")));
+  }
+}
+
+TEST_F(LipoTest, AnswersQuestions) {
+  expectRun({"lipo", "-info", "a64"}, 0, "Non-fat file: a64 is architecture: arm64\n");
+  expectRun({"lipo", "fat", "-info"}, 0,
+            "Architectures in the fat file: fat are: armv7 arm64 x86_64 \n");
+  expectRun({"lipo", "-archs", "fat"}, 0, "armv7 arm64 x86_64\n");
+  expectRun({"lipo", "fat", "-verify_arch", "armv7", "arm64"}, 0, "");
+  expectRun({"lipo", "fat", "-verify_arch", "armv7", "armv7s"}, 1, "");
+  expectRun({"lipo", "-verify_arch", "arm64", "a64"}, 0, "");
+  expectRun({"lipo", "a64", "-verify_arch", "arm64e"}, 1, "");
+  EXPECT_NE(run({"lipo", "fat", "-detailed_info"})
+                .output.find("    offset 32768\n    size 16384\n    align 2^14 (16384)\n"),
+            std::string::npos);
+}
+
+TEST_F(LipoTest, SplitsAndJoinsBackToTheSameBytes) {
+  const std::string joined =
+      test::buildFat({{test::kArmv7, contents("v7")}, {test::kArm64, contents("a64")}});
+  ::chmod(folder_.write("two", joined).c_str(), 0750);
+  expectRun({"lipo", "two", "-thin", "armv7", "-output", "7"}, 0, "");
+  expectRun({"lipo", "-thin", "arm64", "-output", "64", "two"}, 0, "");
+  EXPECT_EQ(contents("7"), contents("v7"));
+  EXPECT_EQ(contents("64"), contents("a64"));
+  EXPECT_EQ(fileMode(folder_.file("7")), 0750u);
+  expectRun({"lipo", "7", "64", "-create", "-output", "out"}, 0, "");
+  EXPECT_EQ(contents("out"), joined);
+  EXPECT_EQ(fileMode(folder_.file("out")), 0755u);
+}
+
+TEST_F(LipoTest, RefusesWithoutTouchingTheOutput) {
+  folder_.write("text", "no program");
+  folder_.write("broken", "\xca\xfe\xba\xbe\x7f\xff\xff\xff");
+  folder_.write("out", "as it was");
+  const Case cases[] = {
+      {{"v7", "-thin", "armv7", "-output", "out"},
+       "input file (v7) must be a fat file when the -thin option is specified"},
+      {{"fat", "-thin", "i386", "-output", "out"},
+       "fat input file (fat) does not contain the specified architecture (i386) to thin it to"},
+      {{"a64", "fat", "-create", "-output", "out"},
+       "a64 and fat have the same architectures (arm64) and can't be in the same fat output file"},
+      {{"text", "-create", "-output", "out"}, "can't figure out the architecture type of: text"},
+      {{"broken", "-info"},
+       "malformed fat file: broken (table of 2147483647 architectures extends beyond the file)"},
+      {{"-create", "-output", "out"}, "no input files specified"},
+      {{"v7", "-create"}, "no output file specified"},
+      {{"v7", "-thin", "z80", "-output", "out"},
+       std::string(macho::kUnknownArchFlag) + ": -thin z80"},
+      {{"v7", "-wings"}, "unknown flag: -wings"},
+      {{"none", "-info"}, "can't open input file: none (No such file or directory)"},
+  };
+  for (const Case& each : cases) {
+    expectRefusal(each);
+    EXPECT_EQ(contents("out"), "as it was");
   }
 }
 

@@ -1,4 +1,4 @@
-#include "tests/otool/ListingTest.h"
+#include "tests/support/listing/ListingTest.h"
 
 #include <gmock/gmock.h>
 
