@@ -45,8 +45,7 @@ template <class Order>
 std::string tables(uint32_t importsFormat, uint32_t symbolsFormat = 0) {
   constexpr bool kBig = std::is_same_v<Order, BigEndian>;
   const test::TestArch arch{"", kBig, false, 0, 0};
-  const uint32_t sizes[] = {0, 4, 8, 16};
-  const uint32_t size = sizes[importsFormat % 4];
+  const uint32_t size = importsFormat == 3 ? 16 : importsFormat == 2 ? 8 : 4;
   std::string bytes;
   for (const uint32_t word : {0u, 28u, 36u, 36 + 2 * size, 2u, importsFormat, symbolsFormat}) {
     bytes += test::stored(arch, word, 4);
