@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "signing/bytes.h"
+#include "host/bytes.h"
 
 namespace tovrek::signing {
 namespace {

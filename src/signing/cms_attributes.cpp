@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <ctime>
 
+#include "host/bytes.h"
 #include "signing/XmlPlistWriter.h"
-#include "signing/bytes.h"
 #include "signing/requirements.h"
 
 namespace tovrek::signing {
