@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
+#include "host/bytes.h"
 #include "macho/FatFile.h"
 #include "macho/layout.h"
-#include "signing/bytes.h"
 
 namespace tovrek::signing {
 namespace {
