@@ -1,26 +1,18 @@
-// Which icons an app has, and their sizes.
+#include "package/bundle_icons.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 
-#include "formats/XmlDocument.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "icons/IconConverter.h"
-#include "log/module_loggers.h"
-#include "package/AppBundle.h"
-#include "package/HelperMethods.h"
 
 namespace tovrek {
 namespace {
 
 constexpr std::string_view kPng = ".png";
 constexpr const char* kIconFiles = "CFBundleIconFiles";
-
-void logError(const std::string& text) {
-  Global_ManifestLib_logger().logError(text);
-}
 
 bool endsWithPng(std::string_view name) {
   return name.size() > kPng.size() &&
@@ -97,11 +89,12 @@ bool hasFile(const AppBundle& bundle, const std::string& name) {
   return path && isPlainFile(*path);
 }
 
-std::optional<std::string> fileForIconName(const AppBundle& bundle, const std::string& name) {
+std::optional<std::string> fileForIconName(const AppBundle& bundle, const std::string& name,
+                                           const WrapperLogger& logger) {
   if (!isPlainName(name)) return std::nullopt;
   const std::string file = stemOf(name) + std::string(kPng);
   if (hasFile(bundle, file)) return file;
-  return HelperMethods::findAndCreateMatchingPatternForFile(name, bundle.path());
+  return findAndCreateMatchingPatternForFile(name, bundle.path(), logger);
 }
 
 // How far a file "<stem><rest>.png" is from the icon itself: exact scales before those of one
@@ -133,38 +126,22 @@ std::optional<std::string> bestMatch(const AppBundle& bundle, const std::string&
   return best;
 }
 
-// Sets `child` of the manifest's entry for an icon. A name with a double quote mark in it cannot
-// be asked for by XPath and counts as missing.
-bool setIconSize(XmlDocument& manifest, const std::string& iconFileName, const std::string& child,
-                 const std::string& value) {
-  const std::string xpath = fmt::format(
-      "./MobileAppPackage/MobileApp/Icons/Icon[IconFile=\"{}\"]/{}", iconFileName, child);
-  std::optional<std::vector<XmlNode>> nodes;
-  if (iconFileName.find('"') == std::string::npos) nodes = manifest.find(xpath);
-  if (!nodes || nodes->empty()) {
-    logError(fmt::format("Could not find icons file {} ", child));
-    return false;
-  }
-  for (XmlNode& node : *nodes) node.setText(value);
-  return true;
-}
-
 }  // namespace
 
-std::optional<std::vector<std::string>> HelperMethods::readIconsDetailsFromAppBundle(
-    const AppBundle& bundle) {
+std::optional<std::vector<std::string>> readIconsDetailsFromAppBundle(const AppBundle& bundle,
+                                                                      const WrapperLogger& logger) {
   std::vector<std::string> files;
   int index = -1;
   for (const PlistValue& entry : listedIconNames(bundle)) {
     index++;
     const std::string* name = entry.string();
     if (name == nullptr || name->empty()) {
-      logError(fmt::format("File index {} does not contain icon entrty", index));
+      logger.logError(fmt::format("File index {} does not contain icon entrty", index));
       continue;
     }
-    const std::optional<std::string> file = fileForIconName(bundle, *name);
+    const std::optional<std::string> file = fileForIconName(bundle, *name, logger);
     if (!file) {
-      logError(fmt::format(
+      logger.logError(fmt::format(
           "File {} does not exist. Not adding to the list of icons in manifest.xml.", *name));
       continue;
     }
@@ -174,36 +151,15 @@ std::optional<std::vector<std::string>> HelperMethods::readIconsDetailsFromAppBu
   return files;
 }
 
-IconResolution HelperMethods::LoadIconImage(const std::string& path) {
-  const std::optional<ImageSize> size = readPngSize(path);
-  if (!size) return {};
-  return {std::to_string(size->width), std::to_string(size->height)};
-}
-
-bool HelperMethods::ModifyIconFileRes(const std::string& packageFolder,
-                                      const std::string& iconFileName,
-                                      const std::string& iconPath) {
-  const std::string manifestPath = joinPath(packageFolder, "manifest.xml");
-  ErrorText error;
-  std::optional<XmlDocument> manifest = XmlDocument::readFile(manifestPath, &error);
-  if (!manifest) {
-    logError(fmt::format("Could not read from {}: {}", manifestPath, error.text()));
-    return false;
-  }
-  const IconResolution size = LoadIconImage(iconPath);
-  const bool widthSet = setIconSize(*manifest, iconFileName, "xRes", size.xRes);
-  const bool heightSet = setIconSize(*manifest, iconFileName, "yRes", size.yRes);
-  return manifest->save(manifestPath, XmlLayout::kCompact) && widthSet && heightSet;
-}
-
-std::optional<std::string> HelperMethods::findAndCreateMatchingPatternForFile(
-    const std::string& iconName, const std::string& bundlePath) {
+std::optional<std::string> findAndCreateMatchingPatternForFile(const std::string& iconName,
+                                                               const std::string& bundlePath,
+                                                               const WrapperLogger& logger) {
   const std::optional<AppBundle> bundle = AppBundle::open(bundlePath);
   if (!bundle || iconName.empty() || !isPlainName(iconName)) return std::nullopt;
   const std::string stem = stemOf(iconName);
   const std::string file = stem + std::string(kPng);
   if (hasFile(*bundle, file)) {
-    Global_ManifestLib_logger().logWarning(
+    logger.logWarning(
         fmt::format("File {} already exists in app bundle. There wasn't any need to run through "
                     "this method.",
                     file));
@@ -211,10 +167,10 @@ std::optional<std::string> HelperMethods::findAndCreateMatchingPatternForFile(
   }
   const std::optional<std::string> match = bestMatch(*bundle, stem);
   if (!match) return std::nullopt;
-  // An own converter, so that the settings of the shared one stay as they are.
+  // An own converter, so that the settings of the run's stay as they are.
   IconConverter converter;
   if (!converter.makeStandardIcon(joinPath(bundlePath, *match), joinPath(bundlePath, file))) {
-    logError(
+    logger.logError(
         fmt::format("ERROR! Could not convert iOS icon PNG files to Standard format, or file "
                     "{} does not exists",
                     *match));

@@ -1,10 +1,9 @@
-#include "package/WEX_Base64.h"
+#include "formats/WEX_Base64.h"
 
 #include <algorithm>
 #include <cstdint>
 
 #include "formats/utf8.h"
-#include "package/KeyedArchiver.h"
 
 namespace tovrek {
 namespace {
@@ -14,7 +13,27 @@ constexpr size_t kColumns = 64;
 constexpr std::string_view kDigits =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-std::string encodeBytes(std::string_view bytes) {
+int digitValue(char digit) {
+  if (digit >= 'A' && digit <= 'Z') return digit - 'A';
+  if (digit >= 'a' && digit <= 'z') return digit - 'a' + 26;
+  if (digit >= '0' && digit <= '9') return digit - '0' + 52;
+  if (digit == '+') return 62;
+  return digit == '/' ? 63 : -1;
+}
+
+}  // namespace
+
+std::string WEX_Base64::encode(std::string_view text) {
+  const std::string digits = encodeWithoutLinebreaks(text);
+  std::string lines;
+  for (size_t at = 0; at < digits.size(); at += kColumns) {
+    if (at > 0) lines += "\r\n";
+    lines.append(digits, at, kColumns);
+  }
+  return lines;
+}
+
+std::string WEX_Base64::encodeWithoutLinebreaks(std::string_view bytes) {
   std::string text;
   text.reserve((bytes.size() + 2) / 3 * 4);
   for (size_t at = 0; at < bytes.size(); at += 3) {
@@ -30,16 +49,7 @@ std::string encodeBytes(std::string_view bytes) {
   return text;
 }
 
-int digitValue(char digit) {
-  if (digit >= 'A' && digit <= 'Z') return digit - 'A';
-  if (digit >= 'a' && digit <= 'z') return digit - 'a' + 26;
-  if (digit >= '0' && digit <= '9') return digit - '0' + 52;
-  if (digit == '+') return 62;
-  return digit == '/' ? 63 : -1;
-}
-
-// Groups of four digits, the last one padded with "=" to that length; nothing else.
-std::optional<std::string> decodeBytes(std::string_view digits) {
+std::optional<std::string> WEX_Base64::decodeBytes(std::string_view digits) {
   if (digits.size() % 4 != 0) return std::nullopt;
   size_t padding = 0;
   while (padding < 2 && digits.ends_with('=')) {
@@ -63,22 +73,6 @@ std::optional<std::string> decodeBytes(std::string_view digits) {
   return bytes;
 }
 
-}  // namespace
-
-std::string WEX_Base64::encode(std::string_view text) {
-  const std::string digits = encodeBytes(text);
-  std::string lines;
-  for (size_t at = 0; at < digits.size(); at += kColumns) {
-    if (at > 0) lines += "\r\n";
-    lines.append(digits, at, kColumns);
-  }
-  return lines;
-}
-
-std::string WEX_Base64::encodeWithoutLinebreaks(std::string_view text) {
-  return encodeBytes(text);
-}
-
 std::optional<std::string> WEX_Base64::decode(std::string_view text) {
   std::string digits(text);
   std::erase_if(digits, [](char c) { return c == '\r' || c == '\n'; });
@@ -92,16 +86,6 @@ std::optional<std::string> WEX_Base64::decode(std::string_view text) {
   const bool readable =
       hadMinus ? std::all_of(bytes->begin(), bytes->end(), isAscii) : isUtf8(*bytes);
   return readable ? bytes : std::nullopt;
-}
-
-std::string WEX_Base64::encodeObject(const PlistValue& object) {
-  return encodeWithoutLinebreaks(encodeBytes(archiveObject(object)));
-}
-
-std::optional<PlistValue> WEX_Base64::objectDecode(std::string_view text) {
-  const std::optional<std::string> inner = decode(text);
-  const std::optional<std::string> archive = inner ? decodeBytes(*inner) : std::nullopt;
-  return archive ? unarchiveObject(*archive) : std::nullopt;
 }
 
 }  // namespace tovrek

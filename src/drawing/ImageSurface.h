@@ -1,4 +1,4 @@
-// Drawing surfaces of 32-bit pixels (cairo), and the size of a PNG file.
+// Drawing surfaces of 32-bit pixels (cairo).
 #pragma once
 
 #include <cstdint>
@@ -6,20 +6,10 @@
 #include <optional>
 #include <string>
 
+#include "formats/png_size.h"
 #include "host/ErrorText.h"
 
 namespace tovrek {
-
-// In pixels.
-struct ImageSize {
-  uint32_t width = 0;
-  uint32_t height = 0;
-  bool operator==(const ImageSize&) const = default;
-};
-
-// Width and height of a PNG file, read from its IHDR chunk (the first, or the second after the
-// chunk that platform-optimised files start with). None for anything else.
-std::optional<ImageSize> readPngSize(const std::string& path);
 
 // A pixel surface, transparent when new.
 class ImageSurface {

@@ -14,4 +14,8 @@ std::string archiveObject(const PlistValue& value);
 // None for anything but an archive of such a value. Objects that hold themselves are refused.
 std::optional<PlistValue> unarchiveObject(std::string_view archive);
 
+// An archive of the value as text: in base64, twice.
+std::string encodeObject(const PlistValue& object);
+std::optional<PlistValue> objectDecode(std::string_view text);
+
 }  // namespace tovrek

@@ -1,9 +1,8 @@
-// The Intune directory client and gateway resource in an app's Info.plist.
+#include "package/adal_settings.h"
+
 #include <fmt/format.h>
 
-#include "log/module_loggers.h"
-#include "package/HelperMethods.h"
-#include "package/MobileAppPackage.h"
+#include "package/value_text.h"
 
 namespace tovrek {
 namespace {
@@ -17,15 +16,19 @@ constexpr char kDefaultClientId[] = "6b1f0c52-3e84-4d0a-9a7b-58c2f1d6e493";
 constexpr char kDefaultResource[] =
     "https://directory.orvane.example/2d9e47a1-70c5-4b38-8f16-c3a5be02d874";
 
+struct Target {
+  WexInfoPlistModifier& infoPlist;
+  const WrapperLogger& logger;
+};
+
 // Stores one setting and logs how that went.
-bool store(WexInfoPlistModifier& infoPlist, const char* key, const std::string& value, bool update,
+bool store(const Target& target, const char* key, const std::string& value, bool update,
            const std::string& successText, const std::string& failureText) {
-  const WrapperLogger& logger = Global_ManifestLib_logger();
-  const bool stored = infoPlist.intuneMAMSettingsAddKey(key, value, update);
+  const bool stored = target.infoPlist.intuneMAMSettingsAddKey(key, value, update);
   if (stored) {
-    logger.logBasic(successText);
+    target.logger.logBasic(successText);
   } else {
-    logger.logError(failureText);
+    target.logger.logError(failureText);
   }
   return stored;
 }
@@ -34,19 +37,18 @@ bool hasLetters(const std::optional<std::string>& text) {
   return text && !text->empty();
 }
 
-bool replaceClientId(WexInfoPlistModifier& infoPlist,
-                     const std::optional<std::string>& adalClientID) {
+bool replaceClientId(const Target& target, const std::optional<std::string>& adalClientID) {
   if (!adalClientID) return true;  // the app's own value stands
   if (!adalClientID->empty()) {
     return store(
-        infoPlist, kClientKey, *adalClientID, true,
+        target, kClientKey, *adalClientID, true,
         fmt::format("Explicit AdalClientId parameter {} was updated in info.plist", *adalClientID),
         fmt::format(
             "Error:- Could not update with explicit AdalClientId parameter {} in info.plist",
             *adalClientID));
   }
   return store(
-      infoPlist, kClientKey, kDefaultClientId, true,
+      target, kClientKey, kDefaultClientId, true,
       fmt::format("Default NV WEX Multi Tenant AdalClientId {} was updated in info.plist",
                   kDefaultClientId),
       fmt::format(
@@ -54,16 +56,16 @@ bool replaceClientId(WexInfoPlistModifier& infoPlist,
           kDefaultClientId));
 }
 
-bool addClientId(WexInfoPlistModifier& infoPlist, const std::optional<std::string>& adalClientID) {
+bool addClientId(const Target& target, const std::optional<std::string>& adalClientID) {
   if (hasLetters(adalClientID)) {
     return store(
-        infoPlist, kClientKey, *adalClientID, false,
+        target, kClientKey, *adalClientID, false,
         fmt::format("Explicit AdalClientId parameter {} was stored in info.plist", *adalClientID),
         fmt::format("Error:- Could not store explicit AdalClientId parameter {} in info.plist",
                     *adalClientID));
   }
   return store(
-      infoPlist, kClientKey, kDefaultClientId, false,
+      target, kClientKey, kDefaultClientId, false,
       fmt::format("Default NV WEX Multi Tenant AdalClientId {} was stored in info.plist",
                   kDefaultClientId),
       fmt::format(
@@ -71,17 +73,17 @@ bool addClientId(WexInfoPlistModifier& infoPlist, const std::optional<std::strin
           kDefaultClientId));
 }
 
-bool storeResource(WexInfoPlistModifier& infoPlist, const std::optional<std::string>& nsgResource,
+bool storeResource(const Target& target, const std::optional<std::string>& nsgResource,
                    bool present) {
   if (hasLetters(nsgResource)) {
     return store(
-        infoPlist, kResourceKey, *nsgResource, true,
+        target, kResourceKey, *nsgResource, true,
         fmt::format("explicit adalNSGResource parameter {} was stored in info.plist", *nsgResource),
         fmt::format("Error:- Could not store explicit adalNSGResource parameter {} in info.plist",
                     *nsgResource));
   }
   const bool stored =
-      store(infoPlist, kResourceKey, kDefaultResource, false,
+      store(target, kResourceKey, kDefaultResource, false,
             fmt::format("default NV NSG ADAL Multi Tenant Resource {} was stored in info.plist",
                         kDefaultResource),
             fmt::format("Error:- Could not store default NV NSG ADAL Multi Tenant Resource {} in "
@@ -93,28 +95,29 @@ bool storeResource(WexInfoPlistModifier& infoPlist, const std::optional<std::str
 
 }  // namespace
 
-bool MobileAppPackage::updateInfoPlistObject(WexInfoPlistModifier& infoPlist,
-                                             const std::optional<std::string>& adalClientID,
-                                             const std::optional<std::string>& nsgResource) {
-  const WrapperLogger& logger = Global_ManifestLib_logger();
+bool updateInfoPlistObject(WexInfoPlistModifier& infoPlist,
+                           const std::optional<std::string>& adalClientID,
+                           const std::optional<std::string>& nsgResource,
+                           const WrapperLogger& logger) {
+  const Target target{infoPlist, logger};
   bool stored = true;
   if (const auto client = infoPlist.intuneMAMSettingsObjectForKey(kClientKey)) {
     logger.logBasic(fmt::format("IntuneMAMSettings AdalClientId {} setting found in info.plist",
-                                HelperMethods::returnString(&*client)));
-    stored = replaceClientId(infoPlist, adalClientID);
+                                returnString(&*client)));
+    stored = replaceClientId(target, adalClientID);
   } else {
     logger.logBasic("IntuneMAMSettings AdalClientId setting not found in info.plist");
-    stored = addClientId(infoPlist, adalClientID);
+    stored = addClientId(target, adalClientID);
   }
   const auto resource = infoPlist.intuneMAMSettingsObjectForKey(kResourceKey);
   if (resource) {
     logger.logBasic(
         fmt::format("IntuneMAMSettings NSG ADAL Resource  {} setting found in info.plist",
-                    HelperMethods::returnString(&*resource)));
+                    returnString(&*resource)));
   } else {
     logger.logBasic("IntuneMAMSettings NSG ADAL Resource setting not found in info.plist");
   }
-  return storeResource(infoPlist, nsgResource, resource.has_value()) && stored;
+  return storeResource(target, nsgResource, resource.has_value()) && stored;
 }
 
 }  // namespace tovrek

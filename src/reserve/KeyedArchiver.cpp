@@ -1,7 +1,8 @@
-#include "package/KeyedArchiver.h"
+#include "reserve/KeyedArchiver.h"
 
 #include <map>
 
+#include "formats/WEX_Base64.h"
 #include "host/clock.h"
 
 namespace tovrek {
@@ -142,6 +143,17 @@ std::optional<PlistValue> unarchiveObject(std::string_view archive) {
   const PlistValue::Array* objects = arrayForKey(*root, "$objects");
   if (top == nullptr || objects == nullptr) return std::nullopt;
   return Unarchiver(*objects).build(top->find("root"));
+}
+
+std::string encodeObject(const PlistValue& object) {
+  return WEX_Base64::encodeWithoutLinebreaks(
+      WEX_Base64::encodeWithoutLinebreaks(archiveObject(object)));
+}
+
+std::optional<PlistValue> objectDecode(std::string_view text) {
+  const std::optional<std::string> inner = WEX_Base64::decode(text);
+  const std::optional<std::string> archive = inner ? WEX_Base64::decodeBytes(*inner) : std::nullopt;
+  return archive ? unarchiveObject(*archive) : std::nullopt;
 }
 
 }  // namespace tovrek
