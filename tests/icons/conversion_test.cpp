@@ -266,7 +266,8 @@ TEST_F(Conversion, ChoosesBetweenConversionAndCopy) {
     std::string file = pngFile(noisePicture(4, 4, 4), form);
     if (!c.sound) file.resize(file.size() - 20);
     const std::string source = folder_.write("in/icon.png", file);
-    EXPECT_EQ(ConvertCopyIconFile(out.path(), source, c.outputName, "icon.png"), c.result);
+    EXPECT_EQ(converter_.ConvertCopyIconFile(out.path(), source, c.outputName, "icon.png"),
+              c.result);
     const std::string own = out.file("icon.png");
     EXPECT_EQ(decodedPng(own).has_value(), c.ownNameWritten);
     const std::string output = out.file(c.outputName);

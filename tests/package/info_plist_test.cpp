@@ -4,10 +4,10 @@
 #include <filesystem>
 
 #include "host/files.h"
-#include "log/module_loggers.h"
-#include "package/HelperMethods.h"
-#include "package/MobileAppPackage.h"
 #include "package/WexInfoPlistModifier.h"
+#include "package/adal_settings.h"
+#include "package/device_families.h"
+#include "package/url_schemes.h"
 #include "tests/package/package_testing.h"
 
 namespace tovrek::test {
@@ -57,26 +57,26 @@ class InfoPlist : public ::testing::Test {
  protected:
   WexInfoPlistModifier modifier(const PlistDictionary& info) {
     writeInfoPlist(bundle(), info);
-    return *WexInfoPlistModifier::initWithAppBundle(AppBundle::open(bundle()));
+    return *WexInfoPlistModifier::initWithAppBundle(AppBundle::open(bundle()), log_.logger());
   }
   std::string bundle() const { return folder_.file("X.app"); }
   std::string plistPath() const { return bundle() + "/Info.plist"; }
 
   TemporaryFolder folder_;
-  LogCapture log_{Global_ManifestLib_logger()};
+  LogCapture log_;
 };
 
 TEST_F(InfoPlist, LoadingNeedsEntries) {
-  EXPECT_FALSE(WexInfoPlistModifier::initWithAppBundle(std::nullopt));
+  EXPECT_FALSE(WexInfoPlistModifier::initWithAppBundle(std::nullopt, log_.logger()));
   EXPECT_TRUE(log_.holds("No app bundle provided to find Info.plist"));
   std::filesystem::create_directory(bundle());
   const auto opened = AppBundle::open(bundle());
-  EXPECT_FALSE(WexInfoPlistModifier::initWithAppBundle(opened));
+  EXPECT_FALSE(WexInfoPlistModifier::initWithAppBundle(opened, log_.logger()));
   EXPECT_TRUE(log_.holds("Error:- The path for Info.plist dont exist"));
   for (const std::string contents :
        {"", "junk", "<plist><array/></plist>", "<plist><dict/></plist>"}) {
     folder_.write("X.app/Info.plist", contents);
-    EXPECT_FALSE(WexInfoPlistModifier::initWithAppBundle(opened)) << contents;
+    EXPECT_FALSE(WexInfoPlistModifier::initWithAppBundle(opened, log_.logger())) << contents;
   }
   EXPECT_TRUE(log_.holds("The plist file " + plistPath() + " does not exist"));
 }
@@ -143,7 +143,7 @@ TEST_F(InfoPlist, UrlSchemes) {
   for (const auto& test : cases) {
     PlistDictionary info;
     info.set("CFBundleURLTypes", test.types);
-    EXPECT_TRUE(HelperMethods::AddURLScheme("new", test.group, info));
+    EXPECT_TRUE(AddURLScheme("new", test.group, info));
     EXPECT_EQ(urlSchemesOf(info), test.expected) << test.group;
   }
   auto edited = modifier(basicInfoPlist());
@@ -159,7 +159,7 @@ TEST_F(InfoPlist, UrlSchemes) {
 TEST_F(InfoPlist, Whitelist) {
   constexpr char kKey[] = "LSApplicationQueriesSchemes";
   PlistDictionary empty;
-  EXPECT_FALSE(HelperMethods::addURLSchemes({"a"}, empty));
+  EXPECT_FALSE(addURLSchemes({"a"}, empty, log_.logger()));
   EXPECT_TRUE(log_.holds("The info plist dictionary was empty"));
 
   auto fresh = modifier(basicInfoPlist());
@@ -186,9 +186,9 @@ TEST_F(InfoPlist, ExcludedDevices) {
                {{Array{}}, ""}, {{0}, ""},       {{-1, 2}, "iphone"}};
   for (const auto& test : cases) {
     const PlistValue devices(test.families);
-    EXPECT_EQ(HelperMethods::getExcludedDevicesStringFromDevicesArray(&devices), test.expected);
+    EXPECT_EQ(getExcludedDevicesStringFromDevicesArray(&devices, log_.logger()), test.expected);
   }
-  EXPECT_EQ(HelperMethods::getExcludedDevicesStringFromDevicesArray(nullptr), "");
+  EXPECT_EQ(getExcludedDevicesStringFromDevicesArray(nullptr, log_.logger()), "");
   EXPECT_TRUE(log_.holds("incompatable datatype for UIDeviceFamily"));
 }
 
@@ -261,9 +261,8 @@ TEST_F(InfoPlist, AdalValues) {
     if (test.resource) settings.set("NSGADALResource", *test.resource);
     if (!settings.empty()) info.set("IntuneMAMSettings", settings);
     auto edited = modifier(info);
-    const LogCapture log(Global_ManifestLib_logger());
-    EXPECT_TRUE(
-        MobileAppPackage::updateInfoPlistObject(edited, test.givenClient, test.givenResource));
+    LogCapture log;
+    EXPECT_TRUE(updateInfoPlistObject(edited, test.givenClient, test.givenResource, log.logger()));
     EXPECT_TRUE(log.holds(test.logged)) << log.text();
     const PlistDictionary& result =
         *dictionaryForKey(edited.plistDictionary(), "IntuneMAMSettings");

@@ -1,7 +1,7 @@
+// The policy defaults file, and the check of policy files.
 #include <gtest/gtest.h>
 
 #include "formats/XmlDocument.h"
-#include "log/module_loggers.h"
 #include "package/WEXPolicyMetadata.h"
 #include "package/XMParserHelper.h"
 #include "tests/package/package_testing.h"
@@ -57,10 +57,10 @@ TEST(PolicyMetadata, DefaultsFromDefinitions) {
       {"only such names", policy("1st", "1"), true, 1, "", false},
   };
   TemporaryFolder folder;
-  const LogCapture log(Global_ManifestLib_logger());
+  LogCapture log;
   for (const auto& test : cases) {
     SCOPED_TRACE(test.what);
-    WEXPolicyMetadata metadata;
+    WEXPolicyMetadata metadata(log.logger());
     EXPECT_TRUE(metadata.success());
     const std::string definition = "<PolicyMetadata>" + test.definition + "</PolicyMetadata>";
     EXPECT_EQ(metadata.startParsingXMLFile(folder.write("in.xml", definition)), test.parsed);
@@ -74,7 +74,8 @@ TEST(PolicyMetadata, DefaultsFromDefinitions) {
 
 TEST(PolicyMetadata, IndentedByFourBlanks) {
   TemporaryFolder folder;
-  WEXPolicyMetadata metadata;
+  LogCapture log;
+  WEXPolicyMetadata metadata(log.logger());
   ASSERT_TRUE(metadata.startParsingXMLFile(folder.write(
       "in.xml", "<PolicyMetadata>" + policy("EnableLogging", "true") + "</PolicyMetadata>")));
   ASSERT_TRUE(metadata.generateDefaultWexPolicesXMLAtFilePath(folder.file("out.xml")));
@@ -89,24 +90,25 @@ TEST(PolicyMetadata, IndentedByFourBlanks) {
 
 TEST(PolicyMetadata, OtherRootAndMissingFileFailForGood) {
   TemporaryFolder folder;
-  WEXPolicyMetadata metadata;
+  LogCapture log;
+  WEXPolicyMetadata metadata(log.logger());
   EXPECT_FALSE(metadata.startParsingXMLFile(folder.file("missing.xml")));
   const std::string good =
       folder.write("good.xml", "<PolicyMetadata>" + policy("A", "1") + "</PolicyMetadata>");
   EXPECT_FALSE(metadata.startParsingXMLFile(good));
   EXPECT_EQ(metadata.marrXMLData().size(), 1u);
-  WEXPolicyMetadata other;
+  WEXPolicyMetadata other(log.logger());
   EXPECT_FALSE(other.startParsingXMLFile(
       folder.write("other.xml", "<Policies>" + policy("A", "1") + "</Policies>")));
 }
 
 TEST(PolicyMetadata, WellFormednessCheck) {
-  const LogCapture log(Global_ManifestLib_logger());
-  XMParserHelper good;
+  LogCapture log;
+  XMParserHelper good(log.logger());
   EXPECT_TRUE(good.initXMLParser("<?xml version='1.0'?><a><b/></a>"));
   EXPECT_FALSE(good.parserError());
   EXPECT_EQ(log.text(), "");
-  XMParserHelper bad;
+  XMParserHelper bad(log.logger());
   EXPECT_FALSE(bad.initXMLParser("<a>\n<b></a>"));
   ASSERT_TRUE(bad.parserError());
   EXPECT_EQ(bad.parserError()->find("line 2: "), 0u) << *bad.parserError();

@@ -1,13 +1,19 @@
 // Surfaces and composed images.
+#include "drawing/composed_images.h"
+
 #include <gtest/gtest.h>
 
-#include "host/files.h"
-#include "package/HelperMethods.h"
 #include "tests/support/PngBuilder.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace tovrek {
 namespace {
+
+WrapperLogger quiet() {
+  WrapperLogger logger("Drawing", std::nullopt);
+  logger.setLogDisplayLevel(0);
+  return logger;
+}
 
 // A standard file of one colour.
 std::string plain(uint32_t width, uint32_t height, const std::vector<uint8_t>& colour) {
@@ -24,7 +30,7 @@ TEST(Drawing, CentresTheOverlay) {
   test::TemporaryFolder folder;
   const std::string red = folder.write("red.png", plain(6, 4, {255, 0, 0}));
   const std::string blue = folder.write("blue.png", plain(2, 2, {0, 0, 255, 255}));
-  const std::optional<ImageSurface> image = HelperMethods::overLayImage(blue, red);
+  const std::optional<ImageSurface> image = overLayImage(blue, red, quiet());
   ASSERT_TRUE(image);
   EXPECT_EQ(image->size(), (ImageSize{6, 4}));
   for (uint32_t y = 0; y < 4; y++) {
@@ -34,7 +40,7 @@ TEST(Drawing, CentresTheOverlay) {
     }
   }
   // A larger overlay covers the background and is cut off.
-  const std::optional<ImageSurface> covered = HelperMethods::overLayImage(red, blue);
+  const std::optional<ImageSurface> covered = overLayImage(red, blue, quiet());
   ASSERT_TRUE(covered);
   EXPECT_EQ(covered->size(), (ImageSize{2, 2}));
   EXPECT_EQ(covered->pixel(1, 1), 0xffff0000);
@@ -51,7 +57,7 @@ TEST(Drawing, BlendsTranslucentPixels) {
   test::TemporaryFolder folder;
   const std::string white = folder.write("w.png", plain(1, 1, {255, 255, 255}));
   const std::string half = folder.write("h.png", plain(1, 1, {255, 0, 0, 128}));
-  const std::optional<ImageSurface> image = HelperMethods::overLayImage(half, white);
+  const std::optional<ImageSurface> image = overLayImage(half, white, quiet());
   ASSERT_TRUE(image);
   EXPECT_EQ(image->pixel(0, 0), 0xffff7f7f);
 }
@@ -64,13 +70,13 @@ TEST(Drawing, RefusesWhatCannotBeDrawn) {
   const std::string cut = folder.write("c.png", plain(9, 9, {1, 2, 3}).substr(0, 50));
   const std::string text = folder.write("t.png", "text");
   for (const std::string& bad : {bomb, cut, text, folder.file("none")}) {
-    EXPECT_FALSE(HelperMethods::overLayImage(bad, good)) << bad;
-    EXPECT_FALSE(HelperMethods::overLayImage(good, bad)) << bad;
+    EXPECT_FALSE(overLayImage(bad, good, quiet())) << bad;
+    EXPECT_FALSE(overLayImage(good, bad, quiet())) << bad;
   }
   for (const ImageSize size : {ImageSize{0, 1}, {1, 0}, {0x7fffffff, 0x7fffffff}, {100000, 1}}) {
-    EXPECT_FALSE(HelperMethods::createBitmapContextOfSize(size));
+    EXPECT_FALSE(createBitmapContextOfSize(size, quiet()));
   }
-  EXPECT_EQ(HelperMethods::createBitmapContextOfSize({3, 2})->pixel(2, 1), 0U);
+  EXPECT_EQ(createBitmapContextOfSize({3, 2}, quiet())->pixel(2, 1), 0U);
 }
 
 }  // namespace
