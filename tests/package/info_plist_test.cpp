@@ -228,32 +228,20 @@ TEST_F(InfoPlist, IntuneSettings) {
 // "default" stands for whatever the build's own value is.
 TEST_F(InfoPlist, AdalValues) {
   using Text = std::optional<std::string>;
+  const Text none;
   const struct {
     Text client, resource;            // in the app
     Text givenClient, givenResource;  // by the user
     std::string expectedClient, expectedResource;
     std::string logged;
   } cases[] = {
-      {{}, {}, {}, {}, "default", "default", "Default NV WEX Multi Tenant AdalClientId "},
-      {{}, {}, "", "", "default", "default", "default NV NSG ADAL Multi Tenant Resource "},
-      {{}, {}, "c", "r", "c", "r", "Explicit AdalClientId parameter c was stored in info.plist"},
-      {"own",
-       "res",
-       {},
-       {},
-       "own",
-       "res",
-       "Error:- Could not store default NV NSG ADAL Multi Tenant Resource "},
-      {"own", "res", "", {}, "default", "res", " was updated in info.plist"},
-      {"own", "res", "c", "r", "c", "r",
-       "Explicit AdalClientId parameter c was updated in info.plist"},
-      {"own",
-       {},
-       {},
-       "r",
-       "own",
-       "r",
-       "explicit adalNSGResource parameter r was stored in info.plist"},
+      {none, none, none, none, "default", "default", "Default NV WEX Multi Tenant AdalClientId "},
+      {none, none, "", "", "default", "default", "default NV NSG ADAL Multi Tenant Resource "},
+      {none, none, "c", "r", "c", "r", "AdalClientId parameter c was stored in info.plist"},
+      {"own", "res", none, none, "own", "res", "not store default NV NSG ADAL Multi Tenant Resour"},
+      {"own", "res", "", none, "default", "res", " was updated in info.plist"},
+      {"own", "res", "c", "r", "c", "r", "AdalClientId parameter c was updated in info.plist"},
+      {"own", none, none, "r", "own", "r", "adalNSGResource parameter r was stored in info.plist"},
   };
   for (const auto& test : cases) {
     PlistDictionary info = basicInfoPlist(), settings;

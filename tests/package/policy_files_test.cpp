@@ -72,22 +72,6 @@ TEST(PolicyMetadata, DefaultsFromDefinitions) {
   EXPECT_TRUE(log.holds("Policy name two words cannot be an XML element"));
 }
 
-TEST(PolicyMetadata, IndentedByFourBlanks) {
-  TemporaryFolder folder;
-  LogCapture log;
-  WEXPolicyMetadata metadata(log.logger());
-  ASSERT_TRUE(metadata.startParsingXMLFile(folder.write(
-      "in.xml", "<PolicyMetadata>" + policy("EnableLogging", "true") + "</PolicyMetadata>")));
-  ASSERT_TRUE(metadata.generateDefaultWexPolicesXMLAtFilePath(folder.file("out.xml")));
-  EXPECT_EQ(contentsOf(folder.file("out.xml")),
-            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-            "<PolicyMetadata>\n"
-            "    <Policies>\n"
-            "        <EnableLogging>true</EnableLogging>\n"
-            "    </Policies>\n"
-            "</PolicyMetadata>\n");
-}
-
 TEST(PolicyMetadata, OtherRootAndMissingFileFailForGood) {
   TemporaryFolder folder;
   LogCapture log;
@@ -97,6 +81,10 @@ TEST(PolicyMetadata, OtherRootAndMissingFileFailForGood) {
       folder.write("good.xml", "<PolicyMetadata>" + policy("A", "1") + "</PolicyMetadata>");
   EXPECT_FALSE(metadata.startParsingXMLFile(good));
   EXPECT_EQ(metadata.marrXMLData().size(), 1u);
+  ASSERT_TRUE(metadata.generateDefaultWexPolicesXMLAtFilePath(folder.file("out.xml")));
+  EXPECT_EQ(contentsOf(folder.file("out.xml")),
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<PolicyMetadata>\n    <Policies>\n"
+            "        <A>1</A>\n    </Policies>\n</PolicyMetadata>\n");
   WEXPolicyMetadata other(log.logger());
   EXPECT_FALSE(other.startParsingXMLFile(
       folder.write("other.xml", "<Policies>" + policy("A", "1") + "</Policies>")));
