@@ -10,8 +10,8 @@ import sys
 
 LAYERS = {
     # Libraries, in src/.
-    "converter": ["package"],
-    "package": ["engine", "icons", "params"],
+    "converter": ["engine", "package", "params"],
+    "package": ["icons", "tools"],
     "params": ["profile"],
     "profile": ["tools"],
     "tools": ["context", "formats"],
@@ -28,6 +28,9 @@ LAYERS = {
     "log": ["host"],
     "settings": ["host"],
     "host": [],
+    # Libraries that no program links.
+    "drawing": ["formats", "log"],
+    "reserve": ["formats"],
     # Programs, in programs/.
     "programs/tovrek": ["converter"],
     "programs/codesign": ["signing", "keychain"],
