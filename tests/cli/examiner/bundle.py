@@ -90,6 +90,28 @@ def code_objects(path):
     return found[::-1]
 
 
+def slices(code):
+    """The slices of a bundle's executable or of a lone Mach-O file."""
+    return macho.slices(os.path.join(code, executable_name(code)) if os.path.isdir(code) else code)
+
+
+def signers(app):
+    """Whose signature each code object has in all its slices, by its path in the app."""
+    found = {}
+    for code in code_objects(app):
+        names = {signature.signer(image) for image in slices(code)}
+        found[os.path.relpath(code, app)] = " and ".join(sorted(names))
+    return found
+
+
+def entitlements(code):
+    """The entitlements of a code object, which all its slices must have alike."""
+    first, *others = [signature.Signature(image).der_entitlements() for image in slices(code)]
+    if any(other != first for other in others):
+        raise ValueError(f"the slices of {code} have different entitlements")
+    return first
+
+
 def object_problems(code, root):
     """The problems of one bundle (without nested ones) or of one Mach-O file."""
     if not os.path.isdir(code):
