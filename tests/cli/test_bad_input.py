@@ -11,7 +11,8 @@ import unittest
 
 from examiner import macho
 from harness import (COMPANIONS, DEMO_APP, DEVELOPER, TOOLKIT, WholeProgramTest, changed_app,
-                     copy_toolkit, make_profile, pack, read, run, sha1_of, sign_as_developer, thin, write)
+                     copy_toolkit, make_profile, pack, read, run, sha1_of, sign_as_developer,
+                     thin, write)
 
 LC_RPATH = 0x8000001C
 

@@ -28,6 +28,14 @@ def files_below(folder):
     return sorted(found)
 
 
+def changed_files(before, after):
+    """Which files have other contents in one of two folders than in the other, or are not there."""
+    names = [set(files_below(folder)) for folder in (before, after)]
+    return names[0] ^ names[1] | {
+        name for name in names[0] & names[1]
+        if read(os.path.join(before, name)) != read(os.path.join(after, name))}
+
+
 def executable_name(path):
     info = plistlib.loads(read(os.path.join(path, "Info.plist")))
     return info.get("CFBundleExecutable") or os.path.splitext(os.path.basename(path))[0]

@@ -187,16 +187,19 @@ def cms_problems(signature, root):
     blob = signature.blobs.get(SLOT_CMS, b"")
     if len(blob) <= 8 or struct.unpack_from(">I", blob)[0] != WRAPPER:
         return ["no CMS signature"]
-    error, _ = verified(signature.directories[0].blob, blob[8:], root)
+    error = verified(signature.directories[0].blob, blob[8:], root)
     if error is not None:
         return [f"openssl refuses the CMS signature: {error}"]
     return attribute_problems(signature, blob[8:])
 
 
+SIGNED_BY = {}  # certificates, by the contents and the CMS that they proved to have signed
+
+
 @functools.cache  # code that a test leaves alone comes by again and again
 def verified(content, cms, root):
-    """What openssl has against a CMS over the content, None if nothing, and the certificate that
-    signed it. Without a root nobody is asked to vouch for that certificate."""
+    """What openssl has against a CMS over the content, None if nothing. Without a root nobody is
+    asked to vouch for the certificate that signed it."""
     trust = ["-CAfile", root, "-purpose", "any", "-ignore_critical"] if root else ["-noverify"]
     with tempfile.NamedTemporaryFile() as file, tempfile.NamedTemporaryFile("r") as signed_by:
         file.write(content)
@@ -204,7 +207,8 @@ def verified(content, cms, root):
         run = subprocess.run(
             ["openssl", "cms", "-verify", "-binary", "-inform", "DER", "-content", file.name,
              "-out", os.devnull, "-signer", signed_by.name, *trust], input=cms, capture_output=True)
-        return (None if run.returncode == 0 else run.stderr.decode().strip()), signed_by.read()
+        SIGNED_BY[content, cms] = signed_by.read()
+    return None if run.returncode == 0 else run.stderr.decode().strip()
 
 
 def attribute_problems(signature, cms):
@@ -234,10 +238,10 @@ def attribute_problems(signature, cms):
 def signer_certificate(image):
     """The certificate that signed a slice, in DER, without asking whether it is good."""
     found = Signature(image)
-    error, certificate = verified(found.directories[0].blob, found.blobs[SLOT_CMS][8:], None)
-    if error is not None:
+    signed = found.directories[0].blob, found.blobs[SLOT_CMS][8:]
+    if not SIGNED_BY.get(signed) and (error := verified(*signed, None)):
         raise ValueError(error)
-    return ssl.PEM_cert_to_DER_cert(certificate)
+    return ssl.PEM_cert_to_DER_cert(SIGNED_BY[signed])
 
 
 def signer(image):
