@@ -16,7 +16,7 @@ class RoundTrips(ArchiveTest):
                 ("text", text(1, 300000), 0o644, 1600000001),
                 ("program", text(2, 5000) + noise, 0o755, 1600000002),
                 ("noise", noise, 0o600, 1234567890),
-                ("large/mixed", text(3, 9 << 20) + noise, 0o644, 2145916800),
+                ("large/mixed", text(3, 1 << 20) * 9 + noise, 0o644, 2145916800),
                 ("one", b"x", 0o444, 315532800),
                 ("empty", b"", 0o640, 1600000000),
                 ("zeros", bytes(3 << 20), 0o644, 1600000000),
