@@ -45,6 +45,15 @@ class TranscriptTest(WholeProgramTest):
         result = self.tovrek(*words, environment=environment, merge=True)
         return result, self.shown(words, result.returncode, result.stdout)
 
+    def assert_done(self, *words, transcript=None):
+        """Runs a command that must succeed and leave nothing; compares all that it prints with a
+        transcript, if one is named."""
+        result, text = self.transcript(*words)
+        self.assertEqual((result.returncode, self.left_in_scratch()), (0, []), text)
+        if transcript:
+            self.assert_transcript(transcript, text)
+        return result.stdout
+
     def refusal(self, *words, environment=()):
         """The one text that a run is refused with.
 
@@ -58,9 +67,9 @@ class TranscriptTest(WholeProgramTest):
             text = re.search(r"(?:\A|\n)\n([^\n]+)\n", result.stderr).group(1)
         return self.shown(words, result.returncode, text or "(no text)")
 
-    def refusals(self, name, cases):
-        """Compares the refusals of the command lines, each written as words."""
-        self.assert_transcript(name, "\n".join(self.refusal(*words) for words in cases))
+    def refusals(self, name, command, cases):
+        """Compares the refusals of a command, with each of the cases as its words."""
+        self.assert_transcript(name, "\n".join(self.refusal(command, *words) for words in cases))
 
     def assert_transcript(self, name, text):
         path = os.path.join(FOLDER, f"{name}.txt")
