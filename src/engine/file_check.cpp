@@ -1,7 +1,7 @@
 #include "engine/file_check.h"
 
 #include "engine/MachOChecker.h"
-#include "macho/FatFile.h"
+#include "macho/FatTable.h"
 
 namespace tovrek::macho {
 namespace {
@@ -18,19 +18,18 @@ bool checkSlice(const FatSlice& slice, ByteView image, const std::string& path, 
   });
 }
 
-void checkFat(ByteView file, const std::string& path, bool sdkOrder, bool libraryType,
-              const AcceptanceRules& rules) {
+void checkFat(ByteView file, const FatTable& table, const std::string& path, bool sdkOrder,
+              bool libraryType, const AcceptanceRules& rules) {
   // Slices that overlap could make the work grow with the square of the file.
   uint64_t unseen = file.size();
-  const uint32_t count = fatEntryCount(file);
-  for (uint32_t i = 0; i < count; ++i) {
-    FatSlice slice;
-    if (!readFatEntry(file, i, &slice)) throw Errors::kSliceMismatch;
-    const bool fits = slice.size <= unseen;
-    const ByteView image = fits ? file.sub(slice.offset, slice.size) : ByteView();
-    if (fits) unseen -= slice.size;
+  for (uint32_t i = 0; i < table.count(); ++i) {
+    const auto slice = table.entry(i);
+    if (!slice) throw Errors::kSliceMismatch;
+    const bool fits = slice->size <= unseen;
+    const ByteView image = fits ? file.sub(slice->offset, slice->size) : ByteView();
+    if (fits) unseen -= slice->size;
     // An unknown architecture ends the walk, so slices behind it are not looked at.
-    if (!checkSlice(slice, image, path, sdkOrder, libraryType, rules)) return;
+    if (!checkSlice(*slice, image, path, sdkOrder, libraryType, rules)) return;
   }
 }
 
@@ -38,7 +37,10 @@ void checkFat(ByteView file, const std::string& path, bool sdkOrder, bool librar
 
 void checkFile(ByteView file, const std::string& path, bool sdkOrder, bool libraryType,
                const AcceptanceRules& rules) {
-  if (hasFatMagic(file)) return checkFat(file, path, sdkOrder, libraryType, rules);
+  const auto table = FatTable::find(file);
+  if (table && !table->isWide()) {
+    return checkFat(file, *table, path, sdkOrder, libraryType, rules);
+  }
   const bool known = tryArchitectures([&]<class Arch>() {
     if (!MachOChecker<Arch>::validFile(file)) return false;
     MachOChecker<Arch>::doCheck(file, path, sdkOrder, libraryType, rules);

@@ -92,11 +92,11 @@ std::string fuzzFat(std::string_view bytes) {
   }
   if (read && fat.fat) {
     // The table can be written again as it was read, but for the places.
-    require(macho::fatEntryCount(file.view()) == fat.slices.size());
+    require(macho::FatTable::find(file.view())->count() == fat.slices.size());
     if (macho::layOutFatFile(fat.slices, nullptr)) {
       const std::string header = macho::fatFileHeader(fat.slices);
       const HeapCopy again(header);
-      require(macho::fatEntryCount(again.view()) == fat.slices.size());
+      require(macho::FatTable::find(again.view())->count() == fat.slices.size());
     }
   }
   std::string outcome;

@@ -1,22 +1,23 @@
 // A file of machine code as otool and nm see it: as many of its images as can be read.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "host/ErrorText.h"
 #include "host/MappedFile.h"
 #include "macho/ByteView.h"
-#include "macho/FatFile.h"
+#include "macho/FatTable.h"
 
-namespace tovrek::listing {
+namespace tovrek::macho {
 
 // One image. `problem` says why the table entry cannot be right; the bytes are then those that
 // the file has of it.
 struct Slice {
-  macho::FatSlice entry;
+  FatSlice entry;
   std::string archName;
-  macho::ByteView bytes;
+  ByteView bytes;
   std::string problem;
 };
 
@@ -30,13 +31,13 @@ class ObjectFile {
 
   const std::string& path() const { return path_; }
   Kind kind() const { return kind_; }
-  macho::ByteView bytes() const { return macho::ByteView(file_.bytes()); }
+  ByteView bytes() const { return ByteView(file_.bytes()); }
   // Entries of the table, or the thin file as a whole; none for other files.
   const std::vector<Slice>& slices() const { return slices_; }
   // Of the table itself; empty when it is sound.
   const std::string& problem() const { return problem_; }
-  // Whether entries have 64-bit offsets.
-  bool hasWideTable() const { return wide_; }
+  // Of a universal file.
+  const std::optional<FatTable>& table() const { return table_; }
 
  private:
   void readTable();
@@ -44,7 +45,7 @@ class ObjectFile {
   std::string path_;
   MappedFile file_;
   Kind kind_ = Kind::kOther;
-  bool wide_ = false;
+  std::optional<FatTable> table_;
   std::vector<Slice> slices_;
   std::string problem_;
 };
@@ -54,4 +55,4 @@ class ObjectFile {
 bool chooseSlices(const ObjectFile& file, const std::vector<std::string>& archs,
                   std::vector<const Slice*>* chosen, std::string* missing);
 
-}  // namespace tovrek::listing
+}  // namespace tovrek::macho
