@@ -23,6 +23,7 @@ LAYERS = {
     "listing": ["macho", "log"],
     "archive": ["log"],
     "launch": ["log"],
+    "pointers": ["macho"],
     "macho": ["host"],
     "formats": ["host"],
     "log": ["host"],
