@@ -34,7 +34,7 @@ LAYERS = {
     "programs/codesign": ["signing", "keychain"],
     "programs/security": ["keychain"],
     "programs/lipo": ["macho", "log"],
-    "programs/otool": ["listing", "engine"],
+    "programs/otool": ["listing"],
     "programs/nm": ["listing"],
     "programs/openssl": ["launch", "formats"],
     "programs/pkgutil": ["launch"],

@@ -164,13 +164,8 @@ Listed listSymbols(const macho::Image<P>& image, const NmOptions& options, std::
   return i < count ? Listed::kNotAll : Listed::kSymbols;
 }
 
-#define TOVREK_INSTANCE(P)                                                                       \
-  template Listed listSymbols(const macho::Image<macho::P>&, const NmOptions&, std::string_view, \
-                              Output*);
-TOVREK_INSTANCE(Pointer32<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer64<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer32<macho::LittleEndian>)
-TOVREK_INSTANCE(Pointer64<macho::LittleEndian>)
-#undef TOVREK_INSTANCE
+#define TOVREK_INSTANTIATE(P) \
+  template Listed listSymbols(const macho::Image<P>&, const NmOptions&, std::string_view, Output*);
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::nm

@@ -85,9 +85,7 @@ void listHeader(const macho::Image<P>& image, bool verbose, Output* output) {
   output->text("\n");
 }
 
-template void listHeader(const macho::Image<macho::Pointer32<macho::BigEndian>>&, bool, Output*);
-template void listHeader(const macho::Image<macho::Pointer64<macho::BigEndian>>&, bool, Output*);
-template void listHeader(const macho::Image<macho::Pointer32<macho::LittleEndian>>&, bool, Output*);
-template void listHeader(const macho::Image<macho::Pointer64<macho::LittleEndian>>&, bool, Output*);
+#define TOVREK_INSTANTIATE(P) template void listHeader(const macho::Image<P>&, bool, Output*);
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::otool

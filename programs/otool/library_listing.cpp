@@ -52,13 +52,9 @@ void listLibraryId(const macho::Image<P>& image, Output* output) {
   }
 }
 
-#define TOVREK_INSTANCES(P)                                            \
-  template void listLibraries(const macho::Image<macho::P>&, Output*); \
-  template void listLibraryId(const macho::Image<macho::P>&, Output*);
-TOVREK_INSTANCES(Pointer32<macho::BigEndian>)
-TOVREK_INSTANCES(Pointer64<macho::BigEndian>)
-TOVREK_INSTANCES(Pointer32<macho::LittleEndian>)
-TOVREK_INSTANCES(Pointer64<macho::LittleEndian>)
-#undef TOVREK_INSTANCES
+#define TOVREK_INSTANTIATE(P)                                   \
+  template void listLibraries(const macho::Image<P>&, Output*); \
+  template void listLibraryId(const macho::Image<P>&, Output*);
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::otool

@@ -268,12 +268,7 @@ void listLoadCommands(const macho::Image<P>& image, bool verbose, Output* output
   }
 }
 
-#define TOVREK_INSTANCE(P) \
-  template void listLoadCommands(const macho::Image<macho::P>&, bool, Output*);
-TOVREK_INSTANCE(Pointer32<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer64<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer32<macho::LittleEndian>)
-TOVREK_INSTANCE(Pointer64<macho::LittleEndian>)
-#undef TOVREK_INSTANCE
+#define TOVREK_INSTANTIATE(P) template void listLoadCommands(const macho::Image<P>&, bool, Output*);
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::otool

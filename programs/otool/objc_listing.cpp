@@ -424,11 +424,7 @@ bool listObjectiveC(const macho::Image<P>& image, Output* output) {
   return ObjcLister<P>(image, output).list();
 }
 
-#define TOVREK_INSTANCE(P) template bool listObjectiveC(const macho::Image<macho::P>&, Output*);
-TOVREK_INSTANCE(Pointer32<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer64<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer32<macho::LittleEndian>)
-TOVREK_INSTANCE(Pointer64<macho::LittleEndian>)
-#undef TOVREK_INSTANCE
+#define TOVREK_INSTANTIATE(P) template bool listObjectiveC(const macho::Image<P>&, Output*);
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::otool

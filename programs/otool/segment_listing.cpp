@@ -125,13 +125,8 @@ void listSegment(const macho::Image<P>& image, const macho::CommandView& command
   }
 }
 
-#define TOVREK_INSTANCE(P)                                                                  \
-  template void listSegment(const macho::Image<macho::P>&, const macho::CommandView&, bool, \
-                            Output*);
-TOVREK_INSTANCE(Pointer32<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer64<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer32<macho::LittleEndian>)
-TOVREK_INSTANCE(Pointer64<macho::LittleEndian>)
-#undef TOVREK_INSTANCE
+#define TOVREK_INSTANTIATE(P) \
+  template void listSegment(const macho::Image<P>&, const macho::CommandView&, bool, Output*);
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::otool

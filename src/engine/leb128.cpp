@@ -1,6 +1,6 @@
 #include "engine/leb128.h"
 
-#include "engine/engine_text.h"
+#include "engine/leb128_failure.h"
 
 namespace tovrek {
 namespace {
@@ -12,16 +12,10 @@ constexpr uint8_t kSign = 0x40;
 }  // namespace
 
 uint64_t mach_o::trie::read_uleb128(const uint8_t*& cursor, const uint8_t* end) {
-  uint64_t result = 0;
-  for (unsigned shift = 0;; shift += 7) {
-    if (cursor >= end) macho::throwf("malformed uleb128 extends beyond trie");
-    const uint64_t part = *cursor & kBits;
-    if (shift >= 64 || (part << shift) >> shift != part) {
-      macho::throwf("uleb128 too big for 64-bits");
-    }
-    result |= part << shift;
-    if ((*cursor++ & kMore) == 0) return result;
-  }
+  uint64_t value = 0;
+  const auto status = macho::readUleb128(cursor, end, &value);
+  if (status != macho::Leb128::kRead) macho::throwUnsignedFailure(status);
+  return value;
 }
 
 uint64_t wex_read_uleb128(const uint8_t* start, const uint8_t* end) {
@@ -59,16 +53,10 @@ uint8_t wex_write_sleb128(int64_t value, uint8_t* buffer) {
 }
 
 int64_t read_sleb128(const uint8_t*& cursor, const uint8_t* end) {
-  uint64_t result = 0;
-  for (unsigned shift = 0;; shift += 7) {
-    if (cursor >= end) macho::throwf("malformed sleb128");
-    if (shift >= 64) macho::throwf("sleb128 too big for 64-bits");
-    const uint8_t byte = *cursor++;
-    result |= uint64_t{static_cast<uint8_t>(byte & kBits)} << shift;
-    if ((byte & kMore) != 0) continue;
-    if ((byte & kSign) != 0 && shift + 7 < 64) result |= ~uint64_t{0} << (shift + 7);
-    return static_cast<int64_t>(result);
-  }
+  int64_t value = 0;
+  const auto status = macho::readSleb128(cursor, end, &value);
+  if (status != macho::Leb128::kRead) macho::throwSignedFailure(status);
+  return value;
 }
 
 }  // namespace tovrek

@@ -1,5 +1,5 @@
-// Variable-length numbers of the loader information (LEB128): seven bits to a byte, lowest
-// first, the high bit set on all bytes but the last.
+// Variable-length numbers (LEB128) read and written with the engine's own failures: kept for users
+// of the engine, which itself reads them by macho/leb128.h. No command calls these.
 #pragma once
 
 #include <cstdint>

@@ -27,6 +27,10 @@ bool visitModel(ByteView bytes, Visitor&& visit) {
   return true;
 }
 
+inline bool hasThinMagic(ByteView bytes) {
+  return visitModel(bytes, []<class>() {});
+}
+
 }  // namespace tovrek::macho
 
 // `apply` names one instantiation for a pointer model.
