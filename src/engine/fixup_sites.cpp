@@ -110,9 +110,14 @@ std::optional<FixupSites> collectChainedSites(const Image<P>& image, const Segme
     (site.bound ? sites.bound : sites.rebased).push_back(site.address);
     sites.chained.push_back(site);
   };
-  if (!walkChainedFixups(image.bytes, image.bytes.sub(table.dataoff, table.datasize), segments,
-                         facts.text->vmaddr, collect)) {
-    return std::nullopt;
+  switch (walkChains(image.bytes, image.bytes.sub(table.dataoff, table.datasize), segments,
+                     facts.text->vmaddr, collect)) {
+    case ChainWalk::kDone:
+      break;
+    case ChainWalk::kUnknownForm:
+      return std::nullopt;
+    case ChainWalk::kDamaged:
+      throw MachORebuildErrors::kUnknownCommand;
   }
   std::ranges::sort(sites.rebased);
   std::ranges::sort(sites.bound);

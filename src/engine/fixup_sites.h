@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "engine/SegmentFacts.h"
-#include "engine/chained_fixups.h"
 #include "macho/Image.h"
+#include "macho/chain_walk.h"
 
 namespace tovrek::macho {
 

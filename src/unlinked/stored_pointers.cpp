@@ -1,4 +1,4 @@
-#include "pointers/stored_pointers.h"
+#include "unlinked/stored_pointers.h"
 
 #include <cstring>
 

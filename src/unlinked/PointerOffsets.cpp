@@ -1,9 +1,9 @@
-#include "pointers/PointerOffsets.h"
+#include "unlinked/PointerOffsets.h"
 
 #include <utility>
 
 #include "macho/traits.h"
-#include "pointers/stored_pointers.h"
+#include "unlinked/stored_pointers.h"
 
 namespace tovrek::macho {
 

@@ -1,11 +1,11 @@
-#include "engine/leb128.h"
+#include "unlinked/leb128.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
 #include <vector>
 
-#include "tests/engine/EngineRun.h"
+#include "tests/support/engine_outcome.h"
 
 namespace tovrek {
 namespace {

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "macho/traits.h"
-#include "pointers/PointerOffsets.h"
-#include "pointers/stored_pointers.h"
 #include "tests/support/MachOBuilder.h"
+#include "unlinked/PointerOffsets.h"
+#include "unlinked/stored_pointers.h"
 
 namespace tovrek::macho {
 namespace {
