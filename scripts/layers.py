@@ -30,7 +30,7 @@ LAYERS = {
     "host": [],
     # Libraries that no program links.
     "drawing": ["formats", "log"],
-    "reserve": ["formats"],
+    "reserve": ["engine", "formats"],
     # Programs, in programs/.
     "programs/tovrek": ["converter"],
     "programs/codesign": ["signing", "keychain"],

@@ -1,5 +1,5 @@
-// Variable-length numbers (LEB128) read and written with the engine's own failures: kept for users
-// of the engine, which itself reads them by macho/leb128.h. No command calls these.
+// Variable-length numbers (LEB128) read and written with the engine's own failures. The engine
+// itself reads them by macho/leb128.h.
 #pragma once
 
 #include <cstdint>

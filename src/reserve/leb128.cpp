@@ -1,4 +1,4 @@
-#include "engine/leb128.h"
+#include "reserve/leb128.h"
 
 #include "engine/leb128_failure.h"
 

@@ -1,13 +1,11 @@
-#include "engine/leb128.h"
+#include "reserve/leb128.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
-#include <cstring>
 #include <vector>
 
-#include "engine/MachOChecker.h"
-#include "tests/engine/EngineRun.h"
+#include "tests/support/engine_outcome.h"
 
 namespace tovrek {
 namespace {
@@ -71,45 +69,6 @@ TEST(Leb128, SignedBothWays) {
     const uint8_t* from = buffer.data();
     EXPECT_EQ(read_sleb128(from, cursor), value);
     EXPECT_EQ(from, cursor);
-  }
-}
-
-template <class Arch>
-uint64_t moved(uint64_t value) {
-  typename Arch::Integer slot = static_cast<typename Arch::Integer>(value);
-  std::array<std::byte, sizeof(slot)> bytes;
-  std::memcpy(bytes.data(), &slot, sizeof(slot));
-  std::byte* next = macho::MachOChecker<Arch>::updateFunctionPtr(100, 200, bytes.data(), -10);
-  EXPECT_EQ(next, bytes.data() + bytes.size());
-  std::memcpy(&slot, bytes.data(), sizeof(slot));
-  return slot;
-}
-
-TEST(StoredPointers, UpperBoundCountsOnlyOffTheDevices) {
-  const auto movedAll = [](uint64_t value) {
-    return std::vector<uint64_t>{moved<macho::ppc>(value), moved<macho::ppc64>(value),
-                                 moved<macho::x86>(value), moved<macho::x86_64>(value),
-                                 moved<macho::arm>(value), moved<macho::arm64>(value)};
-  };
-  EXPECT_EQ(movedAll(99), std::vector<uint64_t>(6, 99));
-  EXPECT_EQ(movedAll(100), std::vector<uint64_t>(6, 90));
-  EXPECT_EQ(movedAll(199), std::vector<uint64_t>(6, 189));
-  EXPECT_EQ(movedAll(200), (std::vector<uint64_t>{200, 200, 200, 200, 190, 190}));
-}
-
-TEST(StoredPointers, RegistryIsEmptiedOnce) {
-  std::array<std::byte, 24> image{};
-  const uint64_t value = 5;
-  std::memcpy(image.data() + 8, &value, 8);
-  macho::addPointerOffset(8);
-  macho::addPointerOffset(8);
-  macho::addPointerOffset(17);  // does not fit any more
-  for (int run = 0; run < 2; ++run) {
-    macho::MachOChecker<macho::arm64>::wexUpdateAddressOffsets(std::span<std::byte>(image), "x", 24,
-                                                               0x1000);
-    uint64_t now = 0;
-    std::memcpy(&now, image.data() + 8, 8);
-    EXPECT_EQ(now, 0x1005u) << "adjusted once, however often it was registered";
   }
 }
 

@@ -1,5 +1,9 @@
-// The tables that load commands point to: all must lie in the link-edit segment, aligned.
-#include "engine/MachOChecker.h"
+#include "engine/check_link_edit.h"
+
+#include "engine/MachORebuildErrors.h"
+#include "engine/check_header.h"
+#include "engine/command_walk.h"
+#include "macho/pointer_models.h"
 #include "macho/rounding.h"
 
 namespace tovrek::macho {
@@ -45,87 +49,86 @@ void requireMultiple(uint64_t value, uint32_t unit, Errors code) {
   if (value % unit != 0) throw code;
 }
 
-}  // namespace
-
-template <class Arch>
-void MachOChecker<Arch>::requireInLinkEdit(uint64_t start, uint64_t size, Errors below,
-                                           Errors beyond) const {
-  const Segment& linkEdit = *pointers_.linkEdit;
+template <class P>
+void requireInLinkEdit(const Image<P>& image, uint64_t start, uint64_t size, Errors below,
+                       Errors beyond) {
+  const macho_segment_command<P>& linkEdit = *image.pointers.linkEdit;
   if (start < linkEdit.fileoff) throw below;
   if (endOf(start, size) > endOf(linkEdit.fileoff, linkEdit.filesize)) throw beyond;
 }
 
-template <class Arch>
-void MachOChecker<Arch>::checkSymbolTableRanges(const CommandView& command) const {
+template <class P>
+void checkSymbolTableRanges(const Image<P>& image, const CommandView& command,
+                            const AcceptanceRules& rules) {
   macho_symtab_command<P> table;
   if (!command.bytes.read(0, &table)) throw Errors::kCommandBeyondCommands;
-  requireInLinkEdit(table.symoff, table.nsyms * kJudgedSymbolSize, Errors::kSymbolsStart,
+  requireInLinkEdit(image, table.symoff, table.nsyms * kJudgedSymbolSize, Errors::kSymbolsStart,
                     Errors::kSymbolsEnd);
-  requireMultiple(table.symoff, kPointerSize, Errors::kSymbolsUnaligned);
-  requireInLinkEdit(table.stroff, table.strsize, Errors::kStringsStart, Errors::kStringsEnd);
-  const uint32_t unit = rules_.stringPoolAlignment;
-  requireMultiple(table.stroff, unit == 0 ? kPointerSize : unit, Errors::kStringsUnaligned);
-  if (!rules_.anyTableSize) requireMultiple(table.strsize, kPointerSize, Errors::kStringsSize);
+  requireMultiple(table.symoff, P::kPointerSize, Errors::kSymbolsUnaligned);
+  requireInLinkEdit(image, table.stroff, table.strsize, Errors::kStringsStart, Errors::kStringsEnd);
+  const uint32_t unit = rules.stringPoolAlignment;
+  requireMultiple(table.stroff, unit == 0 ? P::kPointerSize : unit, Errors::kStringsUnaligned);
+  if (!rules.anyTableSize) requireMultiple(table.strsize, P::kPointerSize, Errors::kStringsSize);
 }
 
 // An empty table has no place, so its offset (usually 0) says nothing.
-template <class Arch>
-void MachOChecker<Arch>::checkDynamicSymbolTableRanges(const CommandView& command) const {
+template <class P>
+void checkDynamicSymbolTableRanges(const Image<P>& image, const CommandView& command) {
   macho_dysymtab_command<P> table;
   if (!command.bytes.read(0, &table)) throw Errors::kCommandBeyondCommands;
-  const auto checkTable = [this](uint32_t offset, uint32_t count, uint64_t size, Errors range,
-                                 Errors unaligned) {
+  const auto checkTable = [&](uint32_t offset, uint32_t count, uint64_t size, Errors range,
+                              Errors unaligned) {
     if (count == 0) return;
-    requireInLinkEdit(offset, count * size, range, range);
-    requireMultiple(offset, kPointerSize, unaligned);
+    requireInLinkEdit(image, offset, count * size, range, range);
+    requireMultiple(offset, P::kPointerSize, unaligned);
   };
   checkTable(table.indirectsymoff, table.nindirectsyms, kIndirectSymbolSize, Errors::kIndirectRange,
              Errors::kIndirectUnaligned);
-  if (isStatic()) throw Errors::kDynamicSymbolsStatic;
+  if (isStatic(image)) throw Errors::kDynamicSymbolsStatic;
   checkTable(table.locreloff, table.nlocrel, kRelocationSize, Errors::kLocalRelocationsRange,
              Errors::kLocalRelocationsUnaligned);
   checkTable(table.extreloff, table.nextrel, kRelocationSize, Errors::kExternalRelocationsRange,
              Errors::kExternalRelocationsUnaligned);
 }
 
-template <class Arch>
-void MachOChecker<Arch>::checkLinkEditData(const CommandView& command) const {
+template <class P>
+void checkLinkEditData(const Image<P>& image, const CommandView& command,
+                       const AcceptanceRules& rules) {
   for (const LinkEditDataRule& rule : kLinkEditDataRules) {
     if (rule.cmd != command.cmd) continue;
     macho_linkedit_data_command<P> data;
     if (!command.bytes.read(0, &data)) throw rule.range;
     const bool isNew = rule.range == Errors::kUnknownCommand;
     if (isNew && data.datasize == 0) continue;  // linkers give an empty table no place
-    requireInLinkEdit(data.dataoff, data.datasize, rule.range, rule.range);
-    requireMultiple(data.dataoff, kPointerSize, rule.offset);
-    const bool anySize = rules_.anyTableSize && rule.kind == TableKind::kBytes;
-    if (!anySize) requireMultiple(data.datasize, kPointerSize, rule.size);
+    requireInLinkEdit(image, data.dataoff, data.datasize, rule.range, rule.range);
+    requireMultiple(data.dataoff, P::kPointerSize, rule.offset);
+    const bool anySize = rules.anyTableSize && rule.kind == TableKind::kBytes;
+    if (!anySize) requireMultiple(data.datasize, P::kPointerSize, rule.size);
   }
-  if (command.cmd == LC_SEGMENT_SPLIT_INFO && isStatic()) throw Errors::kSplitInfoStatic;
+  if (command.cmd == LC_SEGMENT_SPLIT_INFO && isStatic(image)) throw Errors::kSplitInfoStatic;
 }
 
-template <class Arch>
-void MachOChecker<Arch>::checkLinkEdit() const {
-  forEachCommand([this](const CommandView& command) {
+}  // namespace
+
+template <class P>
+void checkLinkEdit(const Image<P>& image, const AcceptanceRules& rules) {
+  visitCommands(image, [&](const CommandView& command) {
     if (command.cmd == LC_SYMTAB) {
-      checkSymbolTableRanges(command);
+      checkSymbolTableRanges(image, command, rules);
     } else if (command.cmd == LC_DYSYMTAB) {
-      checkDynamicSymbolTableRanges(command);
+      checkDynamicSymbolTableRanges(image, command);
     } else {
-      checkLinkEditData(command);
+      checkLinkEditData(image, command, rules);
     }
   });
-  if (isStatic()) return;
-  if (!pointers_.dynamicSymbolTable) throw Errors::kNoDynamicSymbols;
-  if (!pointers_.symbolTable || pointers_.symbolTable->stroff == 0) throw Errors::kNoStrings;
+  if (isStatic(image)) return;
+  if (!image.pointers.dynamicSymbolTable) throw Errors::kNoDynamicSymbols;
+  const auto& symbols = image.pointers.symbolTable;
+  if (!symbols || symbols->stroff == 0) throw Errors::kNoStrings;
 }
 
-#define TOVREK_INSTANTIATE(Arch)                                                                 \
-  template void MachOChecker<Arch>::requireInLinkEdit(uint64_t, uint64_t, Errors, Errors) const; \
-  template void MachOChecker<Arch>::checkSymbolTableRanges(const CommandView&) const;            \
-  template void MachOChecker<Arch>::checkDynamicSymbolTableRanges(const CommandView&) const;     \
-  template void MachOChecker<Arch>::checkLinkEditData(const CommandView&) const;                 \
-  template void MachOChecker<Arch>::checkLinkEdit() const;
-TOVREK_FOR_EACH_ARCH(TOVREK_INSTANTIATE)
+#define TOVREK_INSTANTIATE(P) \
+  template void checkLinkEdit<P>(const Image<P>&, const AcceptanceRules&);
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::macho
