@@ -63,11 +63,12 @@ def unzip(archive, folder):
 
 
 def unpacked_app(archive, folder):
-    """Unpacks an app archive, or a package and the archive in it, and answers the app's path."""
+    """Unpacks an app archive, or a package and beside it the archive that it holds; answers the
+    app's path."""
     unzip(archive, folder)
     for name in os.listdir(folder):
         if name.endswith(".ipa"):
-            return unpacked_app(os.path.join(folder, name), os.path.join(folder, "app"))
+            return unpacked_app(os.path.join(folder, name), folder + " app")
     payload = os.path.join(folder, "Payload")
     return os.path.join(payload, *os.listdir(payload))
 

@@ -36,13 +36,15 @@ class Certificates(SmallAppTest):
                 profile = self.profile_with(admin, self.certificates[name])
                 output = self.wrap_small(cert=name, profile=profile, text=text)
                 self.assert_signed_with(self.certificates[name], output)
-        self.wrap_small(cert="Beta Signer", profile=self.profile_with(self.certificates["Alpha Signer"]),
-                        status=255, text="iOS distribution certificate name (*) does not match *")
+        profile = self.profile_with(self.certificates["Alpha Signer"])
+        self.wrap_small(cert="Beta Signer", profile=profile, status=255,
+                        text="iOS distribution certificate name (*) does not match *")
 
     def test_two_certificates_of_one_name(self):
         again = makers.certificate(self.path("again.pem"), ALPHA)
         home = {"XDG_DATA_HOME": self.path("home of twins")}
-        for file in (os.path.join(IDENTITIES, "admin.key"), self.certificates["Alpha Signer"], again):
+        key = os.path.join(IDENTITIES, "admin.key")
+        for file in (key, self.certificates["Alpha Signer"], again):
             self.security("import", file, **home)
         profile = self.profile_with(again)
         self.wrap_small(cert="Alpha Signer", profile=profile, environment=home, status=254,

@@ -4,22 +4,13 @@ import shutil
 
 from examiner import bundle
 from harness import (ADMIN, BRANCH, BRANCH_PROFILE, DEMO_APP, SDK_APP, TRUSTED_ROOT, changed_app,
-                     make_profile, pack, read, unpacked_app, unzip, write)
-from transcripts import TranscriptTest
+                     make_profile, pack, read, unpacked_app, write)
+from transcripts import SignTest
 
-BY_BRANCH = ("-Cert", BRANCH, "-Profile", BRANCH_PROFILE, "-logFile", "log")
+BY_BRANCH = (*SignTest.BY_BRANCH, "-logFile", "log")
 
 
-class Sign(TranscriptTest):
-    @classmethod
-    def setUpClass(cls):
-        super().setUpClass()
-        cls.import_identity("branch")
-        shutil.copy(DEMO_APP, cls.path("App.ipa"))
-        cls.wrap(cls.path("App.ipa"), cls.path("App.wex"), "-outBundle", cls.path("Wrapped.ipa"),
-                 "-noStripExtensions", "-bundleID", "com.example.managed")
-        cls.app = unpacked_app(cls.path("App.wex"), cls.path("package"))
-
+class Sign(SignTest):
     def signed_app(self, archive):
         """The app of an output; the folder where it is unpacked has the archive's name and ".d"."""
         app = unpacked_app(self.path(archive), self.path(archive + ".d"))
@@ -44,10 +35,10 @@ class Sign(TranscriptTest):
         self.assert_done("Sign", *BY_BRANCH, "-in", "App.wex", "-wexResign", "Yes",
                          transcript="sign_package")
         app = self.signed_app("App_Resign.wex")
-        before, package = self.path("package"), self.path("App_Resign.wex.d")
-        self.assertEqual(sorted(os.listdir(package)), sorted(os.listdir(before)))
-        for name in set(os.listdir(package)) - {"app", "App.ipa"}:
-            self.assertEqual(read(package, name), read(before, name), name)
+        package = self.path("App_Resign.wex.d")
+        self.assertEqual(sorted(os.listdir(package)), sorted(os.listdir(self.package)))
+        for name in set(os.listdir(package)) - {"App.ipa"}:
+            self.assertEqual(read(package, name), read(self.package, name), name)
         # Only the library and the app get the new identity; all other code keeps its signature.
         expected = bundle.signers(self.app) | {
             ".": BRANCH, "OrvaneDylib.bundle/OrvaneDylib.dylib": BRANCH}

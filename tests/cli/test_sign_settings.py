@@ -6,11 +6,11 @@ import shutil
 import xml.etree.ElementTree as ElementTree
 
 from examiner import bundle, macho
-from harness import (ADMIN, BRANCH, BRANCH_PROFILE, COMPANIONS, DEMO_APP, PROFILE, SDK_APP,
-                     SDK_ENTITLEMENTS, TRUSTED_ROOT, changed_app, make_profile, manifest_texts,
-                     pack, read, remove, run, sign_as_developer, unpacked_app, unzip, write)
+from harness import (ADMIN, BRANCH, BRANCH_PROFILE, COMPANIONS, PROFILE, SDK_APP, SDK_ENTITLEMENTS,
+                     TRUSTED_ROOT, changed_app, make_profile, manifest_texts, pack, read, remove,
+                     run, sign_as_developer, unpacked_app, write)
 from makers import sign_with_entitlements
-from transcripts import TranscriptTest
+from transcripts import SignTest
 
 FRAMEWORKS = {"Frameworks/Ledger.framework",
               "Frameworks/Ledger.framework/Frameworks/Paper.framework"}
@@ -24,15 +24,8 @@ def without(text, *tags):
     return re.sub(rf"(<({'|'.join(tags)})\b[^>]*>)[^<]*", r"\1", text)
 
 
-class SettingsTest(TranscriptTest):
-    @classmethod
-    def setUpClass(cls):
-        super().setUpClass()
-        cls.import_identity("branch")
-        shutil.copy(DEMO_APP, cls.path("App.ipa"))
-        cls.wrap(cls.path("App.ipa"), cls.path("App.wex"), "-outBundle", cls.path("Wrapped.ipa"),
-                 "-noStripExtensions", "-bundleID", "com.example")
-        cls.package = unzip(cls.path("App.wex"), cls.path("package"))
+class SettingsTest(SignTest):
+    IDENTIFIER = "com.example"
 
     def run_with(self, settings, *words):
         """Runs with some settings on: the result and the log at basic level."""
@@ -53,7 +46,8 @@ class SettingsTest(TranscriptTest):
         """Signs with success: the app, whose signatures are sound, and the log."""
         result, log = self.sign(settings, *words, **keywords)
         self.assertEqual(result.returncode, 0, result.stderr)
-        shutil.rmtree(self.path("out"), ignore_errors=True)
+        for folder in ("out", "out app"):
+            shutil.rmtree(self.path(folder), ignore_errors=True)
         app = unpacked_app(self.output, self.path("out"))
         self.assertEqual(bundle.problems(app, TRUSTED_ROOT), [])
         return app, log
@@ -90,7 +84,8 @@ class SignSettings(SettingsTest):
                 self.assertEqual(set(found), signed | left)
                 named = {name for name in (nested, wrapped, kept) if name in log}
                 changes = signed - library or source == "Wrapped.ipa"
-                self.assertEqual(named, set(settings) & {nested, wrapped, kept} if changes else set())
+                expected = set(settings) & {nested, wrapped, kept} if changes else set()
+                self.assertEqual(named, expected)
                 if changes:
                     self.assert_verified(app)
                 self.assertEqual(plistlib.loads(read(app, "Info.plist"))["WEXCFBundleIdentifier"],
@@ -191,7 +186,7 @@ class SignSettings(SettingsTest):
         for settings, kept in (([], set()), (["refreshOnResign"], languages)):
             _, log = self.signed(settings, "Languages.wex")
             found = self.path("out")
-            self.assertEqual(set(os.listdir(found)) - {"app"}, set(os.listdir(self.package)) | kept)
+            self.assertEqual(set(os.listdir(found)), set(os.listdir(self.package)) | kept)
             self.assertEqual("refreshOnResign" in log, bool(settings))
             renewed = read(found, "manifest.xml").decode()
             if not settings:
@@ -275,7 +270,6 @@ class FailedRuns(SettingsTest):
                               SDK_ENTITLEMENTS)
 
     def test_signing_fails_late(self):
-        by_branch = ("Sign", "-Cert", BRANCH, "-Profile", BRANCH_PROFILE)
         with changed_app() as (folder, app):
             share = os.path.join(app, "PlugIns", "Share.appex", "Share")
             write(read(share)[:200], share)
@@ -290,6 +284,6 @@ class FailedRuns(SettingsTest):
         on = ["resignNested", "keepExtensionsOnSign", "refreshOnResign"]
         for given in ("Broken.ipa", "Broken.wex"):
             kind = os.path.splitext(given)[1]
-            self.assert_untouched(given, "late" + kind, *by_branch, settings=on)
+            self.assert_untouched(given, "late" + kind, "Sign", *self.BY_BRANCH, settings=on)
             # Even one that was to be replaced.
-            self.assert_untouched(given, f"./{given}", *by_branch, settings=on)
+            self.assert_untouched(given, f"./{given}", "Sign", *self.BY_BRANCH, settings=on)

@@ -60,7 +60,8 @@ class Warnings(SmallAppTest):
         for name, arguments, expected in [
                 ("nothing to say", {}, None),
                 ("foreign library", foreign, FOREIGN),
-                ("names that only look like it", {"files": ["MONO.DLL", "Libraries/Mono.dll"]}, None),
+                ("names that only look like it",
+                 {"files": ["MONO.DLL", "Libraries/Mono.dll"]}, None),
                 ("data protection", protected, PROTECTION),
                 ("no data protection, in other letters",
                  {"entitlements": {DATA_PROTECTION: "nsfileprotectionNONE"}}, None),

@@ -7,8 +7,10 @@ import difflib
 import os
 import re
 import shlex
+import shutil
 
-from harness import DEMO, ROOT, TOOLKIT, WholeProgramTest, result_text
+from harness import (BRANCH, BRANCH_PROFILE, DEMO, DEMO_APP, ROOT, TOOLKIT, WholeProgramTest,
+                     result_text, unpacked_app)
 
 FOLDER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "transcripts")
 UUID = r"[0-9A-F]{8}(?:-[0-9A-F]{4}){3}-[0-9A-F]{12}"
@@ -82,3 +84,20 @@ class TranscriptTest(WholeProgramTest):
         if text != expected:
             self.fail("".join(difflib.unified_diff(expected.splitlines(True),
                                                    text.splitlines(True), path, "this run")))
+
+
+class SignTest(TranscriptTest):
+    """Has App.ipa, which the administrator has wrapped into App.wex and Wrapped.ipa under another
+    identifier, for the branch office to sign anew."""
+    IDENTIFIER = "com.example.managed"
+    BY_BRANCH = ("-Cert", BRANCH, "-Profile", BRANCH_PROFILE)
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.import_identity("branch")
+        shutil.copy(DEMO_APP, cls.path("App.ipa"))
+        cls.wrap(cls.path("App.ipa"), cls.path("App.wex"), "-outBundle", cls.path("Wrapped.ipa"),
+                 "-noStripExtensions", "-bundleID", cls.IDENTIFIER)
+        cls.package = cls.path("package")
+        cls.app = unpacked_app(cls.path("App.wex"), cls.package)
