@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include "converter/common.h"
-#include "engine/MachORebuildLib.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
 #include "log/module_loggers.h"
@@ -35,10 +34,6 @@ void AppConverter::initializeLogging(const AppConverterParam& param) {
     logger->setLogFileWriteLevel(param.logWriteLevel);
     logger->setLogFilename(param.logFile);
   }
-  MachORebuildLib::load();
-  MachORebuildLib::setLogFilename(param.logFile);
-  MachORebuildLib::setLogDisplayLevel(param.logDisplayLevel);
-  MachORebuildLib::setLogFileWriteLevel(param.logWriteLevel);
 }
 
 std::shared_ptr<UnzippedIpa> AppConverter::unzipIpa(const std::optional<std::string>& inputPath,

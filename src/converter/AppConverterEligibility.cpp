@@ -11,7 +11,7 @@
 #include "host/paths.h"
 #include "log/SystemLog.h"
 #include "package/AppBundle.h"
-#include "package/HelperMethods.h"
+#include "package/binary_symbols.h"
 #include "tools/tool_run.h"
 
 namespace tovrek {
@@ -80,7 +80,7 @@ bool holdsSdkSymbols(std::string_view symbols) {
 void AppConverter::checkIfAppBundle(const AppBundle& bundle, BundleInspection* inspection) {
   const std::string executable = bundle.executablePath().value_or("");
   int status = 0;
-  const std::string symbolText = HelperMethods::getSymbolsFromBinaryPath(executable, &status);
+  const std::string symbolText = getSymbolsFromBinaryPath(executable, &status);
   logger().logDetailed(symbolText);
   std::string report = "\n\n";
   if (status != 0) {

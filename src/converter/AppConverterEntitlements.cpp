@@ -9,7 +9,9 @@
 #include "host/files.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
-#include "package/HelperMethods.h"
+#include "log/module_loggers.h"
+#include "package/keychain_groups.h"
+#include "package/signed_entitlements.h"
 #include "profile/ProvisioningProfile.h"
 #include "tools/tool_run.h"
 
@@ -324,7 +326,8 @@ bool AppConverter::changeBundleIDForFile(const std::string& plistPath,
 }
 
 bool AppConverter::checkWexKeychainEntitlementInFile(const std::string& path, ErrorText* error) {
-  if (HelperMethods::checkKeychainAccessGroup(kManagementGroup, path, error)) return true;
+  if (checkKeychainAccessGroup(kManagementGroup, path, error, Global_ManifestLib_logger()))
+    return true;
   warnIfEmpty(error,
               fmt::format("ERROR: Missing a required keychain access group {} for this app. Please "
                           "ensure you add this keychain access group in your app's Keychain Groups "

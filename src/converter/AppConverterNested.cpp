@@ -9,6 +9,7 @@
 #include "converter/wrap_run.h"
 #include "host/files.h"
 #include "host/paths.h"
+#include "package/signed_entitlements.h"
 
 namespace tovrek {
 

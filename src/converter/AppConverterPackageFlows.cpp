@@ -13,10 +13,11 @@
 #include "host/files.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
-#include "package/HelperMethods.h"
-#include "package/MobileAppPackage.h"
+#include "log/module_loggers.h"
 #include "package/UnzippedCma.h"
 #include "package/archive_folder.h"
+#include "package/embedded_profile.h"
+#include "package/manifest_edits.h"
 #include "profile/ProvisioningProfile.h"
 
 namespace tovrek {
@@ -156,14 +157,15 @@ void AppConverter::renewManifest(const WrapRun& run, const std::string& ipaName)
   const std::string& folder = run.directory->packageDir();
   const std::string manifest = manifestIn(folder);
   const std::string date = dateDescription(currentTime());
-  const std::string expiry = MobileAppPackage::profileExpiry(run.appPath).value_or(date);
+  const std::string expiry = profileExpiry(run.appPath, Global_ManifestLib_logger()).value_or(date);
   const auto set = [&](const char* xpath, const std::string& value) {
-    return HelperMethods::updateAppWEXProperty(manifest, xpath, value);
+    return updateAppWEXProperty(manifest, xpath, value, Global_ManifestLib_logger());
   };
   const std::pair<const char*, bool> elements[] = {
       {"Date", set("/MobileAppPackage/PackageInfo/Date", date)},
       {"CertExpires", set("/MobileAppPackage/PackageInfo/CertExpires", expiry)},
-      {"PackageSize", HelperMethods::ModifyPackageSize(manifest, joinPath(folder, ipaName), "")}};
+      {"PackageSize",
+       ModifyPackageSize(manifest, joinPath(folder, ipaName), "", Global_ManifestLib_logger())}};
   std::vector<std::string_view> renewed;
   for (const auto& [name, succeeded] : elements) {
     if (succeeded) {
@@ -210,7 +212,7 @@ bool AppConverter::updateWEXpackage(const UnzippedCma& package) {
   }
   const std::string& manifest = package.manifestxmlPath();
   if (converterParam_.sdkOp == kSetStoreUrl && converterParam_.appStoreUrl &&
-      !HelperMethods::UpdateAppStoreURL(manifest, *converterParam_.appStoreUrl)) {
+      !UpdateAppStoreURL(manifest, *converterParam_.appStoreUrl, Global_ManifestLib_logger())) {
     logger().logDetailed("Error: update app store url failed.");
     return false;
   }
@@ -225,7 +227,8 @@ bool AppConverter::updateWEXpackage(const UnzippedCma& package) {
       {kExcludedDevices, converterParam_.excludedDevices},
       {"//Description", converterParam_.description}};
   for (const auto& [xpath, value] : properties) {
-    if (value && !HelperMethods::updateAppWEXProperty(manifest, xpath, value)) return false;
+    if (value && !updateAppWEXProperty(manifest, xpath, value, Global_ManifestLib_logger()))
+      return false;
   }
   return true;
 }
@@ -252,13 +255,13 @@ bool AppConverter::doEmbedBundle(const std::optional<std::string>& bundlePath,
     logger().logError(fmt::format("Error: embedBundle: copy failed. error={}.", reason.text()));
     return false;
   }
-  if (!HelperMethods::removeAppStoreURL(package.manifestxmlPath())) {
+  if (!removeAppStoreURL(package.manifestxmlPath(), Global_ManifestLib_logger())) {
     systemLog("Error: embedBundle: removeAppStoreURL failed.");
     logger().logError(
         fmt::format("Error: embedBundle: removeAppStoreURL failed. error={}", shown(std::nullopt)));
     return false;
   }
-  if (!HelperMethods::updateManifestFile(package.manifestxmlPath(), name)) {
+  if (!updateManifestFile(package.manifestxmlPath(), name, Global_ManifestLib_logger())) {
     logger().logError("Error: embedBundle: update BundleFile failed.");
     return false;
   }

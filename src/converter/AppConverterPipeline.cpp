@@ -10,8 +10,10 @@
 #include "host/files.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
-#include "package/HelperMethods.h"
+#include "log/module_loggers.h"
 #include "package/ManifestData.h"
+#include "package/intune_detection.h"
+#include "package/manifest_edits.h"
 #include "profile/ProvisioningProfile.h"
 #include "tools/XcrunHelper.h"
 
@@ -23,6 +25,24 @@ namespace {
 
 constexpr int kBinaryTypeApplication = 2;
 constexpr char kLoggerFramework[] = "WEXSDK/OrvaneLogger.framework";
+
+WexManifestAppInfo manifestAppInfo(const AppConverterParam& param,
+                                   const std::optional<AppBundle>& bundle,
+                                   const std::string& appMode) {
+  WexManifestAppInfo info;
+  info.ipaFilename = param.outputIPAFileName.value_or("");
+  info.appBundle = bundle;
+  if (param.isSDK && !param.packageApp) info.appStoreURL = manifestStoreUrl(param.appStoreUrl);
+  info.appMode = appMode;
+  info.isIntuneApp = detectIntuneInAppBundle(bundle ? bundle->path() : "", param.entitlementsPath,
+                                             Global_ManifestLib_logger());
+  info.description = param.description;
+  info.packageId = param.packageId;
+  info.teamId = param.teamId;
+  info.adalClientId = param.adalClientId;
+  info.adalNSGResource = param.adalNSGResource;
+  return info;
+}
 
 }  // namespace
 
@@ -279,9 +299,10 @@ bool AppConverter::buildManifest(WrapRun* run, ErrorText* error) {
   if (converterParam_.isResign) return true;
   progressor_.SetProgress("Generating manifest xml...");
   const std::string& packageDir = run->directory->packageDir();
+  run->context.loggers = {Global_Commandline_Logger(), logger(), Global_ManifestLib_logger()};
+  const ManifestFiles files{packageDir, joinPath(packageDir, "manifest.xml"), run->policyLanguages};
   run->manifest = std::make_unique<ManifestLibInterface>(
-      converterParam_.outputIPAFileName.value_or(""), run->bundle, packageDir, run->policyLanguages,
-      joinPath(packageDir, "manifest.xml"), manifestAppMode(), logger(), converterParam_);
+      manifestAppInfo(converterParam_, run->bundle, manifestAppMode()), files, run->context);
   if (run->manifest->buildManifestXml() != 0) {
     return fail(error, "Failed to generate this file: manifest.xml");
   }
@@ -360,7 +381,7 @@ void AppConverter::completeManifest(WrapRun& run, const std::string& ipaPath) {
   data.excludedDevices = converterParam_.excludedDevices;
   data.keepsOthers = converterParam_.isWrapCommand && settings_.keepPlistLimits;
   const std::string manifest = joinPath(run.directory->packageDir(), "manifest.xml");
-  if (!HelperMethods::UpdateManifestFileAsPerUserSelection(manifest, data)) {
+  if (!UpdateManifestFileAsPerUserSelection(manifest, data, Global_ManifestLib_logger())) {
     logger().logWarning("Failed to update manifest.xml with additional metadata. ");
   }
 }

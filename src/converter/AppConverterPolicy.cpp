@@ -6,6 +6,7 @@
 #include "host/files.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
+#include "log/module_loggers.h"
 #include "package/WEXPolicyMetadata.h"
 #include "package/XMParserHelper.h"
 
@@ -36,7 +37,7 @@ bool isInFolder(const std::string& folder, const std::string& name) {
 bool checkUserPolicy(const std::string& path, ErrorText* error) {
   std::string data;
   readFile(path, &data);
-  XMParserHelper parser;
+  XMParserHelper parser(Global_ManifestLib_logger());
   if (!parser.initXMLParser(data)) {
     systemLog(" The XML suplied is not proper or malformed");
     return fail(error, parser.parserError().value_or(""));
@@ -86,7 +87,7 @@ bool AppConverter::copyPolicyXMLToDir(const std::string& packageDir, const std::
 
 bool AppConverter::constructDefaultWexPolicesXMLFile(const std::string& source,
                                                      const std::string& target, ErrorText* error) {
-  WEXPolicyMetadata policies;
+  WEXPolicyMetadata policies(Global_ManifestLib_logger());
   if (policies.startParsingXMLFile(source) &&
       policies.generateDefaultWexPolicesXMLAtFilePath(target)) {
     return true;

@@ -5,7 +5,6 @@
 #include "host/files.h"
 #include "host/paths.h"
 #include "log/module_loggers.h"
-#include "tools/tool_run.h"
 
 namespace tovrek::converter {
 
@@ -19,16 +18,6 @@ std::string shown(const std::optional<std::string>& value) {
 
 bool isEmpty(const std::optional<std::string>& value) {
   return !value || value->empty();
-}
-
-std::optional<PlistDictionary> signedEntitlements(const std::string& path) {
-  Command command;
-  command.argv = {"/usr/bin/codesign", "-d", "--entitlements", ":-", path};
-  command.standardError = StandardError::kCapture;
-  const Outcome outcome = runQuietly(command);
-  const auto plist = outcome.status == 0 ? parsePlist(outcome.output) : std::nullopt;
-  if (!plist || !plist->dictionary()) return std::nullopt;
-  return *plist->dictionary();
 }
 
 std::string prefixOf(std::string_view applicationIdentifier) {

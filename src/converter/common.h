@@ -5,7 +5,6 @@
 #include <string>
 #include <string_view>
 
-#include "formats/PlistValue.h"
 #include "host/ErrorText.h"
 #include "log/WrapperLogger.h"
 
@@ -18,10 +17,6 @@ WrapperLogger& logger();
 std::string shown(const std::optional<std::string>& value);
 // None, or of no letters.
 bool isEmpty(const std::optional<std::string>& value);
-
-// The entitlements that the code at `path` is signed with; none without signature or entitlements.
-// Nothing is logged: to have none is usual for nested code.
-std::optional<PlistDictionary> signedEntitlements(const std::string& path);
 
 // The team's part of an application identifier: what stands before the first "."; all of it
 // without one.

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "context/RunContext.h"
 #include "converter/AppConverter.h"
 #include "formats/PlistValue.h"
 #include "package/AppBundle.h"
@@ -27,6 +28,7 @@ struct AppConverter::WrapRun {
   std::vector<std::string> policyLanguages;
   std::string ipaFolder;  // where the output .ipa is to stand
   std::string targetIpaPath;
+  RunContext context;
   std::unique_ptr<ManifestLibInterface> manifest;
 };
 

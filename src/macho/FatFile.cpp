@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "host/bytes.h"
 #include "macho/layout.h"
 
 namespace tovrek::macho {
@@ -12,11 +13,6 @@ namespace {
 constexpr uint64_t kMaxStored = 0xffffffff;
 // 2^15 is the largest page size in use; more would only blow files up.
 constexpr uint32_t kMaxAlign = 15;
-
-uint64_t roundUp(uint64_t value, uint32_t align) {
-  const uint64_t unit = uint64_t{1} << align;
-  return (value + unit - 1) & ~(unit - 1);
-}
 
 bool refuseOverlaps(std::vector<FatSlice> slices, uint64_t tableEnd, ErrorText* error) {
   std::ranges::sort(slices, {}, &FatSlice::offset);
@@ -65,7 +61,7 @@ bool layOutFatFile(std::span<FatSlice> slices, ErrorText* error) {
   uint64_t end = sizeof(fat_header) + slices.size() * sizeof(fat_arch);
   for (FatSlice& slice : slices) {
     slice.align = std::min(slice.align, kMaxAlign);
-    slice.offset = roundUp(end, slice.align);
+    slice.offset = alignUp(end, uint64_t{1} << slice.align);
     if (slice.offset > kMaxStored || slice.size > kMaxStored) {
       return fail(error, "the slices are too large for a universal file");
     }

@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
+#include "host/bytes.h"
 #include "macho/FatFile.h"
 #include "macho/pointer_models.h"
-#include "signing/bytes.h"
 
 namespace tovrek::signing {
 namespace {

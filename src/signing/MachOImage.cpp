@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
+#include "host/bytes.h"
 #include "macho/ArchName.h"
 #include "macho/Image.h"
-#include "signing/bytes.h"
 
 namespace tovrek::signing {
 namespace {

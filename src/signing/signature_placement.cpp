@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
+#include "host/bytes.h"
 #include "macho/pointer_models.h"
 #include "signing/MachOImage.h"
-#include "signing/bytes.h"
 
 namespace tovrek::signing {
 namespace {
