@@ -4,13 +4,12 @@
 
 #include <iostream>
 
-#include "log/SystemLog.h"
 #include "programs/security/status.h"
 
 namespace tovrek::security {
 
-std::optional<std::vector<std::string>> wordsOf(std::string_view line) {
-  std::vector<std::string> words;
+std::optional<Words> wordsOf(std::string_view line) {
+  Words words;
   std::string word;
   bool inWord = false;
   char quote = '\0';
@@ -42,20 +41,20 @@ std::optional<std::vector<std::string>> wordsOf(std::string_view line) {
   return words;
 }
 
-int runLines(const std::string& prompt, int (*run)(const std::vector<std::string>&)) {
+int runLines(const std::string& prompt, Command run, const Streams& streams) {
   const bool typed = ::isatty(STDIN_FILENO) != 0;
   int status = kSuccess;
   for (std::string line;;) {
-    if (typed) printOut(prompt);
+    if (typed) streams.out(prompt);
     if (!std::getline(std::cin, line)) return status;
     const auto words = wordsOf(line);
     if (!words) {
-      status = reportFailure("a quote is not closed");
+      status = reportFailure("a quote is not closed", streams);
       continue;
     }
     if (words->empty() || words->front().starts_with("#")) continue;
     if (words->front() == "quit" || words->front() == "exit") return status;
-    status = run(*words);
+    status = run(*words, streams);
   }
 }
 
