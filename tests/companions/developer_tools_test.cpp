@@ -6,7 +6,7 @@
 #include "programs/openssl/openssl_arguments.h"
 #include "programs/openssl/subject_answer.h"
 #include "programs/xcrun/package_application.h"
-#include "tests/companions/CompanionTest.h"
+#include "tests/support/CompanionTest.h"
 #include "tests/support/openssl_identity.h"
 
 namespace tovrek::test {

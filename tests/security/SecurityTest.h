@@ -2,7 +2,7 @@
 #pragma once
 
 #include "formats/Digest.h"
-#include "tests/companions/CompanionTest.h"
+#include "tests/support/CompanionTest.h"
 #include "tests/support/openssl_identity.h"
 
 namespace tovrek::test {
