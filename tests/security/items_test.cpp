@@ -4,7 +4,7 @@
 #include "formats/Certificate.h"
 #include "host/files.h"
 #include "programs/security/interactive.h"
-#include "tests/companions/SecurityTest.h"
+#include "tests/security/SecurityTest.h"
 
 namespace tovrek::test {
 namespace {

@@ -4,7 +4,7 @@
 #include "formats/Certificate.h"
 #include "formats/Digest.h"
 #include "host/files.h"
-#include "tests/companions/SecurityTest.h"
+#include "tests/security/SecurityTest.h"
 
 namespace tovrek::test {
 namespace {

@@ -3,7 +3,7 @@
 
 #include "formats/Certificate.h"
 #include "host/files.h"
-#include "tests/companions/SecurityTest.h"
+#include "tests/security/SecurityTest.h"
 #include "tests/support/SignableImage.h"
 #include "tests/support/SoftToken.h"
 
