@@ -11,8 +11,7 @@ import sys
 LAYERS = {
     # Libraries, in src/.
     "converter": ["package"],
-    "package": ["engine", "icons", "params"],
-    "params": ["profile"],
+    "package": ["engine", "icons", "profile"],
     "profile": ["tools"],
     "tools": ["context", "formats"],
     "context": ["icons", "log", "settings"],

@@ -11,9 +11,9 @@
 namespace tovrek {
 namespace {
 
-std::string storeUrlFor(const AppConverterParam& param) {
-  if (!param.isSDK || param.packageApp) return "";
-  const std::string url = trimmed(param.appStoreUrl.value_or(""));
+std::string storeUrlFor(const PackageDetails& details) {
+  if (!details.isPublished) return "";
+  const std::string url = trimmed(details.appStoreUrl.value_or(""));
   return url.empty() ? ORVANE_DEFAULT_APPSTOREURL : url;
 }
 
@@ -35,18 +35,18 @@ ManifestLibInterface::ManifestLibInterface(const std::string& ipaFileName,
                                            const std::vector<std::string>& policyLanguageFiles,
                                            const std::string& manifestXMLPath,
                                            const std::string& appMode, WrapperLogger& logger,
-                                           const AppConverterParam& appConverterParam)
+                                           const PackageDetails& details)
     : outPackagePath_(outputPackagePath),
       logger_(logger),
       policyLanguageFiles_(policyLanguageFiles),
       manifestXMLPath_(manifestXMLPath),
       manifestAppInfo_{ipaFileName,
                        appBundle,
-                       storeUrlFor(appConverterParam),
+                       storeUrlFor(details),
                        appMode,
                        HelperMethods::detectIntuneInAppBundle(appBundle ? appBundle->path() : "",
-                                                              appConverterParam.entitlementsPath),
-                       appConverterParam} {}
+                                                              details.entitlementsPath),
+                       details} {}
 
 int ManifestLibInterface::buildManifestXml() {
   const MobileAppPackage package(manifestAppInfo_);

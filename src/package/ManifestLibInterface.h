@@ -16,12 +16,12 @@ inline constexpr char ORVANE_DEFAULT_APPSTOREURL[] = "http://localhost/appStoreU
 
 class ManifestLibInterface {
  public:
-  // A store address is taken over only for an SDK app that is published rather than packaged.
+  // A store address is taken over only for an app that is published rather than packaged.
   ManifestLibInterface(const std::string& ipaFileName, const std::optional<AppBundle>& appBundle,
                        const std::string& outputPackagePath,
                        const std::vector<std::string>& policyLanguageFiles,
                        const std::string& manifestXMLPath, const std::string& appMode,
-                       WrapperLogger& logger, const AppConverterParam& appConverterParam);
+                       WrapperLogger& logger, const PackageDetails& details);
 
   // 0, or -1 when the document could not be built (logged). Edits made to the app on the way
   // stay. A failed write of the manifest is not detected.

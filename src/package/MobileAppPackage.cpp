@@ -62,7 +62,7 @@ std::optional<std::string> checksumOf(const std::string& folder) {
 
 std::optional<XmlElement> MobileAppPackage::generatePackageElements() const {
   if (!appInfo_.appBundle) return std::nullopt;
-  return GeneratePackageElements(appInfo_.appBundle->path(), appInfo_.converterParam.description);
+  return GeneratePackageElements(appInfo_.appBundle->path(), appInfo_.details.description);
 }
 
 XmlElement MobileAppPackage::GeneratePackageElements(
@@ -139,7 +139,7 @@ std::optional<std::string> MobileAppPackage::applicationIdentifier(
         bundle.executablePath().value_or(path), "application-identifier"));
   }
   if (!identifier) {
-    const auto& teamId = appInfo_.converterParam.teamId;
+    const auto& teamId = appInfo_.details.teamId;
     identifier = teamId ? fmt::format("{}.{}", *teamId, bundleId) : bundleId;
     logError(fmt::format(
         "Warning:- Unable to get app identifier from embedded entitlements, reverting to bundle "
@@ -150,7 +150,7 @@ std::optional<std::string> MobileAppPackage::applicationIdentifier(
 }
 
 std::optional<std::string> MobileAppPackage::packageIdentifier() const {
-  const auto& given = appInfo_.converterParam.packageId;
+  const auto& given = appInfo_.details.packageId;
   const std::string packageId = given ? *given : HelperMethods::GenerateUUID();
   if (packageId.empty()) return failed("Error:- Could not generate Package ID");
   return packageId;
@@ -178,10 +178,10 @@ bool MobileAppPackage::finishInfoPlist(WexInfoPlistModifier& infoPlist,
   }
   logger.logBasic("Added URL schemes whitelist.");
 
-  const AppConverterParam& param = appInfo_.converterParam;
+  const PackageDetails& details = appInfo_.details;
   if (appInfo_.isIntuneApp) {
     logger.logBasic("Application contains Intune support");
-    if (!updateInfoPlistObject(infoPlist, param.adalClientId, param.adalNSGResource)) return false;
+    if (!updateInfoPlistObject(infoPlist, details.adalClientId, details.adalNSGResource)) return false;
   } else {
     logger.logBasic("application does not contains Intune runtime support");
   }

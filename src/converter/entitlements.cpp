@@ -1,11 +1,12 @@
-// The entitlements of the new signature, and the app's new identifier.
+#include "converter/entitlements.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
 
-#include "converter/AppConverter.h"
+#include "converter/codesign_commands.h"
 #include "converter/common.h"
-#include "converter/wrap_run.h"
+#include "host/clock.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
@@ -13,10 +14,7 @@
 #include "profile/ProvisioningProfile.h"
 #include "tools/tool_run.h"
 
-namespace tovrek {
-
-using namespace converter;
-
+namespace tovrek::converter {
 namespace {
 
 constexpr char kApplicationIdentifier[] = "application-identifier";
@@ -65,23 +63,23 @@ bool holdsText(const PlistValue::Array& list, const std::string& text) {
 
 // A wildcard profile leaves the bundle part open; an upgrade keeps all of the profile's part.
 std::string newApplicationIdentifier(const std::string& profileAppId, const std::string& prefix,
-                                     const AppConverterParam& param) {
+                                     const Run& run) {
   if (!isWildcard(profileAppId)) return profileAppId;
-  const std::string bundleId = shown(param.replacementBundleID);
-  if (!param.preserveUpgradeCompatibility) return prefix + "." + bundleId;
+  const std::string bundleId = shown(run.replacementBundleID);
+  if (!run.request.preserveUpgradeCompatibility) return prefix + "." + bundleId;
   return profileAppId.substr(0, profileAppId.size() - 1) + bundleId;
 }
 
 // The entitlements of the app's existing signature. Their file stays in the app; one of an
 // earlier run serves when the signature is gone.
-OptionalDictionary readOldEntitlements(const std::string& appPath) {
+OptionalDictionary readOldEntitlements(const WrapperLogger& log, const std::string& appPath) {
   const std::string path = joinPath(appPath, kOldEntitlements);
   // The tool would write through a link that came with the app.
   if (isSymbolicLink(path)) removeItem(path);
-  const int status = runTool({"/usr/bin/codesign", "-d", "--entitlements", ":" + path, appPath});
-  logger().logDetailed("Existing entitlement data is written into: " + path);
+  const int status = runTool(log, saveEntitlementsCommand(appPath, path));
+  log.logDetailed("Existing entitlement data is written into: " + path);
   if (status != 0) {
-    logger().logWarning("Code signature may not exist. Using all default to resign the app.");
+    log.logWarning("Code signature may not exist. Using all default to resign the app.");
   }
   return isPlainFile(path) ? readPlistDictionary(path) : std::nullopt;
 }
@@ -93,12 +91,12 @@ void keepAssociatedDomains(const OptionalDictionary& old, PlistDictionary* entit
   }
 }
 
-void warnOfMissingEntitlements(const OptionalDictionary& old, const PlistDictionary& profile,
-                               ErrorText* error) {
+void warnOfMissingEntitlements(const WrapperLogger& log, const OptionalDictionary& old,
+                               const PlistDictionary& profile, ErrorText* error) {
   if (!old) return;
   for (const auto& [key, value] : *old) {
     if (key == kBetaReports || profile.contains(key)) continue;
-    logger().logWarning(fmt::format(
+    log.logWarning(fmt::format(
         "WARNING: Missing a required entitlement ({}) in the specified provisioning profile.",
         key));
     fail(error,
@@ -108,14 +106,15 @@ void warnOfMissingEntitlements(const OptionalDictionary& old, const PlistDiction
   }
 }
 
-void completeKeychainGroups(const std::string& newAppId, const std::string& teamPrefix,
-                            bool isExplicit, PlistDictionary* entitlements) {
+void completeKeychainGroups(const WrapperLogger& log, const std::string& newAppId,
+                            const std::string& teamPrefix, bool isExplicit,
+                            PlistDictionary* entitlements) {
   PlistValue::Array groups = listIn(*entitlements, kKeychainGroups);
   const bool hasOwn = std::any_of(groups.begin(), groups.end(), [&](const PlistValue& group) {
     return group.string() && equalsIgnoringCase(*group.string(), newAppId);
   });
   if (!hasOwn) {
-    logger().logDetailed(fmt::format(
+    log.logDetailed(fmt::format(
         "Local keychain access entitlement for new AppID ({}) is not present - adding it",
         newAppId));
     groups.emplace_back(newAppId);
@@ -140,124 +139,111 @@ void fitICloud(const OptionalDictionary& old, PlistDictionary* entitlements) {
 
 // Re-points everything from the old team to the new one: in the text as a whole, so that
 // identifiers inside of other values move along.
-std::string repointPrefix(const std::string& xml, const std::optional<std::string>& oldPrefix,
+std::string repointPrefix(const WrapperLogger& log, const std::string& xml,
+                          const std::optional<std::string>& oldPrefix,
                           const std::string& teamPrefix) {
-  logger().logDetailed(fmt::format("Replacing {} to {}", shown(oldPrefix), teamPrefix));
+  log.logDetailed(fmt::format("Replacing {} to {}", shown(oldPrefix), teamPrefix));
   const bool bothPresent = !isEmpty(oldPrefix) && !teamPrefix.empty();
   std::string result = bothPresent ? replaceAll(xml, *oldPrefix, teamPrefix) : xml;
-  logger().logDetailed("Final entitlement XML after string replacement is " + result);
+  log.logDetailed("Final entitlement XML after string replacement is " + result);
   return result;
 }
 
 // The "Entitlements" of a profile saved as a property list.
-OptionalDictionary readProfileEntitlements(const std::string& profilePath, ErrorText* error) {
+OptionalDictionary readProfileEntitlements(const WrapperLogger& log, const std::string& profilePath,
+                                           ErrorText* error) {
   const auto profile = readPlistDictionary(profilePath);
   if (!profile) {
-    logger().logError(
-        "GenerateEntitlement: Failed to read provisioning profile into NSDictionary.");
+    log.logError("GenerateEntitlement: Failed to read provisioning profile into NSDictionary.");
     fail(error, "ERROR: Failed to read provisioning profile.");
     return std::nullopt;
   }
   const PlistDictionary* entitlements = dictionaryForKey(*profile, "Entitlements");
   if (!entitlements) {
-    logger().logError(
-        "GenerateEntitlement: provisioning profile may not contain any entitlement data.");
+    log.logError("GenerateEntitlement: provisioning profile may not contain any entitlement data.");
     fail(error, "ERROR: Provisioning profile is missing entitlement data.");
     return std::nullopt;
   }
   return *entitlements;
 }
 
-bool writeEntitlements(const std::string& path, const std::string& xml, ErrorText* error) {
+bool writeEntitlements(const WrapperLogger& log, const std::string& path, const std::string& xml,
+                       ErrorText* error) {
   if (!writeFileAtomically(path, xml, error)) return false;
-  logger().logDetailed("new entitlement data is written into :" + path);
+  log.logDetailed("new entitlement data is written into :" + path);
   return true;
-}
-
-// The groups that wrapping adds are there from the last time; without this every renewal would
-// make the list longer.
-bool dropRepeatedGroups(const std::string& path, ErrorText* error) {
-  auto entitlements = readPlistDictionary(path);
-  if (!entitlements) return true;
-  PlistValue::Array groups;
-  for (PlistValue& group : listIn(*entitlements, kKeychainGroups)) {
-    if (std::find(groups.begin(), groups.end(), group) == groups.end()) {
-      groups.push_back(std::move(group));
-    }
-  }
-  entitlements->set(kKeychainGroups, std::move(groups));
-  return writeFileAtomically(path, serializePlist(*entitlements, PlistFormat::kXml), error);
 }
 
 }  // namespace
 
-bool AppConverter::generateNewEntitlement(std::string* entitlementPath,
-                                          const std::optional<PlistDictionary>& profileData,
-                                          const std::string& targetDir, const std::string& appPath,
-                                          ErrorText* error) {
+std::optional<PlistDictionary> signedEntitlements(const std::string& path) {
+  Command command;
+  command.argv = printEntitlementsCommand(path);
+  command.standardError = StandardError::kCapture;
+  const Outcome outcome = runQuietly(command);
+  const auto plist = outcome.status == 0 ? parsePlist(outcome.output) : std::nullopt;
+  if (!plist || !plist->dictionary()) return std::nullopt;
+  return *plist->dictionary();
+}
+
+bool generateNewEntitlement(const Run& run, std::string* entitlementPath,
+                            const std::optional<PlistDictionary>& profileData,
+                            const std::string& targetDir, const std::string& appPath,
+                            ErrorText* error) {
   if (!profileData) return false;
   const std::string profilePath = joinPath(targetDir, "provisiongprofile.plist");
   const bool written = writePlist(profilePath, *profileData, PlistFormat::kXml);
   systemLog(fmt::format("tempDir: {} \nprofilePath: {}", targetDir, profilePath));
   if (!written) return fail(error, "ERROR: Failed to decode provisioning profile.");
   *entitlementPath = joinPath(targetDir, "new-entitlement.plist");
-  return GenerateEntitlement(*entitlementPath, profilePath, appPath, error);
+  return GenerateEntitlement(run, *entitlementPath, profilePath, appPath, error);
 }
 
-bool AppConverter::makeEntitlements(WrapRun* run, ErrorText* error) {
-  // What wrapping left behind would be taken for the app's, or be added to; the signature tells
-  // what the app has now.
-  const std::string left = joinPath(run->appPath, kOldEntitlements);
-  if (run->isRenewal && itemExistsNoFollow(left) && signedEntitlements(run->appPath)) {
-    removeItem(left);
-  }
-  return generateNewEntitlement(&run->entitlementPath, run->profile, run->directory->tempDir(),
-                                run->appPath, error) &&
-         (!run->isRenewal || dropRepeatedGroups(run->entitlementPath, error));
-}
-
-bool AppConverter::GenerateEntitlement(const std::string& targetPath,
-                                       const std::string& profilePath, const std::string& appPath,
-                                       ErrorText* error) {
-  const OptionalDictionary profile = readProfileEntitlements(profilePath, error);
+bool GenerateEntitlement(const Run& run, const std::string& targetPath,
+                         const std::string& profilePath, const std::string& appPath,
+                         ErrorText* error) {
+  const WrapperLogger& log = run.log();
+  const OptionalDictionary profile = readProfileEntitlements(log, profilePath, error);
   if (!profile) return false;
-  if (!ProvisioningProfile::validateProfileWithPList(
-          *profile, converterParam_.replacementBundleID.value_or(""),
-          converterParam_.preserveUpgradeCompatibility, error)) {
+  if (!ProvisioningProfile::validateProfileWithPList(*profile, run.replacementBundleID.value_or(""),
+                                                     run.request.preserveUpgradeCompatibility, log,
+                                                     error)) {
     return false;
   }
-  ProvisioningProfile::validateProfileWithDataProtection(*profile, error);
-  ProvisioningProfile::validateProfileWithTeamIdentifier(*profile, error);
+  ProvisioningProfile::validateProfileWithDataProtection(*profile, log, error);
+  ProvisioningProfile::validateProfileWithTeamIdentifier(*profile, log, error);
 
   const std::string profileAppId = stringForKeyOr(*profile, kApplicationIdentifier, "");
   const std::string teamPrefix = prefixOf(profileAppId);
   systemLog(fmt::format("new bundle seed ID: {}, teamIdFromProfile: {}", profileAppId, teamPrefix));
-  const std::string newAppId = newApplicationIdentifier(profileAppId, teamPrefix, converterParam_);
-  logger().logDetailed("newAppID: " + newAppId);
+  const std::string newAppId = newApplicationIdentifier(profileAppId, teamPrefix, run);
+  log.logDetailed("newAppID: " + newAppId);
 
-  const OptionalDictionary old = readOldEntitlements(appPath);
+  const OptionalDictionary old = readOldEntitlements(log, appPath);
   const auto oldAppId = stringIn(old, kApplicationIdentifier);
   const auto oldPrefix = oldAppId ? std::optional(prefixOf(*oldAppId)) : std::nullopt;
 
   PlistDictionary entitlements = *profile;
   keepAssociatedDomains(old, &entitlements);
-  warnOfMissingEntitlements(old, *profile, error);
-  MergeAppIDGroupsWithOldEntitlement(old, &entitlements, kKeychainGroups, oldAppId, oldPrefix,
+  warnOfMissingEntitlements(log, old, *profile, error);
+  MergeAppIDGroupsWithOldEntitlement(log, old, &entitlements, kKeychainGroups, oldAppId, oldPrefix,
                                      newAppId);
-  completeKeychainGroups(newAppId, teamPrefix, !isWildcard(profileAppId), &entitlements);
+  completeKeychainGroups(log, newAppId, teamPrefix, !isWildcard(profileAppId), &entitlements);
   entitlements.set(kApplicationIdentifier, newAppId);
   fitICloud(old, &entitlements);
 
-  logger().logBasic("Fixing appID in the new entitlement string...");
+  log.logBasic("Fixing appID in the new entitlement string...");
   const std::string xml = generatePlistXMLStringFromDictionary(entitlements);
-  logger().logDetailed("new entitlement XML is " + xml);
-  return writeEntitlements(targetPath, repointPrefix(xml, oldPrefix, teamPrefix), error);
+  log.logDetailed("new entitlement XML is " + xml);
+  return writeEntitlements(log, targetPath, repointPrefix(log, xml, oldPrefix, teamPrefix), error);
 }
 
-void AppConverter::MergeAppIDGroupsWithOldEntitlement(
-    const std::optional<PlistDictionary>& oldEntitlements, PlistDictionary* newEntitlements,
-    const std::string& key, const std::optional<std::string>& oldAppId,
-    const std::optional<std::string>& oldAppIdPrefix, const std::string& newAppId) {
+void MergeAppIDGroupsWithOldEntitlement(const WrapperLogger& log,
+                                        const std::optional<PlistDictionary>& oldEntitlements,
+                                        PlistDictionary* newEntitlements, const std::string& key,
+                                        const std::optional<std::string>& oldAppId,
+                                        const std::optional<std::string>& oldAppIdPrefix,
+                                        const std::string& newAppId) {
   const PlistValue::Array* oldList = oldEntitlements ? arrayForKey(*oldEntitlements, key) : nullptr;
   if (!oldList) {
     PlistValue::Array list = listIn(*newEntitlements, key);
@@ -277,7 +263,7 @@ void AppConverter::MergeAppIDGroupsWithOldEntitlement(
   const bool holdsOwn = oldAppId && oldAppIdPrefix &&
                         (holdsText(list, *oldAppId) || holdsText(list, *oldAppIdPrefix + ".*"));
   if (!holdsOwn) {
-    logger().logWarning(fmt::format(
+    log.logWarning(fmt::format(
         "WARNING: Existing entitlement in code signature does not contain its own app ID in {}. "
         "Orvane requires to access the app's own keychain. Adding this missing entitlement.",
         key));
@@ -286,44 +272,11 @@ void AppConverter::MergeAppIDGroupsWithOldEntitlement(
   newEntitlements->set(key, std::move(list));
 }
 
-std::string AppConverter::generatePlistXMLStringFromDictionary(const PlistDictionary& dictionary) {
+std::string generatePlistXMLStringFromDictionary(const PlistDictionary& dictionary) {
   return serializePlist(dictionary, PlistFormat::kXml);
 }
 
-bool AppConverter::doAppBundleIDChange(const std::optional<std::string>& bundleId,
-                                       const std::string& payloadDir) {
-  const auto plist = infoPlistPathFromAppPath(payloadDir);
-  // The entry may be another one than the app at hand, and a link.
-  if (!plist || !liesInside(containingFolder(*plist), payloadDir)) return false;
-  return changeBundleIDForFile(*plist, "CFBundleIdentifier", bundleId, PlistFormat::kBinary);
-}
-
-std::optional<std::string> AppConverter::infoPlistPathFromAppPath(const std::string& folder) {
-  if (folder.empty()) return std::nullopt;
-  const auto names = listDirectory(folder);
-  if (!names) return std::nullopt;
-  const auto app = std::find_if(names->begin(), names->end(), [](const std::string& name) {
-    return toLowerAscii(pathExtension(name)) == "app";
-  });
-  if (app == names->end()) return std::nullopt;
-  return joinPath(joinPath(folder, *app), "Info.plist");
-}
-
-bool AppConverter::changeBundleIDForFile(const std::string& plistPath,
-                                         const std::string& bundleIdKey,
-                                         const std::optional<std::string>& newBundleId,
-                                         PlistFormat format) {
-  if (!newBundleId || !fileExists(plistPath)) return false;
-  auto plist = readPlistDictionary(plistPath);
-  if (!plist) return false;
-  if (const PlistValue* old = plist->find(bundleIdKey)) {
-    plist->set("WEX" + bundleIdKey, PlistValue(*old));
-  }
-  plist->set(bundleIdKey, *newBundleId);
-  return writePlist(plistPath, *plist, format);
-}
-
-bool AppConverter::checkWexKeychainEntitlementInFile(const std::string& path, ErrorText* error) {
+bool checkWexKeychainEntitlementInFile(const std::string& path, ErrorText* error) {
   if (HelperMethods::checkKeychainAccessGroup(kManagementGroup, path, error)) return true;
   warnIfEmpty(error,
               fmt::format("ERROR: Missing a required keychain access group {} for this app. Please "
@@ -333,4 +286,54 @@ bool AppConverter::checkWexKeychainEntitlementInFile(const std::string& path, Er
   return false;
 }
 
-}  // namespace tovrek
+bool readProfile(Run& run, ErrorText* error) {
+  run.profile = ProvisioningProfile::extractProvisioningProfileData(
+      run.request.provisionProfile.value_or(""), run.context, error);
+  return true;
+}
+
+bool refuseExpiredProfile(Run& run, ErrorText* error) {
+  const PlistValue* expiry = run.profile ? run.profile->find("ExpirationDate") : nullptr;
+  if (!expiry || !expiry->date() || expiry->date()->secondsSince1970 >= currentTime()) return true;
+  const std::string text =
+      "This provisioning profile has expired. Please use a valid provisioning profile.";
+  run.log().logError(text);
+  return fail(error, text);
+}
+
+bool forgetEarlierEntitlements(Run& run, ErrorText* /*error*/) {
+  const std::string left = joinPath(run.appPath, kOldEntitlements);
+  if (run.isRenewal && itemExistsNoFollow(left) && signedEntitlements(run.appPath)) {
+    removeItem(left);
+  }
+  return true;
+}
+
+bool makeEntitlements(Run& run, ErrorText* error) {
+  return generateNewEntitlement(run, &run.entitlementPath, run.profile, run.scratch(), run.appPath,
+                                error);
+}
+
+bool dropRepeatedGroups(Run& run, ErrorText* error) {
+  auto entitlements = run.isRenewal ? readPlistDictionary(run.entitlementPath) : std::nullopt;
+  if (!entitlements) return true;
+  PlistValue::Array groups;
+  for (PlistValue& group : listIn(*entitlements, kKeychainGroups)) {
+    if (std::find(groups.begin(), groups.end(), group) == groups.end()) {
+      groups.push_back(std::move(group));
+    }
+  }
+  entitlements->set(kKeychainGroups, std::move(groups));
+  const std::string xml = serializePlist(*entitlements, PlistFormat::kXml);
+  return writeFileAtomically(run.entitlementPath, xml, error);
+}
+
+bool requireManagementGroup(Run& run, ErrorText* error) {
+  const auto& entitlements = run.request.entitlementsPath;
+  ErrorText reason;
+  if (!entitlements || checkWexKeychainEntitlementInFile(*entitlements, &reason)) return true;
+  run.log().logError(reason.text());
+  return fail(error, reason.text());
+}
+
+}  // namespace tovrek::converter

@@ -1,29 +1,23 @@
-// The code inside the app that Sign signs anew when the settings say so: frameworks, extensions and
-// the watch app, from the inside out.
+#include "converter/nested_signing.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
 
-#include "converter/AppConverter.h"
+#include "converter/code_signing.h"
 #include "converter/common.h"
-#include "converter/wrap_run.h"
+#include "converter/entitlements.h"
+#include "converter/extensions.h"
 #include "host/files.h"
 #include "host/paths.h"
 
-namespace tovrek {
-
-using namespace converter;
-
+namespace tovrek::converter {
 namespace {
 
 constexpr char kApplicationIdentifier[] = "application-identifier";
 constexpr char kBetaReports[] = "beta-reports-active";  // means nothing but to the public store
 constexpr char kProfileName[] = "embedded.mobileprovision";
 constexpr const char* kExtensionFolders[] = {"PlugIns", "Extensions", "Watch"};
-constexpr char kDoubtful[] =
-    "WARNING: The created package includes one or more app extensions that have been re-signed to "
-    "permit app installation.  These extensions are NOT likely to function properly.";
-
 // The extensions and the watch app, inner ones first.
 std::vector<std::string> nestedBundles(const std::string& appPath) {
   std::vector<std::string> bundles;
@@ -75,47 +69,9 @@ PlistDictionary fittedTo(const PlistDictionary& profile, const PlistDictionary& 
   return fitted;
 }
 
-}  // namespace
-
-bool AppConverter::keepsExtensions() const {
-  return converterParam_.isResign && settings_.keepExtensionsOnSign;
-}
-
-bool AppConverter::signAgain(const WrapRun& run, ErrorText* error) {
-  const bool all = settings_.resignNested || run.isRenewal;
-  const std::vector<std::string> bundles = all || settings_.keepExtensionsOnSign
-                                               ? nestedBundles(run.appPath)
-                                               : std::vector<std::string>();
-  if (!all && bundles.empty()) return CodeSign(run.appPath, run.entitlementPath, error);
-
-  logger().logBasic(fmt::format("{} signs the {}{}{} in {}",
-                                settings_.resignNested ? "resignNested"
-                                : run.isRenewal        ? "resignWrapped"
-                                                       : "keepExtensionsOnSign",
-                                all ? "frameworks" : "", all && !bundles.empty() ? " and " : "",
-                                bundles.empty() ? "" : "extensions", run.appPath));
-  if (all && !CodeSignFrameworks(run.appPath, error)) {
-    return failSigning("Codesign of embedded frameworks failed");
-  }
-  // Unlike a wrapped app, which may be tried out without them, a signed one that holds a broken
-  // extension can only be refused by the device.
-  for (const std::string& path : bundles) {
-    if (!signNestedBundle(run, path, error)) return failSigning("Codesign of extensions failed");
-  }
-  return signAsNew(run.appPath, run.entitlementPath, error);
-}
-
-bool AppConverter::signNestedBundle(const WrapRun& run, const std::string& path, ErrorText* error) {
-  std::optional<std::string> entitlementPath;
-  if (!CodeSignFrameworks(path, error) || !fitNestedBundle(run, path, &entitlementPath, error)) {
-    return false;
-  }
-  logger().logBasic("Code signing " + path + "...");
-  return signAsNew(path, entitlementPath, error);
-}
-
-bool AppConverter::fitNestedBundle(const WrapRun& run, const std::string& path,
-                                   std::optional<std::string>* entitlementPath, ErrorText* error) {
+// Puts the new profile and entitlements to match into a nested bundle, if the profile is for it.
+bool fitNestedBundle(const Run& run, const std::string& path,
+                     std::optional<std::string>* entitlementPath, ErrorText* error) {
   const auto bundle = AppBundle::open(path);
   const PlistDictionary* profile =
       run.profile ? dictionaryForKey(*run.profile, "Entitlements") : nullptr;
@@ -124,8 +80,8 @@ bool AppConverter::fitNestedBundle(const WrapRun& run, const std::string& path,
   const std::string bundleId = identifierOf(*bundle);
   const std::string identifier = prefixOf(granted) + "." + bundleId;
   const auto warn = [&](const std::string& text) {
-    logger().logWarning(fmt::format("{}: {}", path, text));
-    warnIfEmpty(error, kDoubtful);
+    run.log().logWarning(fmt::format("{}: {}", path, text));
+    warnIfEmpty(error, kExtensionsDoubtful);
   };
   if (run.bundle && !bundleId.starts_with(identifierOf(*run.bundle) + ".")) {
     warn(fmt::format("the identifier {} does not begin with that of the app", bundleId));
@@ -140,7 +96,7 @@ bool AppConverter::fitNestedBundle(const WrapRun& run, const std::string& path,
 
   const std::string ownProfile = joinPath(path, kProfileName);
   if (itemExistsNoFollow(ownProfile) &&
-      !replaceByCopy(converterParam_.provisionProfile.value_or(""), ownProfile, error)) {
+      !replaceByCopy(run.request.provisionProfile.value_or(""), ownProfile, error)) {
     return false;
   }
   const auto old = signedEntitlements(path);
@@ -152,8 +108,47 @@ bool AppConverter::fitNestedBundle(const WrapRun& run, const std::string& path,
   }
   const std::string oldPrefix = prefixOf(stringForKeyOr(*old, kApplicationIdentifier, ""));
   if (!oldPrefix.empty()) xml = replaceAll(xml, oldPrefix, prefixOf(granted));
-  *entitlementPath = joinPath(run.directory->tempDir(), "nested-entitlement.plist");
+  *entitlementPath = joinPath(run.scratch(), "nested-entitlement.plist");
   return writeFileAtomically(**entitlementPath, xml, error);
 }
 
-}  // namespace tovrek
+bool signNestedBundle(const Run& run, const std::string& path, ErrorText* error) {
+  std::optional<std::string> entitlementPath;
+  if (!CodeSignFrameworks(run, path, error) ||
+      !fitNestedBundle(run, path, &entitlementPath, error)) {
+    return false;
+  }
+  run.log().logBasic("Code signing " + path + "...");
+  return signAsNew(run, path, entitlementPath, error);
+}
+
+}  // namespace
+
+bool signAgain(Run& run, ErrorText* error) {
+  const Settings& settings = run.context.settings;
+  const bool all = settings.resignNested || run.isRenewal;
+  const std::vector<std::string> bundles = all || settings.keepExtensionsOnSign
+                                               ? nestedBundles(run.appPath)
+                                               : std::vector<std::string>();
+  if (!all && bundles.empty()) return CodeSign(run, run.appPath, run.entitlementPath, error);
+
+  run.log().logBasic(fmt::format("{} signs the {}{}{} in {}",
+                                 settings.resignNested ? "resignNested"
+                                 : run.isRenewal       ? "resignWrapped"
+                                                       : "keepExtensionsOnSign",
+                                 all ? "frameworks" : "", all && !bundles.empty() ? " and " : "",
+                                 bundles.empty() ? "" : "extensions", run.appPath));
+  if (all && !CodeSignFrameworks(run, run.appPath, error)) {
+    return failSigning(run.log(), "Codesign of embedded frameworks failed");
+  }
+  // Unlike a wrapped app, which may be tried out without them, a signed one that holds a broken
+  // extension can only be refused by the device.
+  for (const std::string& path : bundles) {
+    if (!signNestedBundle(run, path, error)) {
+      return failSigning(run.log(), "Codesign of extensions failed");
+    }
+  }
+  return signAsNew(run, run.appPath, run.entitlementPath, error);
+}
+
+}  // namespace tovrek::converter

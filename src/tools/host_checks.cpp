@@ -1,4 +1,5 @@
-// What the host must offer before any argument is looked at.
+#include "tools/host_checks.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -11,7 +12,6 @@
 #include "host/files.h"
 #include "host/process.h"
 #include "log/SystemLog.h"
-#include "params/AppConverterParam.h"
 #include "tools/splitting.h"
 #include "tools/tool_run.h"
 
@@ -48,15 +48,15 @@ bool isHostAtLeast(std::string_view wanted) {
 
 }  // namespace
 
-bool AppConverterParam::verifyIfOSVerisonIsMavericksandAbove() {
+bool verifyIfOSVerisonIsMavericksandAbove() {
   return isHostAtLeast("10.9");
 }
 
-bool AppConverterParam::verifyIfOSVerisonIsCatalinaOrAbove() {
+bool verifyIfOSVerisonIsCatalinaOrAbove() {
   return isHostAtLeast("10.15");
 }
 
-bool AppConverterParam::verifyIfDependentCommandLineToolsExist() {
+bool verifyIfDependentCommandLineToolsExist() {
   if (!isDirectory(HostRoot::resolve("/usr/bin/"))) return false;
   for (const char* tool : {"/usr/bin/nm", "/usr/bin/otool", "/usr/bin/codesign"}) {
     if (!HostRoot::exists(tool)) {
@@ -67,12 +67,12 @@ bool AppConverterParam::verifyIfDependentCommandLineToolsExist() {
   return true;
 }
 
-bool AppConverterParam::executeInstallCommandLineTools(const std::string& commandLine) {
+bool executeInstallCommandLineTools(const std::string& commandLine) {
   const Outcome outcome = runQuietly(shellCommand(commandLine));
   return outcome.status == 0 || !outcome.output.empty();
 }
 
-bool AppConverterParam::verifyCommandLineToolisInstalled(const ToolsCompletion& completion) {
+bool verifyCommandLineToolisInstalled(const ToolsCompletion& completion) {
   bool installed = false;
   bool mayInstall = true;
   if (verifyIfOSVerisonIsCatalinaOrAbove()) {
@@ -89,13 +89,19 @@ bool AppConverterParam::verifyCommandLineToolisInstalled(const ToolsCompletion& 
   return installed;
 }
 
-bool AppConverterParam::installCommandLineTools() const {
+bool isCmdLineToolInstalled() {
+  return HostRoot::exists("/var/db/receipts/com.apple.pkg.DeveloperToolsCLI.bom") ||
+         HostRoot::exists("/var/db/receipts/com.apple.pkg.CLTools_Executables.bom") ||
+         verifyCommandLineToolisInstalled(nullptr);
+}
+
+bool installCommandLineTools() {
   Outcome outcome;
   ErrorText reason;
   if (runProcess(shellCommand("xcode-select --install"), &outcome, &reason)) {
     systemLog(fmt::format("outputStr {}", outcome.output));
   } else {
-    systemLog(fmt::format("NSEXCEPTION : {}", reason.text()));
+    logNotStarted(reason);
   }
   return true;
 }
