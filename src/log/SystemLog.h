@@ -3,16 +3,13 @@
 
 #include <string_view>
 
+#include "host/Streams.h"
+
 namespace tovrek {
 
 // One entry on standard error: local time with milliseconds, "Tovrek[pid]", the text, a line
 // end. Standard output is flushed first and the entry written at once, so that a terminal shows
 // both in order. Diagnostic lines of the pipeline ("console lines") use the same writer.
 void systemLog(std::string_view text);
-
-// Prints to standard output, kept in order with the log.
-void printOut(std::string_view text);
-// Prints to standard error as it stands, kept in order.
-void printError(std::string_view text);
 
 }  // namespace tovrek

@@ -1,0 +1,18 @@
+#include "host/Streams.h"
+
+#include <cstdio>
+
+namespace tovrek {
+
+void printOut(std::string_view text) {
+  std::fwrite(text.data(), 1, text.size(), stdout);
+  std::fflush(stdout);
+}
+
+void printError(std::string_view text) {
+  std::fflush(stdout);
+  std::fwrite(text.data(), 1, text.size(), stderr);
+  std::fflush(stderr);
+}
+
+}  // namespace tovrek

@@ -1,0 +1,33 @@
+// The shape of a program. Each is a function of its arguments and streams in a namespace of its
+// own, so that it can be called without a process, and a `main` that hands it to runProgram().
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/Streams.h"
+
+namespace tovrek {
+
+// A command line.
+struct Arguments {
+  std::string program{};             // the name that it was called by; empty when it got none
+  std::vector<std::string> words{};  // what follows the name
+};
+
+// Runs a program; answers its exit status.
+using ProgramRun = int (*)(const Arguments& arguments, const Streams& streams);
+
+// What differs between one `main` and another.
+struct ProgramRules {
+  // An interruption ends the child too and removes what the program has begun (see signals.h).
+  bool cleansUpOnSignals = false;
+  // Tells of an exception that nobody caught and answers the status to end with. `reason` is null
+  // where the exception has no text. Without this function the exception ends the process.
+  int (*onUncaught)(const char* reason, const Streams& streams) = nullptr;
+};
+
+// The whole of `main`: the program on the streams of this process.
+int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules = {});
+
+}  // namespace tovrek
