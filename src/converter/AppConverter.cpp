@@ -67,7 +67,7 @@ bool AppConverter::unzipIpaAndProcessConverterParameters(const Request& request,
 }
 
 Run AppConverter::newRun() {
-  return {request_, context_, progressor_, contentPath_, std::move(input_)};
+  return Run(request_, context_, progressor_, contentPath_, std::move(input_));
 }
 
 bool AppConverter::CreatePackage(ErrorText* error) {

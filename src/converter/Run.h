@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "context/RunContext.h"
@@ -21,6 +22,16 @@
 namespace tovrek::converter {
 
 struct Run {
+  // All but the path and the input must outlive the run.
+  Run(const Request& request_, RunContext& context_, TKProgressor& progressor_,
+      std::string contentPath_, UnpackedInput input_ = {})
+      : request(request_),
+        context(context_),
+        progressor(progressor_),
+        contentPath(std::move(contentPath_)),
+        input(std::move(input_)),
+        replacementBundleID(request_.replacementBundleID) {}
+
   // --- Given ---
   const Request& request;
   RunContext& context;
@@ -36,7 +47,7 @@ struct Run {
   BundleInspection inspection;
   bool isRenewal = false;  // Sign, of an .ipa that is wrapped already
   std::optional<std::string> originalBundleID;
-  std::optional<std::string> replacementBundleID = request.replacementBundleID;
+  std::optional<std::string> replacementBundleID;
 
   // --- Its new signature ---
   std::optional<PlistDictionary> profile;

@@ -27,8 +27,8 @@ CommandLine signNestedCodeCommand(const Signer& signer, const std::string& path)
 }
 
 CommandLine signBundleCommand(const Signer& signer, const std::string& path,
-                            const std::optional<std::string>& entitlementPath,
-                            Requirements requirements) {
+                              const std::optional<std::string>& entitlementPath,
+                              Requirements requirements) {
   const bool keepsRequirements = requirements == Requirements::kKept;
   CommandLine options;
   if (entitlementPath) {

@@ -27,8 +27,8 @@ CommandLine signLibraryCommand(const Signer& signer, const std::string& path);
 CommandLine signNestedCodeCommand(const Signer& signer, const std::string& path);
 // Of a bundle; without an entitlements file those of the old signature are kept.
 CommandLine signBundleCommand(const Signer& signer, const std::string& path,
-                            const std::optional<std::string>& entitlementPath,
-                            Requirements requirements);
+                              const std::optional<std::string>& entitlementPath,
+                              Requirements requirements);
 
 // Writes the entitlements of the signature to a file, or prints them.
 CommandLine saveEntitlementsCommand(const std::string& path, const std::string& target);

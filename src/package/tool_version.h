@@ -1,9 +1,10 @@
 // What packages say about the tool that made them.
 #pragma once
 
+#include "host/version.h"
+
 namespace tovrek {
 
-inline constexpr char kToolVersion[] = "20.5.0";
-inline constexpr char kToolsBuildNumber[] = "0";
+inline constexpr const char* kToolsBuildNumber = kToolBuild;
 
 }  // namespace tovrek
