@@ -10,8 +10,8 @@ import sys
 
 LAYERS = {
     # Libraries, in src/.
-    "converter": ["package"],
-    "package": ["engine", "icons", "profile"],
+    "converter": ["engine", "package", "profile"],
+    "package": ["icons", "tools"],
     "profile": ["tools"],
     "tools": ["context", "formats"],
     "context": ["icons", "log", "settings"],
@@ -27,6 +27,9 @@ LAYERS = {
     "log": ["host"],
     "settings": ["host"],
     "host": [],
+    # Libraries that no program links.
+    "drawing": ["formats", "log"],
+    "reserve": ["formats"],
     # Programs, in programs/.
     "programs/tovrek": ["converter"],
     "programs/codesign": ["signing", "keychain"],

@@ -34,10 +34,6 @@ void AppConverter::initializeLogging(const Request& request, RunContext& context
     logger->setLogFileWriteLevel(request.logWriteLevel);
     logger->setLogFilename(request.logFile);
   }
-  // To go: the package's own logger.
-  Global_ManifestLib_logger().setLogDisplayLevel(request.logDisplayLevel);
-  Global_ManifestLib_logger().setLogFileWriteLevel(request.logWriteLevel);
-  Global_ManifestLib_logger().setLogFilename(request.logFile);
   MachORebuildLib::load();
   MachORebuildLib::setLogFilename(request.logFile);
   MachORebuildLib::setLogDisplayLevel(request.logDisplayLevel);

@@ -45,10 +45,6 @@ CommandLine saveEntitlementsCommand(const std::string& path, const std::string& 
   return {kCodesign, "-d", "--entitlements", ":" + target, path};
 }
 
-CommandLine printEntitlementsCommand(const std::string& path) {
-  return {kCodesign, "-d", "--entitlements", ":-", path};
-}
-
 CommandLine displayTeamCommand(const std::string& path) {
   return {kCodesign, "--display", "--verbose=4", path};
 }

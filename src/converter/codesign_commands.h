@@ -30,9 +30,8 @@ CommandLine signBundleCommand(const Signer& signer, const std::string& path,
                               const std::optional<std::string>& entitlementPath,
                               Requirements requirements);
 
-// Writes the entitlements of the signature to a file, or prints them.
+// Writes the entitlements of the signature to a file.
 CommandLine saveEntitlementsCommand(const std::string& path, const std::string& target);
-CommandLine printEntitlementsCommand(const std::string& path);
 // What the signature says, on standard error: with the team, with the authorities.
 CommandLine displayTeamCommand(const std::string& path);
 CommandLine displayAuthoritiesCommand(const std::string& path);

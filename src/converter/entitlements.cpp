@@ -10,7 +10,8 @@
 #include "host/files.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
-#include "package/HelperMethods.h"
+#include "package/keychain_groups.h"
+#include "package/signed_entitlements.h"
 #include "profile/ProvisioningProfile.h"
 #include "tools/tool_run.h"
 
@@ -176,16 +177,6 @@ bool writeEntitlements(const WrapperLogger& log, const std::string& path, const 
 
 }  // namespace
 
-std::optional<PlistDictionary> signedEntitlements(const std::string& path) {
-  Command command;
-  command.argv = printEntitlementsCommand(path);
-  command.standardError = StandardError::kCapture;
-  const Outcome outcome = runQuietly(command);
-  const auto plist = outcome.status == 0 ? parsePlist(outcome.output) : std::nullopt;
-  if (!plist || !plist->dictionary()) return std::nullopt;
-  return *plist->dictionary();
-}
-
 bool generateNewEntitlement(const Run& run, std::string* entitlementPath,
                             const std::optional<PlistDictionary>& profileData,
                             const std::string& targetDir, const std::string& appPath,
@@ -276,8 +267,9 @@ std::string generatePlistXMLStringFromDictionary(const PlistDictionary& dictiona
   return serializePlist(dictionary, PlistFormat::kXml);
 }
 
-bool checkWexKeychainEntitlementInFile(const std::string& path, ErrorText* error) {
-  if (HelperMethods::checkKeychainAccessGroup(kManagementGroup, path, error)) return true;
+bool checkWexKeychainEntitlementInFile(const WrapperLogger& log, const std::string& path,
+                                       ErrorText* error) {
+  if (checkKeychainAccessGroup(kManagementGroup, path, error, log)) return true;
   warnIfEmpty(error,
               fmt::format("ERROR: Missing a required keychain access group {} for this app. Please "
                           "ensure you add this keychain access group in your app's Keychain Groups "
@@ -331,7 +323,9 @@ bool dropRepeatedGroups(Run& run, ErrorText* error) {
 bool requireManagementGroup(Run& run, ErrorText* error) {
   const auto& entitlements = run.request.entitlementsPath;
   ErrorText reason;
-  if (!entitlements || checkWexKeychainEntitlementInFile(*entitlements, &reason)) return true;
+  if (!entitlements ||
+      checkWexKeychainEntitlementInFile(run.context.loggers.manifest, *entitlements, &reason))
+    return true;
   run.log().logError(reason.text());
   return fail(error, reason.text());
 }

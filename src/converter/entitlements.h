@@ -10,10 +10,6 @@
 
 namespace tovrek::converter {
 
-// The entitlements that the code at `path` is signed with; none without signature or entitlements.
-// Nothing is logged: to have none is usual for nested code.
-std::optional<PlistDictionary> signedEntitlements(const std::string& path);
-
 // Writes the entitlements for the new signature below `targetDir` and stores their path.
 bool generateNewEntitlement(const Run& run, std::string* entitlementPath,
                             const std::optional<PlistDictionary>& profileData,
@@ -32,7 +28,8 @@ void MergeAppIDGroupsWithOldEntitlement(const WrapperLogger& log,
                                         const std::string& newAppId);
 std::string generatePlistXMLStringFromDictionary(const PlistDictionary& dictionary);
 // Whether the entitlements file grants the group through which our library shares data.
-bool checkWexKeychainEntitlementInFile(const std::string& path, ErrorText* error);
+bool checkWexKeychainEntitlementInFile(const WrapperLogger& log, const std::string& path,
+                                       ErrorText* error);
 
 // --- Steps ---
 

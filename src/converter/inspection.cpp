@@ -11,7 +11,7 @@
 #include "host/files.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
-#include "package/HelperMethods.h"
+#include "package/binary_symbols.h"
 
 namespace tovrek::converter {
 namespace {
@@ -47,7 +47,7 @@ void checkIfAppBundle(const RunContext& context, const AppBundle& bundle,
   const WrapperLogger& log = context.loggers.toolkit;
   const std::string executable = bundle.executablePath().value_or("");
   int status = 0;
-  const std::string symbolText = HelperMethods::getSymbolsFromBinaryPath(executable, &status);
+  const std::string symbolText = getSymbolsFromBinaryPath(executable, &status);
   log.logDetailed(symbolText);
   std::string report = "\n\n";
   if (status != 0) {

@@ -3,8 +3,9 @@
 #include <fmt/format.h>
 
 #include "converter/common.h"
-#include "package/HelperMethods.h"
 #include "package/ManifestData.h"
+#include "package/intune_detection.h"
+#include "package/manifest_edits.h"
 
 namespace tovrek::converter {
 namespace {
@@ -19,17 +20,21 @@ std::string manifestAppMode(const Request& request) {
   return isTold ? request.appMode.value_or("") : std::string();
 }
 
-PackageDetails detailsFor(const Request& request) {
-  PackageDetails details;
-  details.isPublished = isPublished(request);
-  details.appStoreUrl = request.appStoreUrl;
-  details.description = request.description;
-  details.packageId = request.packageId;
-  details.teamId = request.teamId;
-  details.entitlementsPath = request.entitlementsPath;
-  details.adalClientId = request.adalClientId;
-  details.adalNSGResource = request.adalNSGResource;
-  return details;
+WexManifestAppInfo appInfoFor(const Run& run) {
+  const Request& request = run.request;
+  WexManifestAppInfo info;
+  info.ipaFilename = run.outputIPAFileName;
+  info.appBundle = run.bundle;
+  if (isPublished(request)) info.appStoreURL = manifestStoreUrl(request.appStoreUrl);
+  info.appMode = manifestAppMode(request);
+  info.isIntuneApp = detectIntuneInAppBundle(
+      run.bundle ? run.bundle->path() : "", request.entitlementsPath, run.context.loggers.manifest);
+  info.description = request.description;
+  info.packageId = request.packageId;
+  info.teamId = request.teamId;
+  info.adalClientId = request.adalClientId;
+  info.adalNSGResource = request.adalNSGResource;
+  return info;
 }
 
 // `keepsLimits`: those that the app brought along and no option names stay.
@@ -41,7 +46,7 @@ void complete(Run& run, const std::string& ipaPath, bool keepsLimits) {
   data.excludedDevices = run.request.excludedDevices;
   data.keepsOthers = keepsLimits;
   const std::string manifest = joinPath(run.packageDir(), "manifest.xml");
-  if (!HelperMethods::UpdateManifestFileAsPerUserSelection(manifest, data)) {
+  if (!UpdateManifestFileAsPerUserSelection(manifest, data, run.context.loggers.manifest)) {
     run.log().logWarning("Failed to update manifest.xml with additional metadata. ");
   }
 }
@@ -50,10 +55,9 @@ void complete(Run& run, const std::string& ipaPath, bool keepsLimits) {
 
 bool buildManifest(Run& run, ErrorText* error) {
   run.progressor.SetProgress("Generating manifest xml...");
-  run.manifest = std::make_unique<ManifestLibInterface>(
-      run.outputIPAFileName, run.bundle, run.packageDir(), run.policyLanguages,
-      joinPath(run.packageDir(), "manifest.xml"), manifestAppMode(run.request),
-      run.context.loggers.toolkit, detailsFor(run.request));
+  const ManifestFiles files{run.packageDir(), joinPath(run.packageDir(), "manifest.xml"),
+                            run.policyLanguages};
+  run.manifest = std::make_unique<ManifestLibInterface>(appInfoFor(run), files, run.context);
   return run.manifest->buildManifestXml() == 0 ||
          fail(error, "Failed to generate this file: manifest.xml");
 }

@@ -6,10 +6,10 @@
 
 #include "converter/code_signing.h"
 #include "converter/common.h"
-#include "converter/entitlements.h"
 #include "converter/extensions.h"
 #include "host/files.h"
 #include "host/paths.h"
+#include "package/signed_entitlements.h"
 
 namespace tovrek::converter {
 namespace {

@@ -18,9 +18,9 @@
 #include "host/clock.h"
 #include "host/files.h"
 #include "log/SystemLog.h"
-#include "package/HelperMethods.h"
-#include "package/MobileAppPackage.h"
 #include "package/archive_folder.h"
+#include "package/embedded_profile.h"
+#include "package/manifest_edits.h"
 
 namespace tovrek::converter {
 namespace {
@@ -97,18 +97,19 @@ bool signLibraryOrStampFingerprint(Run& run, ErrorText* error) {
 // Date, expiry and size, where a setting says so.
 bool renewManifest(Run& run, ErrorText* /*error*/) {
   if (!run.context.settings.refreshOnResign) return true;
+  const WrapperLogger& log = run.context.loggers.manifest;
   const std::string& folder = run.packageDir();
   const std::string manifest = manifestIn(folder);
   const std::string date = dateDescription(currentTime());
-  const std::string expiry = MobileAppPackage::profileExpiry(run.appPath).value_or(date);
+  const std::string expiry = profileExpiry(run.appPath, log).value_or(date);
   const auto set = [&](const char* xpath, const std::string& value) {
-    return HelperMethods::updateAppWEXProperty(manifest, xpath, value);
+    return updateAppWEXProperty(manifest, xpath, value, log);
   };
   const std::pair<const char*, bool> elements[] = {
       {"Date", set("/MobileAppPackage/PackageInfo/Date", date)},
       {"CertExpires", set("/MobileAppPackage/PackageInfo/CertExpires", expiry)},
       {"PackageSize",
-       HelperMethods::ModifyPackageSize(manifest, joinPath(folder, run.package->ipaName()), "")}};
+       ModifyPackageSize(manifest, joinPath(folder, run.package->ipaName()), "", log)}};
   std::vector<std::string_view> renewed;
   for (const auto& [name, succeeded] : elements) {
     if (succeeded) {

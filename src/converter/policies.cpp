@@ -30,10 +30,10 @@ bool isInFolder(const std::string& folder, const std::string& name) {
   return !name.empty() && name.find('/') == std::string::npos && fileExists(joinPath(folder, name));
 }
 
-bool checkUserPolicy(const std::string& path, ErrorText* error) {
+bool checkUserPolicy(const WrapperLogger& log, const std::string& path, ErrorText* error) {
   std::string data;
   readFile(path, &data);
-  XMParserHelper parser;
+  XMParserHelper parser(log);
   if (!parser.initXMLParser(data)) {
     systemLog(" The XML suplied is not proper or malformed");
     return fail(error, parser.parserError().value_or(""));
@@ -75,7 +75,7 @@ bool copyPolicyXMLToDir(const Run& run, const std::string& packageDir, const std
   bool sourceExists = false;
   if (const auto& given = run.request.appSpecificPolicyFilepath) {
     source = *given;
-    if (!checkUserPolicy(source, error)) return false;
+    if (!checkUserPolicy(run.context.loggers.manifest, source, error)) return false;
     sourceExists = fileExists(source);
   } else if (!findPolicyOfApp(run, "_" + variant + kPolicyFile, &source, &sourceExists, error)) {
     return false;
@@ -85,7 +85,8 @@ bool copyPolicyXMLToDir(const Run& run, const std::string& packageDir, const std
   if (!sourceExists) source = run.contentFile(variant + kPolicyFile);
   if (!replaceByCopy(source, joinPath(packageDir, kPolicyFile), error) ||
       !replaceByCopy(source, joinPath(appPath, kPolicyFile), error) ||
-      !constructDefaultWexPolicesXMLFile(source, joinPath(appPath, kDefaultsFile), error)) {
+      !constructDefaultWexPolicesXMLFile(run.context.loggers.manifest, source,
+                                         joinPath(appPath, kDefaultsFile), error)) {
     return false;
   }
   for (const std::string& language : policyLanguages) {
@@ -95,9 +96,9 @@ bool copyPolicyXMLToDir(const Run& run, const std::string& packageDir, const std
   return true;
 }
 
-bool constructDefaultWexPolicesXMLFile(const std::string& source, const std::string& target,
-                                       ErrorText* error) {
-  WEXPolicyMetadata policies;
+bool constructDefaultWexPolicesXMLFile(const WrapperLogger& log, const std::string& source,
+                                       const std::string& target, ErrorText* error) {
+  WEXPolicyMetadata policies(log);
   if (policies.startParsingXMLFile(source) &&
       policies.generateDefaultWexPolicesXMLAtFilePath(target)) {
     return true;

@@ -7,7 +7,7 @@
 #include "converter/flow.h"
 #include "host/files.h"
 #include "log/SystemLog.h"
-#include "package/HelperMethods.h"
+#include "package/manifest_edits.h"
 
 namespace tovrek::converter {
 namespace {
@@ -77,7 +77,7 @@ bool updateWEXpackage(const Run& run, const UnzippedCma& package) {
   }
   const std::string& manifest = package.manifestxmlPath();
   if (run.request.sdkOp == SdkOperation::kStoreAddress && run.request.appStoreUrl &&
-      !HelperMethods::UpdateAppStoreURL(manifest, *run.request.appStoreUrl)) {
+      !UpdateAppStoreURL(manifest, *run.request.appStoreUrl, run.context.loggers.manifest)) {
     run.log().logDetailed("Error: update app store url failed.");
     return false;
   }
@@ -92,7 +92,8 @@ bool updateWEXpackage(const Run& run, const UnzippedCma& package) {
       {kExcludedDevices, run.request.excludedDevices},
       {"//Description", run.request.description}};
   for (const auto& [xpath, value] : properties) {
-    if (value && !HelperMethods::updateAppWEXProperty(manifest, xpath, value)) return false;
+    if (value && !updateAppWEXProperty(manifest, xpath, value, run.context.loggers.manifest))
+      return false;
   }
   return true;
 }
@@ -119,13 +120,13 @@ bool doEmbedBundle(const Run& run, const std::optional<std::string>& bundlePath,
     run.log().logError(fmt::format("Error: embedBundle: copy failed. error={}.", reason.text()));
     return false;
   }
-  if (!HelperMethods::removeAppStoreURL(package.manifestxmlPath())) {
+  if (!removeAppStoreURL(package.manifestxmlPath(), run.context.loggers.manifest)) {
     systemLog("Error: embedBundle: removeAppStoreURL failed.");
     run.log().logError(
         fmt::format("Error: embedBundle: removeAppStoreURL failed. error={}", shown(std::nullopt)));
     return false;
   }
-  if (!HelperMethods::updateManifestFile(package.manifestxmlPath(), name)) {
+  if (!updateManifestFile(package.manifestxmlPath(), name, run.context.loggers.manifest)) {
     run.log().logError("Error: embedBundle: update BundleFile failed.");
     return false;
   }

@@ -8,25 +8,18 @@
 
 namespace tovrek {
 
-// What the user wants told about the app.
-struct PackageDetails {
-  bool isPublished = false;  // a store offers the app, and the package only tells where
-  std::optional<std::string> appStoreUrl;
-  std::optional<std::string> description;
-  std::optional<std::string> packageId;         // none: a new one is made
-  std::optional<std::string> teamId;            // for an app without profile and signature
-  std::optional<std::string> entitlementsPath;  // that the developer is going to sign with
-  std::optional<std::string> adalClientId;
-  std::optional<std::string> adalNSGResource;
-};
-
+// A text that the user did not give is none, which differs from one given as the empty text.
 struct WexManifestAppInfo {
   std::string ipaFilename;
   std::optional<AppBundle> appBundle;
   std::string appStoreURL;  // empty: the manifest gets no store element
   std::string appMode;
   bool isIntuneApp = false;
-  PackageDetails details;
+  std::optional<std::string> description;  // none: a standard text
+  std::optional<std::string> packageId;    // none: a new one
+  std::optional<std::string> teamId;
+  std::optional<std::string> adalClientId;
+  std::optional<std::string> adalNSGResource;
 };
 
 }  // namespace tovrek

@@ -1,11 +1,11 @@
 #include "signing/XmlPlistWriter.h"
 
 #include <fmt/format.h>
-#include <openssl/evp.h>
 
 #include <algorithm>
 #include <vector>
 
+#include "formats/WEX_Base64.h"
 #include "signing/bytes.h"
 
 namespace tovrek::signing {
@@ -40,15 +40,6 @@ std::string escaped(std::string_view text) {
   return out;
 }
 
-std::string base64(std::string_view bytes) {
-  std::string text((bytes.size() + 2) / 3 * 4 + 1, '\0');
-  const auto* from = static_cast<const unsigned char*>(static_cast<const void*>(bytes.data()));
-  auto* to = static_cast<unsigned char*>(static_cast<void*>(text.data()));
-  EVP_EncodeBlock(to, from, static_cast<int>(bytes.size()));
-  text.pop_back();
-  return text;
-}
-
 }  // namespace
 
 XmlPlistWriter::XmlPlistWriter() : text_(kProlog) {}
@@ -72,7 +63,7 @@ void XmlPlistWriter::element(std::string_view name, std::string_view text) {
 
 void XmlPlistWriter::data(std::string_view bytes) {
   line("<data>");
-  const std::string digits = base64(bytes);
+  const std::string digits = WEX_Base64::encodeWithoutLinebreaks(bytes);
   const size_t indent = std::min(depth_ * kTabWidth, kDataWidth - 4);
   const size_t width = (kDataWidth - indent) / 4 * 4;
   for (size_t at = 0; at < digits.size(); at += width) {
