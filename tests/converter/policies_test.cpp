@@ -26,7 +26,7 @@ class Policy : public ConverterTest {
   void content(const std::string& name) { write("Data/" + name, policies(name)); }
   bool place(const std::vector<std::string>& languages = {}) {
     error.clear();
-    Run subject = run();
+    auto subject = run();
     subject.originalBundleID = originalBundleID;
     return copyPolicyXMLToDir(subject, folder.file("package"), app(), languages, &error);
   }

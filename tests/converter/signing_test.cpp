@@ -25,7 +25,7 @@ class Signing : public ConverterTest {
 
 TEST_F(Signing, ArgumentOrders) {
   const std::string entitlements = write("new.plist", "");
-  const Run subject = run();
+  const auto subject = run();
   const auto signEach = [&] {
     host.forgetCalls();
     EXPECT_TRUE(CodeSignOrvaneDylib(subject, app(), &error));

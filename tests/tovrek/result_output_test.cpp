@@ -38,8 +38,8 @@ TEST(ResultOutput, PrintsByOutcomeAndKind) {
     request.isSDK = c.isSDK;
     request.packageApp = c.packageApp;
     std::string out, err;
-    const Streams streams{[&](std::string_view text) { out += text; },
-                          [&](std::string_view text) { err += text; }};
+    const Streams streams{[&](std::string_view part) { out += part; },
+                          [&](std::string_view part) { err += part; }};
     EXPECT_EQ(writeOutResultWithErrorStr(c.success, c.error, request, log, streams), c.status);
     EXPECT_EQ(out, c.out);
     EXPECT_EQ(err, c.err);
