@@ -149,7 +149,7 @@ void Display::signer() {
     if (!cms) line(kAuthorities, "Authority=(unavailable)");
     if (cms) {
       for (const auto& certificate : cms->chain().certificates()) {
-        line(kAuthorities, "Authority={}", certificate.displayName());
+        line(kAuthorities, "Authority={}", certificate.signerName());
       }
     }
     if (cms && cms->timestamp()) {

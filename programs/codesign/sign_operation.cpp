@@ -34,12 +34,8 @@ bool chooseIdentity(const Options& options, signing::SigningIdentity* identity, 
     const std::string detail = found.detail.empty() ? "" : " (" + found.detail + ")";
     return fail(error, found.text + detail);
   }
-  std::vector<signing::CodeCertificate> certificates;
-  const auto add = [&](const Certificate& certificate) {
-    certificates.push_back(signing::CodeCertificate::of(certificate.x509(), certificate.der()));
-  };
-  add(found.identity->leaf);
-  for (const Certificate& issuer : found.identity->chain) add(issuer);
+  std::vector<Certificate> certificates = found.identity->chain;
+  certificates.insert(certificates.begin(), found.identity->leaf);
   *identity = {signing::CertificateChain(std::move(certificates)), found.identity->key};
   return true;
 }
@@ -212,7 +208,7 @@ int signPath(const std::string& path, const Options& options, const Streams& str
   if (!chain.empty() && !chain.certificates().back().isSelfSigned()) {
     streams.error(
         fmt::format("Warning: unable to build chain to self-signed root for signer \"{}\"\n",
-                    chain.leaf().displayName()));
+                    chain.leaf().signerName()));
   }
   if (options.timestamp) {
     streams.error("warning: no time stamp is added: time-stamp authorities are not asked\n");

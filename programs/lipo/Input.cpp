@@ -36,7 +36,7 @@ std::unique_ptr<Input> openInput(const std::string& path, ErrorText* error) {
   }
   const macho::ByteView bytes(input->file.bytes());
   if (!FatFile::read(bytes, &input->contents, &reason)) {
-    fail(error, macho::hasFatMagic(bytes)
+    fail(error, input->contents.fat
                     ? fmt::format("malformed fat file: {} ({})", path, reason.text())
                     : "can't figure out the architecture type of: " + path);
     return nullptr;

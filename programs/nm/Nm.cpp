@@ -2,17 +2,17 @@
 
 #include <fmt/format.h>
 
-#include "listing/Image.h"
 #include "listing/Listing.h"
 #include "log/SystemLog.h"
+#include "macho/Image.h"
 #include "programs/nm/NmOptions.h"
 #include "programs/nm/symbol_listing.h"
 
 namespace tovrek {
 namespace {
 
-using listing::ObjectFile;
-using listing::Slice;
+using macho::ObjectFile;
+using macho::Slice;
 
 constexpr std::string_view kUsage =
     "Usage: nm [-arch name] [-aAgjmnopruUv] [file ...]\n"
@@ -49,7 +49,7 @@ void Lister::listSlice(const ObjectFile& file, const Slice& slice) {
   const std::string prefix =
       options_.fileOnEachLine ? fmt::format("{}{}: ", arch, file.path()) : std::string();
   std::string problem = slice.problem;
-  const bool isImage = listing::visitImage(slice.bytes, [&](const auto& image) {
+  const bool isImage = macho::visitImage(slice.bytes, [&](const auto& image) {
     const nm::Listed listed = nm::listSymbols(image, options_, prefix, &output_);
     if (listed == nm::Listed::kNone) {
       warn(fmt::format("{} no symbols\n", title));

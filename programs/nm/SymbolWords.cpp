@@ -128,9 +128,7 @@ std::string SymbolWords<P>::text() const {
   return text + origin();
 }
 
-template class SymbolWords<macho::Pointer32<macho::BigEndian>>;
-template class SymbolWords<macho::Pointer64<macho::BigEndian>>;
-template class SymbolWords<macho::Pointer32<macho::LittleEndian>>;
-template class SymbolWords<macho::Pointer64<macho::LittleEndian>>;
+#define TOVREK_INSTANTIATE(P) template class SymbolWords<P>;
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::nm

@@ -4,14 +4,14 @@
 #include <string>
 #include <string_view>
 
-#include "listing/Image.h"
+#include "macho/Image.h"
 
 namespace tovrek::nm {
 
 template <class P>
 class SymbolWords {
  public:
-  SymbolWords(const listing::Image<P>& image, const macho::macho_nlist<P>& symbol)
+  SymbolWords(const macho::Image<P>& image, const macho::macho_nlist<P>& symbol)
       : image_(image), symbol_(symbol) {}
 
   // Such as "(__TEXT,__text) external _main" or "(undefined) external _puts (from libSystem)".
@@ -25,7 +25,7 @@ class SymbolWords {
   std::string flags() const;
   std::string origin() const;
 
-  const listing::Image<P>& image_;
+  const macho::Image<P>& image_;
   const macho::macho_nlist<P>& symbol_;
 };
 

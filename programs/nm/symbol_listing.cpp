@@ -55,7 +55,7 @@ void sortSymbols(const NmOptions& options, std::vector<Symbol<P>>* symbols) {
 }
 
 template <class P>
-char sectionLetter(const listing::Image<P>& image, uint8_t number) {
+char sectionLetter(const macho::Image<P>& image, uint8_t number) {
   if (number == 0 || number > image.sections.size()) return 's';
   const auto& section = image.sections[number - 1];
   const std::string_view segment = section.segname.view(), name = section.sectname.view();
@@ -66,7 +66,7 @@ char sectionLetter(const listing::Image<P>& image, uint8_t number) {
 }
 
 template <class P>
-char letterOf(const listing::Image<P>& image, const Symbol<P>& symbol) {
+char letterOf(const macho::Image<P>& image, const Symbol<P>& symbol) {
   if (symbol.isDebugger()) return '-';
   char letter = '?';
   switch (symbol.type()) {
@@ -109,7 +109,7 @@ std::string_view stabName(uint8_t type) {
 }
 
 template <class P>
-void listSymbol(const listing::Image<P>& image, const NmOptions& options, const Symbol<P>& symbol,
+void listSymbol(const macho::Image<P>& image, const NmOptions& options, const Symbol<P>& symbol,
                 Output* output) {
   if (options.namesOnly || (options.undefinedOnly && !options.inWords)) {
     return output->print("{}\n", symbol.name);
@@ -142,8 +142,8 @@ void listSymbol(const listing::Image<P>& image, const NmOptions& options, const 
 }  // namespace
 
 template <class P>
-Listed listSymbols(const listing::Image<P>& image, const NmOptions& options,
-                   std::string_view prefix, Output* output) {
+Listed listSymbols(const macho::Image<P>& image, const NmOptions& options, std::string_view prefix,
+                   Output* output) {
   std::vector<Symbol<P>> symbols;
   const uint64_t count = image.symbolCount();
   uint64_t lettersLeft = kSmallestLimit + image.bytes.size() * kLettersPerByte;
@@ -164,13 +164,8 @@ Listed listSymbols(const listing::Image<P>& image, const NmOptions& options,
   return i < count ? Listed::kNotAll : Listed::kSymbols;
 }
 
-#define TOVREK_INSTANCE(P)                                                                         \
-  template Listed listSymbols(const listing::Image<macho::P>&, const NmOptions&, std::string_view, \
-                              Output*);
-TOVREK_INSTANCE(Pointer32<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer64<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer32<macho::LittleEndian>)
-TOVREK_INSTANCE(Pointer64<macho::LittleEndian>)
-#undef TOVREK_INSTANCE
+#define TOVREK_INSTANTIATE(P) \
+  template Listed listSymbols(const macho::Image<P>&, const NmOptions&, std::string_view, Output*);
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::nm

@@ -3,8 +3,8 @@
 
 #include <string_view>
 
-#include "listing/Image.h"
 #include "listing/Output.h"
+#include "macho/Image.h"
 #include "programs/nm/NmOptions.h"
 
 namespace tovrek::nm {
@@ -14,7 +14,7 @@ enum class Listed { kSymbols, kNone, kNotAll };
 // `prefix` stands before each line. kNone: the image has no symbols at all. kNotAll: the names are
 // together many times longer than the image, so that only a file made to repeat itself has them.
 template <class P>
-Listed listSymbols(const listing::Image<P>& image, const NmOptions& options,
-                   std::string_view prefix, listing::Output* output);
+Listed listSymbols(const macho::Image<P>& image, const NmOptions& options, std::string_view prefix,
+                   listing::Output* output);
 
 }  // namespace tovrek::nm

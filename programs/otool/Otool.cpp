@@ -2,9 +2,9 @@
 
 #include <fmt/format.h>
 
-#include "listing/Image.h"
 #include "listing/Listing.h"
 #include "log/SystemLog.h"
+#include "macho/Image.h"
 #include "programs/otool/OtoolOptions.h"
 #include "programs/otool/header_listing.h"
 #include "programs/otool/library_listing.h"
@@ -14,8 +14,8 @@
 namespace tovrek {
 namespace {
 
-using listing::ObjectFile;
-using listing::Slice;
+using macho::ObjectFile;
+using macho::Slice;
 
 constexpr std::string_view kUsage =
     "Usage: otool [-arch name] [-fhlLDovVX] file ...\n"
@@ -39,7 +39,7 @@ class Lister : public listing::Listing {
   }
   void listSlice(const ObjectFile& file, const Slice& slice) override;
   template <class P>
-  void listImage(const listing::Image<P>& image);
+  void listImage(const macho::Image<P>& image);
 
   const OtoolOptions& options_;
 };
@@ -53,7 +53,7 @@ void Lister::listSlice(const ObjectFile& file, const Slice& slice) {
   std::string problem = slice.problem;
   if (more) {
     if (!options_.noLeadingLines) output_.print("{}:\n", title);
-    const bool isImage = listing::visitImage(slice.bytes, [&](const auto& image) {
+    const bool isImage = macho::visitImage(slice.bytes, [&](const auto& image) {
       listImage(image);
       if (problem.empty()) problem = image.problem;
     });
@@ -65,7 +65,7 @@ void Lister::listSlice(const ObjectFile& file, const Slice& slice) {
 }
 
 template <class P>
-void Lister::listImage(const listing::Image<P>& image) {
+void Lister::listImage(const macho::Image<P>& image) {
   if (image.bytes.size() < sizeof(image.header)) return;
   if (options_.header) otool::listHeader(image, options_.verbose, &output_);
   if (options_.loadCommands) otool::listLoadCommands(image, options_.verbose, &output_);

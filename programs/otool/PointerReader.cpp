@@ -18,13 +18,10 @@ const typename Pair::second_type* findAt(const std::vector<Pair>& pairs, uint64_
 }  // namespace
 
 template <class P>
-PointerReader<P>::PointerReader(const listing::Image<P>& image) : image_(image) {
-  for (const macho::CommandView& command : image.commands) {
-    macho::macho_linkedit_data_command<P> data;
-    if (command.cmd == macho::LC_DYLD_CHAINED_FIXUPS && command.bytes.read(0, &data)) {
-      macho::ChainedTables<typename P::Order>::read(image.bytes.sub(data.dataoff, data.datasize),
-                                                    &fixups_);
-    }
+PointerReader<P>::PointerReader(const macho::Image<P>& image) : image_(image) {
+  if (const auto& table = image.pointers.chainedFixups) {
+    fixups_ =
+        macho::ChainedTables<typename P::Order>(image.bytes.sub(table->dataoff, table->datasize));
   }
   readBinds();
   readSegments();
@@ -42,12 +39,13 @@ void PointerReader<P>::readSegments() {
     if (record.fileoff == 0 && record.filesize != 0) base_ = record.vmaddr;
   }
   std::ranges::stable_sort(ranges_, {}, &Range::address);
-  for (const macho::ChainedStarts& starts : fixups_.segments()) {
-    const auto range =
-        std::ranges::lower_bound(ranges_, base_ + starts.offset, {}, &Range::address);
-    if (range != ranges_.end() && range->address == base_ + starts.offset) {
-      range->chainFormat = starts.format;
-    }
+  for (uint32_t i = 0; i < fixups_.segmentCount(); ++i) {
+    const auto starts = fixups_.segment(i);
+    if (!starts) break;
+    if (!starts->any) continue;
+    const uint64_t address = base_ + starts->offset;
+    const auto range = std::ranges::lower_bound(ranges_, address, {}, &Range::address);
+    if (range != ranges_.end() && range->address == address) range->chainFormat = starts->format;
   }
 }
 
@@ -152,9 +150,7 @@ std::optional<Target> PointerReader<P>::at(uint64_t address) const {
   return Target{raw, {}};
 }
 
-template class PointerReader<macho::Pointer32<macho::BigEndian>>;
-template class PointerReader<macho::Pointer64<macho::BigEndian>>;
-template class PointerReader<macho::Pointer32<macho::LittleEndian>>;
-template class PointerReader<macho::Pointer64<macho::LittleEndian>>;
+#define TOVREK_INSTANTIATE(P) template class PointerReader<P>;
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::otool

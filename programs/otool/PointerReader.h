@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "listing/Image.h"
 #include "macho/ChainedTables.h"
+#include "macho/Image.h"
 #include "programs/otool/bind_names.h"
 
 namespace tovrek::otool {
@@ -24,7 +24,7 @@ struct Target {
 template <class P>
 class PointerReader {
  public:
-  explicit PointerReader(const listing::Image<P>& image);
+  explicit PointerReader(const macho::Image<P>& image);
 
   // None when no pointer of the image's file lies there.
   std::optional<Target> at(uint64_t address) const;
@@ -61,7 +61,7 @@ class PointerReader {
   const Range* rangeOf(uint64_t address) const;
   Target decode(uint16_t format, uint64_t raw) const;
 
-  const listing::Image<P>& image_;
+  const macho::Image<P>& image_;
   macho::ChainedTables<typename P::Order> fixups_;
   BindNames binds_;
   uint64_t base_ = 0;

@@ -17,14 +17,14 @@ std::string nameOr(std::string_view name, uint32_t number) {
 
 }  // namespace
 
-void listUniversalHeader(const listing::ObjectFile& file, bool verbose, Output* output) {
-  if (file.kind() != listing::ObjectFile::Kind::kUniversal) return;
-  const char* magic = file.hasWideTable() ? "0xcafebabf" : "0xcafebabe";
-  if (verbose) magic = file.hasWideTable() ? "FAT_MAGIC_64" : "FAT_MAGIC";
-  output->print("Fat headers\nfat_magic {}\nnfat_arch {}\n", magic,
-                macho::fatEntryCount(file.bytes()));
+void listUniversalHeader(const macho::ObjectFile& file, bool verbose, Output* output) {
+  if (file.kind() != macho::ObjectFile::Kind::kUniversal) return;
+  const bool wide = file.table()->isWide();
+  const char* magic = wide ? "0xcafebabf" : "0xcafebabe";
+  if (verbose) magic = wide ? "FAT_MAGIC_64" : "FAT_MAGIC";
+  output->print("Fat headers\nfat_magic {}\nnfat_arch {}\n", magic, file.table()->count());
   for (size_t i = 0; i < file.slices().size(); ++i) {
-    const listing::Slice& slice = file.slices()[i];
+    const macho::Slice& slice = file.slices()[i];
     const macho::FatSlice& entry = slice.entry;
     const uint32_t subtype = entry.cpusubtype & macho::kCpuSubtypeMask;
     const uint32_t capabilities = entry.cpusubtype >> 24;
@@ -50,7 +50,7 @@ void listUniversalHeader(const listing::ObjectFile& file, bool verbose, Output* 
 }
 
 template <class P>
-void listHeader(const listing::Image<P>& image, bool verbose, Output* output) {
+void listHeader(const macho::Image<P>& image, bool verbose, Output* output) {
   output->text(
       "Mach header\n"
       "      magic cputype cpusubtype  caps    filetype ncmds sizeofcmds      flags\n");
@@ -85,11 +85,7 @@ void listHeader(const listing::Image<P>& image, bool verbose, Output* output) {
   output->text("\n");
 }
 
-template void listHeader(const listing::Image<macho::Pointer32<macho::BigEndian>>&, bool, Output*);
-template void listHeader(const listing::Image<macho::Pointer64<macho::BigEndian>>&, bool, Output*);
-template void listHeader(const listing::Image<macho::Pointer32<macho::LittleEndian>>&, bool,
-                         Output*);
-template void listHeader(const listing::Image<macho::Pointer64<macho::LittleEndian>>&, bool,
-                         Output*);
+#define TOVREK_INSTANTIATE(P) template void listHeader(const macho::Image<P>&, bool, Output*);
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::otool

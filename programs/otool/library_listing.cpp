@@ -29,7 +29,7 @@ std::string_view kindNote(uint32_t cmd) {
 }  // namespace
 
 template <class P>
-void listLibraries(const listing::Image<P>& image, Output* output) {
+void listLibraries(const macho::Image<P>& image, Output* output) {
   for (const macho::CommandView& command : image.commands) {
     if (!macho::loadsDylib(command.cmd) && command.cmd != macho::LC_ID_DYLIB) continue;
     macho::macho_dylib_command<P> dylib;
@@ -46,19 +46,15 @@ void listLibraries(const listing::Image<P>& image, Output* output) {
 }
 
 template <class P>
-void listLibraryId(const listing::Image<P>& image, Output* output) {
+void listLibraryId(const macho::Image<P>& image, Output* output) {
   for (const macho::CommandView& command : image.commands) {
     if (command.cmd == macho::LC_ID_DYLIB) output->print("{}\n", macho::dylibName<P>(command));
   }
 }
 
-#define TOVREK_INSTANCES(P)                                              \
-  template void listLibraries(const listing::Image<macho::P>&, Output*); \
-  template void listLibraryId(const listing::Image<macho::P>&, Output*);
-TOVREK_INSTANCES(Pointer32<macho::BigEndian>)
-TOVREK_INSTANCES(Pointer64<macho::BigEndian>)
-TOVREK_INSTANCES(Pointer32<macho::LittleEndian>)
-TOVREK_INSTANCES(Pointer64<macho::LittleEndian>)
-#undef TOVREK_INSTANCES
+#define TOVREK_INSTANTIATE(P)                                   \
+  template void listLibraries(const macho::Image<P>&, Output*); \
+  template void listLibraryId(const macho::Image<P>&, Output*);
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::otool

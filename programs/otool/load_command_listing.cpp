@@ -64,7 +64,7 @@ std::string textAt(const CommandView& command, uint32_t offset) {
 template <class P>
 class FieldReader {
  public:
-  FieldReader(const listing::Image<P>& image, const CommandView& command)
+  FieldReader(const macho::Image<P>& image, const CommandView& command)
       : image_(image), command_(command) {}
 
   // Bytes that the fields so far take.
@@ -91,7 +91,7 @@ class FieldReader {
     return fmt::format("{}{}", value, isPast ? " (past end of file)" : "");
   }
 
-  const listing::Image<P>& image_;
+  const macho::Image<P>& image_;
   const CommandView& command_;
   uint64_t at_ = sizeof(macho::macho_load_command<P>);
   uint64_t tableStart_ = 0;  // the last file offset shown
@@ -165,7 +165,7 @@ std::optional<std::string> FieldReader<P>::showWord(FieldKind kind) {
 }
 
 template <class P>
-void listForm(const listing::Image<P>& image, const CommandView& command, const CommandForm& form,
+void listForm(const macho::Image<P>& image, const CommandView& command, const CommandForm& form,
               Output* output) {
   FieldReader<P> reader(image, command);
   std::string text;
@@ -181,7 +181,7 @@ void listForm(const listing::Image<P>& image, const CommandView& command, const 
 }
 
 template <class P>
-void listBuildVersion(const listing::Image<P>& image, const CommandView& command, bool verbose,
+void listBuildVersion(const macho::Image<P>& image, const CommandView& command, bool verbose,
                       Output* output) {
   FieldReader<P> reader(image, command);
   output->print("      cmd LC_BUILD_VERSION\n  cmdsize {}\n", command.cmdsize);
@@ -215,7 +215,7 @@ void listTexts(const CommandView& command, uint64_t offset, uint64_t limit, std:
 }
 
 template <class P>
-void listLinkerOption(const listing::Image<P>& image, const CommandView& command, Output* output) {
+void listLinkerOption(const macho::Image<P>& image, const CommandView& command, Output* output) {
   FieldReader<P> reader(image, command);
   output->print("     cmd LC_LINKER_OPTION\n cmdsize {}\n", command.cmdsize);
   uint32_t count = 0;
@@ -225,7 +225,7 @@ void listLinkerOption(const listing::Image<P>& image, const CommandView& command
 }
 
 template <class P>
-void listPreboundDylib(const listing::Image<P>& image, const CommandView& command, Output* output) {
+void listPreboundDylib(const macho::Image<P>& image, const CommandView& command, Output* output) {
   FieldReader<P> reader(image, command);
   output->print("          cmd LC_PREBOUND_DYLIB\n      cmdsize {}\n", command.cmdsize);
   uint32_t name = 0, count = 0, modules = 0;
@@ -235,7 +235,7 @@ void listPreboundDylib(const listing::Image<P>& image, const CommandView& comman
 }
 
 template <class P>
-void listCommand(const listing::Image<P>& image, const CommandView& command, bool verbose,
+void listCommand(const macho::Image<P>& image, const CommandView& command, bool verbose,
                  Output* output) {
   const uint32_t cmd = command.cmd;
   if (cmd == P::kSegmentCommand) {
@@ -261,19 +261,14 @@ void listCommand(const listing::Image<P>& image, const CommandView& command, boo
 }  // namespace
 
 template <class P>
-void listLoadCommands(const listing::Image<P>& image, bool verbose, Output* output) {
+void listLoadCommands(const macho::Image<P>& image, bool verbose, Output* output) {
   for (const CommandView& command : image.commands) {
     output->print("Load command {}\n", command.index);
     listCommand(image, command, verbose, output);
   }
 }
 
-#define TOVREK_INSTANCE(P) \
-  template void listLoadCommands(const listing::Image<macho::P>&, bool, Output*);
-TOVREK_INSTANCE(Pointer32<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer64<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer32<macho::LittleEndian>)
-TOVREK_INSTANCE(Pointer64<macho::LittleEndian>)
-#undef TOVREK_INSTANCE
+#define TOVREK_INSTANTIATE(P) template void listLoadCommands(const macho::Image<P>&, bool, Output*);
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::otool

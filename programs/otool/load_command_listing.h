@@ -1,8 +1,8 @@
 // All load commands of an image with their fields.
 #pragma once
 
-#include "listing/Image.h"
 #include "listing/Output.h"
+#include "macho/Image.h"
 
 namespace tovrek::otool {
 
@@ -10,6 +10,6 @@ namespace tovrek::otool {
 // protections, flags, platforms and tools. A command too short for its kind shows the fields that
 // it has.
 template <class P>
-void listLoadCommands(const listing::Image<P>& image, bool verbose, listing::Output* output);
+void listLoadCommands(const macho::Image<P>& image, bool verbose, listing::Output* output);
 
 }  // namespace tovrek::otool

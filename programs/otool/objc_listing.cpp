@@ -35,7 +35,7 @@ constexpr NamedNumber kSwiftVersions[] = {
 template <class P>
 class ObjcLister {
  public:
-  ObjcLister(const listing::Image<P>& image, Output* output)
+  ObjcLister(const macho::Image<P>& image, Output* output)
       : image_(image),
         reader_(image),
         output_(output),
@@ -86,7 +86,7 @@ class ObjcLister {
   void listProperties(uint64_t address);
   bool listHeader(uint64_t address, uint32_t* entrySize, uint32_t* count);
 
-  const listing::Image<P>& image_;
+  const macho::Image<P>& image_;
   PointerReader<P> reader_;
   Output* output_;
   uint64_t limit_;
@@ -420,15 +420,11 @@ void ObjcLister<P>::listCategory(uint64_t address) {
 }  // namespace
 
 template <class P>
-bool listObjectiveC(const listing::Image<P>& image, Output* output) {
+bool listObjectiveC(const macho::Image<P>& image, Output* output) {
   return ObjcLister<P>(image, output).list();
 }
 
-#define TOVREK_INSTANCE(P) template bool listObjectiveC(const listing::Image<macho::P>&, Output*);
-TOVREK_INSTANCE(Pointer32<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer64<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer32<macho::LittleEndian>)
-TOVREK_INSTANCE(Pointer64<macho::LittleEndian>)
-#undef TOVREK_INSTANCE
+#define TOVREK_INSTANTIATE(P) template bool listObjectiveC(const macho::Image<P>&, Output*);
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::otool

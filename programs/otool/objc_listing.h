@@ -1,8 +1,8 @@
 // Classes, categories and protocols that the Objective-C runtime finds in an image.
 #pragma once
 
-#include "listing/Image.h"
 #include "listing/Output.h"
+#include "macho/Image.h"
 
 namespace tovrek::otool {
 
@@ -10,6 +10,6 @@ namespace tovrek::otool {
 // programs for the Mac) nothing is shown. False when a list is damaged; what can be read of it is
 // listed. The listing takes no more than a fixed multiple of the image's size.
 template <class P>
-bool listObjectiveC(const listing::Image<P>& image, listing::Output* output);
+bool listObjectiveC(const macho::Image<P>& image, listing::Output* output);
 
 }  // namespace tovrek::otool

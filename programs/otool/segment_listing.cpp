@@ -57,7 +57,7 @@ const char* reserved1Note(uint32_t type) {
 }
 
 template <class P>
-void listSection(const listing::Image<P>& image, std::string_view segmentName,
+void listSection(const macho::Image<P>& image, std::string_view segmentName,
                  const macho::macho_section<P>& section, bool verbose, Output* output) {
   const uint64_t addr = section.addr, size = section.size, fileSize = image.bytes.size();
   const uint32_t offset = section.offset, align = section.align, reloff = section.reloff,
@@ -65,7 +65,7 @@ void listSection(const listing::Image<P>& image, std::string_view segmentName,
   const uint32_t type = flags & macho::SECTION_TYPE_MASK;
   const bool foreign =
       image.header.filetype != kObjectFile && section.segname.view() != segmentName;
-  const bool filled = !listing::isZeroFill(flags);
+  const bool filled = !macho::hasNoContents(flags);
   output->print("Section\n  sectname {}\n   segname {}{}\n", section.sectname.view(),
                 section.segname.view(), foreign ? " (does not match segment)" : "");
   output->print("      addr 0x{:0{}x}\n      size 0x{:0{}x}{}\n", addr, kHexWidth<P>, size,
@@ -88,7 +88,7 @@ void listSection(const listing::Image<P>& image, std::string_view segmentName,
 }  // namespace
 
 template <class P>
-void listSegment(const listing::Image<P>& image, const macho::CommandView& command, bool verbose,
+void listSegment(const macho::Image<P>& image, const macho::CommandView& command, bool verbose,
                  Output* output) {
   macho::macho_segment_command<P> segment;
   const bool wide = P::kPointerSize == 8;
@@ -125,13 +125,8 @@ void listSegment(const listing::Image<P>& image, const macho::CommandView& comma
   }
 }
 
-#define TOVREK_INSTANCE(P)                                                                    \
-  template void listSegment(const listing::Image<macho::P>&, const macho::CommandView&, bool, \
-                            Output*);
-TOVREK_INSTANCE(Pointer32<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer64<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer32<macho::LittleEndian>)
-TOVREK_INSTANCE(Pointer64<macho::LittleEndian>)
-#undef TOVREK_INSTANCE
+#define TOVREK_INSTANTIATE(P) \
+  template void listSegment(const macho::Image<P>&, const macho::CommandView&, bool, Output*);
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::otool

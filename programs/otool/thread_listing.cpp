@@ -3,6 +3,7 @@
 #include <span>
 #include <string>
 
+#include "macho/pointer_models.h"
 #include "programs/otool/names.h"
 
 namespace tovrek::otool {
@@ -158,12 +159,8 @@ void listThread(uint32_t cputype, const macho::CommandView& command, Output* out
   StateReader<P>(cputype, command.bytes, output).list();
 }
 
-#define TOVREK_INSTANCE(P) \
-  template void listThread<macho::P>(uint32_t, const macho::CommandView&, Output*);
-TOVREK_INSTANCE(Pointer32<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer64<macho::BigEndian>)
-TOVREK_INSTANCE(Pointer32<macho::LittleEndian>)
-TOVREK_INSTANCE(Pointer64<macho::LittleEndian>)
-#undef TOVREK_INSTANCE
+#define TOVREK_INSTANTIATE(P) \
+  template void listThread<P>(uint32_t, const macho::CommandView&, Output*);
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::otool

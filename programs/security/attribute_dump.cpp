@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "formats/Digest.h"
+#include "formats/hex.h"
 #include "keychain/Keychain.h"
 
 namespace tovrek::security {
@@ -11,15 +11,6 @@ namespace {
 
 bool isPlain(char c) {
   return c >= ' ' && c <= '~' && c != '\\';
-}
-
-// The digest of a key as a keychain notes it, in bytes.
-std::string bytesOf(const std::string& hex) {
-  std::string bytes;
-  for (size_t i = 0; i + 1 < hex.size(); i += 2) {
-    bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
-  }
-  return bytes;
 }
 
 }  // namespace
@@ -46,7 +37,7 @@ std::string privateKeyDump(const std::string& id, const std::string& name,
       "keychain: \"{}\"\nversion: 256\nclass: 0x00000010 \nattributes:\n"
       "    0x00000000 <uint32>=0x00000010 \n    0x00000001 <blob>={}\n"
       "    0x00000006 <blob>={}\n",
-      keychainPath, blobText(name), blobText(bytesOf(id)));
+      keychainPath, blobText(name), blobText(bytesFromHex(id).value_or("")));
 }
 
 std::string attributeDump(const Certificate& certificate, const std::string& keychainPath) {
@@ -64,7 +55,7 @@ std::string attributeDump(const Certificate& certificate, const std::string& key
   blob("alis", certificate.emailAddress().value_or(certificate.inferredLabel()));
   number("cenc", kEncoding);
   number("ctyp", kType);
-  blob("hpky", bytesOf(keychain::publicKeyId(certificate)));
+  blob("hpky", bytesFromHex(keychain::publicKeyId(certificate)).value_or(""));
   blob("issu", certificate.issuerDer());
   blob("labl", certificate.inferredLabel());
   blob("skid", certificate.subjectKeyIdentifier());

@@ -1,6 +1,6 @@
 #include <fmt/format.h>
 
-#include "formats/Digest.h"
+#include "formats/hex.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "keychain/identities.h"

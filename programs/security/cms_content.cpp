@@ -1,23 +1,16 @@
 #include "programs/security/cms_content.h"
 
-#include <openssl/cms.h>
-#include <openssl/err.h>
-
 #include <climits>
-#include <memory>
+
+#include "formats/openssl_owners.h"
 
 namespace tovrek::security {
 
 namespace {
 
-struct CmsFree {
-  void operator()(CMS_ContentInfo* message) const noexcept { CMS_ContentInfo_free(message); }
-};
-using CmsOwner = std::unique_ptr<CMS_ContentInfo, CmsFree>;
-
 CmsOwner parse(std::string_view message) {
   if (message.size() > LONG_MAX) return nullptr;
-  const auto* at = static_cast<const unsigned char*>(static_cast<const void*>(message.data()));
+  const unsigned char* at = asBytes(message);
   CmsOwner parsed(d2i_CMS_ContentInfo(nullptr, &at, static_cast<long>(message.size())));
   ERR_clear_error();
   return parsed;

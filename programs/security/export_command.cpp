@@ -72,15 +72,13 @@ std::string pemSequence(const Items& items, const std::optional<std::string>& pa
 }
 
 std::string certificateBundle(const Items& items) {
-  const std::unique_ptr<PKCS7, Freer<PKCS7_free>> bundle(PKCS7_new());
+  const Pkcs7Owner bundle(PKCS7_new());
   if (!bundle || PKCS7_set_type(bundle.get(), NID_pkcs7_signed) != 1 ||
       PKCS7_content_new(bundle.get(), NID_pkcs7_data) != 1) {
     return {};
   }
   for (const Certificate& certificate : items.certificates) {
-    const unsigned char* at = asBytes(certificate.der());
-    const X509Owner x509(d2i_X509(nullptr, &at, static_cast<long>(certificate.der().size())));
-    if (!x509 || PKCS7_add_certificate(bundle.get(), x509.get()) != 1) return {};
+    if (PKCS7_add_certificate(bundle.get(), certificate.x509().get()) != 1) return {};
   }
   return encoded([&](unsigned char** out) { return i2d_PKCS7(bundle.get(), out); });
 }

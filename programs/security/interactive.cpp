@@ -1,9 +1,8 @@
 #include "programs/security/interactive.h"
 
-#include <unistd.h>
-
 #include <iostream>
 
+#include "host/terminal.h"
 #include "log/SystemLog.h"
 #include "programs/security/status.h"
 
@@ -43,7 +42,7 @@ std::optional<std::vector<std::string>> wordsOf(std::string_view line) {
 }
 
 int runLines(const std::string& prompt, int (*run)(const std::vector<std::string>&)) {
-  const bool typed = ::isatty(STDIN_FILENO) != 0;
+  const bool typed = inputIsTyped();
   int status = kSuccess;
   for (std::string line;;) {
     if (typed) printOut(prompt);

@@ -62,30 +62,24 @@ std::vector<std::string> valuesOf(const Arguments& arguments, std::string_view o
   return values;
 }
 
-X509Owner parsed(const Certificate& certificate) {
-  const unsigned char* at = asBytes(certificate.der());
-  return X509Owner(d2i_X509(nullptr, &at, static_cast<long>(certificate.der().size())));
-}
-
 // Where no root is named, every self-signed certificate of the keychains is trusted.
 struct Pool {
   StoreOwner roots{X509_STORE_new()};
   CertificateList others{sk_X509_new_null()};
 
   void trust(const Certificate& certificate) {
-    if (const X509Owner x509 = parsed(certificate)) X509_STORE_add_cert(roots.get(), x509.get());
+    X509_STORE_add_cert(roots.get(), certificate.x509().get());
   }
   void offer(const Certificate& certificate) {
-    X509Owner x509 = parsed(certificate);
-    if (x509 && sk_X509_push(others.get(), x509.get()) > 0) static_cast<void>(x509.release());
+    X509* x509 = certificate.x509().get();
+    if (sk_X509_push(others.get(), x509) > 0) X509_up_ref(x509);
   }
 };
 
 int chainError(const Certificate& leaf, const Pool& pool) {
-  const X509Owner x509 = parsed(leaf);
   const std::unique_ptr<X509_STORE_CTX, Freer<X509_STORE_CTX_free>> context(X509_STORE_CTX_new());
-  if (!x509 || !context ||
-      X509_STORE_CTX_init(context.get(), pool.roots.get(), x509.get(), pool.others.get()) != 1) {
+  if (!context || X509_STORE_CTX_init(context.get(), pool.roots.get(), leaf.x509().get(),
+                                      pool.others.get()) != 1) {
     return X509_V_ERR_UNSPECIFIED;
   }
   // Apple marks extensions of its own as critical.

@@ -11,7 +11,6 @@
 #include "converter/sdk_prep_flow.h"
 #include "converter/set_info_flow.h"
 #include "converter/wrap_flow.h"
-#include "engine/MachORebuildLib.h"
 #include "log/SystemLog.h"
 
 namespace tovrek {
@@ -34,10 +33,6 @@ void AppConverter::initializeLogging(const Request& request, RunContext& context
     logger->setLogFileWriteLevel(request.logWriteLevel);
     logger->setLogFilename(request.logFile);
   }
-  MachORebuildLib::load();
-  MachORebuildLib::setLogFilename(request.logFile);
-  MachORebuildLib::setLogDisplayLevel(request.logDisplayLevel);
-  MachORebuildLib::setLogFileWriteLevel(request.logWriteLevel);
 }
 
 bool AppConverter::unzipIpaAndProcessConverterParameters(const Request& request,

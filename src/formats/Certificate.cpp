@@ -66,48 +66,82 @@ bool codeSigningAllowed(X509* certificate) {
 std::optional<Certificate> Certificate::fromDer(std::string_view der) {
   if (der.empty() || der.size() > LONG_MAX) return std::nullopt;
   const std::string copy(der);
-  const auto* start = static_cast<const unsigned char*>(static_cast<const void*>(copy.data()));
+  const unsigned char* start = asBytes(copy);
   const unsigned char* at = start;
-  X509Owner parsed(d2i_X509(nullptr, &at, static_cast<long>(copy.size())));
+  std::shared_ptr<X509> parsed = X509Owner(d2i_X509(nullptr, &at, static_cast<long>(copy.size())));
   if (!parsed || at != start + copy.size()) {
     ERR_clear_error();
     return std::nullopt;
   }
-  X509* x509 = parsed.get();
+  return Certificate(std::move(parsed), copy);
+}
 
-  Certificate result;
-  result.der_ = copy;
-  const X509_NAME* subject = X509_get_subject_name(x509);
-  result.commonName_ = attribute(subject, NID_commonName);
-  result.organizationalUnit_ = attribute(subject, NID_organizationalUnitName);
-  result.organization_ = attribute(subject, NID_organizationName);
-  result.emailAddress_ = attribute(subject, NID_pkcs9_emailAddress);
-  for (const auto* name : {&result.commonName_, &result.organizationalUnit_, &result.organization_,
-                           &result.emailAddress_}) {
+Certificate Certificate::of(std::shared_ptr<X509> x509) {
+  std::string der = encoded([&](unsigned char** out) { return i2d_X509(x509.get(), out); });
+  return Certificate(std::move(x509), std::move(der));
+}
+
+Certificate::Certificate(std::shared_ptr<X509> x509, std::string der)
+    : der_(std::move(der)), x509_(std::move(x509)) {
+  const X509_NAME* subject = X509_get_subject_name(x509_.get());
+  commonName_ = attribute(subject, NID_commonName);
+  organizationalUnit_ = attribute(subject, NID_organizationalUnitName);
+  organization_ = attribute(subject, NID_organizationName);
+  emailAddress_ = attribute(subject, NID_pkcs9_emailAddress);
+  for (const auto* name : {&commonName_, &organizationalUnit_, &organization_, &emailAddress_}) {
     if (!*name) continue;
-    result.label_ = **name;
+    label_ = **name;
     break;
   }
 
-  const auto from = secondsOf(X509_get0_notBefore(x509));
-  const auto to = secondsOf(X509_get0_notAfter(x509));
+  const auto from = secondsOf(X509_get0_notBefore(x509_.get()));
+  const auto to = secondsOf(X509_get0_notAfter(x509_.get()));
   if (from && to) {
-    result.notBefore_ = *from;
-    result.notAfter_ = *to;
+    notBefore_ = *from;
+    notAfter_ = *to;
   }
-  result.subjectDer_ = derOf(subject);
-  result.issuerDer_ = derOf(X509_get_issuer_name(x509));
-  result.serialNumber_ = bytesOf(X509_get0_serialNumber(x509));
-  result.subjectKeyIdentifier_ = bytesOf(X509_get0_subject_key_id(x509));
-  result.authorityKeyIdentifier_ = bytesOf(X509_get0_authority_key_id(x509));
-  result.allowsCodeSigning_ = codeSigningAllowed(x509);
-  result.x509_ = std::move(parsed);
+  subjectDer_ = derOf(subject);
+  issuerDer_ = derOf(X509_get_issuer_name(x509_.get()));
+  serialNumber_ = bytesOf(X509_get0_serialNumber(x509_.get()));
+  subjectKeyIdentifier_ = bytesOf(X509_get0_subject_key_id(x509_.get()));
+  authorityKeyIdentifier_ = bytesOf(X509_get0_authority_key_id(x509_.get()));
+  allowsCodeSigning_ = codeSigningAllowed(x509_.get());
   ERR_clear_error();  // a name or extension that could not be read leaves its complaint there
-  return result;
+}
+
+std::optional<std::string> Certificate::subject(const std::string& field) const {
+  const int nid = OBJ_txt2nid(field.c_str());
+  return nid == NID_undef ? std::nullopt : attribute(X509_get_subject_name(x509_.get()), nid);
+}
+
+std::string Certificate::signerName() const {
+  return commonName_ ? *commonName_ : organization_.value_or("(unknown)");
+}
+
+std::string Certificate::sha1() const {
+  return digestOf(DigestAlgorithm::kSha1, der_);
 }
 
 std::string Certificate::sha1Hex() const {
-  return hexLower(digestOf(DigestAlgorithm::kSha1, der_));
+  return hexLower(sha1());
+}
+
+bool Certificate::isSignedBy(const Certificate& issuer) const {
+  EVP_PKEY* key = X509_get0_pubkey(issuer.x509_.get());
+  const bool isSigned = key != nullptr && X509_verify(x509_.get(), key) == 1;
+  ERR_clear_error();
+  return isSigned;
+}
+
+bool Certificate::isIssuedBy(const Certificate& issuer) const {
+  const bool fits = X509_check_issued(issuer.x509_.get(), x509_.get()) == X509_V_OK;
+  ERR_clear_error();
+  return fits && isSignedBy(issuer);
+}
+
+bool Certificate::hasExtension(const std::string& oid) const {
+  const ObjectOwner object(OBJ_txt2obj(oid.c_str(), 1));
+  return object && X509_get_ext_by_OBJ(x509_.get(), object.get(), -1) >= 0;
 }
 
 }  // namespace tovrek

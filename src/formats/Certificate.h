@@ -1,5 +1,5 @@
-// X.509 certificates (OpenSSL; RFC 5280), as far as names, digests, validity and the links
-// between a certificate and its issuer are asked for.
+// X.509 certificates (OpenSSL; RFC 5280), as far as names, digests, validity, extensions and the
+// links between a certificate and its issuer are asked for.
 #pragma once
 
 #include <openssl/types.h>
@@ -16,6 +16,8 @@ class Certificate {
  public:
   // None when the bytes are not one DER-encoded certificate.
   static std::optional<Certificate> fromDer(std::string_view der);
+  // Of one that OpenSSL has read already. Must not be null.
+  static Certificate of(std::shared_ptr<X509> x509);
 
   const std::string& der() const { return der_; }
   // OpenSSL's form, shared by all copies: reading a certificate anew costs a search through all
@@ -31,7 +33,12 @@ class Certificate {
   const std::optional<std::string>& organization() const { return organization_; }
   // The first e-mail address of the subject; none without one.
   const std::optional<std::string>& emailAddress() const { return emailAddress_; }
-  // SHA-1 over the DER form, 40 lower-case digits.
+  // The first attribute of the subject with that short name ("CN", "O", "OU", ...), as UTF-8.
+  std::optional<std::string> subject(const std::string& field) const;
+  // Who signed, as codesign tells it: the common name, else organisation, else "(unknown)".
+  std::string signerName() const;
+  // SHA-1 over the DER form: 20 bytes, and as 40 lower-case digits.
+  std::string sha1() const;
   std::string sha1Hex() const;
 
   // Validity, in seconds since 1970. A time that cannot be read makes an empty range.
@@ -48,11 +55,20 @@ class Certificate {
 
   // Issuer and subject have one name: the upper end of a chain.
   bool isSelfIssued() const { return subjectDer_ == issuerDer_; }
+  // Whether the issuer's key made this certificate's signature, whatever names and uses say.
+  bool isSignedBy(const Certificate& issuer) const;
+  // As isSignedBy(), with names, key identifiers and the issuer's uses as they have to be.
+  bool isIssuedBy(const Certificate& issuer) const;
+  bool isSelfSigned() const { return isIssuedBy(*this); }
+  // Whether an extension with that dotted object identifier is there.
+  bool hasExtension(const std::string& oid) const;
   // Whether the extended key usage lets the key sign code: it lists code signing or any use, or
   // the certificate does not limit its uses at all.
   bool allowsCodeSigning() const { return allowsCodeSigning_; }
 
  private:
+  Certificate(std::shared_ptr<X509> x509, std::string der);
+
   std::string der_;
   std::shared_ptr<X509> x509_;
   std::optional<std::string> commonName_;

@@ -24,17 +24,6 @@ const EVP_MD* methodOf(DigestAlgorithm algorithm) {
   return EVP_sha256();
 }
 
-std::string hexOf(std::string_view bytes, const char* digits) {
-  std::string text;
-  text.reserve(bytes.size() * 2);
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    text += digits[byte >> 4];
-    text += digits[byte & 15];
-  }
-  return text;
-}
-
 }  // namespace
 
 struct Digest::Context {
@@ -86,13 +75,6 @@ std::string digestOf(DigestAlgorithm algorithm, std::span<const std::byte> bytes
   Digest digest(algorithm);
   digest.update(bytes);
   return digest.finish();
-}
-
-std::string hexLower(std::string_view bytes) {
-  return hexOf(bytes, "0123456789abcdef");
-}
-std::string hexUpper(std::string_view bytes) {
-  return hexOf(bytes, "0123456789ABCDEF");
 }
 
 }  // namespace tovrek

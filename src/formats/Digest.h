@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "formats/hex.h"  // for everybody: digests are shown as digits
+
 namespace tovrek {
 
 enum class DigestAlgorithm { kMd5, kSha1, kSha256, kSha384, kSha512 };
@@ -31,9 +33,5 @@ class Digest {
 
 std::string digestOf(DigestAlgorithm algorithm, std::string_view bytes);
 std::string digestOf(DigestAlgorithm algorithm, std::span<const std::byte> bytes);
-
-// Two hexadecimal digits a byte.
-std::string hexLower(std::string_view bytes);
-std::string hexUpper(std::string_view bytes);
 
 }  // namespace tovrek

@@ -1,4 +1,4 @@
-// Base64 (RFC 4648, standard alphabet) in the variants that packages and signatures use.
+// The forms of Base64 that packages use, over the one of base64.h.
 #pragma once
 
 #include <optional>

@@ -19,15 +19,26 @@ namespace tovrek {
 using AttributeOwner = std::unique_ptr<X509_ATTRIBUTE, Freer<X509_ATTRIBUTE_free>>;
 using BioOwner = std::unique_ptr<BIO, Freer<BIO_free_all>>;
 using CmsOwner = std::unique_ptr<CMS_ContentInfo, Freer<CMS_ContentInfo_free>>;
+using EncryptedKeyOwner = std::unique_ptr<X509_SIG, Freer<X509_SIG_free>>;
+using KeyInfoOwner = std::unique_ptr<PKCS8_PRIV_KEY_INFO, Freer<PKCS8_PRIV_KEY_INFO_free>>;
 using KeyOwner = std::unique_ptr<EVP_PKEY, Freer<EVP_PKEY_free>>;
 using ObjectOwner = std::unique_ptr<ASN1_OBJECT, Freer<ASN1_OBJECT_free>>;
+using Pkcs7Owner = std::unique_ptr<PKCS7, Freer<PKCS7_free>>;
 using Pkcs12Owner = std::unique_ptr<PKCS12, Freer<PKCS12_free>>;
 using StoreOwner = std::unique_ptr<X509_STORE, Freer<X509_STORE_free>>;
 using X509Owner = std::unique_ptr<X509, Freer<X509_free>>;
-struct CertificateListFreer {
+
+// Lists, with what is in them.
+struct ListFreer {
   void operator()(STACK_OF(X509) * list) const noexcept { sk_X509_pop_free(list, X509_free); }
+  void operator()(STACK_OF(PKCS7) * list) const noexcept { sk_PKCS7_pop_free(list, PKCS7_free); }
+  void operator()(STACK_OF(PKCS12_SAFEBAG) * list) const noexcept {
+    sk_PKCS12_SAFEBAG_pop_free(list, PKCS12_SAFEBAG_free);
+  }
 };
-using CertificateList = std::unique_ptr<STACK_OF(X509), CertificateListFreer>;
+using CertificateList = std::unique_ptr<STACK_OF(X509), ListFreer>;
+using Pkcs7List = std::unique_ptr<STACK_OF(PKCS7), ListFreer>;
+using SafeBagList = std::unique_ptr<STACK_OF(PKCS12_SAFEBAG), ListFreer>;
 
 // The memory must outlive the BIO.
 inline BioOwner readingFrom(std::string_view bytes) {

@@ -1,4 +1,5 @@
-// Reading and writing property lists. This is the one file that knows libplist.
+// Reading property lists in both forms, and writing the binary one. This is the one file that
+// knows libplist.
 #include <plist/plist.h>
 
 #include <cmath>
@@ -11,8 +12,8 @@
 
 #include "formats/PlistValue.h"
 #include "formats/XmlDocument.h"
+#include "formats/XmlPlistWriter.h"
 #include "formats/plist_depth.h"
-#include "host/clock.h"
 #include "host/files.h"
 
 namespace tovrek {
@@ -40,8 +41,11 @@ std::string xmlOf(plist_t node) {
   return text == nullptr ? "" : std::string(text, length);
 }
 
-Node nodeFromXml(const std::string& element) {
-  const std::string document = "<plist version=\"1.0\">" + element + "</plist>";
+// By way of XML, for what the library's own makers cannot take.
+Node nodeThroughXml(const PlistValue& value) {
+  XmlPlistWriter writer(XmlPlistLayout::kFile);
+  writer.value(value);
+  const std::string document = writer.finish();
   plist_t node = nullptr;
   plist_from_xml(document.data(), static_cast<uint32_t>(document.size()), &node);
   return Node(node);
@@ -171,15 +175,10 @@ struct NodeMaker {
   plist_t operator()(uint64_t number) const {
     constexpr auto kLargestSigned = static_cast<uint64_t>(std::numeric_limits<int64_t>::max());
     if (number <= kLargestSigned) return plist_new_uint(number);
-    return nodeFromXml("<integer>" + std::to_string(number) + "</integer>").release();
+    return nodeThroughXml(number).release();
   }
   plist_t operator()(double number) const { return plist_new_real(number); }
-  plist_t operator()(const PlistValue::Date& date) const {
-    std::string text = dateDescription(date.secondsSince1970);  // yyyy-MM-dd HH:mm:ss +0000
-    text = text.substr(0, text.find(" +"));
-    text[text.find(' ')] = 'T';
-    return nodeFromXml("<date>" + text + "Z</date>").release();
-  }
+  plist_t operator()(const PlistValue::Date& date) const { return nodeThroughXml(date).release(); }
   plist_t operator()(const PlistValue::Data& data) const {
     return plist_new_data(data.bytes.data(), data.bytes.size());
   }
@@ -219,9 +218,13 @@ std::optional<PlistValue> parsePlist(std::string_view bytes, ErrorText* error) {
 }
 
 std::string serializePlist(const PlistValue& value, PlistFormat format) {
+  if (format == PlistFormat::kXml) {
+    XmlPlistWriter writer(XmlPlistLayout::kFile);
+    writer.value(value);
+    // Texts may hold what no XML reader would take again.
+    return xmlText(writer.finish());
+  }
   const Node node(value.visit(NodeMaker()));
-  // The library writes texts as they are, also those that no XML reader would take again.
-  if (format == PlistFormat::kXml) return xmlText(xmlOf(node.get()));
   char* bytes = nullptr;
   uint32_t length = 0;
   plist_to_bin(node.get(), &bytes, &length);

@@ -6,6 +6,7 @@
 #include <new>
 
 #include "host/StdioFile.h"
+#include "host/bytes.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "icons/image_data.h"
@@ -27,14 +28,10 @@ constexpr uint8_t kLastFilterType = 4;
 // What init_chunk answers.
 enum : int { kEndOfFile = 0, kChunk = 1, kTooLong = -1, kNoMemory = -2, kShort = -3 };
 
-void appendBigEndian32(std::string& bytes, uint32_t value) {
-  for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back(static_cast<char>(value >> shift));
-}
-
 void appendChunk(std::string& bytes, std::string_view typeAndData, uint32_t crc) {
-  appendBigEndian32(bytes, static_cast<uint32_t>(typeAndData.size() - 4));
+  appendBig32(&bytes, static_cast<uint32_t>(typeAndData.size() - 4));
   bytes += typeAndData;
-  appendBigEndian32(bytes, crc);
+  appendBig32(&bytes, crc);
 }
 
 std::optional<std::string> withoutPngEnding(const std::string& path) {
@@ -150,7 +147,7 @@ int IconConverter::init_chunk(std::FILE* stream, uint64_t fileLength) {
   const auto readNumber = [stream](uint32_t* value) {
     std::string bytes(4, '\0');
     const size_t got = std::fread(bytes.data(), 1, bytes.size(), stream);
-    *value = readBigEndian32(bytes);
+    *value = *readBig32(bytes, 0);
     return got;
   };
 

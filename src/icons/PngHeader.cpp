@@ -6,6 +6,8 @@
 #include <array>
 #include <limits>
 
+#include "host/bytes.h"
+
 namespace tovrek {
 namespace {
 
@@ -54,12 +56,6 @@ int byteAt(std::string_view data, size_t index) {
 
 }  // namespace
 
-uint32_t readBigEndian32(std::string_view bytes) {
-  uint32_t value = 0;
-  for (const char byte : bytes.substr(0, 4)) value = value << 8 | static_cast<unsigned char>(byte);
-  return value;
-}
-
 uint64_t PngPass::dataSize() const {
   if (width == 0 || height == 0) return 0;
   const uint64_t row = bytesPerLine + 1;
@@ -74,8 +70,8 @@ std::optional<PngHeader> PngHeader::parse(std::string_view data, ErrorText* erro
   if (data.size() != 13) return refuse("IHDR chunk length incorrect");
 
   PngHeader header;
-  header.width = readBigEndian32(data);
-  header.height = readBigEndian32(data.substr(4));
+  header.width = *readBig32(data, 0);
+  header.height = *readBig32(data, 4);
   header.bitDepth = byteAt(data, 8);
   header.colorType = byteAt(data, 9);
   header.compression = byteAt(data, 10);

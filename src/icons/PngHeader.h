@@ -50,7 +50,4 @@ struct PngHeader {
   static constexpr int kRgba = 6;
 };
 
-// The big-endian number in the first four bytes of `bytes`, which must hold as many.
-uint32_t readBigEndian32(std::string_view bytes);
-
 }  // namespace tovrek

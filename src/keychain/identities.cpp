@@ -1,12 +1,11 @@
 #include "keychain/identities.h"
 
 #include <fmt/format.h>
-#include <openssl/err.h>
-#include <openssl/x509.h>
 
 #include <algorithm>
 #include <set>
 
+#include "formats/hex.h"
 #include "host/clock.h"
 #include "host/paths.h"
 
@@ -24,8 +23,7 @@ std::string nameOf(const Certificate& certificate) {
 }
 
 bool isDigest(std::string_view name) {
-  return name.size() == 40 &&
-         name.find_first_not_of("0123456789abcdefABCDEF") == std::string_view::npos;
+  return name.size() == 40 && bytesFromHex(name);
 }
 
 bool matches(const Certificate& certificate, std::string_view name) {
@@ -90,13 +88,6 @@ LookupResult cannotSign(const Certificate& certificate, std::string_view name) {
       fmt::format("The certificate \"{}\" is not meant for code signing.", nameOf(certificate)));
 }
 
-bool signedBy(const Certificate& certificate, const Certificate& issuer) {
-  EVP_PKEY* key = X509_get0_pubkey(issuer.x509().get());
-  const bool verified = key != nullptr && X509_verify(certificate.x509().get(), key) == 1;
-  ERR_clear_error();
-  return verified;
-}
-
 bool namesKeyOf(const Certificate& certificate, const Certificate& issuer) {
   return !certificate.authorityKeyIdentifier().empty() &&
          certificate.authorityKeyIdentifier() == issuer.subjectKeyIdentifier();
@@ -111,7 +102,7 @@ const Certificate* issuerOf(const Certificate& certificate,
   const Certificate* best = nullptr;
   for (const Certificate* candidate : pool) {
     if (candidate->subjectDer() != certificate.issuerDer() ||
-        (best != nullptr && rank(candidate) <= rank(best)) || !signedBy(certificate, *candidate)) {
+        (best != nullptr && rank(candidate) <= rank(best)) || !certificate.isSignedBy(*candidate)) {
       continue;
     }
     best = candidate;

@@ -61,7 +61,6 @@ EVP_PKEY* plainKey(const PemBlock& block) {
   if (block.name != PEM_STRING_PKCS8INF || !block.header.empty()) return nullptr;
   const unsigned char* at = asBytes(block.data);
   const unsigned char* end = at + block.data.size();
-  using KeyInfoOwner = std::unique_ptr<PKCS8_PRIV_KEY_INFO, Freer<PKCS8_PRIV_KEY_INFO_free>>;
   const KeyInfoOwner info(
       d2i_PKCS8_PRIV_KEY_INFO(nullptr, &at, static_cast<long>(block.data.size())));
   return info && at == end ? EVP_PKCS82PKEY(info.get()) : nullptr;
@@ -113,8 +112,7 @@ ReadResult readDerKey(std::string_view bytes, const std::optional<std::string>& 
     return ReadResult::kRead;
   }
   at = asBytes(bytes);
-  using Encrypted = std::unique_ptr<X509_SIG, Freer<X509_SIG_free>>;
-  const Encrypted shape(d2i_X509_SIG(nullptr, &at, static_cast<long>(bytes.size())));
+  const EncryptedKeyOwner shape(d2i_X509_SIG(nullptr, &at, static_cast<long>(bytes.size())));
   return shape ? ReadResult::kWrongPassword : ReadResult::kUnknownFormat;
 }
 

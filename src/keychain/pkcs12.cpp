@@ -13,15 +13,6 @@ namespace tovrek::keychain {
 
 namespace {
 
-using SafeBags =
-    std::unique_ptr<STACK_OF(PKCS12_SAFEBAG), decltype([](STACK_OF(PKCS12_SAFEBAG) * bags) {
-                      sk_PKCS12_SAFEBAG_pop_free(bags, PKCS12_SAFEBAG_free);
-                    })>;
-using Safes = std::unique_ptr<STACK_OF(PKCS7), decltype([](STACK_OF(PKCS7) * safes) {
-                                sk_PKCS7_pop_free(safes, PKCS7_free);
-                              })>;
-using KeyInfoOwner = std::unique_ptr<PKCS8_PRIV_KEY_INFO, Freer<PKCS8_PRIV_KEY_INFO_free>>;
-
 // Keychain Access and older OpenSSL encrypt certificates with 40-bit RC2, which OpenSSL 3 keeps
 // in a provider that is not loaded by itself. Without it modern files can still be read.
 // It stays loaded until the program ends.
@@ -42,7 +33,7 @@ class BagReader {
   bool complete() const { return complete_; }
 
   void readSafe(PKCS7* safe) {
-    SafeBags bags;
+    SafeBagList bags;
     if (PKCS7_type_is_data(safe)) {
       bags.reset(PKCS12_unpack_p7data(safe));
     } else if (PKCS7_type_is_encrypted(safe)) {
@@ -71,7 +62,7 @@ class BagReader {
           break;
         case NID_certBag:
           if (PKCS12_SAFEBAG_get_bag_nid(bag) == NID_x509Certificate) {
-            addCertificate(X509Owner(PKCS12_SAFEBAG_get1_cert(bag)).get());
+            addCertificate(X509Owner(PKCS12_SAFEBAG_get1_cert(bag)));
           }
           break;
         case NID_safeContentsBag:
@@ -92,11 +83,9 @@ class BagReader {
     }
   }
 
-  void addCertificate(X509* x509) {
-    auto certificate = Certificate::fromDer(
-        encoded([&](unsigned char** der) { return x509 == nullptr ? 0 : i2d_X509(x509, der); }));
-    if (certificate) {
-      items_->certificates.push_back(std::move(*certificate));
+  void addCertificate(X509Owner x509) {
+    if (x509) {
+      items_->certificates.push_back(Certificate::of(std::move(x509)));
     } else {
       complete_ = false;
     }
@@ -146,7 +135,7 @@ ReadResult readPkcs12(std::string_view bytes, const std::optional<std::string>& 
     ERR_clear_error();
     return ReadResult::kWrongPassword;
   }
-  const Safes safes(PKCS12_unpack_authsafes(file.get()));
+  const Pkcs7List safes(PKCS12_unpack_authsafes(file.get()));
   if (!safes) {
     ERR_clear_error();
     return ReadResult::kUnsupported;

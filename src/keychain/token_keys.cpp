@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "formats/hex.h"
 #include "host/files.h"
 #include "host/paths.h"
 
@@ -27,22 +28,13 @@ struct TokenUri {
   std::optional<std::string> module, pin, pinSource;
 };
 
-int hexValue(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  const char lower = static_cast<char>(c | 0x20);
-  return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
-
 std::string percentDecoded(std::string_view text) {
   std::string result;
   for (size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '%' && i + 2 < text.size() && hexValue(text[i + 1]) >= 0 &&
-        hexValue(text[i + 2]) >= 0) {
-      result += static_cast<char>(hexValue(text[i + 1]) * 16 + hexValue(text[i + 2]));
-      i += 2;
-    } else {
-      result += text[i];
-    }
+    const auto byte =
+        text[i] == '%' && i + 2 < text.size() ? bytesFromHex(text.substr(i + 1, 2)) : std::nullopt;
+    result += byte ? *byte : std::string(1, text[i]);
+    if (byte) i += 2;
   }
   return result;
 }

@@ -16,23 +16,23 @@ int Listing::run() {
 }
 
 void Listing::list(const std::string& path) {
-  ObjectFile file;
+  macho::ObjectFile file;
   ErrorText error;
   if (!file.open(meantFile(path), &error)) {
     return complain(fmt::format("can't open file: {} ({})", path, error.text()));
   }
-  if (file.kind() == ObjectFile::Kind::kOther) return listOther(file);
+  if (file.kind() == macho::ObjectFile::Kind::kOther) return listOther(file);
   beginFile(file);
   if (!file.problem().empty()) {
     complain(fmt::format("{}: truncated or malformed fat file ({})", file.path(), file.problem()));
   }
-  std::vector<const Slice*> chosen;
+  std::vector<const macho::Slice*> chosen;
   std::string missing;
-  if (!chooseSlices(file, options_.archs, &chosen, &missing)) {
+  if (!macho::chooseSlices(file, options_.archs, &chosen, &missing)) {
     return complain(
         fmt::format("file: {} does not contain architecture: {}", file.path(), missing));
   }
-  for (const Slice* slice : chosen) listSlice(file, *slice);
+  for (const macho::Slice* slice : chosen) listSlice(file, *slice);
 }
 
 void Listing::complain(const std::string& text) {

@@ -5,8 +5,8 @@
 #include <string_view>
 
 #include "listing/ListingOptions.h"
-#include "listing/ObjectFile.h"
 #include "listing/Output.h"
+#include "macho/ObjectFile.h"
 
 namespace tovrek::listing {
 
@@ -26,10 +26,10 @@ class Listing {
 
  protected:
   // A file that is no Mach-O file.
-  virtual void listOther(const ObjectFile& file) = 0;
+  virtual void listOther(const macho::ObjectFile& file) = 0;
   // Called before the slices of a file.
-  virtual void beginFile(const ObjectFile&) {}
-  virtual void listSlice(const ObjectFile& file, const Slice& slice) = 0;
+  virtual void beginFile(const macho::ObjectFile&) {}
+  virtual void listSlice(const macho::ObjectFile& file, const macho::Slice& slice) = 0;
 
   void complain(const std::string& text);
   // Puts the text behind what was listed so far, on standard error.

@@ -16,31 +16,47 @@ enum ImportsFormat : uint32_t {
 }  // namespace
 
 template <class Order>
-bool ChainedTables<Order>::read(ByteView data, ChainedTables* out) {
-  *out = {};
+ChainedTables<Order>::ChainedTables(ByteView data) {
   dyld_chained_fixups_header<Order> header;
-  Stored<uint32_t, Order> segmentCount;
-  if (!data.read(0, &header)) return false;
-  out->data_ = data;
-  out->importsOffset_ = header.imports_offset;
-  out->importsCount_ = header.imports_count;
-  out->importsFormat_ = header.imports_format;
+  if (!data.read(0, &header)) return;
+  hasHeader_ = true;
+  data_ = data;
+  version_ = header.fixups_version;
+  importsOffset_ = header.imports_offset;
+  importsCount_ = header.imports_count;
+  importsFormat_ = header.imports_format;
   const uint64_t names = header.symbols_offset;
   if (header.symbols_format == 0 && names < data.size()) {
-    out->names_ = data.sub(names, data.size() - names);
+    names_ = data.sub(names, data.size() - names);
   }
-  const uint64_t starts = header.starts_offset;
-  if (!data.read(starts, &segmentCount)) return false;
-  const uint32_t count = segmentCount;
-  for (uint32_t i = 0; i < count; ++i) {
-    Stored<uint32_t, Order> offset;
-    dyld_chained_starts_in_segment<Order> segment;
-    if (!data.read(starts + 4 + uint64_t{i} * 4, &offset)) return false;
-    if (offset == 0) continue;  // a segment without pointers
-    if (!data.read(starts + offset, &segment)) return false;
-    out->segments_.push_back({segment.segment_offset, segment.pointer_format});
-  }
-  return true;
+  startsOffset_ = header.starts_offset;
+  Stored<uint32_t, Order> count;
+  hasSegments_ = data.read(startsOffset_, &count);
+  if (hasSegments_) segmentCount_ = count;
+}
+
+template <class Order>
+std::optional<ChainedStarts> ChainedTables<Order>::segment(uint32_t index) const {
+  Stored<uint32_t, Order> offset;
+  const uint64_t starts = startsOffset_;
+  if (!data_.read(starts + (1 + uint64_t{index}) * sizeof(offset), &offset)) return std::nullopt;
+  if (offset == 0) return ChainedStarts{};
+  dyld_chained_starts_in_segment<Order> record;
+  if (!data_.read(starts + offset, &record)) return std::nullopt;
+  return ChainedStarts{true,
+                       record.segment_offset,
+                       record.pointer_format,
+                       record.page_size,
+                       record.page_count,
+                       record.max_valid_pointer,
+                       starts + offset + sizeof(record)};
+}
+
+template <class Order>
+std::optional<uint16_t> ChainedTables<Order>::pageStart(uint64_t pages, uint32_t index) const {
+  Stored<uint16_t, Order> start;
+  if (!data_.read(pages + uint64_t{index} * sizeof(start), &start)) return std::nullopt;
+  return start;
 }
 
 template <class Order>

@@ -8,26 +8,9 @@
 
 #include "host/ErrorText.h"
 #include "macho/ByteView.h"
+#include "macho/FatTable.h"
 
 namespace tovrek::macho {
-
-// One image inside a file. `align` is a power of two.
-struct FatSlice {
-  uint32_t cputype = 0;
-  uint32_t cpusubtype = 0;
-  uint64_t offset = 0;
-  uint64_t size = 0;
-  uint32_t align = 0;
-};
-
-// Whether the file starts with the universal magic number.
-bool hasFatMagic(ByteView file);
-
-// Entry `index` of the table, unchecked but for its own place; false when it or the header lies
-// beyond the file.
-bool readFatEntry(ByteView file, uint64_t index, FatSlice* out);
-// The number of entries that the header claims; 0 when there is no header.
-uint32_t fatEntryCount(ByteView file);
 
 // The images of a Mach-O file, universal or thin, with all bounds checked.
 struct FatFile {

@@ -1,5 +1,7 @@
 #include "macho/ImagePointers.h"
 
+#include "macho/pointer_models.h"
+
 namespace tovrek::macho {
 namespace {
 
@@ -68,9 +70,7 @@ bool ImagePointers<P>::record(const CommandView& command) {
   }
 }
 
-template struct ImagePointers<Pointer32<BigEndian>>;
-template struct ImagePointers<Pointer64<BigEndian>>;
-template struct ImagePointers<Pointer32<LittleEndian>>;
-template struct ImagePointers<Pointer64<LittleEndian>>;
+#define TOVREK_INSTANTIATE(P) template struct ImagePointers<P>;
+TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
 
 }  // namespace tovrek::macho

@@ -3,11 +3,13 @@
 
 #include <cstdint>
 
+#include "host/bytes.h"
+
 namespace tovrek::macho {
 
 // The next multiple of `alignment`, a power of two, at or above `value`.
 constexpr uint64_t ullRoundTo(uint64_t value, uint64_t alignment) {
-  return (value + alignment - 1) & ~(alignment - 1);
+  return alignUp(value, alignment);
 }
 
 // The end of a range, held at the largest number instead of wrapping round.

@@ -1,6 +1,6 @@
 #include "package/binary_symbols.h"
 
-#include "tools/tool_run.h"
+#include "host/process.h"
 
 namespace tovrek {
 

@@ -1,60 +1,32 @@
 // The certificates of a signer, and what the rules of code signing ask of them.
 #pragma once
 
-#include <openssl/types.h>
-
-#include <memory>
-#include <optional>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
+
+#include "formats/Certificate.h"
 
 namespace tovrek::signing {
 
 // Extensions by which Apple marks certificates.
 inline constexpr const char* kWwdrIntermediateOid = "1.2.840.113635.100.6.2.1";
 
-class CodeCertificate {
- public:
-  // None when the bytes are not one DER-encoded certificate.
-  static std::optional<CodeCertificate> fromDer(std::string_view der);
-
-  // Of one that is read already, from `der`, and is shared.
-  static CodeCertificate of(std::shared_ptr<X509> x509, std::string der);
-
-  const std::string& der() const { return der_; }
-  X509* x509() const { return x509_.get(); }
-  std::string sha1() const;  // 20 bytes
-  // The first attribute of the subject with that short name ("CN", "O", "OU", ...), as UTF-8.
-  std::optional<std::string> subject(const char* field) const;
-  // Whether an extension with that dotted object identifier is there.
-  bool hasExtension(const std::string& oid) const;
-  bool isSelfSigned() const;
-  bool isIssuedBy(const CodeCertificate& issuer) const;
-  // What people know it by: the common name, else organisation, else "(unknown)".
-  std::string displayName() const;
-
- private:
-  std::string der_;
-  std::shared_ptr<X509> x509_;
-};
-
 // Leaf first, root (as far as it is known) last.
 class CertificateChain {
  public:
   CertificateChain() = default;
-  explicit CertificateChain(std::vector<CodeCertificate> certificates)
+  explicit CertificateChain(std::vector<Certificate> certificates)
       : certificates_(std::move(certificates)) {}
   // Orders `others` above `leaf` by who issued whom; those that issued nothing here are left out.
-  static CertificateChain build(const CodeCertificate& leaf,
-                                const std::vector<CodeCertificate>& others);
+  static CertificateChain build(const Certificate& leaf, const std::vector<Certificate>& others);
 
-  const std::vector<CodeCertificate>& certificates() const { return certificates_; }
+  const std::vector<Certificate>& certificates() const { return certificates_; }
   size_t size() const { return certificates_.size(); }
   bool empty() const { return certificates_.empty(); }
-  const CodeCertificate& leaf() const { return certificates_.front(); }
+  const Certificate& leaf() const { return certificates_.front(); }
   // Slot numbers as requirements write them: 0 is the leaf, -1 the last one; null beyond the ends.
-  const CodeCertificate* at(int slot) const;
+  const Certificate* at(int slot) const;
 
   // Whether the chain reaches Apple's root certificate, which is known by its SHA-1.
   //
@@ -71,7 +43,7 @@ class CertificateChain {
   std::string teamId() const;
 
  private:
-  std::vector<CodeCertificate> certificates_;
+  std::vector<Certificate> certificates_;
 };
 
 }  // namespace tovrek::signing

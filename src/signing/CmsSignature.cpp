@@ -9,17 +9,13 @@
 #include <ctime>
 #include <map>
 
-#include "signing/bytes.h"
+#include "host/bytes.h"
 #include "signing/cms_attributes.h"
 
 namespace tovrek::signing {
 namespace {
 
 constexpr unsigned kSigningFlags = CMS_PARTIAL | CMS_BINARY | CMS_DETACHED | CMS_NOSMIMECAP;
-
-BioOwner memoryOf(std::string_view bytes) {
-  return BioOwner(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
-}
 
 bool addAttributes(CMS_SignerInfo* signer, const std::vector<CodeDirectory>& directories) {
   const std::string plist = cdHashesPlist(directories);
@@ -43,31 +39,23 @@ bool addAttributes(CMS_SignerInfo* signer, const std::vector<CodeDirectory>& dir
   return named && CMS_signed_add1_attr(signer, named.get()) == 1;
 }
 
-std::string derOf(CMS_ContentInfo* cms) {
-  const int size = i2d_CMS_ContentInfo(cms, nullptr);
-  if (size <= 0) return "";
-  std::string der(static_cast<size_t>(size), '\0');
-  auto* at = static_cast<unsigned char*>(static_cast<void*>(der.data()));
-  i2d_CMS_ContentInfo(cms, &at);
-  return der;
-}
-
 }  // namespace
 
 std::optional<std::string> makeCms(const SigningIdentity& identity,
                                    const std::vector<CodeDirectory>& directories,
                                    ErrorText* error) {
   const CmsOwner cms(CMS_sign(nullptr, nullptr, nullptr, nullptr, kSigningFlags));
-  CMS_SignerInfo* signer = cms ? CMS_add1_signer(cms.get(), identity.chain.leaf().x509(),
+  CMS_SignerInfo* signer = cms ? CMS_add1_signer(cms.get(), identity.chain.leaf().x509().get(),
                                                  identity.key.get(), EVP_sha256(), kSigningFlags)
                                : nullptr;
   bool good = signer != nullptr && addAttributes(signer, directories);
   for (size_t i = 1; good && i < identity.chain.size(); ++i) {
-    good = CMS_add1_cert(cms.get(), identity.chain.certificates()[i].x509()) == 1;
+    good = CMS_add1_cert(cms.get(), identity.chain.certificates()[i].x509().get()) == 1;
   }
-  const BioOwner content = memoryOf(directories.front().blob());
+  const BioOwner content = readingFrom(directories.front().blob());
   good = good && CMS_final(cms.get(), content.get(), nullptr, CMS_BINARY | CMS_DETACHED) == 1;
-  std::string der = good ? derOf(cms.get()) : "";
+  std::string der =
+      good ? encoded([&](unsigned char** out) { return i2d_CMS_ContentInfo(cms.get(), out); }) : "";
   if (der.empty()) {
     fail(error, "errSecInternalComponent (" + opensslReason() + ")");
     return std::nullopt;
@@ -76,7 +64,7 @@ std::optional<std::string> makeCms(const SigningIdentity& identity,
 }
 
 std::optional<CmsSignature> CmsSignature::parse(std::string_view bytes, ErrorText* error) {
-  const BioOwner source = memoryOf(bytes);
+  const BioOwner source = readingFrom(bytes);
   CmsSignature signature;
   signature.cms_.reset(d2i_CMS_bio(source.get(), nullptr), Freer<CMS_ContentInfo_free>());
   if (!signature.cms_ || OBJ_obj2nid(CMS_get0_type(signature.cms_.get())) != NID_pkcs7_signed) {
@@ -95,14 +83,12 @@ bool CmsSignature::readSigner(ErrorText* error) {
   }
   CMS_SignerInfo* signer = sk_CMS_SignerInfo_value(signers, 0);
   const CertificateList enclosed(CMS_get1_certs(cms_.get()));
-  std::optional<CodeCertificate> leaf;
-  std::vector<CodeCertificate> others;
+  std::optional<Certificate> leaf;
+  std::vector<Certificate> others;
   for (int i = 0; i < sk_X509_num(enclosed.get()); ++i) {
     X509* x509 = sk_X509_value(enclosed.get(), i);
     X509_up_ref(x509);
-    auto certificate =
-        CodeCertificate::of(std::shared_ptr<X509>(x509, Freer<X509_free>()),
-                            encoded([&](unsigned char** der) { return i2d_X509(x509, der); }));
+    auto certificate = Certificate::of(X509Owner(x509));
     if (!leaf && CMS_SignerInfo_cert_cmp(signer, x509) == 0) {
       CMS_SignerInfo_set1_signer_cert(signer, x509);
       leaf = std::move(certificate);
@@ -120,7 +106,7 @@ bool CmsSignature::readSigner(ErrorText* error) {
 }
 
 bool CmsSignature::isSignatureOver(std::string_view content, ErrorText* error) const {
-  const BioOwner source = memoryOf(content);
+  const BioOwner source = readingFrom(content);
   constexpr unsigned kFlags = CMS_BINARY | CMS_DETACHED | CMS_NO_SIGNER_CERT_VERIFY;
   if (CMS_verify(cms_.get(), nullptr, nullptr, source.get(), nullptr, kFlags) == 1) return true;
   return fail(error, opensslReason());

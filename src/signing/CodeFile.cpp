@@ -2,25 +2,21 @@
 
 #include <fmt/format.h>
 
+#include "host/bytes.h"
 #include "macho/FatFile.h"
-#include "macho/layout.h"
-#include "signing/bytes.h"
+#include "macho/pointer_models.h"
 
 namespace tovrek::signing {
 namespace {
 
-constexpr uint32_t kMachOMagics[] = {0xfeedface, 0xfeedfacf, 0xcefaedfe, 0xcffaedfe, 0xcafebabe};
 // Java class files share the magic number of universal files; their next word is a version that
 // no count of architectures reaches.
 constexpr uint32_t kMostArchitectures = 40;
 
-bool looksLikeMachO(std::string_view bytes) {
-  const auto magic = readBig32(bytes, 0);
-  for (const uint32_t known : kMachOMagics) {
-    if (magic != known) continue;
-    return known != macho::kFatMagic || readBig32(bytes, 4).value_or(0) <= kMostArchitectures;
-  }
-  return false;
+bool looksLikeMachO(macho::ByteView bytes) {
+  const auto table = macho::FatTable::find(bytes);
+  if (table && !table->isWide()) return table->count() <= kMostArchitectures;
+  return macho::hasThinMagic(bytes);
 }
 
 }  // namespace
@@ -28,9 +24,9 @@ bool looksLikeMachO(std::string_view bytes) {
 std::optional<CodeFile> CodeFile::open(const std::string& path, ErrorText* error) {
   CodeFile file;
   if (!file.file_.open(path, error)) return std::nullopt;
-  if (!looksLikeMachO(file.bytes())) return file;
-
   const macho::ByteView bytes(file.file_.bytes());
+  if (!looksLikeMachO(bytes)) return file;
+
   macho::FatFile fat;
   ErrorText reason;
   if (!macho::FatFile::read(bytes, &fat, &reason)) {

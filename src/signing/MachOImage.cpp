@@ -4,169 +4,150 @@
 
 #include <algorithm>
 
+#include "host/bytes.h"
 #include "macho/ArchName.h"
-#include "macho/layout.h"
-#include "signing/bytes.h"
+#include "macho/Image.h"
 
 namespace tovrek::signing {
 namespace {
 
 using macho::ByteView;
+using macho::CommandView;
 
-// Reads one image; P is the pointer model that its magic number stands for.
+// Picks out of the image what signing is concerned with.
 template <class P>
-class Reader {
+class Summary {
  public:
-  Reader(ByteView bytes, MachOImage* image) : bytes_(bytes), image_(*image) {}
+  Summary(const macho::Image<P>& image, MachOImage* out) : image_(image), out_(*out) {}
 
-  bool read(ErrorText* error) {
-    macho::macho_header<P> header;
-    if (!bytes_.read(0, &header)) return fail(error, "Mach-O header is cut short");
-    image_.is64 = P::kPointerSize == 8;
-    image_.isLittleEndian = std::is_same_v<typename P::Order, macho::LittleEndian>;
-    image_.cputype = header.cputype;
-    image_.cpusubtype = header.cpusubtype;
-    image_.filetype = header.filetype;
-    image_.ncmds = header.ncmds;
-    image_.headerSize = sizeof(header);
-    const uint32_t sizeofcmds = header.sizeofcmds;
-    image_.commandsEnd = sizeof(header) + uint64_t{sizeofcmds};
-    if (!bytes_.contains(sizeof(header), sizeofcmds)) {
+  bool fill(ErrorText* error) {
+    if (!image_.hasHeader()) return fail(error, "Mach-O header is cut short");
+    const auto& header = image_.header;
+    out_.cputype = header.cputype;
+    out_.cpusubtype = header.cpusubtype;
+    out_.filetype = header.filetype;
+    out_.ncmds = header.ncmds;
+    if (image_.commandsEnd() > image_.bytes.size()) {
       return fail(error, fmt::format("load commands of {} bytes extend past the end of the file",
-                                     sizeofcmds));
+                                     uint32_t{header.sizeofcmds}));
     }
-    return readCommands(error);
+    return takeCommands(error);
   }
 
  private:
-  bool readCommands(ErrorText* error) {
-    uint64_t at = image_.headerSize;
-    for (uint32_t i = 0; i < image_.ncmds; ++i) {
-      macho::macho_load_command<P> command;
-      const ByteView rest = bytes_.sub(at, image_.commandsEnd - at);
-      const bool readable = rest.read(0, &command);
-      const uint32_t size = readable ? uint32_t{command.cmdsize} : 0;
-      if (size < sizeof(command) || !rest.contains(0, size)) {
-        return fail(error, fmt::format("load command {}/{} is damaged", i + 1, image_.ncmds));
-      }
-      if (!readCommand(command.cmd, rest.sub(0, size), at)) {
-        return fail(error, fmt::format("load command {}/{} is cut short", i + 1, image_.ncmds));
-      }
-      at += size;
+  bool takeCommands(ErrorText* error) {
+    out_.commandsEnd = sizeof(image_.header);
+    for (const CommandView& command : image_.commands) {
+      if (command.bytes.size() == 0) break;  // the damaged one
+      if (!takeCommand(command)) return refuse(command, "is cut short", error);
+      out_.commandsEnd = command.end();
     }
-    image_.commandsEnd = at;
-    return true;
+    return !image_.damage || refuse(image_.damage->command, "is damaged", error);
   }
 
-  // `body` is the command alone, so that no command reaches into its neighbour.
-  bool readCommand(uint32_t cmd, ByteView body, uint64_t at) {
-    switch (cmd) {
+  bool refuse(const CommandView& command, std::string_view what, ErrorText* error) const {
+    return fail(error, fmt::format("load command {}/{} {}", command.index + 1, out_.ncmds, what));
+  }
+
+  // False for one that is too short.
+  bool takeCommand(const CommandView& command) {
+    switch (command.cmd) {
       case P::kSegmentCommand:
-        return readSegment(body, at);
+        return takeSegment(command);
       case macho::LC_CODE_SIGNATURE: {
-        macho::macho_linkedit_data_command<P> command;
-        if (!body.read(0, &command)) return false;
-        image_.signature = {at, command.dataoff, command.datasize};
+        macho::macho_linkedit_data_command<P> data;
+        if (!command.bytes.read(0, &data)) return false;
+        out_.signature = {command.offset, data.dataoff, data.datasize};
         return true;
       }
       case macho::LC_SYMTAB: {
-        macho::macho_symtab_command<P> command;
-        if (!body.read(0, &command)) return false;
-        image_.stringPoolEnd = uint64_t{uint32_t{command.stroff}} + uint32_t{command.strsize};
+        macho::macho_symtab_command<P> table;
+        if (!command.bytes.read(0, &table)) return false;
+        out_.stringPoolEnd = uint64_t{uint32_t{table.stroff}} + uint32_t{table.strsize};
         return true;
       }
       case macho::LC_UUID: {
-        macho::macho_uuid_command<P> command;
-        if (!body.read(0, &command)) return false;
-        image_.uuid = asText(command.uuid);
+        macho::macho_uuid_command<P> uuid;
+        if (!command.bytes.read(0, &uuid)) return false;
+        out_.uuid = asText(uuid.uuid);
         return true;
       }
+      default:
+        return takeVersion(command);
+    }
+  }
+
+  bool takeVersion(const CommandView& command) {
+    switch (command.cmd) {
       case macho::LC_BUILD_VERSION: {
-        macho::macho_build_version_command<P> command;
-        if (!body.read(0, &command)) return false;
-        image_.version = {command.platform, command.minos, command.sdk};
+        macho::macho_build_version_command<P> version;
+        if (!command.bytes.read(0, &version)) return false;
+        out_.version = {version.platform, version.minos, version.sdk};
         return true;
       }
       case macho::LC_VERSION_MIN_MACOSX:
-        return readVersion(body, kPlatformMacos);
+        return takeMinimum(command, kPlatformMacos);
       case macho::LC_VERSION_MIN_IPHONEOS:
-        return readVersion(body, kPlatformIos);
+        return takeMinimum(command, kPlatformIos);
       case macho::LC_VERSION_MIN_TVOS:
-        return readVersion(body, kPlatformTvos);
+        return takeMinimum(command, kPlatformTvos);
       case macho::LC_VERSION_MIN_WATCHOS:
-        return readVersion(body, kPlatformWatchos);
+        return takeMinimum(command, kPlatformWatchos);
       default:
         return true;
     }
   }
 
-  bool readVersion(ByteView body, uint32_t platform) {
-    macho::macho_version_min_command<P> command;
-    if (!body.read(0, &command)) return false;
-    image_.version = {platform, command.version, command.sdk};
+  bool takeMinimum(const CommandView& command, uint32_t platform) {
+    macho::macho_version_min_command<P> version;
+    if (!command.bytes.read(0, &version)) return false;
+    out_.version = {platform, version.version, version.sdk};
     return true;
   }
 
-  bool readSegment(ByteView body, uint64_t at) {
-    macho::macho_segment_command<P> command;
-    if (!body.read(0, &command)) return false;
-    MachOImage::Segment segment{std::string(command.segname.view()),
-                                at,
-                                command.vmaddr,
-                                command.vmsize,
-                                command.fileoff,
-                                command.filesize,
-                                0};
-    const uint32_t nsects = command.nsects;
-    for (uint32_t i = 0; i < nsects; ++i) {
-      macho::macho_section<P> section;
-      if (!body.read(sizeof(command) + uint64_t{i} * sizeof(section), &section)) return false;
-      noteSection(section, &segment);
+  // The image has the segments in the order of their commands, but not those too short for one.
+  bool takeSegment(const CommandView& command) {
+    const size_t next = out_.segments.size();
+    if (next == image_.segments.size()) return false;
+    const macho::Segment<P>& segment = image_.segments[next];
+    const auto& record = segment.record;
+    if (segment.command.index != command.index || segment.sectionCount < record.nsects) {
+      return false;
     }
-    image_.segments.push_back(std::move(segment));
+    out_.segments.push_back({std::string(record.segname.view()), command.offset, record.vmaddr,
+                             record.vmsize, record.fileoff, record.filesize, 0});
+    for (size_t i = 0; i < segment.sectionCount; ++i) {
+      noteSection(image_.sections[segment.firstSection + i], &out_.segments.back());
+    }
     return true;
   }
 
   void noteSection(const macho::macho_section<P>& section, MachOImage::Segment* segment) {
     const uint32_t offset = section.offset;
-    const uint64_t size = section.size;
     if (offset != 0 && (segment->firstSectionOffset == 0 || offset < segment->firstSectionOffset)) {
       segment->firstSectionOffset = offset;
     }
     if (segment->name == macho::kTextSegment && section.sectname.view() == "__info_plist") {
-      image_.infoPlist = asText(bytes_.sub(offset, size).bytes());
+      out_.infoPlist = asText(image_.bytes.sub(offset, section.size).bytes());
     }
   }
 
-  ByteView bytes_;
-  MachOImage& image_;
+  const macho::Image<P>& image_;
+  MachOImage& out_;
 };
-
-template <class P>
-bool hasMagic(ByteView bytes) {
-  typename P::Word magic;
-  return bytes.read(0, &magic) && magic == P::kMagic;
-}
 
 }  // namespace
 
 std::optional<MachOImage> MachOImage::parse(ByteView bytes, ErrorText* error) {
-  MachOImage image;
-  image.bytes = bytes;
+  MachOImage summary;
+  summary.bytes = bytes;
   bool read = false;
-  if (hasMagic<macho::Pointer64<macho::LittleEndian>>(bytes)) {
-    read = Reader<macho::Pointer64<macho::LittleEndian>>(bytes, &image).read(error);
-  } else if (hasMagic<macho::Pointer32<macho::LittleEndian>>(bytes)) {
-    read = Reader<macho::Pointer32<macho::LittleEndian>>(bytes, &image).read(error);
-  } else if (hasMagic<macho::Pointer64<macho::BigEndian>>(bytes)) {
-    read = Reader<macho::Pointer64<macho::BigEndian>>(bytes, &image).read(error);
-  } else if (hasMagic<macho::Pointer32<macho::BigEndian>>(bytes)) {
-    read = Reader<macho::Pointer32<macho::BigEndian>>(bytes, &image).read(error);
-  } else {
-    fail(error, "not a Mach-O image");
-  }
+  const bool isImage = macho::visitImage(bytes, [&]<class P>(const macho::Image<P>& image) {
+    read = Summary<P>(image, &summary).fill(error);
+  });
+  if (!isImage) fail(error, "not a Mach-O image");
   if (!read) return std::nullopt;
-  return image;
+  return summary;
 }
 
 const MachOImage::Segment* MachOImage::segment(std::string_view name) const {

@@ -1,7 +1,6 @@
 // One Mach-O image as far as signing is concerned with it.
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -37,11 +36,8 @@ struct MachOImage {
   };
 
   macho::ByteView bytes;  // of the whole image
-  bool is64 = false;
-  bool isLittleEndian = true;
   uint32_t cputype = 0, cpusubtype = 0, filetype = 0;
   uint32_t ncmds = 0;
-  uint64_t headerSize = 0;
   uint64_t commandsEnd = 0;  // offset behind the last load command
   std::vector<Segment> segments;
   std::optional<SignatureCommand> signature;
@@ -50,8 +46,8 @@ struct MachOImage {
   uint64_t stringPoolEnd = 0;  // of the symbol table; 0 without one
   std::string_view infoPlist;  // section __TEXT,__info_plist; empty for none
 
-  // Reads header and load commands, both checked against the bytes at hand. None, with the reason,
-  // for what is damaged.
+  // None, with the reason, when the header or a load command is damaged; what those lead to is not
+  // looked at.
   static std::optional<MachOImage> parse(macho::ByteView bytes, ErrorText* error = nullptr);
 
   const Segment* segment(std::string_view name) const;  // the last of that name; null without

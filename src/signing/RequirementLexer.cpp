@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cctype>
 
-#include "signing/bytes.h"
+#include "formats/hex.h"
 
 namespace tovrek::signing {
 namespace {

@@ -6,10 +6,10 @@
 #include <charconv>
 #include <ctime>
 
-#include "formats/Digest.h"
+#include "formats/Certificate.h"
+#include "formats/hex.h"
 #include "host/clock.h"
 #include "host/files.h"
-#include "signing/CertificateChain.h"
 #include "signing/RequirementLexer.h"
 
 namespace tovrek::signing {
@@ -331,7 +331,7 @@ bool Parser::certificateHash(Expression* out) {
   if (!readFile(token_.text, &der, &reason)) {
     return failHere(fmt::format("{}: {}", token_.text, reason.text()));
   }
-  const auto certificate = CodeCertificate::fromDer(der);
+  const auto certificate = Certificate::fromDer(der);
   if (!certificate) {
     return failHere(fmt::format("{}: not a DER-encoded certificate", token_.text));
   }

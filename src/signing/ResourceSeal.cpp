@@ -8,12 +8,12 @@
 #include <mutex>
 #include <vector>
 
+#include "formats/XmlPlistWriter.h"
 #include "host/files.h"
 #include "host/parallel.h"
 #include "host/paths.h"
 #include "signing/CodeObject.h"
 #include "signing/FileHasher.h"
-#include "signing/XmlPlistWriter.h"
 
 namespace tovrek::signing {
 namespace {
@@ -149,7 +149,7 @@ bool isOutsideSeal(const std::string& relativePath, const std::string& executabl
 std::optional<std::string> sealResources(const SealRequest& request, ErrorText* error) {
   auto resources = findResources(request, error);
   if (!resources || !readResources(request, &*resources, error)) return std::nullopt;
-  XmlPlistWriter writer;
+  XmlPlistWriter writer(XmlPlistLayout::kSignature);
   writer.beginDictionary();
   writer.key("files");
   writeFiles(*resources, &writer);

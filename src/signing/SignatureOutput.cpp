@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/AtomicFile.h"
+#include "host/bytes.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "macho/FatFile.h"
@@ -15,7 +16,6 @@
 #include "signing/CodeImage.h"
 #include "signing/CodeSignature.h"
 #include "signing/SuperBlob.h"
-#include "signing/bytes.h"
 
 namespace tovrek::signing {
 namespace {

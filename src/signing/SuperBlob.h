@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "host/ErrorText.h"
-#include "signing/bytes.h"
+#include "host/bytes.h"
 
 namespace tovrek::signing {
 

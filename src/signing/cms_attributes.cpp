@@ -6,8 +6,7 @@
 #include <algorithm>
 #include <ctime>
 
-#include "signing/XmlPlistWriter.h"
-#include "signing/bytes.h"
+#include "formats/XmlPlistWriter.h"
 #include "signing/requirements.h"
 
 namespace tovrek::signing {
@@ -60,7 +59,7 @@ std::string cdHashesPlist(const std::vector<CodeDirectory>& directories) {
   for (const CodeDirectory& directory : directories) ordered.push_back(&directory);
   std::sort(ordered.begin(), ordered.end(),
             [](const auto* a, const auto* b) { return a->kind().type < b->kind().type; });
-  XmlPlistWriter writer;
+  XmlPlistWriter writer(XmlPlistLayout::kSignature);
   writer.beginDictionary();
   writer.key("cdhashes");
   writer.beginArray();

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cctype>
 
-#include "formats/Digest.h"
+#include "formats/hex.h"
 #include "formats/openssl_owners.h"
 #include "host/clock.h"
 #include "signing/RequirementExpression.h"
@@ -106,8 +106,7 @@ std::string oidText(std::string_view contents) {
   if (contents.size() > 127) return "0x" + hexLower(contents);
   der.push_back(static_cast<char>(contents.size()));
   der += contents;
-  const auto bytes = asBytes(der);
-  const auto* at = static_cast<const unsigned char*>(static_cast<const void*>(bytes.data()));
+  const unsigned char* at = asBytes(der);
   const ObjectOwner object(d2i_ASN1_OBJECT(nullptr, &at, static_cast<long>(der.size())));
   ERR_clear_error();
   if (!object) return "0x" + hexLower(contents);

@@ -33,7 +33,7 @@ Expression anchorAppleGeneric() {
   return e;
 }
 
-Expression subjectIs(const CodeCertificate& leaf, const char* field) {
+Expression subjectIs(const Certificate& leaf, const char* field) {
   Expression e;
   e.op = RequirementOp::kCertificateField;
   e.certificate = kLeafSlot;
@@ -86,11 +86,11 @@ Expression developerIdRequirement(std::string_view identifier, const Certificate
 
 // The highest certificate that still belongs to the leaf's organisation.
 int organizationSlot(const CertificateChain& chain) {
-  const auto organization = chain.leaf().subject("O");
+  const auto organization = chain.leaf().organization();
   if (!organization) return kLeafSlot;
   int slot = kLeafSlot;
-  for (const CodeCertificate* next = chain.at(1); next != nullptr; next = chain.at(slot + 1)) {
-    if (next->subject("O") != organization) break;
+  for (const Certificate* next = chain.at(1); next != nullptr; next = chain.at(slot + 1)) {
+    if (next->organization() != organization) break;
     ++slot;
   }
   return slot == static_cast<int>(chain.size()) - 1 ? kRootSlot : slot;

@@ -4,9 +4,9 @@
 
 #include <algorithm>
 
-#include "macho/layout.h"
+#include "host/bytes.h"
+#include "macho/pointer_models.h"
 #include "signing/MachOImage.h"
-#include "signing/bytes.h"
 
 namespace tovrek::signing {
 namespace {
@@ -120,16 +120,6 @@ bool cutCommand(const MachOImage& image, SignaturePlacement* placement) {
   return HeadEditor<P>(&placement->head).countCommands(image.ncmds - 1, image.commandsEnd - size);
 }
 
-// Calls `edit` with the pointer model of the image.
-template <class Edit>
-bool withModelOf(const MachOImage& image, Edit edit) {
-  using macho::BigEndian, macho::LittleEndian, macho::Pointer32, macho::Pointer64;
-  if (image.isLittleEndian) {
-    return image.is64 ? edit(Pointer64<LittleEndian>()) : edit(Pointer32<LittleEndian>());
-  }
-  return image.is64 ? edit(Pointer64<BigEndian>()) : edit(Pointer32<BigEndian>());
-}
-
 }  // namespace
 
 std::optional<uint64_t> codeLimitFor(const MachOImage& image, ErrorText* error) {
@@ -171,8 +161,9 @@ std::optional<SignaturePlacement> placeSignature(const MachOImage& image, uint64
   placement.head = asText(image.bytes.sub(0, headSize).bytes());
   placement.codeLimit = *limit;
   placement.signatureSize = signatureSize;
-  const auto edit = [&]<class P>(P) { return editHead<P>(image, &placement); };
-  if (!withModelOf(image, edit)) {
+  bool edited = false;
+  macho::visitModel(image.bytes, [&]<class P>() { edited = editHead<P>(image, &placement); });
+  if (!edited) {
     fail(error, "load commands are damaged");
     return std::nullopt;
   }
@@ -193,8 +184,9 @@ std::optional<SignaturePlacement> removeSignature(const MachOImage& image, Error
   if (image.stringPoolEnd > 0 && image.stringPoolEnd < *limit && gap <= kLargestGap) {
     placement.codeLimit = image.stringPoolEnd;
   }
-  const auto cut = [&]<class P>(P) { return cutCommand<P>(image, &placement); };
-  if (!withModelOf(image, cut)) {
+  bool cut = false;
+  macho::visitModel(image.bytes, [&]<class P>() { cut = cutCommand<P>(image, &placement); });
+  if (!cut) {
     fail(error, "load commands are damaged");
     return std::nullopt;
   }

@@ -6,9 +6,9 @@
 #include <cctype>
 #include <cstdint>
 
+#include "host/bytes.h"
 #include "host/paths.h"
 #include "macho/layout.h"
-#include "signing/bytes.h"
 
 namespace tovrek::signing {
 namespace {

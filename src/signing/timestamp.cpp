@@ -12,7 +12,6 @@
 namespace tovrek::signing {
 namespace {
 
-using TokenOwner = std::unique_ptr<PKCS7, Freer<PKCS7_free>>;
 using InfoOwner = std::unique_ptr<TS_TST_INFO, Freer<TS_TST_INFO_free>>;
 
 // What was stamped is the signature's value.
@@ -44,7 +43,7 @@ std::optional<Timestamp> timestampOf(CMS_SignerInfo* signer) {
   if (value == nullptr || ASN1_TYPE_get(value) != V_ASN1_SEQUENCE) return stamp;
   const ASN1_STRING* sequence = value->value.sequence;
   const unsigned char* bytes = ASN1_STRING_get0_data(sequence);
-  const TokenOwner token(d2i_PKCS7(nullptr, &bytes, ASN1_STRING_length(sequence)));
+  const Pkcs7Owner token(d2i_PKCS7(nullptr, &bytes, ASN1_STRING_length(sequence)));
   const InfoOwner info(token ? PKCS7_to_TS_TST_INFO(token.get()) : nullptr);
   std::tm parts{};
   if (info && ASN1_TIME_to_tm(TS_TST_INFO_get_time(info.get()), &parts) == 1) {

@@ -34,11 +34,5 @@ TEST(Digest, PiecesGiveTheWholeAndFinishStartsAnew) {
   EXPECT_EQ(moved.finish(), digestOf(DigestAlgorithm::kSha1, ""));
 }
 
-TEST(Digest, HexOfAnyByte) {
-  const std::string bytes("\x00\x0f\x80\xff", 4);
-  EXPECT_EQ(hexLower(bytes), "000f80ff");
-  EXPECT_EQ(hexUpper(bytes), "000F80FF");
-}
-
 }  // namespace
 }  // namespace tovrek

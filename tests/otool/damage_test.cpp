@@ -1,8 +1,8 @@
 // Damaged files: listed as far as they can be read, in bounded time and space.
 #include <gmock/gmock.h>
 
-#include "listing/Image.h"
 #include "macho/ChainedPointer.h"
+#include "macho/Image.h"
 #include "programs/nm/symbol_listing.h"
 #include "programs/otool/header_listing.h"
 #include "programs/otool/library_listing.h"
@@ -28,7 +28,7 @@ struct Listed {
 Listed listAll(const std::string& bytes) {
   Listed result;
   listing::Output output([&result](std::string_view text) { result.size += text.size(); });
-  listing::visitImage(std::as_bytes(std::span(bytes)), [&](const auto& image) {
+  macho::visitImage(std::as_bytes(std::span(bytes)), [&](const auto& image) {
     result.problem = image.problem;
     if (image.bytes.size() < sizeof(image.header)) return;
     for (const bool verbose : {false, true}) {

@@ -13,8 +13,8 @@ constexpr const char* kAuthorityExtensions =
 constexpr const char* kLeafExtensions =
     "keyUsage=critical,digitalSignature\nextendedKeyUsage=critical,codeSigning\n";
 
-signing::CodeCertificate certificateIn(const IdentityFiles& files) {
-  return *signing::CodeCertificate::fromDer(derOf(files.certificate));
+Certificate certificateIn(const IdentityFiles& files) {
+  return *Certificate::fromDer(derOf(files.certificate));
 }
 
 std::shared_ptr<EVP_PKEY> keyIn(const std::string& path) {

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string_view>
 
-#include "signing/bytes.h"
+#include "host/bytes.h"
 
 namespace tovrek::signing {
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "formats/openssl_owners.h"
 #include "signing/verify/DerReader.h"
 
 namespace tovrek::signing {
@@ -15,18 +16,8 @@ namespace {
 
 constexpr int kDeepestNesting = 64;
 
-const unsigned char* asUnsigned(std::string_view bytes) {
-  return static_cast<const unsigned char*>(static_cast<const void*>(bytes.data()));
-}
-
-template <class T, class Encode>
-std::string derOf(const T* object, Encode encode) {
-  unsigned char* bytes = nullptr;
-  const int size = encode(object, &bytes);
-  if (size <= 0) return "";
-  std::string der(bytes, bytes + size);
-  OPENSSL_free(bytes);
-  return der;
+std::string derOf(const X509_NAME* name) {
+  return encoded([&](unsigned char** der) { return i2d_X509_NAME(name, der); });
 }
 
 // The library reads a set or sequence that calls itself primitive as if it did not. Walks over all
@@ -52,7 +43,7 @@ class TagChecker {
   }
 
   bool element(size_t room, int depth) {
-    const unsigned char* start = asUnsigned(rest_);
+    const unsigned char* start = asBytes(rest_);
     const unsigned char* at = start;
     long length = 0;
     int tag = 0;
@@ -89,7 +80,8 @@ class TagChecker {
 // The library checks neither version: that of the message and that of its signer are both 1 where
 // the signer is known by the issuer's name, else both 3.
 bool areVersionsRight(CMS_ContentInfo* cms, bool byName) {
-  const std::string der = derOf(cms, i2d_CMS_ContentInfo);
+  const std::string der =
+      encoded([&](unsigned char** out) { return i2d_CMS_ContentInfo(cms, out); });
   const std::string wanted(1, byName ? '\1' : '\3');
   DerReader outer(der);
   const auto info = outer.next();
@@ -115,7 +107,7 @@ bool areVersionsRight(CMS_ContentInfo* cms, bool byName) {
 
 // The library compares names without regard to case and kind of string.
 bool isNamedExactly(const X509_NAME* issuer, const X509* certificate) {
-  return derOf(issuer, i2d_X509_NAME) == derOf(X509_get_issuer_name(certificate), i2d_X509_NAME);
+  return derOf(issuer) == derOf(X509_get_issuer_name(certificate));
 }
 
 // Either the bare kind of key, or that together with the digest in use.

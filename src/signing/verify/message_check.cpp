@@ -53,7 +53,7 @@ const char* messageFault(const CodeSignature& signature, const CmsSignature& cms
   if (cms.timestamp() && !cms.timestamp()->isRight) return kInvalidSignature;
   if (!cms.chain().certificates().back().isSelfSigned()) return kNotTrusted;
   const std::string& team = signature.primary().info().teamId;
-  const bool sameTeam = team.empty() || cms.chain().leaf().subject("OU") == team;
+  const bool sameTeam = team.empty() || cms.chain().leaf().organizationalUnit() == team;
   return sameTeam ? nullptr : kInvalidSignature;
 }
 

@@ -74,15 +74,15 @@ bool matches(const PlistValue* value, const RequirementExpression& e) {
   return value->string() != nullptr && matchesText(*value->string(), e);
 }
 
-bool certificateFieldMatches(const CodeCertificate* certificate, const RequirementExpression& e) {
+bool certificateFieldMatches(const Certificate* certificate, const RequirementExpression& e) {
   if (certificate == nullptr || !e.key.starts_with(kSubjectPrefix)) return false;
-  const auto value = certificate->subject(e.key.c_str() + kSubjectPrefix.size());
+  const auto value = certificate->subject(e.key.substr(kSubjectPrefix.size()));
   const PlistValue text(value.value_or(""));
   return matches(value ? &text : nullptr, e);
 }
 
 // Only the presence of an extension can be asked for here.
-bool extensionMatches(const CodeCertificate* certificate, const RequirementExpression& e) {
+bool extensionMatches(const Certificate* certificate, const RequirementExpression& e) {
   if (certificate == nullptr) return false;
   const bool there = certificate->hasExtension(oidText(e.key));
   if (e.match == RequirementMatch::kAbsent) return !there;
@@ -91,9 +91,9 @@ bool extensionMatches(const CodeCertificate* certificate, const RequirementExpre
 
 // Software of Apple's own comes from this authority.
 bool isApplesOwn(const CertificateChain& chain) {
-  const CodeCertificate* issuer = chain.at(1);
+  const Certificate* issuer = chain.at(1);
   return chain.isApples() && issuer != nullptr &&
-         issuer->subject("CN") == "Apple Code Signing Certification Authority";
+         issuer->commonName() == "Apple Code Signing Certification Authority";
 }
 
 }  // namespace
@@ -109,7 +109,7 @@ bool satisfies(const RequirementContext& context, const RequirementExpression& e
     case RequirementOp::kAppleGenericAnchor:
       return context.chain.isApples();
     case RequirementOp::kAnchorHash: {
-      const CodeCertificate* certificate = context.chain.at(e.certificate);
+      const Certificate* certificate = context.chain.at(e.certificate);
       return certificate != nullptr && certificate->sha1() == e.key;
     }
     case RequirementOp::kInfoKeyValue: {
