@@ -10,9 +10,8 @@ import sys
 
 LAYERS = {
     # Libraries, in src/.
-    "converter": ["engine", "package", "params"],
+    "converter": ["engine", "package", "profile"],
     "package": ["icons", "tools"],
-    "params": ["profile"],
     "profile": ["tools"],
     "tools": ["context", "formats"],
     "context": ["icons", "log", "settings"],
