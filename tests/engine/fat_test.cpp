@@ -46,6 +46,17 @@ TEST(FatCheck, WalksSlicesInOrderUpToAnUnknownOne) {
   EXPECT_EQ(checkBytes(std::string("\xca\xfe\xba\xbe\xff\xff\xff\xff", 8)), "1104");
 }
 
+TEST(FatCheck, OverlappingSlicesAreNotCheckedAgainAndAgain) {
+  const std::vector<test::FatMember> members(3, {kArm64, image(kArm64)});
+  std::string file = test::buildFat(members);
+  const test::TestArch order{"", true, false, 0, 0};
+  for (int i = 0; i < 3; ++i) {
+    test::patch(&file, 8 + 20 * i + 8, test::stored(order, 0x4000, 4));
+    test::patch(&file, 8 + 20 * i + 12, test::stored(order, file.size() - 0x4000, 4));
+  }
+  EXPECT_EQ(checkBytes(file), "1104");
+}
+
 TEST(FatFile, RefusesWhatLiesOutsideOrOverlaps) {
   const test::TestArch order{"", true, false, 0, 0};
   const std::string good = buildFat({{kArmv7, image(kArmv7)}, {kArm64, image(kArm64)}});
