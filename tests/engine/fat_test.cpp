@@ -39,5 +39,16 @@ TEST(FatCheck, WalksSlicesInOrderUpToAnUnknownOne) {
   EXPECT_EQ(checkBytes(std::string("\xca\xfe\xba\xbe\xff\xff\xff\xff", 8)), "1104");
 }
 
+TEST(FatCheck, OverlappingSlicesAreNotCheckedAgainAndAgain) {
+  const std::vector<test::FatMember> members(3, {kArm64, image(kArm64)});
+  std::string file = buildFat(members);
+  const test::TestArch order{"", true, false, 0, 0};
+  for (size_t i = 0; i < 3; ++i) {
+    test::patch(&file, 8 + 20 * i + 8, stored(order, 0x4000, 4));
+    test::patch(&file, 8 + 20 * i + 12, stored(order, file.size() - 0x4000, 4));
+  }
+  EXPECT_EQ(checkBytes(file), "1104");
+}
+
 }  // namespace
 }  // namespace tovrek
