@@ -30,10 +30,10 @@ int failPath(const std::string& path, std::string_view text, const Streams& stre
   return kFailure;
 }
 
-int run(const std::vector<std::string>& arguments, const Streams& streams) {
+int run(const Arguments& arguments, const Streams& streams) {
   Options options;
   ErrorText error;
-  if (!Options::parse(arguments, &options, &error)) {
+  if (!Options::parse(arguments.words, &options, &error)) {
     streams.error(fmt::format("codesign: {}\n{}", error.text(), kUsage));
     return kUsageError;
   }

@@ -5,7 +5,6 @@
 #include "host/paths.h"
 #include "keychain/identities.h"
 #include "keychain/locations.h"
-#include "log/SystemLog.h"
 #include "programs/security/Options.h"
 #include "programs/security/cms_content.h"
 #include "programs/security/cms_signing.h"
@@ -18,32 +17,33 @@ namespace tovrek::security {
 
 namespace {
 
-int unreadable(std::string_view path, const ErrorText& error) {
-  return reportFailure(fmt::format("unable to open \"{}\" for reading: {}", path, error.text()));
+int unreadable(std::string_view path, const ErrorText& error, const Streams& streams) {
+  return reportFailure(fmt::format("unable to open \"{}\" for reading: {}", path, error.text()),
+                       streams);
 }
 
-bool readInput(const Options& options, std::string* bytes, int* status) {
+bool readInput(const Options& options, std::string* bytes, int* status, const Streams& streams) {
   const std::string input = options.value('i').value_or("/dev/stdin");
   ErrorText error;
   if (readFile(input, bytes, &error)) return true;
-  *status = unreadable(input, error);
+  *status = unreadable(input, error, streams);
   return false;
 }
 
-int decode(const Options& options) {
+int decode(const Options& options, const Streams& streams) {
   int status = kSuccess;
   ErrorText error;
   std::string message;
-  if (!readInput(options, &message, &status)) return status;
+  if (!readInput(options, &message, &status, streams)) return status;
   auto content = cmsContent(message, &error);
   if (!content) {
-    printError(fmt::format("security: failed to decode message: {}\n", error.text()));
-    return reportFailure("problem decoding");
+    streams.error(fmt::format("security: failed to decode message: {}\n", error.text()));
+    return reportFailure("problem decoding", streams);
   }
   if (const auto detached = options.value('c'); detached && isDetached(message)) {
-    if (!readFile(*detached, &*content, &error)) return unreadable(*detached, error);
+    if (!readFile(*detached, &*content, &error)) return unreadable(*detached, error, streams);
   }
-  return writeResult(options.value('o'), *content);
+  return writeResult(options.value('o'), *content, streams);
 }
 
 // By name or by the subject's key identifier; of several with one name, one that is valid today.
@@ -64,32 +64,33 @@ std::optional<keychain::Identity> signerFor(const Options& options,
   return chosen;
 }
 
-int sign(const Options& options, std::vector<keychain::Keychain> keychains) {
+int sign(const Options& options, std::vector<keychain::Keychain> keychains,
+         const Streams& streams) {
   if (!options.has('N') && !options.has('Z')) return kUsage;
   if (keychains.empty()) keychains = keychain::openSearchList();
   const auto signer = signerFor(options, keychains);
   const std::string wanted = options.value('N').value_or(options.value('Z').value_or(""));
   if (!signer) {
-    printError(fmt::format("security: no identity \"{}\" to sign with\n", wanted));
-    return reportFailure("problem signing");
+    streams.error(fmt::format("security: no identity \"{}\" to sign with\n", wanted));
+    return reportFailure("problem signing", streams);
   }
   int status = kSuccess;
   std::string content;
-  if (!readInput(options, &content, &status)) return status;
+  if (!readInput(options, &content, &status, streams)) return status;
   CmsOptions how;
   how.digest = options.value('H').value_or(how.digest);
   how.detached = options.has('T');
   ErrorText error;
   const auto message = signedMessage(content, *signer, how, &error);
-  if (message) return writeResult(options.value('o'), *message);
-  printError(fmt::format("security: failed to sign with \"{}\": {}\n", wanted, error.text()));
-  return reportFailure("problem signing");
+  if (message) return writeResult(options.value('o'), *message, streams);
+  streams.error(fmt::format("security: failed to sign with \"{}\": {}\n", wanted, error.text()));
+  return reportFailure("problem signing", streams);
 }
 
 }  // namespace
 
-int cms(const Arguments& arguments) {
-  const auto options = Options::parse(arguments, "DSi:o:k:u:nc:N:TGPH:Z:Y:");
+int cms(const Words& words, const Streams& streams) {
+  const auto options = Options::parse(words, "DSi:o:k:u:nc:N:TGPH:Z:Y:");
   if (!options || options->has('D') == options->has('S') || !options->operands().empty()) {
     return kUsage;
   }
@@ -98,11 +99,13 @@ int cms(const Arguments& arguments) {
     ErrorText error;
     auto opened = keychain::openKeychain(*named, &error);
     if (!opened) {
-      return reportFailure(fmt::format("unable to open keychain \"{}\": {}", *named, error.text()));
+      return reportFailure(fmt::format("unable to open keychain \"{}\": {}", *named, error.text()),
+                           streams);
     }
     keychains.push_back(std::move(*opened));
   }
-  return options->has('D') ? decode(*options) : sign(*options, std::move(keychains));
+  return options->has('D') ? decode(*options, streams)
+                           : sign(*options, std::move(keychains), streams);
 }
 
 }  // namespace tovrek::security

@@ -5,31 +5,34 @@
 #include <string>
 #include <vector>
 
+#include "host/Streams.h"
+
 namespace tovrek::security {
 
-using Arguments = std::vector<std::string>;
+using Words = std::vector<std::string>;
+using Command = int (*)(const Words& words, const Streams& streams);
 
-int addCertificates(const Arguments& arguments);
-int addTrustedCertificate(const Arguments& arguments);
-int cms(const Arguments& arguments);
-int deleteCertificate(const Arguments& arguments);
-int deleteIdentity(const Arguments& arguments);
-int dumpKeychain(const Arguments& arguments);
-int exportItems(const Arguments& arguments);
-int findIdentity(const Arguments& arguments);
-int findCertificate(const Arguments& arguments);
-int importItems(const Arguments& arguments);
-int listKeychains(const Arguments& arguments);
-int defaultKeychain(const Arguments& arguments);
-int createKeychain(const Arguments& arguments);
-int deleteKeychain(const Arguments& arguments);
-int lockKeychain(const Arguments& arguments);
-int unlockKeychain(const Arguments& arguments);
-int setKeychainPassword(const Arguments& arguments);
-int setKeychainSettings(const Arguments& arguments);
-int setKeyPartitionList(const Arguments& arguments);
-int showKeychainInfo(const Arguments& arguments);
-int loginKeychain(const Arguments& arguments);
-int verifyCertificate(const Arguments& arguments);
+int addCertificates(const Words& words, const Streams& streams);
+int addTrustedCertificate(const Words& words, const Streams& streams);
+int cms(const Words& words, const Streams& streams);
+int deleteCertificate(const Words& words, const Streams& streams);
+int deleteIdentity(const Words& words, const Streams& streams);
+int dumpKeychain(const Words& words, const Streams& streams);
+int exportItems(const Words& words, const Streams& streams);
+int findIdentity(const Words& words, const Streams& streams);
+int findCertificate(const Words& words, const Streams& streams);
+int importItems(const Words& words, const Streams& streams);
+int listKeychains(const Words& words, const Streams& streams);
+int defaultKeychain(const Words& words, const Streams& streams);
+int createKeychain(const Words& words, const Streams& streams);
+int deleteKeychain(const Words& words, const Streams& streams);
+int lockKeychain(const Words& words, const Streams& streams);
+int unlockKeychain(const Words& words, const Streams& streams);
+int setKeychainPassword(const Words& words, const Streams& streams);
+int setKeychainSettings(const Words& words, const Streams& streams);
+int setKeyPartitionList(const Words& words, const Streams& streams);
+int showKeychainInfo(const Words& words, const Streams& streams);
+int loginKeychain(const Words& words, const Streams& streams);
+int verifyCertificate(const Words& words, const Streams& streams);
 
 }  // namespace tovrek::security

@@ -112,8 +112,8 @@ std::string inFormat(const Items& items, std::string_view format, bool pem,
 
 }  // namespace
 
-int exportItems(const Arguments& arguments) {
-  const auto options = Options::parse(arguments, "k:t:f:wpP:o:");
+int exportItems(const Words& words, const Streams& streams) {
+  const auto options = Options::parse(words, "k:t:f:wpP:o:");
   if (!options || !options->operands().empty()) return kUsage;
   const auto type = std::ranges::find(kTypes, options->value('t').value_or("all"), &Type::name);
   if (type == kTypes.end()) return kUsage;
@@ -123,25 +123,25 @@ int exportItems(const Arguments& arguments) {
   int status = kSuccess;
   std::vector<std::string> names;
   if (const auto name = options->value('k')) names.push_back(*name);
-  const auto path = existingKeychain(names, kCall, &status);
+  const auto path = existingKeychain(names, kCall, &status, streams);
   if (!path) return status;
-  const auto keychains = chosenKeychains({*path}, kCall, &status);
+  const auto keychains = chosenKeychains({*path}, kCall, &status, streams);
   if (!keychains) return status;
 
   Items items;
   ErrorText error;
   if (!collect(keychains->front(), *type, &items, &error)) {
-    return reportFailure(fmt::format("{}: {}", kCall, error.text()));
+    return reportFailure(fmt::format("{}: {}", kCall, error.text()), streams);
   }
   if (items.keys.empty() && items.certificates.empty()) {
-    return reportStatus(kCall, OsStatus::kItemNotFound);
+    return reportStatus(kCall, OsStatus::kItemNotFound, streams);
   }
   std::optional<std::string> password;
   if (!items.keys.empty()) password = passwordFrom(*options, 'P', "passphrase for the export: ");
   const std::string result = inFormat(items, format, options->has('p'), password);
-  if (!result.empty()) return writeResult(options->value('o'), result);
+  if (!result.empty()) return writeResult(options->value('o'), result, streams);
   return reportFailure(
-      fmt::format("{}: these items cannot be exported in the format {}", kCall, format));
+      fmt::format("{}: these items cannot be exported in the format {}", kCall, format), streams);
 }
 
 }  // namespace tovrek::security

@@ -2,7 +2,6 @@
 
 #include "formats/Digest.h"
 #include "host/paths.h"
-#include "log/SystemLog.h"
 #include "programs/security/Options.h"
 #include "programs/security/attribute_dump.h"
 #include "programs/security/commands.h"
@@ -22,39 +21,39 @@ bool fits(const Certificate& certificate, const Options& options) {
 }
 
 void printCertificate(const Certificate& certificate, const std::string& keychainPath,
-                      const Options& options) {
+                      const Options& options, const Streams& streams) {
   if (options.has('Z')) {
     const auto digest = [&](DigestAlgorithm algorithm) {
       return hexUpper(digestOf(algorithm, certificate.der()));
     };
-    printOut(fmt::format("SHA-256 hash: {}\nSHA-1 hash: {}\n", digest(DigestAlgorithm::kSha256),
-                         digest(DigestAlgorithm::kSha1)));
+    streams.out(fmt::format("SHA-256 hash: {}\nSHA-1 hash: {}\n", digest(DigestAlgorithm::kSha256),
+                            digest(DigestAlgorithm::kSha1)));
   }
   if (options.has('m') && certificate.emailAddress()) {
-    printOut(fmt::format("email addresses: {}\n", *certificate.emailAddress()));
+    streams.out(fmt::format("email addresses: {}\n", *certificate.emailAddress()));
   }
-  printOut(options.has('p') ? pemOf(certificate) : attributeDump(certificate, keychainPath));
+  streams.out(options.has('p') ? pemOf(certificate) : attributeDump(certificate, keychainPath));
 }
 
 }  // namespace
 
-int findCertificate(const Arguments& arguments) {
+int findCertificate(const Words& words, const Streams& streams) {
   constexpr std::string_view kCall = "SecKeychainSearchCopyNext";
-  const auto options = Options::parse(arguments, "ac:e:mpZ");
+  const auto options = Options::parse(words, "ac:e:mpZ");
   if (!options) return kUsage;
   int status = kSuccess;
-  const auto keychains = chosenKeychains(options->operands(), kCall, &status);
+  const auto keychains = chosenKeychains(options->operands(), kCall, &status, streams);
   if (!keychains) return status;
 
   for (const auto& each : *keychains) {
     for (const Certificate& certificate : each.certificates()) {
       if (!fits(certificate, *options)) continue;
-      printCertificate(certificate, each.path(), *options);
+      printCertificate(certificate, each.path(), *options, streams);
       if (!options->has('a')) return kSuccess;
     }
   }
   // A list may be empty; a single certificate that was asked for may not be missing.
-  return options->has('a') ? kSuccess : reportStatus(kCall, OsStatus::kItemNotFound);
+  return options->has('a') ? kSuccess : reportStatus(kCall, OsStatus::kItemNotFound, streams);
 }
 
 }  // namespace tovrek::security

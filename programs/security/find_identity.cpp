@@ -4,7 +4,6 @@
 #include <array>
 
 #include "keychain/identities.h"
-#include "log/SystemLog.h"
 #include "programs/security/Options.h"
 #include "programs/security/commands.h"
 #include "programs/security/keychain_choice.h"
@@ -54,36 +53,38 @@ std::string upperCase(std::string text) {
   return text;
 }
 
-void printList(const std::vector<Identity>& identities, bool validOnly) {
+void printList(const std::vector<Identity>& identities, bool validOnly, const Streams& streams) {
   int count = 0;
   for (const Identity& identity : identities) {
     const bool valid = keychain::isValidNow(identity.leaf);
     if (validOnly && !valid) continue;
-    printOut(fmt::format("{:3}) {} \"{}\"{}\n", ++count, upperCase(identity.leaf.sha1Hex()),
-                         identity.leaf.inferredLabel(), valid ? "" : " (CSSMERR_TP_CERT_EXPIRED)"));
+    streams.out(fmt::format("{:3}) {} \"{}\"{}\n", ++count, upperCase(identity.leaf.sha1Hex()),
+                            identity.leaf.inferredLabel(),
+                            valid ? "" : " (CSSMERR_TP_CERT_EXPIRED)"));
   }
-  printOut(fmt::format("     {} {}identities found\n", count, validOnly ? "valid " : ""));
+  streams.out(fmt::format("     {} {}identities found\n", count, validOnly ? "valid " : ""));
 }
 
 }  // namespace
 
-int findIdentity(const Arguments& arguments) {
-  const auto options = Options::parse(arguments, "vp:s:");
+int findIdentity(const Words& words, const Streams& streams) {
+  const auto options = Options::parse(words, "vp:s:");
   if (!options) return kUsage;
   const auto policy =
       std::ranges::find(kPolicies, options->value('p').value_or("basic"), &Policy::name);
   if (policy == kPolicies.end()) return kUsage;
   int status = kSuccess;
-  const auto keychains = chosenKeychains(options->operands(), "SecIdentitySearchCreate", &status);
+  const auto keychains =
+      chosenKeychains(options->operands(), "SecIdentitySearchCreate", &status, streams);
   if (!keychains) return status;
 
   const std::vector<Identity> identities = identitiesFor(*keychains, *policy);
   if (!options->has('v')) {
-    printOut(fmt::format("\nPolicy: {}\n  Matching identities\n", policy->title));
-    printList(identities, false);
-    printOut("\n  Valid identities only\n");
+    streams.out(fmt::format("\nPolicy: {}\n  Matching identities\n", policy->title));
+    printList(identities, false, streams);
+    streams.out("\n  Valid identities only\n");
   }
-  printList(identities, true);
+  printList(identities, true, streams);
   return kSuccess;
 }
 

@@ -9,7 +9,6 @@
 #include "keychain/settings.h"
 #include "keychain/token_keys.h"
 #include "keychain/unlocking.h"
-#include "log/SystemLog.h"
 #include "programs/security/Options.h"
 #include "programs/security/commands.h"
 #include "programs/security/keychain_choice.h"
@@ -29,18 +28,20 @@ constexpr std::array<std::string_view, 11> kFormats = {"openssl", "openssh1", "o
                                                        "raw",     "pkcs7",    "pkcs8",    "pkcs12",
                                                        "x509",    "netscape", "pemseq"};
 
-int refused(ReadResult reason) {
+int refused(ReadResult reason, const Streams& streams) {
   switch (reason) {
     case ReadResult::kWrongPassword:
       return reportFailure(
-          fmt::format("{}: MAC verification failed during PKCS12 import (wrong password?)", kCall));
+          fmt::format("{}: MAC verification failed during PKCS12 import (wrong password?)", kCall),
+          streams);
     case ReadResult::kUnsupported:
       return reportFailure(
           fmt::format("{}: The encryption of this file is not supported by this host's OpenSSL "
                       "(is its legacy provider installed?)",
-                      kCall));
+                      kCall),
+          streams);
     default:
-      return reportFailure(fmt::format("{}: Unknown format in import.", kCall));
+      return reportFailure(fmt::format("{}: Unknown format in import.", kCall), streams);
   }
 }
 
@@ -57,77 +58,79 @@ bool keepType(std::string_view type, Items* items) {
   return !items->certificates.empty() || !items->keys.empty() || !items->tokenKeys.empty();
 }
 
-void printCount(int count, std::string_view one, std::string_view many) {
-  if (count > 0) printOut(fmt::format("{} {} imported.\n", count, count == 1 ? one : many));
+void printCount(int count, std::string_view one, std::string_view many, const Streams& streams) {
+  if (count > 0) streams.out(fmt::format("{} {} imported.\n", count, count == 1 ? one : many));
 }
 
 // Options come in any order, and -T and -a may be repeated. "-a NAME VALUE" is the one that takes
 // two words; attributes have no place in a folder, so both are passed over.
-Arguments withoutAttributes(const Arguments& arguments) {
-  Arguments result;
-  for (size_t i = 0; i < arguments.size(); ++i) {
-    if (arguments[i] == "-a" && i + 2 < arguments.size()) {
+Words withoutAttributes(const Words& words) {
+  Words result;
+  for (size_t i = 0; i < words.size(); ++i) {
+    if (words[i] == "-a" && i + 2 < words.size()) {
       i += 2;
     } else {
-      result.push_back(arguments[i]);
+      result.push_back(words[i]);
     }
   }
   return result;
 }
 
 // The items of a file, or the key on a token that a URI names, on the command line or in a file.
-int readInput(const std::string& input, const std::optional<std::string>& password, Items* items) {
+int readInput(const std::string& input, const std::optional<std::string>& password, Items* items,
+              const Streams& streams) {
   std::string bytes = input;
   ErrorText error;
   if (!keychain::tokenUriIn(input) && !readFile(input, &bytes, &error)) {
-    return reportFailure(fmt::format("Error reading infile {}: {}", input, error.text()));
+    return reportFailure(fmt::format("Error reading infile {}: {}", input, error.text()), streams);
   }
   if (const auto uri = keychain::tokenUriIn(bytes)) {
     const auto key = keychain::loadTokenKey(*uri, &error);
-    if (!key) return reportFailure(fmt::format("{}: {}", kCall, error.text()));
+    if (!key) return reportFailure(fmt::format("{}: {}", kCall, error.text()), streams);
     items->tokenKeys.push_back({*uri, keychain::publicKeyId(key)});
     return kSuccess;
   }
   const ReadResult read = keychain::readItems(bytes, password, items);
-  return read == ReadResult::kRead ? kSuccess : refused(read);
+  return read == ReadResult::kRead ? kSuccess : refused(read, streams);
 }
 
 }  // namespace
 
-int importItems(const Arguments& arguments) {
-  const auto options = Options::parse(withoutAttributes(arguments), "k:t:f:wP:xAT:");
+int importItems(const Words& words, const Streams& streams) {
+  const auto options = Options::parse(withoutAttributes(words), "k:t:f:wP:xAT:");
   if (!options || options->operands().size() != 1) return kUsage;
   if (const auto format = options->value('f');
       format && std::ranges::find(kFormats, *format) == kFormats.end()) {
     return kUsage;
   }
   Items items;
-  if (const int status = readInput(options->operands().front(), options->value('P'), &items);
+  if (const int status =
+          readInput(options->operands().front(), options->value('P'), &items, streams);
       status != kSuccess) {
     return status;
   }
   if (!keepType(options->value('t').value_or("agg"), &items)) {
-    return refused(ReadResult::kUnknownFormat);
+    return refused(ReadResult::kUnknownFormat, streams);
   }
 
   int status = kSuccess;
-  auto into = keychainToFill(options->value('k'), kCall, &status);
+  auto into = keychainToFill(options->value('k'), kCall, &status, streams);
   if (!into) return status;
   if (!items.keys.empty() && keychain::readSettings(into->path()).encrypted &&
       !keychain::keyPassword(into->path())) {
-    return reportStatus(kCall, OsStatus::kInteractionNotAllowed);
+    return reportStatus(kCall, OsStatus::kInteractionNotAllowed, streams);
   }
   ErrorText error;
   keychain::Keychain::Added added;
   if (!into->add(items, &added, &error)) {
-    return reportFailure(fmt::format("{}: {}: {}", kCall, into->path(), error.text()));
+    return reportFailure(fmt::format("{}: {}: {}", kCall, into->path(), error.text()), streams);
   }
   if (added.identities + added.keys + added.certificates == 0) {
-    return reportStatus(kCall, OsStatus::kDuplicateItem);
+    return reportStatus(kCall, OsStatus::kDuplicateItem, streams);
   }
-  printCount(added.identities, "identity", "identities");
-  printCount(added.keys, "key", "keys");
-  printCount(added.certificates, "certificate", "certificates");
+  printCount(added.identities, "identity", "identities", streams);
+  printCount(added.keys, "key", "keys", streams);
+  printCount(added.certificates, "certificate", "certificates", streams);
   return kSuccess;
 }
 

@@ -3,13 +3,12 @@
 #include <iostream>
 
 #include "host/terminal.h"
-#include "log/SystemLog.h"
 #include "programs/security/status.h"
 
 namespace tovrek::security {
 
-std::optional<std::vector<std::string>> wordsOf(std::string_view line) {
-  std::vector<std::string> words;
+std::optional<Words> wordsOf(std::string_view line) {
+  Words words;
   std::string word;
   bool inWord = false;
   char quote = '\0';
@@ -41,20 +40,20 @@ std::optional<std::vector<std::string>> wordsOf(std::string_view line) {
   return words;
 }
 
-int runLines(const std::string& prompt, int (*run)(const std::vector<std::string>&)) {
+int runLines(const std::string& prompt, Command run, const Streams& streams) {
   const bool typed = inputIsTyped();
   int status = kSuccess;
   for (std::string line;;) {
-    if (typed) printOut(prompt);
+    if (typed) streams.out(prompt);
     if (!std::getline(std::cin, line)) return status;
     const auto words = wordsOf(line);
     if (!words) {
-      status = reportFailure("a quote is not closed");
+      status = reportFailure("a quote is not closed", streams);
       continue;
     }
     if (words->empty() || words->front().starts_with("#")) continue;
     if (words->front() == "quit" || words->front() == "exit") return status;
-    status = run(*words);
+    status = run(*words, streams);
   }
 }
 

@@ -4,7 +4,6 @@
 
 #include "host/files.h"
 #include "keychain/locations.h"
-#include "log/SystemLog.h"
 #include "programs/security/status.h"
 
 namespace tovrek::security {
@@ -21,19 +20,20 @@ bool isThere(const std::string& path) {
 }  // namespace
 
 std::optional<std::vector<keychain::Keychain>> chosenKeychains(
-    const std::vector<std::string>& names, std::string_view call, int* status) {
+    const std::vector<std::string>& names, std::string_view call, int* status,
+    const Streams& streams) {
   if (names.empty()) return keychain::openSearchList();
   std::vector<keychain::Keychain> result;
   for (const std::string& name : names) {
     const std::string path = keychain::resolveKeychain(name);
     ErrorText error;
     if (!isThere(path)) {
-      *status = reportStatus(call, OsStatus::kNoSuchKeychain);
+      *status = reportStatus(call, OsStatus::kNoSuchKeychain, streams);
       return std::nullopt;
     }
     auto opened = keychain::Keychain::open(path, &error);
     if (!opened) {
-      *status = reportFailure(fmt::format("{}: {}", path, error.text()));
+      *status = reportFailure(fmt::format("{}: {}", path, error.text()), streams);
       return std::nullopt;
     }
     result.push_back(std::move(*opened));
@@ -42,41 +42,46 @@ std::optional<std::vector<keychain::Keychain>> chosenKeychains(
 }
 
 std::optional<std::string> existingKeychain(const std::vector<std::string>& names,
-                                            std::string_view call, int* status) {
+                                            std::string_view call, int* status,
+                                            const Streams& streams) {
   const std::string path =
       names.empty() ? keychain::defaultKeychain() : keychain::resolveKeychain(names.front());
   if (isThere(path)) return path;
-  *status = reportStatus(call, OsStatus::kNoSuchKeychain);
+  *status = reportStatus(call, OsStatus::kNoSuchKeychain, streams);
   return std::nullopt;
 }
 
 std::optional<keychain::Keychain> keychainToFill(const std::optional<std::string>& name,
-                                                 std::string_view call, int* status) {
+                                                 std::string_view call, int* status,
+                                                 const Streams& streams) {
   const std::string path = name ? keychain::resolveKeychain(*name) : keychain::defaultKeychain();
   ErrorText error;
   if (!fileExists(path)) {
     if (path != keychain::defaultKeychain()) {
-      *status = reportStatus(call, OsStatus::kNoSuchKeychain);
+      *status = reportStatus(call, OsStatus::kNoSuchKeychain, streams);
       return std::nullopt;
     }
     if (keychain::createKeychain(path, std::nullopt, &error) == keychain::CreateResult::kFailed) {
-      *status = reportFailure(fmt::format("{}: {}: {}", call, path, error.text()));
+      *status = reportFailure(fmt::format("{}: {}: {}", call, path, error.text()), streams);
       return std::nullopt;
     }
   }
   auto opened = keychain::Keychain::open(path, &error);
-  if (!opened) *status = reportFailure(fmt::format("{}: {}: {}", call, path, error.text()));
+  if (!opened)
+    *status = reportFailure(fmt::format("{}: {}: {}", call, path, error.text()), streams);
   return opened;
 }
 
-int writeResult(const std::optional<std::string>& path, std::string_view content) {
+int writeResult(const std::optional<std::string>& path, std::string_view content,
+                const Streams& streams) {
   if (!path) {
-    printOut(content);
+    streams.out(content);
     return kSuccess;
   }
   ErrorText error;
   if (writeFileOrDevice(*path, content, &error)) return kSuccess;
-  return reportFailure(fmt::format("unable to open \"{}\" for writing: {}", *path, error.text()));
+  return reportFailure(fmt::format("unable to open \"{}\" for writing: {}", *path, error.text()),
+                       streams);
 }
 
 }  // namespace tovrek::security

@@ -6,7 +6,6 @@
 #include <array>
 #include <string_view>
 
-#include "log/SystemLog.h"
 #include "programs/security/commands.h"
 #include "programs/security/interactive.h"
 #include "programs/security/status.h"
@@ -17,7 +16,7 @@ namespace {
 
 struct Entry {
   std::string_view name;
-  int (*run)(const Arguments&);
+  Command run;
   std::string_view summary;
   std::string_view usage;
 };
@@ -97,64 +96,65 @@ std::string programUsage() {
   return text;
 }
 
-int unknownCommand(std::string_view name) {
-  return reportFailure(fmt::format("unknown command \"{}\"", name));
+int unknownCommand(std::string_view name, const Streams& streams) {
+  return reportFailure(fmt::format("unknown command \"{}\"", name), streams);
 }
 
-int help(const Arguments& names) {
+int help(const Words& names, const Streams& streams) {
   if (names.empty()) {
-    printOut(programUsage());
+    streams.out(programUsage());
     return kSuccess;
   }
   for (const std::string& name : names) {
     const Entry* entry = commandNamed(name);
-    if (entry == nullptr) return unknownCommand(name);
-    printOut(usageOf(*entry));
+    if (entry == nullptr) return unknownCommand(name, streams);
+    streams.out(usageOf(*entry));
   }
   return kSuccess;
 }
 
-int runCommand(const Arguments& words) {
+int runCommand(const Words& words, const Streams& streams) {
   const std::string& name = words.front();
-  const Arguments rest(words.begin() + 1, words.end());
-  if (name == "help") return help(rest);
+  const Words rest(words.begin() + 1, words.end());
+  if (name == "help") return help(rest, streams);
   const Entry* entry = commandNamed(name);
-  if (entry == nullptr) return unknownCommand(name);
+  if (entry == nullptr) return unknownCommand(name, streams);
   if (rest.size() == 1 && rest.front() == "--help") {
-    printOut(usageOf(*entry));
+    streams.out(usageOf(*entry));
     return kSuccess;
   }
-  const int status = entry->run(rest);
-  if (status == kUsage) printError(usageOf(*entry));
+  const int status = entry->run(rest, streams);
+  if (status == kUsage) streams.error(usageOf(*entry));
   return status;
 }
 
-int wrongUsage() {
-  printError(programUsage());
+int wrongUsage(const Streams& streams) {
+  streams.error(programUsage());
   return kUsage;
 }
 
 }  // namespace
 
-int runSecurity(const std::vector<std::string>& arguments) {
+int run(const Arguments& arguments, const Streams& streams) {
+  const Words& words = arguments.words;
   bool interactive = false;
   std::string prompt = "security> ";
   size_t at = 0;
-  for (; at < arguments.size() && arguments[at].starts_with("-"); ++at) {
-    const std::string& option = arguments[at];
-    if (option == "-h" || option == "--help") return help({});
+  for (; at < words.size() && words[at].starts_with("-"); ++at) {
+    const std::string& option = words[at];
+    if (option == "-h" || option == "--help") return help({}, streams);
     if (option == "-i") {
       interactive = true;
-    } else if (option == "-p" && at + 1 < arguments.size()) {
+    } else if (option == "-p" && at + 1 < words.size()) {
       interactive = true;
-      prompt = arguments[++at];
+      prompt = words[++at];
     } else if (option != "-q" && option != "-v" && option != "-l") {
-      return wrongUsage();
+      return wrongUsage(streams);
     }
   }
-  if (interactive && at == arguments.size()) return runLines(prompt, runCommand);
-  if (at == arguments.size()) return wrongUsage();
-  return runCommand({arguments.begin() + static_cast<std::ptrdiff_t>(at), arguments.end()});
+  if (interactive && at == words.size()) return runLines(prompt, runCommand, streams);
+  if (at == words.size()) return wrongUsage(streams);
+  return runCommand({words.begin() + static_cast<std::ptrdiff_t>(at), words.end()}, streams);
 }
 
 }  // namespace tovrek::security

@@ -6,7 +6,6 @@
 #include "host/files.h"
 #include "keychain/locations.h"
 #include "keychain/settings.h"
-#include "log/SystemLog.h"
 #include "programs/security/Options.h"
 #include "programs/security/commands.h"
 #include "programs/security/keychain_choice.h"
@@ -25,8 +24,8 @@ std::optional<int> secondsIn(const std::string& text) {
 
 }  // namespace
 
-int setKeychainSettings(const Arguments& arguments) {
-  const auto options = Options::parse(arguments, "lut:");
+int setKeychainSettings(const Words& words, const Streams& streams) {
+  const auto options = Options::parse(words, "lut:");
   if (!options || options->operands().size() > 1) return kUsage;
   std::optional<int> timeout;
   if (const auto text = options->value('t')) {
@@ -35,7 +34,7 @@ int setKeychainSettings(const Arguments& arguments) {
   }
   constexpr std::string_view kCall = "SecKeychainSetSettings";
   int status = kSuccess;
-  const auto path = existingKeychain(options->operands(), kCall, &status);
+  const auto path = existingKeychain(options->operands(), kCall, &status, streams);
   // A single file has no place for settings, and nothing in it locks.
   if (!path || !isDirectory(*path)) return status;
   keychain::Settings settings = keychain::readSettings(*path);
@@ -43,35 +42,36 @@ int setKeychainSettings(const Arguments& arguments) {
   settings.timeout = timeout;
   ErrorText error;
   if (keychain::writeSettings(*path, settings, &error)) return kSuccess;
-  return reportFailure(fmt::format("{}: {}: {}", kCall, *path, error.text()));
+  return reportFailure(fmt::format("{}: {}: {}", kCall, *path, error.text()), streams);
 }
 
-int showKeychainInfo(const Arguments& arguments) {
-  const auto options = Options::parse(arguments, "");
+int showKeychainInfo(const Words& words, const Streams& streams) {
+  const auto options = Options::parse(words, "");
   if (!options || options->operands().size() > 1) return kUsage;
   int status = kSuccess;
-  const auto path = existingKeychain(options->operands(), "SecKeychainCopySettings", &status);
+  const auto path =
+      existingKeychain(options->operands(), "SecKeychainCopySettings", &status, streams);
   if (!path) return status;
   const keychain::Settings settings = keychain::readSettings(*path);
-  printError(fmt::format(
+  streams.error(fmt::format(
       "Keychain \"{}\"{}{}\n", *path, settings.lockOnSleep ? " lock-on-sleep" : "",
       settings.timeout ? fmt::format(" timeout={}s", *settings.timeout) : " no-timeout"));
   return kSuccess;
 }
 
-int setKeyPartitionList(const Arguments& arguments) {
-  const auto options = Options::parse(arguments, "a:c:D:dej:k:l:rS:st:uvw");
+int setKeyPartitionList(const Words& words, const Streams& streams) {
+  const auto options = Options::parse(words, "a:c:D:dej:k:l:rS:st:uvw");
   if (!options || options->operands().size() > 1) return kUsage;
   int status = kSuccess;
-  const auto path = existingKeychain(options->operands(), "SecItemCopyMatching", &status);
+  const auto path = existingKeychain(options->operands(), "SecItemCopyMatching", &status, streams);
   if (!path) return status;
   if (const auto password = options->value('k');
       password && !keychain::checkPassword(*path, *password)) {
-    return reportStatus("SecKeychainItemSetAccessWithPassword", OsStatus::kAuthFailed);
+    return reportStatus("SecKeychainItemSetAccessWithPassword", OsStatus::kAuthFailed, streams);
   }
   const auto opened = keychain::Keychain::open(*path);
   if (!opened || !opened->hasKeys()) {
-    return reportStatus("SecItemCopyMatching", OsStatus::kItemNotFound);
+    return reportStatus("SecItemCopyMatching", OsStatus::kItemNotFound, streams);
   }
   return kSuccess;
 }

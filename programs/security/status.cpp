@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "log/SystemLog.h"
-
 namespace tovrek::security {
 
 namespace {
@@ -28,13 +26,13 @@ std::string_view messageOf(OsStatus status) {
 
 }  // namespace
 
-int reportStatus(std::string_view call, OsStatus status) {
-  printError(fmt::format("security: {}: {}\n", call, messageOf(status)));
+int reportStatus(std::string_view call, OsStatus status, const Streams& streams) {
+  streams.error(fmt::format("security: {}: {}\n", call, messageOf(status)));
   return static_cast<int>(status) & 0xff;
 }
 
-int reportFailure(std::string_view text) {
-  printError(fmt::format("security: {}\n", text));
+int reportFailure(std::string_view text, const Streams& streams) {
+  streams.error(fmt::format("security: {}\n", text));
   return kFailure;
 }
 

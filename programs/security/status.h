@@ -3,6 +3,8 @@
 
 #include <string_view>
 
+#include "host/Streams.h"
+
 namespace tovrek::security {
 
 inline constexpr int kSuccess = 0;
@@ -20,8 +22,8 @@ enum class OsStatus : int {
 };
 
 // Prints "security: CALL: MESSAGE" and answers the exit status (36, 44, 45, 48, 50, 51).
-int reportStatus(std::string_view call, OsStatus status);
+int reportStatus(std::string_view call, OsStatus status, const Streams& streams);
 // Prints "security: TEXT" and answers the exit status 1.
-int reportFailure(std::string_view text);
+int reportFailure(std::string_view text, const Streams& streams);
 
 }  // namespace tovrek::security

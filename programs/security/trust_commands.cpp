@@ -8,7 +8,6 @@
 #include "formats/openssl_owners.h"
 #include "host/files.h"
 #include "keychain/item_files.h"
-#include "log/SystemLog.h"
 #include "programs/security/Options.h"
 #include "programs/security/commands.h"
 #include "programs/security/keychain_choice.h"
@@ -21,20 +20,23 @@ namespace {
 using keychain::Items;
 
 // The certificates of all files; none, reported, when one of them has none.
-std::optional<Items> certificatesIn(const std::vector<std::string>& files, int* status) {
+std::optional<Items> certificatesIn(const std::vector<std::string>& files, int* status,
+                                    const Streams& streams) {
   Items items;
   for (const std::string& file : files) {
     std::string bytes;
     ErrorText error;
     if (!readFile(file, &bytes, &error)) {
-      *status = reportFailure(fmt::format("Error reading file {}: {}", file, error.text()));
+      *status =
+          reportFailure(fmt::format("Error reading file {}: {}", file, error.text()), streams);
       return std::nullopt;
     }
     const size_t before = items.certificates.size();
     keychain::readItems(bytes, std::nullopt, &items);
     items.keys.clear();
     if (items.certificates.size() == before) {
-      *status = reportFailure(fmt::format("Error reading file {}: no certificate in it", file));
+      *status =
+          reportFailure(fmt::format("Error reading file {}: no certificate in it", file), streams);
       return std::nullopt;
     }
   }
@@ -42,22 +44,22 @@ std::optional<Items> certificatesIn(const std::vector<std::string>& files, int* 
 }
 
 int addTo(const std::optional<std::string>& keychain, const std::vector<std::string>& files,
-          std::string_view call, keychain::Keychain::Added* added) {
+          std::string_view call, keychain::Keychain::Added* added, const Streams& streams) {
   int status = kSuccess;
-  const auto items = certificatesIn(files, &status);
+  const auto items = certificatesIn(files, &status, streams);
   if (!items) return status;
-  auto into = keychainToFill(keychain, call, &status);
+  auto into = keychainToFill(keychain, call, &status, streams);
   if (!into) return status;
   ErrorText error;
   if (into->add(*items, added, &error)) return kSuccess;
-  return reportFailure(fmt::format("{}: {}: {}", call, into->path(), error.text()));
+  return reportFailure(fmt::format("{}: {}: {}", call, into->path(), error.text()), streams);
 }
 
 // The words after each option of this name.
-std::vector<std::string> valuesOf(const Arguments& arguments, std::string_view option) {
+std::vector<std::string> valuesOf(const Words& words, std::string_view option) {
   std::vector<std::string> values;
-  for (size_t i = 0; i + 1 < arguments.size(); ++i) {
-    if (arguments[i] == option) values.push_back(arguments[++i]);
+  for (size_t i = 0; i + 1 < words.size(); ++i) {
+    if (words[i] == option) values.push_back(words[++i]);
   }
   return values;
 }
@@ -105,33 +107,35 @@ std::string_view nameOf(int error) {
 
 }  // namespace
 
-int addCertificates(const Arguments& arguments) {
-  const auto options = Options::parse(arguments, "k:");
+int addCertificates(const Words& words, const Streams& streams) {
+  const auto options = Options::parse(words, "k:");
   if (!options || options->operands().empty()) return kUsage;
   constexpr std::string_view kCall = "SecCertificateAddToKeychain";
   keychain::Keychain::Added added;
-  const int status = addTo(options->value('k'), options->operands(), kCall, &added);
+  const int status = addTo(options->value('k'), options->operands(), kCall, &added, streams);
   if (status != kSuccess || added.certificates > 0) return status;
-  return reportStatus(kCall, OsStatus::kDuplicateItem);
+  return reportStatus(kCall, OsStatus::kDuplicateItem, streams);
 }
 
 // There is no list of trusted roots on this host: the certificate is where chains are completed.
-int addTrustedCertificate(const Arguments& arguments) {
-  const auto options = Options::parse(arguments, "dr:p:a:s:e:q:u:k:i:o:D");
+int addTrustedCertificate(const Words& words, const Streams& streams) {
+  const auto options = Options::parse(words, "dr:p:a:s:e:q:u:k:i:o:D");
   if (!options || options->operands().size() != 1) return kUsage;
   keychain::Keychain::Added added;
-  return addTo(options->value('k'), options->operands(), "SecCertificateAddToKeychain", &added);
+  return addTo(options->value('k'), options->operands(), "SecCertificateAddToKeychain", &added,
+               streams);
 }
 
-int verifyCertificate(const Arguments& arguments) {
-  const auto options = Options::parse(arguments, "c:r:p:k:nLlCe:s:R:qtPv");
+int verifyCertificate(const Words& words, const Streams& streams) {
+  const auto options = Options::parse(words, "c:r:p:k:nLlCe:s:R:qtPv");
   if (!options || !options->has('c') || !options->operands().empty()) return kUsage;
   int status = kSuccess;
-  const auto given = certificatesIn(valuesOf(arguments, "-c"), &status);
+  const auto given = certificatesIn(valuesOf(words, "-c"), &status, streams);
   if (!given || given->certificates.empty()) return given ? kUsage : status;
-  const auto roots = certificatesIn(valuesOf(arguments, "-r"), &status);
+  const auto roots = certificatesIn(valuesOf(words, "-r"), &status, streams);
   if (!roots) return status;
-  const auto keychains = chosenKeychains(valuesOf(arguments, "-k"), "SecKeychainOpen", &status);
+  const auto keychains =
+      chosenKeychains(valuesOf(words, "-k"), "SecKeychainOpen", &status, streams);
   if (!keychains) return status;
 
   Pool pool;
@@ -150,10 +154,10 @@ int verifyCertificate(const Arguments& arguments) {
     error = X509_V_ERR_INVALID_PURPOSE;
   }
   if (error != X509_V_OK) {
-    if (!options->has('q')) printError(fmt::format("Cert Verify Result: {}\n", nameOf(error)));
+    if (!options->has('q')) streams.error(fmt::format("Cert Verify Result: {}\n", nameOf(error)));
     return kFailure;
   }
-  if (!options->has('q')) printOut("...certificate verification successful.\n");
+  if (!options->has('q')) streams.out("...certificate verification successful.\n");
   return kSuccess;
 }
 

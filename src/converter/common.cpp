@@ -4,13 +4,8 @@
 
 #include "host/files.h"
 #include "host/paths.h"
-#include "log/module_loggers.h"
 
 namespace tovrek::converter {
-
-WrapperLogger& logger() {
-  return Global_TKLib_Logger();
-}
 
 std::string shown(const std::optional<std::string>& value) {
   return value.value_or("(null)");
@@ -18,6 +13,15 @@ std::string shown(const std::optional<std::string>& value) {
 
 bool isEmpty(const std::optional<std::string>& value) {
   return !value || value->empty();
+}
+
+std::string escapeExecutableString(std::string_view text) {
+  std::string escaped;
+  for (const char c : text) {
+    if (c == '\\' || c == '"' || c == '$' || c == '`' || c == '\'') escaped += '\\';
+    escaped += c;
+  }
+  return escaped;
 }
 
 std::string prefixOf(std::string_view applicationIdentifier) {
@@ -35,7 +39,9 @@ std::string replaceAll(std::string_view text, std::string_view from, std::string
   }
 }
 
-namespace {
+bool failMissingFile(ErrorText* error, std::string_view path) {
+  return fail(error, fmt::format("A required file at this location does not exist: {}", path));
+}
 
 bool failToCopy(const std::string& from, const std::string& to, const ErrorText& reason,
                 ErrorText* error) {
@@ -43,7 +49,9 @@ bool failToCopy(const std::string& from, const std::string& to, const ErrorText&
               fmt::format("Failed to copy file from {} to {}. Error:{}", from, to, reason.text()));
 }
 
-}  // namespace
+bool failToRemove(const ErrorText& reason, ErrorText* error) {
+  return fail(error, fmt::format("Failed to remove _CodeSignature. Error:{}", reason.text()));
+}
 
 bool copyOrFail(const std::string& from, const std::string& to, ErrorText* error) {
   ErrorText reason;

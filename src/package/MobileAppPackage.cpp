@@ -2,10 +2,10 @@
 
 #include "host/clock.h"
 #include "host/paths.h"
+#include "host/version.h"
 #include "package/PackageInfo.h"
 #include "package/embedded_profile.h"
 #include "package/management_entries.h"
-#include "package/tool_version.h"
 
 namespace tovrek {
 namespace {
@@ -47,7 +47,7 @@ void MobileAppPackage::addMoreInfo(MobileApp& app) const {
   const std::string appMode = trimmed(appInfo_.appMode);
   app.moreInfo = {{"WEXApplicationType", applicationType(appMode)},
                   {"ToolsProductVersion", kToolVersion},
-                  {"ToolsBuildNumber", kToolsBuildNumber}};
+                  {"ToolsBuildNumber", kToolBuild}};
   if (!appMode.empty()) app.moreInfo["SDKAppMode"] = appMode;
 }
 

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include "host/paths.h"
-#include "package/tool_version.h"
+#include "host/version.h"
 
 namespace tovrek {
 
@@ -20,8 +20,7 @@ bool writeSettingsFile(const std::string& bundlePath, const MobileApp& app,
   settings.set("publicKey", app.publicKey);
   settings.set("AppUniqueID", app.appUniqueID);
   settings.set("WrappingTimestamp", app.wrapperTimeStamp);
-  settings.set("ReleaseVersion",
-               fmt::format("r{}_v{}.{}", kToolVersion, kToolVersion, kToolsBuildNumber));
+  settings.set("ReleaseVersion", fmt::format("r{}_v{}.{}", kToolVersion, kToolVersion, kToolBuild));
   const std::string mode = trimmed(appMode);
   if (!mode.empty()) settings.set("AppMode", mode);
   const std::string path = joinPath(bundlePath, "Orvane.plist");

@@ -221,8 +221,10 @@ class Interrupted(WholeProgramTest):
 
     def interrupt(self, number, stage):
         output = self.path("interrupted.wex")
+        # A signal that is ignored where the tests were started would stay ignored.
         program = subprocess.Popen(self.wrap_command(DEMO_APP, output), stdout=subprocess.PIPE,
-                                   stderr=subprocess.DEVNULL, env=self.environment, bufsize=0)
+                                   stderr=subprocess.DEVNULL, env=self.environment, bufsize=0,
+                                   preexec_fn=lambda: signal.signal(number, signal.SIG_DFL))
         self.addCleanup(program.stdout.close)
         seen = b""
         while stage.encode() not in seen:

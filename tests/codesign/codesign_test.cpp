@@ -9,6 +9,7 @@
 #include "host/process.h"
 #include "tests/support/SignableImage.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/called_program.h"
 #include "tests/support/openssl_identity.h"
 
 namespace tovrek::codesign {
@@ -27,16 +28,8 @@ constexpr const char* kInfo =
     "<key>CFBundleIdentifier</key><string>com.example.demo</string>"
     "<key>CFBundlePackageType</key><string>APPL</string></dict></plist>";
 
-struct Result {
-  int status = 0;
-  std::string out, error;
-};
-
-Result codesign(const std::vector<std::string>& arguments) {
-  Result result;
-  result.status = run(arguments, {[&](std::string_view text) { result.out += text; },
-                                  [&](std::string_view text) { result.error += text; }});
-  return result;
+Outcome codesign(const std::vector<std::string>& words) {
+  return called(run, words);
 }
 
 class CodesignTest : public testing::Test {
@@ -69,9 +62,9 @@ TEST_F(CodesignTest, OptionsAndPathInAnyOrder) {
        "--timestamp=none", "--generate-entitlement-der", "--deep", "--", app_},
   };
   for (const auto& arguments : orders) {
-    const Result result = codesign(arguments);
-    EXPECT_EQ(result.status, 0) << result.error;
-    EXPECT_EQ(result.out, "");
+    const Outcome result = codesign(arguments);
+    EXPECT_EQ(result.status, 0) << result.errorOutput;
+    EXPECT_EQ(result.output, "");
     EXPECT_EQ(codesign({"--verify", app_}).status, 0);
   }
 }
@@ -90,19 +83,21 @@ TEST_F(CodesignTest, UsageErrors) {
       {"--verbose=x", "-d", app_},
   };
   for (const auto& arguments : cases) {
-    const Result result = codesign(arguments);
+    const Outcome result = codesign(arguments);
     EXPECT_EQ(result.status, 2) << testing::PrintToString(arguments);
-    EXPECT_THAT(result.error, HasSubstr("Usage: codesign")) << testing::PrintToString(arguments);
+    EXPECT_THAT(result.errorOutput, HasSubstr("Usage: codesign"))
+        << testing::PrintToString(arguments);
   }
 }
 
 TEST_F(CodesignTest, SigningSaysWhatItDid) {
-  EXPECT_EQ(codesign({"-s", "-", "-v", app_}).error,
+  EXPECT_EQ(codesign({"-s", "-", "-v", app_}).errorOutput,
             app_ + ": signed app bundle with Mach-O thin (arm64) [com.example.demo]\n");
-  const Result again = codesign({"-s", "-", app_});
-  EXPECT_EQ(again.error, app_ + ": is already signed\n");
+  const Outcome again = codesign({"-s", "-", app_});
+  EXPECT_EQ(again.errorOutput, app_ + ": is already signed\n");
   EXPECT_EQ(again.status, 1);
-  EXPECT_EQ(codesign({"-f", "-s", "-", app_}).error, app_ + ": replacing existing signature\n");
+  EXPECT_EQ(codesign({"-f", "-s", "-", app_}).errorOutput,
+            app_ + ": replacing existing signature\n");
 }
 
 TEST_F(CodesignTest, SigningFailures) {
@@ -123,9 +118,9 @@ TEST_F(CodesignTest, SigningFailures) {
        keychain_ + ": bundle format unrecognized, invalid, or unsuitable\n"},
   };
   for (const Case& c : cases) {
-    const Result result = codesign(c.arguments);
+    const Outcome result = codesign(c.arguments);
     EXPECT_EQ(result.status, 1) << c.error;
-    EXPECT_EQ(result.error, c.error);
+    EXPECT_EQ(result.errorOutput, c.error);
   }
 }
 
@@ -140,14 +135,14 @@ TEST_F(CodesignTest, SeveralPathsStopAtAFailureUnlessToldToGoOn) {
 TEST_F(CodesignTest, DisplayLevelsAddUp) {
   ASSERT_EQ(codesign({"-s", sha1_, "--keychain", keychain_, app_}).status, 0);
   const std::string real = *realPath(app_);
-  EXPECT_EQ(codesign({"-d", app_}).error, "Executable=" + real + "/Demo\n");
+  EXPECT_EQ(codesign({"-d", app_}).errorOutput, "Executable=" + real + "/Demo\n");
   const auto keys = [&](const std::vector<std::string>& arguments) {
-    const Result result = codesign(arguments);
+    const Outcome result = codesign(arguments);
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.output, "");
     std::string list;
     bool atStart = true, inKey = true;
-    for (const char c : result.error) {
+    for (const char c : result.errorOutput) {
       if (c == '\n') {
         atStart = inKey = true;
         continue;
@@ -171,7 +166,7 @@ TEST_F(CodesignTest, DisplayLevelsAddUp) {
   EXPECT_EQ(keys({"--display", "--verbose=4", app_}), four);
   EXPECT_EQ(keys({"-dvvvv", app_}), four);
 
-  const std::string text = codesign({"-dvvvv", app_}).error;
+  const std::string text = codesign({"-dvvvv", app_}).errorOutput;
   for (const char* line :
        {"\nIdentifier=com.example.demo\n", "\nFormat=app bundle with Mach-O thin (arm64)\n",
         "\nVersionMin=851968\n", "\nAuthority=iPhone Distribution: Test\n",
@@ -179,24 +174,25 @@ TEST_F(CodesignTest, DisplayLevelsAddUp) {
         "\nSealed Resources version=2 rules=10 files=1\n", " flags=0x0(none) hashes=4+3 "}) {
     EXPECT_THAT(text, HasSubstr(line));
   }
-  EXPECT_THAT(codesign({"-dvvv", app_}).error, HasSubstr("Authority=iPhone Distribution: Test\n"));
+  EXPECT_THAT(codesign({"-dvvv", app_}).errorOutput,
+              HasSubstr("Authority=iPhone Distribution: Test\n"));
 }
 
 TEST_F(CodesignTest, DisplayOfUnsignedCodeFails) {
   const std::vector<std::vector<std::string>> cases = {
       {"-d", app_}, {"-d", "--entitlements", ":-", app_}, {"-v", app_}};
   for (const auto& arguments : cases) {
-    const Result result = codesign(arguments);
+    const Outcome result = codesign(arguments);
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.error, app_ + ": code object is not signed at all\n");
-    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.errorOutput, app_ + ": code object is not signed at all\n");
+    EXPECT_EQ(result.output, "");
   }
 }
 
 TEST_F(CodesignTest, EntitlementsComeOut) {
   ASSERT_EQ(codesign({"-s", "-", "--entitlements", entitlements_, app_}).status, 0);
-  EXPECT_EQ(codesign({"-d", "--entitlements", ":-", app_}).out, kEntitlementsText);
-  EXPECT_THAT(codesign({"-d", "--entitlements", "-", app_}).out, StartsWith("\xfa\xde\x71\x71"));
+  EXPECT_EQ(codesign({"-d", "--entitlements", ":-", app_}).output, kEntitlementsText);
+  EXPECT_THAT(codesign({"-d", "--entitlements", "-", app_}).output, StartsWith("\xfa\xde\x71\x71"));
   const std::string target = folder_.file("out.plist");
   for (int i = 0; i < 2; ++i) {
     EXPECT_EQ(codesign({"-d", "--entitlements", ":" + target, app_}).status, 0);
@@ -204,22 +200,22 @@ TEST_F(CodesignTest, EntitlementsComeOut) {
   EXPECT_EQ(contentsOf(target), std::string(kEntitlementsText) + kEntitlementsText);
 
   ASSERT_EQ(codesign({"-f", "-s", "-", app_}).status, 0);
-  const Result none = codesign({"-d", "--entitlements", ":-", app_});
+  const Outcome none = codesign({"-d", "--entitlements", ":-", app_});
   EXPECT_EQ(none.status, 0);
-  EXPECT_EQ(none.out, "");
-  const Result bad = codesign({"-f", "-s", "-", "--entitlements", app_ + "/text", app_});
+  EXPECT_EQ(none.output, "");
+  const Outcome bad = codesign({"-f", "-s", "-", "--entitlements", app_ + "/text", app_});
   EXPECT_EQ(bad.status, 1);
 }
 
 TEST_F(CodesignTest, RequirementsAndCertificatesComeOut) {
   ASSERT_EQ(codesign({"-s", sha1_, "--keychain", keychain_, app_}).status, 0);
-  EXPECT_THAT(codesign({"-d", "-r", "-", app_}).out,
+  EXPECT_THAT(codesign({"-d", "-r", "-", app_}).output,
               MatchesRegex("designated => identifier \"com.example.demo\" and certificate root = "
                            "H\"[0-9a-f]+\"\n"));
   EXPECT_EQ(codesign({"-d", "--extract-certificates=" + folder_.file("cert"), app_}).status, 0);
   EXPECT_EQ(hexUpper(digestOf(DigestAlgorithm::kSha1, contentsOf(folder_.file("cert0")))), sha1_);
   ASSERT_EQ(codesign({"-f", "-s", "-", app_}).status, 0);
-  EXPECT_THAT(codesign({"-d", "-r-", app_}).out,
+  EXPECT_THAT(codesign({"-d", "-r-", app_}).output,
               MatchesRegex("# designated => cdhash H\"[0-9a-f]+\"\n"));
 }
 
@@ -228,9 +224,9 @@ TEST_F(CodesignTest, RequirementsGoIn) {
   const std::string text = "designated => identifier x\nlibrary => anchor apple generic\n";
   const std::string asText = folder_.write("set.txt", text);
   const auto stored = [&](const std::string& argument) {
-    const Result signedResult = codesign({"-f", "-s", "-", "-r", argument, app_});
-    EXPECT_EQ(signedResult.status, 0) << signedResult.error;
-    return codesign({"-d", "-r-", app_}).out;
+    const Outcome signedResult = codesign({"-f", "-s", "-", "-r", argument, app_});
+    EXPECT_EQ(signedResult.status, 0) << signedResult.errorOutput;
+    return codesign({"-d", "-r-", app_}).output;
   };
   EXPECT_EQ(stored(asText), text);
   EXPECT_EQ(stored("=designated => identifier x library => anchor apple generic"), text);
@@ -243,10 +239,10 @@ TEST_F(CodesignTest, RequirementsGoIn) {
 
   // A signer's own requirement joins what states none.
   ASSERT_EQ(codesign({"-fs", sha1_, "--keychain", keychain_, "-r=host => always", app_}).status, 0);
-  EXPECT_THAT(codesign({"-d", "-r-", app_}).out,
+  EXPECT_THAT(codesign({"-d", "-r-", app_}).output,
               MatchesRegex("host => always\ndesignated => identifier .*\n"));
   ASSERT_EQ(codesign({"-fs", "-", "-r=host => always", app_}).status, 0);
-  EXPECT_THAT(codesign({"-d", "-r-", app_}).out,
+  EXPECT_THAT(codesign({"-d", "-r-", app_}).output,
               MatchesRegex("host => always\n# designated => cdhash H\"[0-9a-f]+\"\n"));
 
   const std::pair<std::string, std::string> bad[] = {
@@ -259,9 +255,9 @@ TEST_F(CodesignTest, RequirementsGoIn) {
   };
   const std::string before = contentsOf(app_ + "/Demo");
   for (const auto& [argument, error] : bad) {
-    const Result result = codesign({"-f", "-s", "-", "-r", argument, app_});
+    const Outcome result = codesign({"-f", "-s", "-", "-r", argument, app_});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(result.error, error);
+    EXPECT_EQ(result.errorOutput, error);
   }
   EXPECT_EQ(contentsOf(app_ + "/Demo"), before);
 }
@@ -289,9 +285,9 @@ TEST_F(CodesignTest, TestRequirements) {
        "invalid requirement: line 1, column 1: expected a condition, found designated\n"},
   };
   for (const auto& c : cases) {
-    const Result result = codesign({"-vv", "-R", c.requirement, app_});
+    const Outcome result = codesign({"-vv", "-R", c.requirement, app_});
     EXPECT_EQ(result.status, c.status) << c.requirement;
-    EXPECT_EQ(result.error, c.error) << c.requirement;
+    EXPECT_EQ(result.errorOutput, c.error) << c.requirement;
   }
 }
 
@@ -322,45 +318,45 @@ TEST_F(CodesignTest, IdentitiesThatCannotSignAreRefused) {
       {"OtherX", "OtherX: no identity found\n"},
   };
   for (const auto& [name, error] : cases) {
-    const Result result = codesign({"-s", name, "--keychain", keychain, app_});
+    const Outcome result = codesign({"-s", name, "--keychain", keychain, app_});
     EXPECT_EQ(result.status, 1) << name;
-    EXPECT_THAT(result.error, StartsWith(error));
+    EXPECT_THAT(result.errorOutput, StartsWith(error));
   }
   // A whole name wins over names that it is a part of.
   EXPECT_EQ(codesign({"-s", "Other Developer", "--keychain", keychain, app_}).status, 0);
-  EXPECT_THAT(codesign({"-dvv", app_}).error, HasSubstr("\nAuthority=Other Developer\n"));
+  EXPECT_THAT(codesign({"-dvv", app_}).errorOutput, HasSubstr("\nAuthority=Other Developer\n"));
 }
 
 TEST_F(CodesignTest, RuntimeDryRunAndTimestamp) {
   const std::string unsignedCode = contentsOf(app_ + "/Demo");
-  EXPECT_EQ(codesign({"-n", "-v", "-s", "-", app_}).error,
+  EXPECT_EQ(codesign({"-n", "-v", "-s", "-", app_}).errorOutput,
             app_ + ": signed app bundle with Mach-O thin (arm64) [com.example.demo]\n");
   EXPECT_EQ(contentsOf(app_ + "/Demo"), unsignedCode);
   EXPECT_FALSE(fileExists(app_ + "/_CodeSignature"));
 
-  const Result stamped = codesign({"--timestamp", "-s", "-", app_});
+  const Outcome stamped = codesign({"--timestamp", "-s", "-", app_});
   EXPECT_EQ(stamped.status, 0);
-  EXPECT_THAT(stamped.error, StartsWith("warning: no time stamp is added"));
+  EXPECT_THAT(stamped.errorOutput, StartsWith("warning: no time stamp is added"));
 
   ASSERT_EQ(codesign({"-f", "-s", "-", "-o", "runtime", "--runtime-version", "13.1", app_}).status,
             0);
-  const auto shown = [&] { return codesign({"-dvvv", app_}).error; };
+  const auto shown = [&] { return codesign({"-dvvv", app_}).errorOutput; };
   EXPECT_THAT(shown(), HasSubstr("CodeDirectory v=20500 "));
   EXPECT_THAT(shown(), HasSubstr("flags=0x10002(adhoc,runtime) "));
   EXPECT_THAT(shown(), HasSubstr("\nRuntime Version=13.1.0\n"));
   EXPECT_EQ(codesign({"-v", "--strict", app_}).status, 0);
   ASSERT_EQ(codesign({"-f", "-s", "-", "--preserve-metadata=flags,runtime", app_}).status, 0);
   EXPECT_THAT(shown(), HasSubstr("\nRuntime Version=13.1.0\n"));
-  EXPECT_EQ(codesign({"-f", "-s", "-", "--runtime-version", "13.x", app_}).error,
+  EXPECT_EQ(codesign({"-f", "-s", "-", "--runtime-version", "13.x", app_}).errorOutput,
             "runtime version \"13.x\" is not of the form 10.15.4\n");
 }
 
 TEST_F(CodesignTest, HelpAndArchitectures) {
-  const Result help = codesign({"--help"});
+  const Outcome help = codesign({"--help"});
   EXPECT_EQ(help.status, 0);
-  EXPECT_EQ(help.error, "");
+  EXPECT_EQ(help.errorOutput, "");
   for (const char* text : {"Usage: codesign -s identity", "--preserve-metadata", "Status: 0 "}) {
-    EXPECT_THAT(help.out, HasSubstr(text));
+    EXPECT_THAT(help.output, HasSubstr(text));
   }
   const std::string fat =
       folder_.write("fat", buildUniversal({SignableImage::armv7(), SignableImage()}));
@@ -369,28 +365,29 @@ TEST_F(CodesignTest, HelpAndArchitectures) {
   damaged[0x4000 + 0x1100] ^= 1;  // in the code of the first
   folder_.write("fat", damaged);
   EXPECT_EQ(codesign({"-v", "-a", "arm64", fat}).status, 0);
-  EXPECT_THAT(codesign({"-v", fat}).error, EndsWith("\nIn architecture: armv7\n"));
-  EXPECT_EQ(codesign({"-v", "-a", "ppc", fat}).error, fat + ": no architecture ppc in it\n");
+  EXPECT_THAT(codesign({"-v", fat}).errorOutput, EndsWith("\nIn architecture: armv7\n"));
+  EXPECT_EQ(codesign({"-v", "-a", "ppc", fat}).errorOutput, fat + ": no architecture ppc in it\n");
 }
 
 TEST_F(CodesignTest, VerifyAnswers) {
   ASSERT_EQ(codesign({"-s", sha1_, "--keychain", keychain_, app_}).status, 0);
-  EXPECT_EQ(codesign({"-v", app_}).error, "");
-  EXPECT_EQ(codesign({"--verify", "-v", app_}).error,
+  EXPECT_EQ(codesign({"-v", app_}).errorOutput, "");
+  EXPECT_EQ(codesign({"--verify", "-v", app_}).errorOutput,
             app_ + ": valid on disk\n" + app_ + ": satisfies its Designated Requirement\n");
 
   // Requirements of the first signer kept under another one are no longer satisfied.
   ASSERT_EQ(codesign({"-f", "-s", "-", "--preserve-metadata=requirements", app_}).status, 0);
-  const Result other = codesign({"-vv", app_});
+  const Outcome other = codesign({"-vv", app_});
   EXPECT_EQ(other.status, 3);
-  EXPECT_EQ(other.error,
+  EXPECT_EQ(other.errorOutput,
             app_ + ": valid on disk\n" + app_ + ": does not satisfy its designated Requirement\n");
 
   folder_.write("Demo.app/text", "changed");
-  const Result changed = codesign({"-v", app_});
+  const Outcome changed = codesign({"-v", app_});
   EXPECT_EQ(changed.status, 1);
-  EXPECT_EQ(changed.error, app_ + ": a sealed resource is missing or invalid\nfile modified: " +
-                               *realPath(app_) + "/text\n");
+  EXPECT_EQ(changed.errorOutput,
+            app_ + ": a sealed resource is missing or invalid\nfile modified: " + *realPath(app_) +
+                "/text\n");
 }
 
 TEST_F(CodesignTest, RemovesSignatures) {

@@ -4,7 +4,7 @@
 
 #include "host/files.h"
 #include "macho/ArchName.h"
-#include "tests/companions/CompanionTest.h"
+#include "tests/support/CompanionTest.h"
 #include "tests/support/MachOBuilder.h"
 
 namespace tovrek {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/companions/CompanionTest.h"
+#include "tests/support/CompanionTest.h"
 
 namespace tovrek::test {
 
