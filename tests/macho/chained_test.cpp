@@ -112,7 +112,6 @@ struct Chain {
   explicit Chain(std::vector<uint64_t> places) : pointers(std::move(places)) {
     fixups.segmentCount = 1;
     fixups.segment = 0;
-    fixups.segmentStarts = 8;
     fixups.format = DYLD_CHAINED_PTR_64_OFFSET;
     fixups.pages = {0};
   }
