@@ -3,7 +3,7 @@
 
 An arrow of LAYERS means "may include", also by way of others. Tests and benchmarks may include
 everything. Includes are written from src/ or from the project's root, so their first folder names
-the layer.
+the layer. Headers of system calls may be included by src/host alone.
 """
 import re
 import sys
@@ -46,6 +46,10 @@ LAYERS = {
     "tests": [],
 }
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"')
+SYSTEM_INCLUDE = re.compile(
+    r"^\s*#\s*include\s+<((?:sys|linux|net|mach|mach-o)/[^>]+|"
+    r"(?:unistd|fcntl|dirent|poll|signal|csignal|spawn|pthread|sched|termios|pwd|grp|malloc|"
+    r"ifaddrs|utime|netdb|dlfcn|syslog)(?:\.h)?)>")
 
 
 def reachable(layer):
@@ -71,6 +75,9 @@ def wrong_includes(path):
     allowed = reachable(layer)
     with open(path, encoding="utf-8") as source:
         for number, line in enumerate(source, 1):
+            system = SYSTEM_INCLUDE.match(line)
+            if system and layer != "host":
+                yield number, f"<{system.group(1)}> is for src/host alone"
             match = INCLUDE.match(line)
             if not match:
                 continue

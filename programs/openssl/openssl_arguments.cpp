@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace tovrek {
+namespace tovrek::openssl {
 
 std::vector<std::string> opensslArguments(std::vector<std::string> arguments) {
   const auto has = [&](const char* one, const char* other) {
@@ -17,4 +17,4 @@ std::vector<std::string> opensslArguments(std::vector<std::string> arguments) {
   return arguments;
 }
 
-}  // namespace tovrek
+}  // namespace tovrek::openssl

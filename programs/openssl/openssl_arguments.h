@@ -4,11 +4,11 @@
 #include <string>
 #include <vector>
 
-namespace tovrek {
+namespace tovrek::openssl {
 
 // `arguments` come without the program's name. "x509 ... -subject" gets "-nameopt compat" unless
 // a form is asked for: a subject then reads "/OU=X/CN=Y" and not "OU = X, CN = Y". All others are
 // answered as they are.
 std::vector<std::string> opensslArguments(std::vector<std::string> arguments);
 
-}  // namespace tovrek
+}  // namespace tovrek::openssl

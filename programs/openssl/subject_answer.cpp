@@ -6,7 +6,7 @@
 #include "host/files.h"
 #include "host/paths.h"
 
-namespace tovrek {
+namespace tovrek::openssl {
 
 namespace {
 
@@ -72,4 +72,4 @@ std::optional<std::string> subjectAnswer(const std::vector<std::string>& argumen
   return answer;
 }
 
-}  // namespace tovrek
+}  // namespace tovrek::openssl

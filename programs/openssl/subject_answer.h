@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-namespace tovrek {
+namespace tovrek::openssl {
 
 // What "x509 [-inform der|pem] -in FILE -subject -noout" prints, with its options in any order, for
 // a file of one certificate in DER, or one that begins with a certificate in PEM. None for all
 // other questions and files, errors among them: they are the host program's to answer.
 std::optional<std::string> subjectAnswer(const std::vector<std::string>& arguments);
 
-}  // namespace tovrek
+}  // namespace tovrek::openssl

@@ -1,9 +1,8 @@
 #include "programs/security/interactive.h"
 
-#include <unistd.h>
-
 #include <iostream>
 
+#include "host/terminal.h"
 #include "programs/security/status.h"
 
 namespace tovrek::security {
@@ -42,7 +41,7 @@ std::optional<Words> wordsOf(std::string_view line) {
 }
 
 int runLines(const std::string& prompt, Command run, const Streams& streams) {
-  const bool typed = ::isatty(STDIN_FILENO) != 0;
+  const bool typed = inputIsTyped();
   int status = kSuccess;
   for (std::string line;;) {
     if (typed) streams.out(prompt);

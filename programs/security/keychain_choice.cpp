@@ -1,10 +1,7 @@
 #include "programs/security/keychain_choice.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
 
-#include "host/file_io.h"
 #include "host/files.h"
 #include "keychain/locations.h"
 #include "programs/security/status.h"
@@ -12,16 +9,6 @@
 namespace tovrek::security {
 
 namespace {
-
-// A device or pipe is written to; only a file can be replaced as a whole.
-bool writeOutput(const std::string& path, std::string_view content, ErrorText* error) {
-  struct stat info {};
-  if (::stat(path.c_str(), &info) != 0 || S_ISREG(info.st_mode)) {
-    return writeFileAtomically(path, content, error);
-  }
-  const UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
-  return (fd.valid() && writeAll(fd.get(), content)) || failWithErrno(error);
-}
 
 // Scripts unlock or list the login keychain without making it: a Mac always has one.
 bool isThere(const std::string& path) {
@@ -92,7 +79,7 @@ int writeResult(const std::optional<std::string>& path, std::string_view content
     return kSuccess;
   }
   ErrorText error;
-  if (writeOutput(*path, content, &error)) return kSuccess;
+  if (writeFileOrDevice(*path, content, &error)) return kSuccess;
   return reportFailure(fmt::format("unable to open \"{}\" for writing: {}", *path, error.text()),
                        streams);
 }

@@ -1,17 +1,14 @@
 #include "programs/security/passwords.h"
 
-#include <unistd.h>
-
 #include <iostream>
+
+#include "host/terminal.h"
 
 namespace tovrek::security {
 
 std::string passwordFrom(const Options& options, char letter, const std::string& prompt) {
   if (const auto given = options.value(letter)) return *given;
-  if (::isatty(STDIN_FILENO) != 0) {
-    const char* typed = ::getpass(prompt.c_str());
-    return typed == nullptr ? "" : typed;
-  }
+  if (inputIsTyped()) return readUnseen(prompt);
   std::string line;
   std::getline(std::cin, line);
   return line;

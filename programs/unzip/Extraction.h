@@ -12,6 +12,6 @@ namespace tovrek::unzip {
 // Carries the plan out, on all processors, and prints a line for each item unless `options` ask
 // for quiet. A file whose bytes turn out damaged does not stay. Gives the exit status.
 int extract(const archive::ArchiveReader& reader, const ExtractionPlan& plan,
-            const UnzipOptions& options, int destination);
+            const UnzipOptions& options, const Streams& streams, const FolderCursor& destination);
 
 }  // namespace tovrek::unzip

@@ -5,7 +5,8 @@
 #include <vector>
 
 #include "archive/ArchiveReader.h"
-#include "programs/unzip/FolderCursor.h"
+#include "host/FolderCursor.h"
+#include "host/Streams.h"
 #include "programs/unzip/UnzipOptions.h"
 
 namespace tovrek::unzip {
@@ -23,6 +24,10 @@ struct ExtractionPlan {
   bool endedByInput = false;         // asked about an item and got no answer
 };
 
+// The parts of "a/b/c": "a/b" and "c".
+std::string folderOf(const std::string& path);
+std::string nameOf(const std::string& path);
+
 // The path below the destination that an entry's name stands for. False for names that would
 // leave it.
 bool destinationPath(const std::string& name, std::string* path);
@@ -30,6 +35,7 @@ bool destinationPath(const std::string& name, std::string* path);
 // Sorts the chosen entries into the plan and asks what to do about items that stand in the way.
 // False, with a text, for an archive that must not be unpacked.
 bool planExtraction(const std::vector<const archive::Entry*>& entries, const UnzipOptions& options,
-                    FolderCursor* destination, ExtractionPlan* plan, ErrorText* error);
+                    const Streams& streams, FolderCursor* destination, ExtractionPlan* plan,
+                    ErrorText* error);
 
 }  // namespace tovrek::unzip

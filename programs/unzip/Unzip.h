@@ -1,12 +1,11 @@
 // The program unzip.
 #pragma once
 
-#include <string>
-#include <vector>
+#include "host/program.h"
 
 namespace tovrek::unzip {
 
-// Runs with the arguments after the program's name; gives the exit status.
-int runUnzipProgram(const std::vector<std::string>& arguments);
+// Gives the exit status.
+int run(const Arguments& arguments, const Streams& streams);
 
 }  // namespace tovrek::unzip

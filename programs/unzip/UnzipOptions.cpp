@@ -1,22 +1,10 @@
 #include "programs/unzip/UnzipOptions.h"
 
 #include <fmt/format.h>
-#include <fnmatch.h>
 
-#include <algorithm>
+#include "archive/patterns.h"
 
 namespace tovrek::unzip {
-namespace {
-
-// "*" and "?" match "/" too, as archive programs have it.
-bool matchesAny(const std::vector<std::string>& patterns, const std::string& name) {
-  return std::any_of(patterns.begin(), patterns.end(), [&](const std::string& pattern) {
-    return ::fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
-  });
-}
-
-}  // namespace
-
 bool UnzipOptions::read(const std::vector<std::string>& arguments, ErrorText* error) {
   bool wantsDestination = false;
   bool excluding = false;
@@ -95,7 +83,8 @@ bool UnzipOptions::readFlags(const std::string& flags, bool* wantsDestination, b
 }
 
 bool UnzipOptions::selects(const std::string& name) const {
-  return (members.empty() || matchesAny(members, name)) && !matchesAny(excluded, name);
+  return (members.empty() || tovrek::archive::matchesAny(members, name)) &&
+         !tovrek::archive::matchesAny(excluded, name);
 }
 
 }  // namespace tovrek::unzip

@@ -25,6 +25,8 @@ struct UnzipOptions {
   bool read(const std::vector<std::string>& arguments, ErrorText* error);
   // Whether the lists choose the entry of that name.
   bool selects(const std::string& name) const;
+  // Whether a table of the entries is all that is asked for.
+  bool onlyLists() const { return action == Action::kList || action == Action::kListVerbosely; }
 
  private:
   bool readFlags(const std::string& flags, bool* wantsDestination, bool* excluding,

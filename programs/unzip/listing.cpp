@@ -4,8 +4,6 @@
 
 #include <ctime>
 
-#include "log/SystemLog.h"
-
 namespace tovrek::unzip {
 namespace {
 
@@ -40,15 +38,14 @@ std::string line(const Entry& entry, bool verbose) {
                      dateAndTime(entry), entry.crc, entry.name);
 }
 
-}  // namespace
-
-void printListing(const std::vector<const Entry*>& entries, const UnzipOptions& options) {
+std::string names(const std::vector<const Entry*>& entries) {
   std::string text;
-  if (options.action == UnzipOptions::Action::kNames) {
-    for (const Entry* entry : entries) text += entry->name + "\n";
-    printOut(text);
-    return;
-  }
+  for (const Entry* entry : entries) text += entry->name + "\n";
+  return text;
+}
+
+std::string table(const std::vector<const Entry*>& entries, const UnzipOptions& options) {
+  std::string text;
   const bool verbose = options.action == UnzipOptions::Action::kListVerbosely;
   if (options.quiet < 2) {
     text += verbose ? " Length   Method    Size  Cmpr    Date    Time   CRC-32   Name\n"
@@ -63,9 +60,9 @@ void printListing(const std::vector<const Entry*>& entries, const UnzipOptions& 
     size += entry->size;
     packed += entry->compressedSize;
   }
+  if (options.quiet >= 2) return text;
   const char* plural = entries.size() == 1 ? "" : "s";
-  if (options.quiet >= 2) {
-  } else if (verbose) {
+  if (verbose) {
     text += fmt::format(
         "--------          -------  ---                            -------\n"
         "{:8}         {:8} {}                            {} file{}\n",
@@ -75,7 +72,15 @@ void printListing(const std::vector<const Entry*>& entries, const UnzipOptions& 
         fmt::format("---------                     -------\n{:9}                     {} file{}\n",
                     size, entries.size(), plural);
   }
-  printOut(text);
+  return text;
+}
+
+}  // namespace
+
+void printListing(const std::vector<const Entry*>& entries, const UnzipOptions& options,
+                  const Streams& streams) {
+  const bool bare = options.action == UnzipOptions::Action::kNames;
+  streams.out(bare ? names(entries) : table(entries, options));
 }
 
 }  // namespace tovrek::unzip

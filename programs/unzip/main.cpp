@@ -1,8 +1,6 @@
-#include <string>
-#include <vector>
-
+#include "host/program.h"
 #include "programs/unzip/Unzip.h"
 
 int main(int argc, char** argv) {
-  return tovrek::unzip::runUnzipProgram({argv + (argc > 0 ? 1 : 0), argv + argc});
+  return tovrek::runProgram(argc, argv, tovrek::unzip::run);
 }

@@ -1,7 +1,6 @@
 #include "programs/xcrun/package_application.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 #include "host/files.h"
 #include "host/host_info.h"
@@ -9,9 +8,8 @@
 #include "host/process.h"
 #include "host/signals.h"
 #include "launch/programs.h"
-#include "log/SystemLog.h"
 
-namespace tovrek {
+namespace tovrek::xcrun {
 
 namespace {
 
@@ -24,7 +22,7 @@ class ScratchFolder {
   ScratchFolder& operator=(const ScratchFolder&) = delete;
 
   bool create(ErrorText* error) const {
-    return ::mkdir(path_.c_str(), 0700) == 0 || fail(error, "cannot make a temporary folder");
+    return createPrivateDirectory(path_) || fail(error, "cannot make a temporary folder");
   }
   std::string file(const std::string& name) const { return joinPath(path_, name); }
   const std::string& path() const { return path_; }
@@ -34,14 +32,15 @@ class ScratchFolder {
   RemovedOnSignal guard_;
 };
 
-bool run(Command command, bool verbose, ErrorText* error) {
+// `output` shows what the program printed; none where nobody asked for it.
+bool runStep(Command command, const Streams* output, ErrorText* error) {
   command.standardError = StandardError::kMergeIntoOutput;
   Outcome outcome;
   ErrorText reason;
   if (!runProcess(command, &outcome, &reason)) {
     return fail(error, fmt::format("{}: {}", command.argv.front(), reason.text()));
   }
-  if (verbose) printOut(outcome.output);
+  if (output != nullptr) output->out(outcome.output);
   if (outcome.status == 0) return true;
   return fail(error, fmt::format("{} failed with status {}: {}", command.argv.front(),
                                  outcome.status, trimmed(outcome.output)));
@@ -57,13 +56,14 @@ bool embedProfile(const std::string& profile, const std::string& app, ErrorText*
   return fail(error, fmt::format("cannot embed profile '{}': {}", profile, reason.text()));
 }
 
-bool signApp(const PackageRequest& request, const std::string& app, ErrorText* error) {
+bool signApp(const std::string& identity, const std::string& app, const Streams* output,
+             ErrorText* error) {
   const auto codesign = launch::findCompanion("codesign");
   if (!codesign) return fail(error, "codesign is not installed");
   Command command;
-  command.argv = {*codesign, "--force",     "--preserve-metadata=identifier,entitlements",
-                  "--sign",  *request.sign, app};
-  return run(command, request.verbose, error);
+  command.argv = {*codesign, "--force", "--preserve-metadata=identifier,entitlements",
+                  "--sign",  identity,  app};
+  return runStep(command, output, error);
 }
 
 // A file that stands at the target goes only once the new one is complete.
@@ -119,7 +119,8 @@ std::optional<PackageRequest> parsePackageRequest(const std::vector<std::string>
   return request;
 }
 
-bool packageApplication(const PackageRequest& request, ErrorText* error) {
+bool packageApplication(const PackageRequest& request, const Streams& streams, ErrorText* error) {
+  const Streams* output = request.verbose ? &streams : nullptr;
   if (!isDirectory(request.app) || !isPlainFile(joinPath(request.app, "Info.plist"))) {
     return fail(
         error, fmt::format("the application '{}' does not exist or is no app bundle", request.app));
@@ -129,21 +130,21 @@ bool packageApplication(const PackageRequest& request, ErrorText* error) {
   const ScratchFolder scratch(joinPath(*temporary, "PackageApplication-" + uniqueString()));
   const std::string app =
       joinPath(scratch.file("Payload"), lastPathComponent(standardizePath(request.app)));
-  if (request.verbose) printOut(fmt::format("Packaging application: '{}'\n", request.app));
+  if (output != nullptr) output->out(fmt::format("Packaging application: '{}'\n", request.app));
   if (!scratch.create(error) || !createDirectories(scratch.file("Payload"), error) ||
       !copyItem(request.app, app, error)) {
     return false;
   }
   if (request.profile && !embedProfile(*request.profile, app, error)) return false;
-  if (request.sign && !signApp(request, app, error)) return false;
+  if (request.sign && !signApp(*request.sign, app, output, error)) return false;
 
   const std::string made = scratch.file("application.ipa");
   Command zip;
   zip.argv = {"/usr/bin/zip", "-qry", made, "Payload"};
   zip.workingDirectory = scratch.path();
-  if (!run(zip, request.verbose, error) || !deliver(made, request.output, error)) return false;
-  if (request.verbose) printOut(fmt::format("Results at '{}'\n", request.output));
+  if (!runStep(zip, output, error) || !deliver(made, request.output, error)) return false;
+  if (output != nullptr) output->out(fmt::format("Results at '{}'\n", request.output));
   return true;
 }
 
-}  // namespace tovrek
+}  // namespace tovrek::xcrun

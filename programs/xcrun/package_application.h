@@ -6,8 +6,9 @@
 #include <vector>
 
 #include "host/ErrorText.h"
+#include "host/Streams.h"
 
-namespace tovrek {
+namespace tovrek::xcrun {
 
 struct PackageRequest {
   std::string app;                     // the .app folder; left as it is
@@ -24,6 +25,6 @@ std::optional<PackageRequest> parsePackageRequest(const std::vector<std::string>
 
 // Copies the app into a "Payload" folder, puts the profile in, signs with `codesign`, keeping
 // identifier and entitlements, and zips. The .ipa appears whole or not at all.
-bool packageApplication(const PackageRequest& request, ErrorText* error);
+bool packageApplication(const PackageRequest& request, const Streams& streams, ErrorText* error);
 
-}  // namespace tovrek
+}  // namespace tovrek::xcrun

@@ -10,6 +10,7 @@
 #include "archive/PackedSource.h"
 #include "programs/zip/FileList.h"
 #include "programs/zip/ZipOptions.h"
+#include "programs/zip/messages.h"
 #include "programs/zip/packing.h"
 
 namespace tovrek::zip {
@@ -19,9 +20,10 @@ namespace tovrek::zip {
 // result is written beside the archive and takes its place when it is complete.
 class ArchiveUpdate {
  public:
-  ArchiveUpdate(const ZipOptions& options, const archive::ArchiveReader* old,
-                const archive::PackedSource* source)
-      : options_(options), old_(old), source_(source) {}
+  // `old` and `source` may be null.
+  ArchiveUpdate(const ZipOptions& options, const Messages& messages,
+                const archive::ArchiveReader* old, const archive::PackedSource* source)
+      : options_(options), messages_(messages), old_(old), source_(source) {}
 
   // Packs the items into the archive. Gives the exit status.
   int addItems(const std::vector<SourceItem>& items);
@@ -36,11 +38,16 @@ class ArchiveUpdate {
   };
 
   int writeArchive(const std::vector<Step>& steps);
-  bool writeEntries(const std::vector<Step>& steps, archive::ArchiveWriter* writer);
-  bool writeStep(const Step& step, PackedItem* packed, archive::ArchiveWriter* writer);
+  bool writeEntries(const std::vector<Step>& steps, archive::ArchiveWriter* writer,
+                    ErrorText* error);
+  bool writeStep(const Step& step, PackedItem* packed, archive::ArchiveWriter* writer,
+                 ErrorText* error);
+  bool writeKept(const archive::Entry& kept, archive::ArchiveWriter* writer,
+                 ErrorText* error) const;
   void reportPacked(const Step& step, const archive::Entry& entry) const;
 
   const ZipOptions& options_;
+  const Messages& messages_;
   const archive::ArchiveReader* old_;
   const archive::PackedSource* source_;
   size_t unreadable_ = 0;

@@ -28,8 +28,7 @@ std::string nameForOperand(std::string name) {
 }  // namespace
 
 bool FileList::collect(ErrorText* error) {
-  struct stat info {};
-  if (::stat(options_.archive.c_str(), &info) == 0) archive_ = {info.st_dev, info.st_ino};
+  if (const auto status = statusOf(options_.archive)) archive_ = status->identity;
   for (const std::string& operand : options_.operands) {
     if (!itemExistsNoFollow(operand)) {
       warnings_.push_back("name not matched: " + operand);
@@ -42,8 +41,7 @@ bool FileList::collect(ErrorText* error) {
   for (size_t i = 1; i < items_.size(); ++i) {
     const SourceItem& a = items_[i - 1];
     const SourceItem& b = items_[i];
-    const bool sameItem = a.info.st_dev == b.info.st_dev && a.info.st_ino == b.info.st_ino;
-    if (a.name == b.name && !sameItem) {
+    if (a.name == b.name && a.status.identity != b.status.identity) {
       return fail(error, fmt::format("cannot repeat names in zip file: {} and {}", a.path, b.path));
     }
   }
@@ -55,30 +53,26 @@ bool FileList::collect(ErrorText* error) {
 }
 
 void FileList::add(const std::string& path, const std::string& name) {
-  SourceItem item{options_.junkPaths ? lastPathComponent(name) : name, path};
-  if (::lstat(path.c_str(), &item.info) != 0) {
+  auto status = statusNoFollow(path);
+  if (status && status->kind == ItemKind::kLink && !options_.storeLinks) status = statusOf(path);
+  if (!status) {
     warnings_.push_back("name not matched: " + path);
     return;
   }
-  if (S_ISLNK(item.info.st_mode) && !options_.storeLinks) {
-    if (::stat(path.c_str(), &item.info) != 0) {
-      warnings_.push_back("name not matched: " + path);
-      return;
-    }
+  if (status->kind == ItemKind::kDirectory) {
+    addFolder({name, path, *status});
+    return;
   }
-  if (S_ISDIR(item.info.st_mode)) {
-    item.name = name;
-    addFolder(std::move(item));
-  } else if (!S_ISREG(item.info.st_mode) && !S_ISLNK(item.info.st_mode)) {
+  if (status->kind == ItemKind::kOther) {
     warnings_.push_back("ignoring special file: " + path);
-  } else if (Identity(item.info.st_dev, item.info.st_ino) != archive_ &&
-             options_.admits(item.name)) {
-    items_.push_back(std::move(item));
+    return;
   }
+  SourceItem item{options_.junkPaths ? lastPathComponent(name) : name, path, *status};
+  if (status->identity != archive_ && options_.admits(item.name)) items_.push_back(std::move(item));
 }
 
 void FileList::addFolder(SourceItem item) {
-  const Identity identity{item.info.st_dev, item.info.st_ino};
+  const ItemIdentity identity = item.status.identity;
   if (std::find(open_.begin(), open_.end(), identity) != open_.end()) {
     warnings_.push_back("link leads back to a folder above it: " + item.path);
     incomplete_ = true;

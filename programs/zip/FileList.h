@@ -1,12 +1,11 @@
 // The items that go into an archive.
 #pragma once
 
-#include <sys/stat.h>
-
+#include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include "host/file_status.h"
 #include "programs/zip/ZipOptions.h"
 
 namespace tovrek::zip {
@@ -14,7 +13,7 @@ namespace tovrek::zip {
 struct SourceItem {
   std::string name{};  // in the archive; folders end with "/"
   std::string path{};  // on disk
-  struct stat info {};
+  FileStatus status{};
 };
 
 // Collects what the operands name, sorted by the bytes of the names so that the archive does not
@@ -31,16 +30,14 @@ class FileList {
   bool incomplete() const { return incomplete_; }
 
  private:
-  using Identity = std::pair<dev_t, ino_t>;
-
   void add(const std::string& path, const std::string& name);
   void addFolder(SourceItem item);
 
   const ZipOptions& options_;
   std::vector<SourceItem> items_;
   std::vector<std::string> warnings_;
-  std::vector<Identity> open_;  // the folders between the operand and the present item
-  Identity archive_{};
+  std::vector<ItemIdentity> open_;       // the folders between the operand and the present item
+  std::optional<ItemIdentity> archive_;  // not to be packed into itself
   bool incomplete_ = false;
 };
 

@@ -7,7 +7,6 @@
 
 #include "host/files.h"
 #include "host/parallel.h"
-#include "log/SystemLog.h"
 #include "programs/zip/ArchiveUpdate.h"
 #include "programs/zip/messages.h"
 #include "programs/zip/status.h"
@@ -29,7 +28,12 @@ constexpr char kUsage[] =
     "  -h   this help                            -v   the version\n";
 constexpr char kVersion[] = "zip (Tovrek)\n";
 
-int pack(const ZipOptions& options, const archive::ArchiveReader* old) {
+int refuseArguments(const Messages& messages, const ErrorText& error) {
+  return messages.failWith(kBadArguments,
+                           fmt::format("Invalid command arguments ({})", error.text()));
+}
+
+int pack(const ZipOptions& options, const Messages& messages, const archive::ArchiveReader* old) {
   archive::PackedSource source;
   const char* sourcePath = std::getenv("TOVREK_PACKED_SOURCE");
   bool hasSource = false;
@@ -43,39 +47,38 @@ int pack(const ZipOptions& options, const archive::ArchiveReader* old) {
   ErrorText error;
   const bool collected = files.collect(&error);
   if (opening) opening->join();
-  for (const std::string& warning : files.warnings()) warn(options, warning);
-  if (!collected) {
-    return failWith(kBadArguments, fmt::format("Invalid command arguments ({})", error.text()));
-  }
-  if (files.items().empty()) return failNothingToDo(options);
+  for (const std::string& warning : files.warnings()) messages.warn(warning);
+  if (!collected) return refuseArguments(messages, error);
+  if (files.items().empty()) return messages.failNothingToDo();
   const int status =
-      ArchiveUpdate(options, old, hasSource ? &source : nullptr).addItems(files.items());
+      ArchiveUpdate(options, messages, old, hasSource ? &source : nullptr).addItems(files.items());
   return status == kDone && files.incomplete() ? kSomeUnreadable : status;
 }
 
 }  // namespace
 
-int runZipProgram(const std::vector<std::string>& arguments) {
+int run(const Arguments& arguments, const Streams& streams) {
   ZipOptions options;
+  const Messages messages(options, streams);
   ErrorText error;
-  if (!options.read(arguments, &error)) {
-    return failWith(kBadArguments, fmt::format("Invalid command arguments ({})", error.text()));
-  }
+  if (!options.read(arguments.words, &error)) return refuseArguments(messages, error);
   if (options.action == ZipOptions::Action::kUsage ||
       options.action == ZipOptions::Action::kVersion) {
-    printOut(options.action == ZipOptions::Action::kUsage ? kUsage : kVersion);
+    streams.out(options.action == ZipOptions::Action::kUsage ? kUsage : kVersion);
     return kDone;
   }
   archive::ArchiveReader old;
   const bool exists = fileSize(options.archive).value_or(0) > 0;
   if (exists && old.open(options.archive, &error) != archive::ArchiveReader::Opened::kDone) {
-    return failWith(kDamagedArchive, fmt::format("Zip file structure invalid ({}): {}",
-                                                 options.archive, error.text()));
+    return messages.failWith(kDamagedArchive, fmt::format("Zip file structure invalid ({}): {}",
+                                                          options.archive, error.text()));
   }
-  if (options.action == ZipOptions::Action::kAdd) return pack(options, exists ? &old : nullptr);
-  if (exists) return ArchiveUpdate(options, &old, nullptr).removeEntries();
-  warn(options, options.archive + " not found or empty");
-  return failNothingToDo(options);
+  if (options.action == ZipOptions::Action::kAdd) {
+    return pack(options, messages, exists ? &old : nullptr);
+  }
+  if (exists) return ArchiveUpdate(options, messages, &old, nullptr).removeEntries();
+  messages.warn(options.archive + " not found or empty");
+  return messages.failNothingToDo();
 }
 
 }  // namespace tovrek::zip

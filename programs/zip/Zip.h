@@ -1,13 +1,12 @@
 // The program zip.
 #pragma once
 
-#include <string>
-#include <vector>
+#include "host/program.h"
 
 namespace tovrek::zip {
 
-// Runs with the arguments after the program's name; gives the exit status. An archive named by
-// $TOVREK_PACKED_SOURCE may give packed forms of unchanged files.
-int runZipProgram(const std::vector<std::string>& arguments);
+// Gives the exit status. An archive named by $TOVREK_PACKED_SOURCE may give packed forms of
+// unchanged files.
+int run(const Arguments& arguments, const Streams& streams);
 
 }  // namespace tovrek::zip

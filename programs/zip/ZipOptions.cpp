@@ -1,12 +1,11 @@
 #include "programs/zip/ZipOptions.h"
 
 #include <fmt/format.h>
-#include <fnmatch.h>
 
-#include <algorithm>
 #include <array>
 #include <utility>
 
+#include "archive/patterns.h"
 #include "host/paths.h"
 
 namespace tovrek::zip {
@@ -23,12 +22,6 @@ constexpr std::array<std::pair<std::string_view, char>, 7> kLongNames = {{
 }};
 
 }  // namespace
-
-bool matchesAny(const std::vector<std::string>& patterns, const std::string& name) {
-  return std::any_of(patterns.begin(), patterns.end(), [&](const std::string& pattern) {
-    return ::fnmatch(pattern.c_str(), name.c_str(), 0) == 0;
-  });
-}
 
 bool ZipOptions::read(const std::vector<std::string>& arguments, ErrorText* error) {
   std::vector<std::string>* list = nullptr;  // where names go after -x or -i
@@ -137,7 +130,8 @@ bool ZipOptions::readFlag(char flag) {
 }
 
 bool ZipOptions::admits(const std::string& name) const {
-  return (included.empty() || matchesAny(included, name)) && !matchesAny(excluded, name);
+  return (included.empty() || tovrek::archive::matchesAny(included, name)) &&
+         !tovrek::archive::matchesAny(excluded, name);
 }
 
 }  // namespace tovrek::zip

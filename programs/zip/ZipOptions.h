@@ -36,7 +36,4 @@ struct ZipOptions {
   bool readFlag(char flag);
 };
 
-// Whether a pattern matches the name; "*" and "?" match "/" too, as archive programs have it.
-bool matchesAny(const std::vector<std::string>& patterns, const std::string& name);
-
 }  // namespace tovrek::zip

@@ -2,29 +2,30 @@
 
 #include <fmt/format.h>
 
-#include <cstring>
-
-#include "log/SystemLog.h"
 #include "programs/zip/status.h"
 
 namespace tovrek::zip {
 
-void warn(const ZipOptions& options, std::string_view text) {
-  if (!options.quiet) printOut(fmt::format("\tzip warning: {}\n", text));
+void Messages::tell(std::string_view line) const {
+  if (!options_.quiet) streams_.out(line);
 }
 
-int failWith(int status, std::string_view text, int reason) {
-  if (reason != 0) printOut(fmt::format("\nzip I/O error: {}", std::strerror(reason)));
-  printOut(fmt::format("\nzip error: {}\n", text));
+void Messages::warn(std::string_view text) const {
+  tell(fmt::format("\tzip warning: {}\n", text));
+}
+
+int Messages::failWith(int status, std::string_view text, std::string_view reason) const {
+  if (!reason.empty()) streams_.out(fmt::format("\nzip I/O error: {}", reason));
+  streams_.out(fmt::format("\nzip error: {}\n", text));
   return status;
 }
 
-int failNothingToDo(const ZipOptions& options) {
-  if (!options.recurse) {
-    return failWith(kNothingToDo, fmt::format("Nothing to do! ({})", options.archive));
+int Messages::failNothingToDo() const {
+  if (!options_.recurse) {
+    return failWith(kNothingToDo, fmt::format("Nothing to do! ({})", options_.archive));
   }
-  std::string hint = fmt::format("zip {}{} . -i", options.flagsAsGiven, options.archive);
-  for (const std::string& operand : options.operands) hint += " " + operand;
+  std::string hint = fmt::format("zip {}{} . -i", options_.flagsAsGiven, options_.archive);
+  for (const std::string& operand : options_.operands) hint += " " + operand;
   return failWith(kNothingToDo, fmt::format("Nothing to do! (try: {})", hint));
 }
 

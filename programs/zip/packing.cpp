@@ -1,11 +1,6 @@
 #include "programs/zip/packing.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <climits>
 #include <cstring>
 
 #include "archive/ArchiveWriter.h"
@@ -35,16 +30,18 @@ Entry describe(const SourceItem& item, bool withExtra) {
   constexpr uint16_t kUnixVersion30 = 3 << 8 | 30;
   constexpr uint32_t kDosFolder = 0x10;
   constexpr uint32_t kDosReadOnly = 1;
+  constexpr uint32_t kOwnerMayWrite = 0200;
   Entry entry;
   entry.name = item.name;
   entry.madeBy = kUnixVersion30;
   if (!isPlainAscii(item.name)) entry.flags = archive::kFlagUtf8;
-  archive::setDosTime(&entry, item.info.st_mtime);
-  if (withExtra) entry.extra = archive::timeExtra(item.info.st_mtime);
-  entry.size = S_ISDIR(item.info.st_mode) ? 0 : static_cast<uint64_t>(item.info.st_size);
-  entry.attributes = static_cast<uint32_t>(item.info.st_mode) << 16;
-  if (S_ISDIR(item.info.st_mode)) entry.attributes |= kDosFolder;
-  if ((item.info.st_mode & S_IWUSR) == 0) entry.attributes |= kDosReadOnly;
+  const bool isFolder = item.status.kind == ItemKind::kDirectory;
+  archive::setDosTime(&entry, item.status.modified);
+  if (withExtra) entry.extra = archive::timeExtra(item.status.modified);
+  entry.size = isFolder ? 0 : item.status.size;
+  entry.attributes = item.status.mode << 16;
+  if (isFolder) entry.attributes |= kDosFolder;
+  if ((item.status.mode & kOwnerMayWrite) == 0) entry.attributes |= kDosReadOnly;
   return entry;
 }
 
@@ -58,24 +55,6 @@ void store(Bytes contents, PackedItem* result) {
   result->packed = copyOf(contents);
   result->entry.size = result->entry.compressedSize = contents.size();
   result->entry.crc = archive::crcOf(contents);
-}
-
-enum class Reading { kDone, kFailed, kGrown };
-
-// The whole of a small file, unless it is larger than it was when it was opened. The position in
-// the file stays.
-Reading readWhole(int fd, std::span<std::byte> room, Bytes* contents) {
-  for (size_t filled = 0; filled < room.size();) {
-    const ssize_t count =
-        ::pread(fd, &room[filled], room.size() - filled, static_cast<off_t>(filled));
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return Reading::kFailed;
-    filled += static_cast<size_t>(count);
-    if (count != 0) continue;
-    *contents = room.first(filled);
-    return Reading::kDone;
-  }
-  return Reading::kGrown;
 }
 
 // The deflated form, taken from the source or made; empty when storing is as good.
@@ -102,7 +81,8 @@ Buffer deflated(Bytes contents, const archive::PackedSource* source, Packer* pac
   return packed;
 }
 
-void packContents(Bytes contents, UniqueFd file, const archive::PackedSource* source,
+// `file` is none for contents that are in memory.
+void packContents(Bytes contents, InputFile file, const archive::PackedSource* source,
                   Packer* packer, PackedItem* result) {
   Entry& entry = result->entry;
   uint16_t flags = 0;
@@ -113,7 +93,7 @@ void packContents(Bytes contents, UniqueFd file, const archive::PackedSource* so
     entry.size = contents.size();
     entry.compressedSize = packed.bytes().size();
     result->packed = std::move(packed);
-  } else if (file.valid()) {
+  } else if (file.isOpen()) {
     result->large = std::move(file);
   } else {
     store(contents, result);
@@ -122,49 +102,36 @@ void packContents(Bytes contents, UniqueFd file, const archive::PackedSource* so
 
 void packFile(const SourceItem& item, const archive::PackedSource* source, Packer* packer,
               PackedItem* result) {
-  UniqueFd file(::open(item.path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  struct stat info {};
-  if (!file.valid() || ::fstat(file.get(), &info) != 0) {
-    result->fault = std::strerror(errno);
-    return;
-  }
-  if (!S_ISREG(info.st_mode) || info.st_ino != item.info.st_ino ||
-      info.st_dev != item.info.st_dev) {
+  InputFile file;
+  ErrorText error;
+  const auto failed = [&] { result->fault = error.text(); };
+  if (!file.open(item.path, &error)) return failed();
+  const FileStatus& status = file.status();
+  if (status.kind != ItemKind::kFile || status.identity != item.status.identity) {
     result->fault = "replaced while it was being packed";
     return;
   }
-  if (static_cast<uint64_t>(info.st_size) <= kLargestRead) {
-    Bytes contents;
-    // With a byte more, to see the end.
-    const auto room = packer->contents.atLeast(static_cast<size_t>(info.st_size) + 1);
-    switch (readWhole(file.get(), room, &contents)) {
-      case Reading::kDone:
-        return packContents(contents, UniqueFd(), source, packer, result);
-      case Reading::kFailed:
-        result->fault = std::strerror(errno);
-        return;
-      case Reading::kGrown:
-        break;
+  if (status.size <= kLargestRead) {
+    // With a byte more, to see whether the file has grown.
+    const auto room = packer->contents.atLeast(static_cast<size_t>(status.size) + 1);
+    const auto size = file.readBeginning(room, &error);
+    if (!size) return failed();
+    if (*size < room.size()) {
+      return packContents(room.first(*size), InputFile(), source, packer, result);
     }
   }
   MappedFile mapping;
-  ErrorText error;
-  if (!mapping.open(item.path, &error)) {
-    result->fault = error.text();
-    return;
-  }
+  if (!mapping.open(item.path, &error)) return failed();
   packContents(mapping.bytes(), std::move(file), source, packer, result);
 }
 
 void packLink(const SourceItem& item, PackedItem* result) {
-  std::string target(PATH_MAX, '\0');
-  const ssize_t length = ::readlink(item.path.c_str(), target.data(), target.size());
-  if (length < 0) {
-    result->fault = std::strerror(errno);
-    return;
+  ErrorText error;
+  if (const auto target = linkTarget(item.path, &error)) {
+    store(archive::asBytes(*target), result);
+  } else {
+    result->fault = error.text();
   }
-  target.resize(static_cast<size_t>(length));
-  store(std::as_bytes(std::span(target.data(), target.size())), result);
 }
 
 }  // namespace
@@ -173,9 +140,9 @@ PackedItem packItem(const SourceItem& item, bool withExtra, const archive::Packe
                     Packer* packer) {
   PackedItem result;
   result.entry = describe(item, withExtra);
-  if (S_ISLNK(item.info.st_mode)) {
+  if (item.status.kind == ItemKind::kLink) {
     packLink(item, &result);
-  } else if (S_ISREG(item.info.st_mode)) {
+  } else if (item.status.kind == ItemKind::kFile) {
     packFile(item, source, packer, &result);
   }
   return result;

@@ -6,7 +6,7 @@
 #include "archive/Entry.h"
 #include "archive/PackedSource.h"
 #include "archive/deflate.h"
-#include "host/unique_fd.h"
+#include "host/InputFile.h"
 #include "programs/zip/FileList.h"
 
 namespace tovrek::zip {
@@ -14,7 +14,7 @@ namespace tovrek::zip {
 struct PackedItem {
   archive::Entry entry{};
   archive::Buffer packed{};  // the bytes for the archive, unless `large` is open
-  UniqueFd large{};          // a file to be stored, copied from its beginning while it is written
+  InputFile large{};         // a file to be stored, copied from its beginning while it is written
   std::string fault{};       // why the item cannot be read
 };
 

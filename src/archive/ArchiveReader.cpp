@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "archive/deflate.h"
+#include "archive/extra_fields.h"
 
 namespace tovrek::archive {
 namespace {
@@ -14,31 +15,24 @@ bool contains(Bytes bytes, uint64_t offset, uint64_t size) {
   return size <= bytes.size() && offset <= bytes.size() - size;
 }
 
-std::string textOf(Bytes bytes) {
-  std::string text(bytes.size(), '\0');
-  if (!bytes.empty()) std::memcpy(text.data(), bytes.data(), bytes.size());
-  return text;
-}
-
-// Takes the 64-bit numbers that replace the marked fields, in their fixed order.
+// Takes the 64-bit numbers that replace the marked fields, in their fixed order. Without a Zip64
+// field the marks are sizes of exactly that many bytes.
 bool applyZip64(Bytes extra, Entry* entry) {
   std::vector<uint64_t*> wanted;
-  if (entry->size == kSee64) wanted.push_back(&entry->size);
-  if (entry->compressedSize == kSee64) wanted.push_back(&entry->compressedSize);
-  if (entry->headerOffset == kSee64) wanted.push_back(&entry->headerOffset);
-  if (wanted.empty()) return true;
-  for (size_t at = 0; at + 4 <= extra.size();) {
-    const size_t length = numberAt<uint16_t>(extra, at + 2);
-    if (length > extra.size() - at - 4) return false;
-    if (numberAt<uint16_t>(extra, at) == kZip64Extra) {
-      if (length < wanted.size() * 8) return false;
-      for (size_t i = 0; i < wanted.size(); ++i)
-        *wanted[i] = numberAt<uint64_t>(extra, at + 4 + i * 8);
-      return true;
-    }
-    at += 4 + length;
+  for (uint64_t* number : {&entry->size, &entry->compressedSize, &entry->headerOffset}) {
+    if (*number == kSee64) wanted.push_back(number);
   }
-  return true;  // the marks are sizes of exactly that many bytes
+  if (wanted.empty()) return true;
+  bool enough = true;
+  const bool whole = forEachExtraField(extra, [&](const ExtraField& field) {
+    if (field.kind != kZip64Extra) return true;
+    enough = field.contents.size() >= wanted.size() * 8;
+    for (size_t i = 0; enough && i < wanted.size(); ++i) {
+      *wanted[i] = numberAt<uint64_t>(field.contents, i * 8);
+    }
+    return false;
+  });
+  return whole && enough;
 }
 
 bool isPlausible(const Entry& entry) {
@@ -75,7 +69,7 @@ bool ArchiveReader::findDirectory(Directory* directory, bool* found, ErrorText* 
     if (numberAt<uint32_t>(bytes_, at) != kEndRecord) continue;
     if (numberAt<uint16_t>(bytes_, at + 20) != last - at) continue;
     *found = true;
-    comment_ = textOf(bytes_.subspan(at + kEndRecordSize));
+    comment_ = asText(bytes_.subspan(at + kEndRecordSize));
     directory->count = numberAt<uint16_t>(bytes_, at + 10);
     directory->size = numberAt<uint32_t>(bytes_, at + 12);
     directory->offset = numberAt<uint32_t>(bytes_, at + 16);
@@ -115,6 +109,42 @@ bool ArchiveReader::readZip64End(size_t endRecord, Directory* directory, ErrorTe
   return true;
 }
 
+// Reads the record at `*at`, which goes on to the next one. What is wrong with it; null when it is
+// sound.
+const char* ArchiveReader::readRecord(Bytes records, size_t* at, Entry* entry) {
+  const auto at16 = [&](size_t offset) { return numberAt<uint16_t>(records, *at + offset); };
+  const auto at32 = [&](size_t offset) { return numberAt<uint32_t>(records, *at + offset); };
+  if (!contains(records, *at, kCentralHeaderSize) || at32(0) != kCentralHeader) {
+    return "is not there";
+  }
+  const size_t nameLength = at16(28);
+  const size_t extraLength = at16(30);
+  const size_t commentLength = at16(32);
+  const size_t texts = *at + kCentralHeaderSize;
+  if (!contains(records, texts, nameLength + extraLength + commentLength)) return "is cut short";
+  const Bytes extra = records.subspan(texts + nameLength, extraLength);
+  entry->madeBy = at16(4);
+  entry->flags = at16(8);
+  entry->method = at16(10);
+  entry->dosTime = at16(12);
+  entry->dosDate = at16(14);
+  entry->crc = at32(16);
+  entry->compressedSize = at32(20);
+  entry->size = at32(24);
+  entry->attributes = at32(38);
+  entry->headerOffset = at32(42);
+  entry->name = asText(records.subspan(texts, nameLength));
+  entry->extra = asText(extra);
+  entry->comment = asText(records.subspan(texts + nameLength + extraLength, commentLength));
+  if (!applyZip64(extra, entry)) return "has broken Zip64 fields";
+  if (entry->name.empty() || entry->name.find('\0') != std::string::npos) {
+    return "has no proper name";
+  }
+  if (!isPlausible(*entry)) return "claims a size that its packed bytes cannot have";
+  *at = texts + nameLength + extraLength + commentLength;
+  return nullptr;
+}
+
 bool ArchiveReader::readDirectory(const Directory& directory, ErrorText* error) {
   const Bytes records = bytes_.subspan(directory.offset, directory.size);
   if (directory.count > records.size() / kCentralHeaderSize) {
@@ -125,43 +155,11 @@ bool ArchiveReader::readDirectory(const Directory& directory, ErrorText* error) 
   entries_.reserve(directory.count);
   size_t at = 0;
   for (uint64_t i = 0; i < directory.count; ++i) {
-    const auto damaged = [&](const char* what) {
-      return fail(error, fmt::format("entry {} of the central directory {}", i + 1, what));
-    };
-    if (!contains(records, at, kCentralHeaderSize) ||
-        numberAt<uint32_t>(records, at) != kCentralHeader) {
-      return damaged("is not there");
-    }
-    const size_t nameLength = numberAt<uint16_t>(records, at + 28);
-    const size_t extraLength = numberAt<uint16_t>(records, at + 30);
-    const size_t commentLength = numberAt<uint16_t>(records, at + 32);
-    const size_t texts = at + kCentralHeaderSize;
-    if (!contains(records, texts, nameLength + extraLength + commentLength)) {
-      return damaged("is cut short");
-    }
     Entry entry;
-    entry.madeBy = numberAt<uint16_t>(records, at + 4);
-    entry.flags = numberAt<uint16_t>(records, at + 8);
-    entry.method = numberAt<uint16_t>(records, at + 10);
-    entry.dosTime = numberAt<uint16_t>(records, at + 12);
-    entry.dosDate = numberAt<uint16_t>(records, at + 14);
-    entry.crc = numberAt<uint32_t>(records, at + 16);
-    entry.compressedSize = numberAt<uint32_t>(records, at + 20);
-    entry.size = numberAt<uint32_t>(records, at + 24);
-    entry.attributes = numberAt<uint32_t>(records, at + 38);
-    entry.headerOffset = numberAt<uint32_t>(records, at + 42);
-    entry.name = textOf(records.subspan(texts, nameLength));
-    entry.extra = textOf(records.subspan(texts + nameLength, extraLength));
-    entry.comment = textOf(records.subspan(texts + nameLength + extraLength, commentLength));
-    if (!applyZip64(records.subspan(texts + nameLength, extraLength), &entry)) {
-      return damaged("has broken Zip64 fields");
+    if (const char* damage = readRecord(records, &at, &entry)) {
+      return fail(error, fmt::format("entry {} of the central directory {}", i + 1, damage));
     }
-    if (entry.name.empty() || entry.name.find('\0') != std::string::npos) {
-      return damaged("has no proper name");
-    }
-    if (!isPlausible(entry)) return damaged("claims a size that its packed bytes cannot have");
     entries_.push_back(std::move(entry));
-    at = texts + nameLength + extraLength + commentLength;
   }
   if (at != records.size()) return fail(error, "the central directory is longer than its entries");
   return true;

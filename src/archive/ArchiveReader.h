@@ -47,6 +47,7 @@ class ArchiveReader {
   };
   bool findDirectory(Directory* directory, bool* found, ErrorText* error);
   bool readZip64End(size_t endRecord, Directory* directory, ErrorText* error) const;
+  static const char* readRecord(Bytes records, size_t* at, Entry* entry);
   bool readDirectory(const Directory& directory, ErrorText* error);
   bool checkLocalHeaders(const Directory& directory, ErrorText* error);
 

@@ -1,15 +1,13 @@
 #include "archive/ArchiveWriter.h"
 
-#include <sys/uio.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 
 #include "archive/deflate.h"
+#include "archive/extra_fields.h"
 #include "host/BlockStream.h"
-#include "host/file_io.h"
 
 namespace tovrek::archive {
 namespace {
@@ -19,10 +17,6 @@ constexpr size_t kLongPiece = 1 << 13;  // copying more costs as much as a call 
 constexpr uint16_t kPlainVersion = 10;
 constexpr uint16_t kDeflateVersion = 20;
 constexpr uint16_t kZip64Version = 45;
-
-std::string_view textOf(Bytes bytes) {
-  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
 
 uint32_t or64Mark(uint64_t number, bool marked) {
   return marked ? kSee64 : static_cast<uint32_t>(number);
@@ -93,33 +87,32 @@ std::string centralHeader(const Entry& entry) {
 
 }  // namespace
 
-bool ArchiveWriter::add(Entry entry, std::string_view localExtra, Bytes packed) {
+bool ArchiveWriter::add(Entry entry, std::string_view localExtra, Bytes packed, ErrorText* error) {
   entry.headerOffset = offset_;
   entry.extra = withoutZip64(entry.extra);
-  if (!write(localHeader(entry, localExtra, needs64(entry)))) return false;
-  if (!write(textOf(packed))) return false;
+  if (!write(localHeader(entry, localExtra, needs64(entry)), error) ||
+      !write(asText(packed), error)) {
+    return false;
+  }
   entries_.push_back(std::move(entry));
   return true;
 }
 
-bool ArchiveWriter::addStored(Entry* entry, std::string_view localExtra, int from) {
+bool ArchiveWriter::addStored(Entry* entry, std::string_view localExtra, InputFile* from,
+                              ErrorText* error) {
   entry->headerOffset = offset_;
   // Room for growth between the first look at the file and its end.
   constexpr uint64_t kMargin = 64 << 20;
   const bool zip64 = entry->size >= kSee64 - kMargin;
-  const std::string room = localHeader(*entry, localExtra, zip64);
-  if (!write(room)) return false;
-
-  if (!flush() || !copyStored(entry, from)) return false;
-  entry->compressedSize = entry->size;
-  if (needs64(*entry) && !zip64) {
-    errno = EFBIG;
+  // The header's place, until its numbers are known.
+  if (!write(localHeader(*entry, localExtra, zip64), error) || !flush(error) ||
+      !copyStored(entry, from, error)) {
     return false;
   }
-  if (!flush()) return false;
-  const std::string header = localHeader(*entry, localExtra, zip64);
-  if (::pwrite(fd_, header.data(), header.size(), static_cast<off_t>(entry->headerOffset)) !=
-      static_cast<ssize_t>(header.size())) {
+  entry->compressedSize = entry->size;
+  if (needs64(*entry) && !zip64) return fail(error, std::strerror(EFBIG));
+  if (!flush(error) ||
+      !file_.writeAt(entry->headerOffset, localHeader(*entry, localExtra, zip64), error)) {
     return false;
   }
   entries_.push_back(*entry);
@@ -127,52 +120,62 @@ bool ArchiveWriter::addStored(Entry* entry, std::string_view localExtra, int fro
 }
 
 // Reading and the checksum go on while the bytes before are being written.
-bool ArchiveWriter::copyStored(Entry* entry, int from) {
+bool ArchiveWriter::copyStored(Entry* entry, InputFile* from, ErrorText* error) {
   entry->crc = 0;
   entry->size = 0;
-  std::atomic<int> failure{0};
+  std::atomic<bool> failed{false};
+  ErrorText notWritten;
   {
     BlockStream output([&](std::string_view block) {
-      if (failure == 0 && !write(block)) failure = errno;
+      if (!failed && !write(block, &notWritten)) failed = true;
     });
-    while (failure == 0) {
+    while (!failed) {
       const std::span<char> room = output.room();
-      const ssize_t count = ::read(from, room.data(), room.size());
-      if (count < 0 && errno == EINTR) continue;
-      if (count < 0) failure = errno;
-      if (count <= 0) break;
-      const auto size = static_cast<size_t>(count);
-      entry->crc = crcOf(std::as_bytes(room.first(size)), entry->crc);
-      entry->size += size;
-      output.took(size);
+      const auto count = from->read(room, error);
+      if (!count) return false;
+      if (*count == 0) break;
+      entry->crc = crcOf(std::as_bytes(room.first(*count)), entry->crc);
+      entry->size += *count;
+      output.took(*count);
     }
   }
-  if (failure != 0) errno = failure;
-  return failure == 0;
+  return !failed || fail(error, notWritten.text());
 }
 
-bool ArchiveWriter::finish(std::string_view comment) {
+namespace {
+
+// The record that holds the numbers too large for the end record, and where to find it.
+std::string zip64EndRecords(uint16_t madeBy, uint64_t count, uint64_t start, uint64_t end) {
+  std::string records;
+  appendNumber(&records, kZip64EndRecord);
+  appendNumber(&records, uint64_t{kZip64EndRecordSize - 12});
+  appendNumber(&records, madeBy);
+  appendNumber(&records, kZip64Version);
+  appendNumber(&records, uint64_t{0});  // both disks
+  appendNumber(&records, count);
+  appendNumber(&records, count);
+  appendNumber(&records, end - start);
+  appendNumber(&records, start);
+  appendNumber(&records, kZip64Locator);
+  appendNumber(&records, uint32_t{0});
+  appendNumber(&records, end);
+  appendNumber(&records, uint32_t{1});
+  return records;
+}
+
+}  // namespace
+
+bool ArchiveWriter::finish(std::string_view comment, ErrorText* error) {
   const uint64_t start = offset_;
   for (const Entry& entry : entries_) {
-    if (!write(centralHeader(entry))) return false;
+    if (!write(centralHeader(entry), error)) return false;
   }
   const uint64_t end = offset_;
   const uint64_t count = entries_.size();
   std::string records;
   if (count >= kSee64Short || start >= kSee64 || end - start >= kSee64) {
-    appendNumber(&records, kZip64EndRecord);
-    appendNumber(&records, uint64_t{kZip64EndRecordSize - 12});
-    appendNumber(&records, entries_.empty() ? uint16_t{0} : entries_.front().madeBy);
-    appendNumber(&records, kZip64Version);
-    appendNumber(&records, uint64_t{0});  // both disks
-    appendNumber(&records, count);
-    appendNumber(&records, count);
-    appendNumber(&records, end - start);
-    appendNumber(&records, start);
-    appendNumber(&records, kZip64Locator);
-    appendNumber(&records, uint32_t{0});
-    appendNumber(&records, end);
-    appendNumber(&records, uint32_t{1});
+    const uint16_t madeBy = entries_.empty() ? uint16_t{0} : entries_.front().madeBy;
+    records = zip64EndRecords(madeBy, count, start, end);
   }
   const auto shortCount = static_cast<uint16_t>(std::min<uint64_t>(count, kSee64Short));
   appendNumber(&records, kEndRecord);
@@ -183,34 +186,22 @@ bool ArchiveWriter::finish(std::string_view comment) {
   appendNumber(&records, or64Mark(start, start >= kSee64));
   appendNumber(&records, static_cast<uint16_t>(comment.size()));
   records += comment;
-  return write(records) && flush();
+  return write(records, error) && flush(error);
 }
 
-bool ArchiveWriter::write(std::string_view bytes) {
+bool ArchiveWriter::write(std::string_view bytes, ErrorText* error) {
   offset_ += bytes.size();
   if (bytes.size() < kLongPiece && pending_.size() + bytes.size() <= kPendingSize) {
     pending_ += bytes;
     return true;
   }
-  // Both in one go.
-  const iovec parts[2] = {{pending_.data(), pending_.size()},
-                          {const_cast<char*>(bytes.data()), bytes.size()}};
-  const ssize_t count = ::writev(fd_, parts, 2);
-  size_t written = count < 0 ? 0 : static_cast<size_t>(count);
-  if (count < 0 && errno != EINTR) return false;
-  if (written < pending_.size()) {
-    pending_.erase(0, written);
-    written = 0;
-    if (!flush()) return false;
-  } else {
-    written -= pending_.size();
-    pending_.clear();
-  }
-  return writeAll(fd_, bytes.substr(written));
+  const bool written = file_.write(pending_, bytes, error);
+  pending_.clear();
+  return written;
 }
 
-bool ArchiveWriter::flush() {
-  const bool written = writeAll(fd_, pending_);
+bool ArchiveWriter::flush(ErrorText* error) {
+  const bool written = file_.write(pending_, error);
   pending_.clear();
   return written;
 }
@@ -226,14 +217,11 @@ std::string timeExtra(time_t modified) {
 }
 
 std::string withoutZip64(std::string_view extra) {
-  const Bytes bytes = std::as_bytes(std::span(extra.data(), extra.size()));
   std::string result;
-  for (size_t at = 0; at + 4 <= bytes.size();) {
-    const size_t length = numberAt<uint16_t>(bytes, at + 2);
-    if (length > bytes.size() - at - 4) break;
-    if (numberAt<uint16_t>(bytes, at) != kZip64Extra) result += extra.substr(at, 4 + length);
-    at += 4 + length;
-  }
+  forEachExtraField(asBytes(extra), [&](const ExtraField& field) {
+    if (field.kind != kZip64Extra) result += asText(field.whole);
+    return true;
+  });
   return result;
 }
 

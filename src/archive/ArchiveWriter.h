@@ -7,30 +7,33 @@
 #include <vector>
 
 #include "archive/Entry.h"
+#include "host/AtomicFile.h"
+#include "host/InputFile.h"
 
 namespace tovrek::archive {
 
-// Writes one archive to an open file from its beginning, entry by entry. Sizes always stand in the
+// Writes one archive to a file from its beginning, entry by entry. Sizes always stand in the
 // entries' headers, so that readers need no data descriptors; Zip64 fields appear where a number
-// asks for them. A false answer leaves the reason in errno and ends the archive.
+// asks for them. A false answer, with the reason, ends the archive.
 class ArchiveWriter {
  public:
-  explicit ArchiveWriter(int fd) : fd_(fd) {}
+  // The file must outlive this.
+  explicit ArchiveWriter(AtomicFile* file) : file_(*file) {}
 
   // An entry whose CRC and sizes are known. `localExtra` are the extra fields of its header.
-  bool add(Entry entry, std::string_view localExtra, Bytes packed);
+  bool add(Entry entry, std::string_view localExtra, Bytes packed, ErrorText* error);
   // The contents of an open file, stored. Takes its CRC and size from the bytes that were copied
   // and answers them in `entry`, whose `size` is the expected one before.
-  bool addStored(Entry* entry, std::string_view localExtra, int from);
+  bool addStored(Entry* entry, std::string_view localExtra, InputFile* from, ErrorText* error);
   // The directory and the end records.
-  bool finish(std::string_view comment);
+  bool finish(std::string_view comment, ErrorText* error);
 
  private:
-  bool write(std::string_view bytes);
-  bool flush();
-  bool copyStored(Entry* entry, int from);
+  bool write(std::string_view bytes, ErrorText* error);
+  bool flush(ErrorText* error);
+  bool copyStored(Entry* entry, InputFile* from, ErrorText* error);
 
-  int fd_;
+  AtomicFile& file_;
   std::string pending_;  // not yet written
   uint64_t offset_ = 0;  // in the archive, behind `pending_`
   std::vector<Entry> entries_;

@@ -3,33 +3,29 @@
 #include <algorithm>
 #include <optional>
 
+#include "archive/extra_fields.h"
+
 namespace tovrek::archive {
 namespace {
 
 constexpr int kSystemUnix = 3;
 constexpr int kSystemDarwin = 19;
 
-Bytes bytesOf(const std::string& text) {
-  return std::as_bytes(std::span(text.data(), text.size()));
-}
-
 std::optional<time_t> exactTime(const std::string& extra) {
-  const Bytes bytes = bytesOf(extra);
-  for (size_t at = 0; at + 4 <= bytes.size();) {
-    const size_t length = numberAt<uint16_t>(bytes, at + 2);
-    if (length > bytes.size() - at - 4) break;
-    const bool holdsTime = numberAt<uint16_t>(bytes, at) == kTimeExtra && length >= 5 &&
-                           (std::to_integer<unsigned>(bytes[at + 4]) & 1U) != 0;
+  std::optional<time_t> time;
+  forEachExtraField(asBytes(extra), [&](const ExtraField& field) {
+    const bool holdsTime = field.kind == kTimeExtra && field.contents.size() >= 5 &&
+                           (std::to_integer<unsigned>(field.contents[0]) & 1U) != 0;
     // The field is signed: times before 1970 exist.
-    if (holdsTime) return static_cast<int32_t>(numberAt<uint32_t>(bytes, at + 5));
-    at += 4 + length;
-  }
-  return std::nullopt;
+    if (holdsTime) time = static_cast<int32_t>(numberAt<uint32_t>(field.contents, 1));
+    return !holdsTime;
+  });
+  return time;
 }
 
 }  // namespace
 
-mode_t Entry::unixMode() const {
+uint32_t Entry::unixMode() const {
   const int system = madeBy >> 8;
   return system == kSystemUnix || system == kSystemDarwin ? attributes >> 16 : 0;
 }

@@ -1,8 +1,6 @@
 // One item of an archive.
 #pragma once
 
-#include <sys/stat.h>
-
 #include <cstdint>
 #include <ctime>
 #include <string>
@@ -32,8 +30,8 @@ struct Entry {
     return (flags & (kFlagEncrypted | kFlagStrongEncryption | kFlagMaskedHeaders)) != 0;
   }
   // Type and permission bits when a Unix-like system made the entry, else 0.
-  mode_t unixMode() const;
-  bool isLink() const { return S_ISLNK(unixMode()); }
+  uint32_t unixMode() const;
+  bool isLink() const { return (unixMode() & kUnixTypeMask) == kUnixLink; }
   // The exact time of change where the entry has it, else the DOS time in local time.
   time_t modified() const;
 };

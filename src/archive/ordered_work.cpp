@@ -1,7 +1,6 @@
 #include "archive/ordered_work.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -27,7 +26,6 @@ class Pipeline {
     }
     takeJobs(0);
     for (std::thread& helper : helpers) helper.join();
-    if (stopped_) errno = reason_;
     return !stopped_;
   }
 
@@ -66,17 +64,13 @@ class Pipeline {
     for (; !stopped_ && awaited_ < jobs_.count && done_[awaited_] != 0; ++awaited_) {
       lock->unlock();
       const bool goOn = jobs_.deliver(awaited_);
-      const int reason = errno;
       lock->lock();
       if (isLarge(awaited_)) {
         largeAtWork_ = false;
       } else {
         held_ -= jobs_.weight(awaited_);
       }
-      if (!goOn) {
-        stopped_ = true;
-        reason_ = reason;
-      }
+      if (!goOn) stopped_ = true;
       if (waiting_ != 0) roomChanged_.notify_all();
     }
     delivering_ = false;
@@ -90,7 +84,6 @@ class Pipeline {
   size_t next_ = 0;
   size_t awaited_ = 0;
   uint64_t held_ = 0;
-  int reason_ = 0;
   bool largeAtWork_ = false;
   bool delivering_ = false;
   bool stopped_ = false;

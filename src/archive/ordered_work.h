@@ -25,8 +25,7 @@ struct OrderedWork {
 // How many threads work at most: one for each processor that this process may use.
 size_t workerCount();
 
-// True when all jobs were delivered; else errno is as the failed delivery left it. The result does
-// not depend on the number of processors.
+// Whether all jobs were delivered. The result does not depend on the number of processors.
 bool runInOrder(const OrderedWork& jobs);
 
 }  // namespace tovrek::archive

@@ -7,10 +7,19 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 
 namespace tovrek::archive {
 
 using Bytes = std::span<const std::byte>;
+
+// The same bytes in either form.
+inline std::string_view asText(Bytes bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+inline Bytes asBytes(std::string_view text) {
+  return std::as_bytes(std::span(text));
+}
 
 inline constexpr uint32_t kLocalHeader = 0x04034b50;
 inline constexpr uint32_t kCentralHeader = 0x02014b50;
@@ -34,6 +43,10 @@ inline constexpr uint16_t kFlagEncrypted = 1U << 0;
 inline constexpr uint16_t kFlagStrongEncryption = 1U << 6;
 inline constexpr uint16_t kFlagUtf8 = 1U << 11;
 inline constexpr uint16_t kFlagMaskedHeaders = 1U << 13;
+
+// What the upper half of an entry's attributes tells, where a Unix-like system made it.
+inline constexpr uint32_t kUnixTypeMask = 0170000;
+inline constexpr uint32_t kUnixLink = 0120000;
 
 // "Look into the Zip64 fields" in a 16- or 32-bit field.
 inline constexpr uint16_t kSee64Short = 0xffff;

@@ -15,7 +15,7 @@
 #include "engine/IntervalSet.h"
 #include "engine/MachORebuildErrors.h"
 #include "engine/chained_fixups.h"
-#include "host/FileMapping.h"
+#include "host/EditedFile.h"
 #include "macho/ByteView.h"
 #include "macho/ImagePointers.h"
 #include "macho/traits.h"
@@ -37,8 +37,8 @@ class MachOChecker {
                       AcceptanceRules rules);
   // Checks the order of the libraries and inserts the load commands for `binaryType` into the
   // file, which is mapped for editing. The image is not validated otherwise.
-  static void doAddDylib(FileMapping& file, const std::string& path, bool sdkOrder,
-                         bool libraryType, int binaryType, bool strictHeaderRoom);
+  static void doAddDylib(EditedFile& file, const std::string& path, bool sdkOrder, bool libraryType,
+                         int binaryType, bool strictHeaderRoom);
   // Throws whatever the insertion with a strict view of the header's room would end with before
   // it changes anything.
   static void doCheckInsertion(ByteView image, const std::string& path, bool sdkOrder,
@@ -194,7 +194,7 @@ class MachOChecker {
 
   std::string path_;
   ByteView image_;
-  FileMapping* file_ = nullptr;  // set while inserting
+  EditedFile* file_ = nullptr;  // set while inserting
   bool libraryType_;
   AcceptanceRules rules_;
   Header header_{};

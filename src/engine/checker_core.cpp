@@ -29,7 +29,7 @@ void MachOChecker<Arch>::doCheck(ByteView image, const std::string& path, bool s
 }
 
 template <class Arch>
-void MachOChecker<Arch>::doAddDylib(FileMapping& file, const std::string& path, bool sdkOrder,
+void MachOChecker<Arch>::doAddDylib(EditedFile& file, const std::string& path, bool sdkOrder,
                                     bool libraryType, int binaryType, bool strictHeaderRoom) {
   const EditableByteView image(file.bytes());
   MachOChecker checker(image, path, libraryType, AcceptanceRules());
@@ -96,18 +96,18 @@ ByteView MachOChecker<Arch>::stringPool() const {
   return image_.sub(pointers_.symbolTable->stroff, pointers_.symbolTable->strsize);
 }
 
-#define TOVREK_INSTANTIATE(Arch)                                                                  \
-  template bool MachOChecker<Arch>::validFile(ByteView);                                          \
-  template void MachOChecker<Arch>::doCheck(ByteView, const std::string&, bool, bool,             \
-                                            AcceptanceRules);                                     \
-  template void MachOChecker<Arch>::doAddDylib(FileMapping&, const std::string&, bool, bool, int, \
-                                               bool);                                             \
-  template void MachOChecker<Arch>::doCheckInsertion(ByteView, const std::string&, bool, bool,    \
-                                                     int);                                        \
-  template const void* MachOChecker<Arch>::addressOf(uint64_t) const;                             \
-  template CommandView MachOChecker<Arch>::commandAt(uint32_t, uint64_t) const;                   \
-  template void MachOChecker<Arch>::requireInside(const CommandView&) const;                      \
-  template void MachOChecker<Arch>::recordPointers(const CommandView&);                           \
+#define TOVREK_INSTANTIATE(Arch)                                                                 \
+  template bool MachOChecker<Arch>::validFile(ByteView);                                         \
+  template void MachOChecker<Arch>::doCheck(ByteView, const std::string&, bool, bool,            \
+                                            AcceptanceRules);                                    \
+  template void MachOChecker<Arch>::doAddDylib(EditedFile&, const std::string&, bool, bool, int, \
+                                               bool);                                            \
+  template void MachOChecker<Arch>::doCheckInsertion(ByteView, const std::string&, bool, bool,   \
+                                                     int);                                       \
+  template const void* MachOChecker<Arch>::addressOf(uint64_t) const;                            \
+  template CommandView MachOChecker<Arch>::commandAt(uint32_t, uint64_t) const;                  \
+  template void MachOChecker<Arch>::requireInside(const CommandView&) const;                     \
+  template void MachOChecker<Arch>::recordPointers(const CommandView&);                          \
   template ByteView MachOChecker<Arch>::stringPool() const;
 TOVREK_FOR_EACH_ARCH(TOVREK_INSTANTIATE)
 

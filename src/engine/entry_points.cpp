@@ -10,6 +10,8 @@
 #include "engine/MachORebuildLib.h"
 #include "engine/file_check.h"
 #include "engine/lipo_runner.h"
+#include "host/EditedFile.h"
+#include "host/MappedFile.h"
 #include "host/files.h"
 #include "log/SystemLog.h"
 
@@ -19,17 +21,24 @@ namespace {
 using Errors = MachORebuildErrors;
 using macho::ByteView;
 
-void openMapping(FileMapping& file, const std::string& path, FileMapping::Mode mode) {
-  switch (file.open(path, mode)) {
-    case FileMapping::Opened::kDone:
+void requireMapped(Mapped mapped) {
+  switch (mapped) {
+    case Mapped::kDone:
       return;
-    case FileMapping::Opened::kOpenFailed:
+    case Mapped::kOpenFailed:
       throw Errors::kOpen;
-    case FileMapping::Opened::kStatFailed:
+    case Mapped::kStatFailed:
       throw Errors::kStat;
-    case FileMapping::Opened::kMapFailed:
+    case Mapped::kMapFailed:
       throw Errors::kMap;
   }
+}
+
+MappedFile imageFile(const std::string& path) {
+  MappedFile file;
+  requireMapped(file.map(path));
+  if (file.bytes().empty()) throw Errors::kMap;
+  return file;
 }
 
 bool report(std::string_view what, Errors failure, int32_t* errorCode) {
@@ -69,8 +78,7 @@ std::vector<std::string> sliceFiles(const std::string& path, const ArchPresence&
 }
 
 void checkInsertion(const std::string& slice, int binaryType, bool libraryType) {
-  FileMapping file;
-  openMapping(file, slice, FileMapping::Mode::kRead);
+  const MappedFile file = imageFile(slice);
   const ByteView image{file.bytes()};
   const bool known = macho::tryArchitectures([&]<class Arch>() {
     if (!macho::MachOChecker<Arch>::validFile(image)) return false;
@@ -93,8 +101,8 @@ void requireRoomInAll(const std::vector<std::string>& slices, int binaryType, bo
 }  // namespace
 
 void addDylib(int binaryType, const std::string& path, bool libraryType, Settings settings) {
-  FileMapping file;
-  openMapping(file, path, FileMapping::Mode::kEdit);
+  EditedFile file;
+  requireMapped(file.open(path));
   const bool known = macho::tryArchitectures([&]<class Arch>() {
     if (!macho::MachOChecker<Arch>::validFile(macho::EditableByteView(file.bytes()))) return false;
     macho::MachOChecker<Arch>::doAddDylib(file, path, false, libraryType, binaryType,
@@ -105,14 +113,12 @@ void addDylib(int binaryType, const std::string& path, bool libraryType, Setting
 }
 
 void check(const std::string& path, bool sdkOrder, bool libraryType, macho::AcceptanceRules rules) {
-  FileMapping mapping;
-  openMapping(mapping, path, FileMapping::Mode::kRead);
+  const MappedFile mapping = imageFile(path);
   macho::checkFile(ByteView{mapping.bytes()}, path, sdkOrder, libraryType, rules);
 }
 
 void checkBySettings(const std::string& path, bool sdkOrder, bool libraryType, Settings settings) {
-  FileMapping mapping;
-  openMapping(mapping, path, FileMapping::Mode::kRead);
+  const MappedFile mapping = imageFile(path);
   const auto failureBy = [&](const macho::AcceptanceRules& rules) {
     return failureOf(
         [&] { macho::checkFile(ByteView{mapping.bytes()}, path, sdkOrder, libraryType, rules); });

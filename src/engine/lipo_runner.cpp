@@ -10,17 +10,13 @@
 namespace tovrek {
 namespace {
 
-constexpr int kNotStarted = 127;
-
 Outcome runLipo(std::vector<std::string> arguments, StandardError standardError) {
   Command command;
   command.argv = {"/usr/bin/lipo"};
   command.argv.insert(command.argv.end(), std::move_iterator(arguments.begin()),
                       std::move_iterator(arguments.end()));
   command.standardError = standardError;
-  Outcome outcome;
-  if (!runProcess(command, &outcome)) outcome.status = kNotStarted;
-  return outcome;
+  return runQuietly(command);
 }
 
 bool copyThinFile(const std::string& path, const std::string& slice) {

@@ -2,23 +2,43 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 
 #include "host/file_io.h"
+#include "host/paths.h"
 #include "host/scratch.h"
 #include "host/signals.h"
 
 namespace tovrek {
+namespace {
+
+// A new file beside `target` that only this process knows, for writing; its name goes to `path`.
+UniqueFd createTemporaryBeside(const std::string& target, std::string* path) {
+  std::string pattern = joinPath(containingFolder(target), ".tovrek-XXXXXX");
+  UniqueFd fd(::mkostemp(pattern.data(), O_CLOEXEC));
+  *path = pattern;
+  return fd;
+}
+
+// That of the old file when one stands there.
+uint32_t modeForNewFile(const std::string& path) {
+  const auto old = statusNoFollow(path);
+  return old && old->kind == ItemKind::kFile ? old->mode & 07777 : 0666 & ~creationMask();
+}
+
+}  // namespace
 
 struct AtomicFile::State {
-  State(std::string finalPath, std::string temporaryPath, UniqueFd file)
+  State(std::string finalPath, std::string temporaryPath, UniqueFd file, Lasting wanted)
       : path(std::move(finalPath)),
         temporary(std::move(temporaryPath)),
         fd(std::move(file)),
         guard(temporary),
-        lasting(!isScratchFile(path)) {}
+        lasting(wanted == Lasting::kYes && !isScratchFile(path)) {}
   ~State() {
     if (!committed) ::unlink(temporary.c_str());
   }
@@ -36,12 +56,12 @@ struct AtomicFile::State {
 AtomicFile::AtomicFile() = default;
 AtomicFile::~AtomicFile() = default;
 
-bool AtomicFile::open(const std::string& path, ErrorText* error) {
+bool AtomicFile::open(const std::string& path, ErrorText* error, Lasting lasting) {
   state_.reset();
   std::string temporary;
   UniqueFd fd = createTemporaryBeside(path, &temporary);
   if (!fd.valid()) return failWithErrno(error);
-  state_ = std::make_unique<State>(path, std::move(temporary), std::move(fd));
+  state_ = std::make_unique<State>(path, std::move(temporary), std::move(fd), lasting);
   return true;
 }
 
@@ -51,6 +71,20 @@ bool AtomicFile::write(std::string_view bytes, ErrorText* error) {
 
 bool AtomicFile::write(std::span<const std::byte> bytes, ErrorText* error) {
   return write(std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size()), error);
+}
+
+bool AtomicFile::write(std::string_view first, std::string_view second, ErrorText* error) {
+  const iovec parts[2] = {{const_cast<char*>(first.data()), first.size()},
+                          {const_cast<char*>(second.data()), second.size()}};
+  const ssize_t count = ::writev(state_->fd.get(), parts, 2);
+  if (count < 0 && errno != EINTR) return failWithErrno(error);
+  const size_t written = count < 0 ? 0 : static_cast<size_t>(count);
+  if (written >= first.size()) return write(second.substr(written - first.size()), error);
+  return write(first.substr(written), error) && write(second, error);
+}
+
+bool AtomicFile::write(InputFile& from, ErrorText* error) {
+  return copyContents(from.descriptor(), state_->fd.get()) || failWithErrno(error);
 }
 
 bool AtomicFile::writeAt(uint64_t offset, std::string_view bytes, ErrorText* error) {
@@ -70,13 +104,21 @@ bool AtomicFile::flush(ErrorText* error) {
 }
 
 bool AtomicFile::commit(ErrorText* error, std::optional<uint32_t> mode) {
-  const mode_t bits = mode ? static_cast<mode_t>(*mode) : modeForNewFile(state_->path);
-  const bool done = ::fchmod(state_->fd.get(), bits) == 0 && state_->flush() &&
-                    state_->fd.close() &&
-                    ::rename(state_->temporary.c_str(), state_->path.c_str()) == 0;
-  if (!done) return failWithErrno(error);
-  state_->committed = true;
-  return true;
+  const auto replace = [](const std::string& from, const std::string& to) {
+    return ::rename(from.c_str(), to.c_str()) == 0;
+  };
+  return finish(mode.value_or(modeForNewFile(state_->path)), replace, error);
+}
+
+bool AtomicFile::commitNew(uint32_t mode, ErrorText* error) {
+  return finish(mode, renameWithoutReplacing, error);
+}
+
+bool AtomicFile::finish(uint32_t mode, Rename rename, ErrorText* error) {
+  state_->committed = ::fchmod(state_->fd.get(), static_cast<mode_t>(mode)) == 0 &&
+                      state_->flush() && state_->fd.close() &&
+                      rename(state_->temporary, state_->path);
+  return state_->committed || failWithErrno(error);
 }
 
 }  // namespace tovrek

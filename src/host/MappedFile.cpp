@@ -1,8 +1,7 @@
 #include "host/MappedFile.h"
 
-#include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
+#include <unistd.h>
 
 #include <bit>
 #include <cstdint>
@@ -34,22 +33,17 @@ void MappedFile::reset() {
   size_ = 0;
 }
 
-bool MappedFile::open(const std::string& path, ErrorText* error) {
+Mapped MappedFile::map(const std::string& path) {
   reset();
-  const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  struct stat info {};
-  if (!fd.valid() || ::fstat(fd.get(), &info) != 0) return failWithErrno(error);
-  if (!S_ISREG(info.st_mode)) {
-    errno = S_ISDIR(info.st_mode) ? EISDIR : EINVAL;
-    return failWithErrno(error);
-  }
-  if (info.st_size == 0) return true;
-  const auto size = static_cast<size_t>(info.st_size);
-  void* view = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd.get(), 0);
-  if (view == MAP_FAILED) return failWithErrno(error);
-  data_ = static_cast<const std::byte*>(view);
-  size_ = size;
-  return true;
+  Mapping mapping;
+  const Mapped mapped = mapFile(path, false, &mapping);
+  data_ = mapping.data;
+  size_ = mapping.size;
+  return mapped;
+}
+
+bool MappedFile::open(const std::string& path, ErrorText* error) {
+  return map(path) == Mapped::kDone || failWithErrno(error);
 }
 
 namespace {

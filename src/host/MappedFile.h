@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "host/ErrorText.h"
+#include "host/mapping.h"
 
 namespace tovrek {
 
@@ -22,6 +23,8 @@ class MappedFile {
   ~MappedFile();
 
   bool open(const std::string& path, ErrorText* error = nullptr);
+  // The same, telling which step failed.
+  Mapped map(const std::string& path);
   std::span<const std::byte> bytes() const { return {data_, size_}; }
 
  private:

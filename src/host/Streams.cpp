@@ -9,6 +9,10 @@ void printOut(std::string_view text) {
   std::fflush(stdout);
 }
 
+bool outputFailed() {
+  return std::ferror(stdout) != 0;
+}
+
 void printError(std::string_view text) {
   std::fflush(stdout);
   std::fwrite(text.data(), 1, text.size(), stderr);

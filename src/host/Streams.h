@@ -8,6 +8,8 @@ namespace tovrek {
 
 // Prints to standard output, at once.
 void printOut(std::string_view text);
+// Whether something that was printed did not reach standard output.
+bool outputFailed();
 // Prints to standard error, at once and behind what went to standard output before.
 void printError(std::string_view text);
 

@@ -1,80 +1,61 @@
 // copyItem and moveItem: copies that never merge with or write through what stands at the target.
-#include <fcntl.h>
-#include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #ifdef __linux__
 #include <sys/xattr.h>
 #endif
 
-#include <vector>
+#include <algorithm>
 
+#include "host/AtomicFile.h"
+#include "host/InputFile.h"
 #include "host/file_io.h"
 #include "host/files.h"
 #include "host/paths.h"
-#include "host/signals.h"
 
 namespace tovrek {
 namespace {
 
-bool renameWithoutReplacing(const std::string& from, const std::string& to) {
-#ifdef __linux__
-  if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
-  if (errno != EINVAL && errno != ENOSYS) return false;
-#elif defined(__APPLE__)
-  return ::renamex_np(from.c_str(), to.c_str(), RENAME_EXCL) == 0;
-#endif
-  // File systems without that call: the small race between test and rename is accepted there.
-  if (itemExistsNoFollow(to)) {
-    errno = EEXIST;
-    return false;
-  }
-  return ::rename(from.c_str(), to.c_str()) == 0;
+bool copyFile(const std::string& from, const std::string& to, uint32_t mode, ErrorText* error) {
+  InputFile source;
+  AtomicFile target;
+  return source.open(from, error) && target.open(to, error, AtomicFile::Lasting::kNo) &&
+         target.write(source, error) && target.commitNew(mode & 07777, error);
 }
 
-bool copyFile(const std::string& from, const std::string& to, mode_t mode) {
-  UniqueFd source(::open(from.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!source.valid()) return false;
-  std::string temporary;
-  UniqueFd target = createTemporaryBeside(to, &temporary);
-  if (!target.valid()) return false;
-  const RemovedOnSignal guard(temporary);
-  const bool copied = copyContents(source.get(), target.get()) &&
-                      ::fchmod(target.get(), mode & 07777) == 0 && target.close() &&
-                      renameWithoutReplacing(temporary, to);
-  if (!copied) {
-    const int reason = errno;
-    ::unlink(temporary.c_str());
-    errno = reason;
-  }
-  return copied;
+bool copyLink(const std::string& from, const std::string& to, ErrorText* error) {
+  const auto target = linkTarget(from, error);
+  return target && (::symlink(target->c_str(), to.c_str()) == 0 || failWithErrno(error));
 }
 
-bool copyLink(const std::string& from, const std::string& to) {
-  std::vector<char> target(4096);
-  const ssize_t length = ::readlink(from.c_str(), target.data(), target.size());
-  if (length < 0) return false;
-  return ::symlink(std::string(target.data(), static_cast<size_t>(length)).c_str(), to.c_str()) ==
-         0;
-}
+bool copyTree(const std::string& from, const std::string& to, ErrorText* error);
 
-bool copyTree(const std::string& from, const std::string& to) {
-  struct stat info {};
-  if (::lstat(from.c_str(), &info) != 0) return false;
-  if (S_ISLNK(info.st_mode)) return copyLink(from, to);
-  if (S_ISREG(info.st_mode)) return copyFile(from, to, info.st_mode);
-  if (!S_ISDIR(info.st_mode)) {
-    errno = EINVAL;  // A pipe or socket would be read for ever.
-    return false;
-  }
+bool copyFolder(const std::string& from, const std::string& to, uint32_t mode, ErrorText* error) {
   // Writable while it is filled; the source's own mode comes last.
-  if (::mkdir(to.c_str(), 0700) != 0) return false;
-  const auto names = listDirectory(from);
-  if (!names) return false;
-  for (const std::string& name : *names) {
-    if (!copyTree(joinPath(from, name), joinPath(to, name))) return false;
+  if (!createPrivateDirectory(to, error)) return false;
+  const auto names = listDirectory(from, error);
+  return names &&
+         std::ranges::all_of(*names,
+                             [&](const std::string& name) {
+                               return copyTree(joinPath(from, name), joinPath(to, name), error);
+                             }) &&
+         (::chmod(to.c_str(), mode & 07777) == 0 || failWithErrno(error));
+}
+
+bool copyTree(const std::string& from, const std::string& to, ErrorText* error) {
+  const auto status = statusNoFollow(from);
+  if (!status) return failWithErrno(error);
+  switch (status->kind) {
+    case ItemKind::kLink:
+      return copyLink(from, to, error);
+    case ItemKind::kFile:
+      return copyFile(from, to, status->mode, error);
+    case ItemKind::kDirectory:
+      return copyFolder(from, to, status->mode, error);
+    case ItemKind::kOther:
+      break;
   }
-  return ::chmod(to.c_str(), info.st_mode & 07777) == 0;
+  return fail(error, std::strerror(EINVAL));  // a pipe or socket would be read for ever
 }
 
 // Whether a file moved there is as a new one would be: its group may come from the folder, and
@@ -108,7 +89,7 @@ bool copyItem(const std::string& from, const std::string& to, ErrorText* error) 
     errno = EEXIST;
     return failWithErrno(error);
   }
-  return copyTree(from, to) || failWithErrno(error);
+  return copyTree(from, to, error);
 }
 
 bool moveItem(const std::string& from, const std::string& to, ErrorText* error) {

@@ -1,12 +1,13 @@
 #include "host/file_io.h"
 
 #include <fcntl.h>
+#include <stdio.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <vector>
 
-#include "host/paths.h"
+#include "host/files.h"
 
 namespace tovrek {
 
@@ -35,19 +36,24 @@ bool writeAllAt(int fd, std::string_view bytes, uint64_t offset) {
   return true;
 }
 
-UniqueFd createTemporaryBeside(const std::string& target, std::string* path) {
-  std::string pattern = joinPath(containingFolder(target), ".tovrek-XXXXXX");
-  UniqueFd fd(::mkostemp(pattern.data(), O_CLOEXEC));
-  *path = pattern;
-  return fd;
+bool renameWithoutReplacing(const std::string& from, const std::string& to) {
+#ifdef __linux__
+  if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (errno != EINVAL && errno != ENOSYS) return false;
+#elif defined(__APPLE__)
+  return ::renamex_np(from.c_str(), to.c_str(), RENAME_EXCL) == 0;
+#endif
+  // File systems without that call: the small race between test and rename is accepted there.
+  if (itemExistsNoFollow(to)) {
+    errno = EEXIST;
+    return false;
+  }
+  return ::rename(from.c_str(), to.c_str()) == 0;
 }
 
-mode_t modeForNewFile(const std::string& path) {
-  struct stat info {};
-  if (::lstat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode)) return info.st_mode & 07777;
-  const mode_t mask = ::umask(0);
-  ::umask(mask);
-  return static_cast<mode_t>(0666 & ~mask);
+bool setModified(int fd, int64_t modified) {
+  const timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(modified), 0}};
+  return ::futimens(fd, times) == 0;
 }
 
 bool copyContents(int from, int to) {

@@ -1,6 +1,7 @@
 // Pieces that the file operations of this folder share.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cerrno>
@@ -10,6 +11,7 @@
 #include <string_view>
 
 #include "host/ErrorText.h"
+#include "host/file_status.h"
 #include "host/unique_fd.h"
 
 namespace tovrek {
@@ -24,11 +26,14 @@ bool writeAll(int fd, std::string_view bytes);
 // The same at a place of its own, from where the file's position stays.
 bool writeAllAt(int fd, std::string_view bytes, uint64_t offset);
 
-// A new file beside `target` that only this process knows, for writing; its name goes to `path`.
-UniqueFd createTemporaryBeside(const std::string& target, std::string* path);
+// The same as rename(2), but fails with EEXIST when anything stands at `to`.
+bool renameWithoutReplacing(const std::string& from, const std::string& to);
 
-// The mode that a new file gets: the old file's when one stands there, else 0666 less the umask.
-mode_t modeForNewFile(const std::string& path);
+ItemKind kindOf(const struct stat& info);
+FileStatus statusFrom(const struct stat& info);
+
+// Sets the time of change, in seconds since 1970, and leaves that of the last use alone.
+bool setModified(int fd, int64_t modified);
 
 // Copies the contents of an open file at its current position to another, in pieces.
 bool copyContents(int from, int to);

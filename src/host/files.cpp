@@ -14,7 +14,6 @@
 #include "host/file_io.h"
 #include "host/parallel.h"
 #include "host/paths.h"
-#include "host/signals.h"
 
 namespace tovrek {
 namespace {
@@ -26,19 +25,13 @@ bool linkStatOf(const std::string& path, struct stat* info) {
   return ::lstat(path.c_str(), info) == 0;
 }
 
-ItemKind kindOf(const struct stat& info) {
-  if (S_ISDIR(info.st_mode)) return ItemKind::kDirectory;
-  if (S_ISLNK(info.st_mode)) return ItemKind::kLink;
-  return S_ISREG(info.st_mode) ? ItemKind::kFile : ItemKind::kOther;
-}
-
 struct FolderEntry {
   std::string name;
   ItemKind kind;
 };
 
 // Most file systems tell the kind with the name; the others must be asked for each item.
-ItemKind kindOf(const std::string& folder, const dirent& entry) {
+ItemKind kindOfEntry(const std::string& folder, const dirent& entry) {
   switch (entry.d_type) {
     case DT_DIR:
       return ItemKind::kDirectory;
@@ -100,7 +93,7 @@ class Removal {
     folders_.push_back(path);
     std::vector<std::string> inner;
     const bool opened = forEachEntry(path, [&](const dirent& entry) {
-      auto& list = kindOf(path, entry) == ItemKind::kDirectory ? inner : files_;
+      auto& list = kindOfEntry(path, entry) == ItemKind::kDirectory ? inner : files_;
       list.push_back(joinPath(path, entry.d_name));
     });
     if (!opened) note(errno);
@@ -146,6 +139,28 @@ bool itemExistsNoFollow(const std::string& path) {
 
 bool isWritable(const std::string& path) {
   return ::access(path.c_str(), W_OK) == 0;
+}
+
+bool isExecutable(const std::string& path) {
+  return ::access(path.c_str(), X_OK) == 0;
+}
+
+bool isPrivateDirectory(const std::string& path) {
+  struct stat info {};
+  return linkStatOf(path, &info) && S_ISDIR(info.st_mode) && info.st_uid == ::geteuid() &&
+         (info.st_mode & 0077) == 0;
+}
+
+std::optional<int64_t> modificationTime(const std::string& path) {
+  struct stat info {};
+  if (!statOf(path, &info)) return std::nullopt;
+  return info.st_mtime;
+}
+
+uint32_t creationMask() {
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  return mask;
 }
 
 std::optional<uint64_t> fileSize(const std::string& path) {
@@ -205,9 +220,22 @@ bool writeFileAtomically(const std::string& path, std::span<const std::string_vi
          file.commit(error, mode);
 }
 
+bool writeFileOrDevice(const std::string& path, std::string_view contents, ErrorText* error) {
+  struct stat info {};
+  if (!statOf(path, &info) || S_ISREG(info.st_mode)) {
+    return writeFileAtomically(path, contents, error);
+  }
+  const UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  return (fd.valid() && writeAll(fd.get(), contents)) || failWithErrno(error);
+}
+
 bool appendToFile(const std::string& path, std::string_view text) {
   UniqueFd fd(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
   return fd.valid() && writeAll(fd.get(), text) && fd.close();
+}
+
+void touchItem(const std::string& path) {
+  ::utimensat(AT_FDCWD, path.c_str(), nullptr, AT_SYMLINK_NOFOLLOW);
 }
 
 bool createDirectories(const std::string& path, ErrorText* error) {
@@ -243,7 +271,7 @@ bool walkFolder(const std::string& root, const std::string& relative,
   const std::string path = joinPath(root, relative);
   std::vector<FolderEntry> entries;
   const bool opened = forEachEntry(path, [&](const dirent& entry) {
-    entries.push_back({entry.d_name, kindOf(path, entry)});
+    entries.push_back({entry.d_name, kindOfEntry(path, entry)});
   });
   if (!opened) return false;
   std::sort(entries.begin(), entries.end(),

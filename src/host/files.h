@@ -24,10 +24,17 @@ bool isSymbolicLink(const std::string& path);
 // True also for a link that points nowhere.
 bool itemExistsNoFollow(const std::string& path);
 bool isWritable(const std::string& path);
+bool isExecutable(const std::string& path);
+// A folder of this user alone; never a link to one.
+bool isPrivateDirectory(const std::string& path);
 // Size in bytes as stat gives it; none when there is no such item.
 std::optional<uint64_t> fileSize(const std::string& path);
 // Permission bits as stat gives them; none when there is no such item.
 std::optional<uint32_t> fileMode(const std::string& path);
+// When the contents changed last, in seconds since 1970; none when there is no such item.
+std::optional<int64_t> modificationTime(const std::string& path);
+// The permission bits that new items do not get (the umask).
+uint32_t creationMask();
 // All links resolved; none when a component is missing.
 std::optional<std::string> realPath(const std::string& path);
 
@@ -40,11 +47,17 @@ bool writeFileAtomically(const std::string& path, std::string_view contents,
 // The same for a file made of several parts one after another, with the permission bits `mode`.
 bool writeFileAtomically(const std::string& path, std::span<const std::string_view> parts,
                          uint32_t mode, ErrorText* error = nullptr);
+// As the first, but a device or pipe that stands at `path` is written to: only a file can be
+// replaced as a whole.
+bool writeFileOrDevice(const std::string& path, std::string_view contents,
+                       ErrorText* error = nullptr);
 // Opens with O_APPEND and writes `text` in one call, so that lines of two programs do not mix.
 // False when the file does not exist or cannot be opened.
 bool appendToFile(const std::string& path, std::string_view text);
 
 // --- Items. ---
+// Makes now the time of last use and change of an item, which may be a link.
+void touchItem(const std::string& path);
 bool createDirectories(const std::string& path, ErrorText* error = nullptr);
 // Makes one folder that only this user may enter. Fails when anything stands there.
 bool createPrivateDirectory(const std::string& path, ErrorText* error = nullptr);

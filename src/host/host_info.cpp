@@ -40,15 +40,13 @@ std::optional<std::string> systemTemporaryFolder(ErrorText* error) {
       named != nullptr && named[0] == '/' && isDirectory(named)) {
     return standardizePath(named);
   }
-  const std::string folder = fmt::format("/tmp/tovrek-{}", ::getuid());
+  const std::string folder = fmt::format("/tmp/tovrek-{}", userId());
   if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
     failWithErrno(error);
     return std::nullopt;
   }
   // Somebody else may have made it first, to read or change what is put into it.
-  struct stat info {};
-  if (::lstat(folder.c_str(), &info) != 0 || !S_ISDIR(info.st_mode) || info.st_uid != ::getuid() ||
-      (info.st_mode & 0077) != 0) {
+  if (!isPrivateDirectory(folder)) {
     fail(error, fmt::format("{} is not a private folder of this user", folder));
     return std::nullopt;
   }
@@ -66,6 +64,14 @@ std::string uniqueString() {
     text += fmt::format("{:02X}", bytes[i]);
   }
   return text;
+}
+
+uint32_t userId() {
+  return ::geteuid();
+}
+
+int processId() {
+  return ::getpid();
 }
 
 std::string userName() {

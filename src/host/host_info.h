@@ -1,6 +1,7 @@
 // What only the operating system can tell.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -18,6 +19,10 @@ std::optional<std::string> systemTemporaryFolder(ErrorText* error = nullptr);
 
 // A random version 4 UUID in upper case.
 std::string uniqueString();
+
+// The number of the user whose rights this process has, and of the process itself.
+uint32_t userId();
+int processId();
 
 // Login name of the user, and the computer's name for people.
 std::string userName();

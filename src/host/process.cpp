@@ -201,6 +201,20 @@ bool runProcess(const Command& command, Outcome* outcome, ErrorText* error) {
   return true;
 }
 
+Outcome runQuietly(const Command& command) {
+  Outcome outcome;
+  if (!runProcess(command, &outcome)) {
+    outcome = Outcome();
+    outcome.status = kNotStarted;
+  }
+  return outcome;
+}
+
+std::string replaceProcess(std::vector<std::string> argv) {
+  ::execv(argv.front().c_str(), pointersTo(argv).data());
+  return std::strerror(errno);
+}
+
 Command shellCommand(const std::string& commandLine) {
   std::string launched = commandLine;
   if (commandLine.starts_with('/')) {

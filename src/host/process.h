@@ -38,6 +38,17 @@ struct Outcome {
 // process is flushed first, so that a captured terminal reads in order.
 bool runProcess(const Command& command, Outcome* outcome, ErrorText* error = nullptr);
 
+// The status of a program that could not be started, as a shell would report it.
+inline constexpr int kNotStarted = 127;
+
+// The same for callers that do not ask for the reason: a program that could not be started gives
+// kNotStarted and no output.
+Outcome runQuietly(const Command& command);
+
+// Replaces this process by the program argv[0], a path. Returns only when that fails, with the
+// system's reason.
+std::string replaceProcess(std::vector<std::string> argv);
+
 // "/bin/sh" "-c" `commandLine`. When the text starts with an absolute tool path that the host
 // root replaces, the launched text has the replacement, quoted; callers show their own text.
 Command shellCommand(const std::string& commandLine);

@@ -3,10 +3,8 @@
 #include <fmt/format.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
-#include <unistd.h>
 
 #include "formats/openssl_owners.h"
-#include "host/file_io.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "keychain/item_files.h"
@@ -35,15 +33,8 @@ PrivateKey decrypted(std::string_view contents, const std::string& password) {
 }  // namespace
 
 bool writeSecret(const std::string& path, std::string_view contents, ErrorText* error) {
-  std::string temporary;
-  UniqueFd fd = createTemporaryBeside(path, &temporary);
-  if (!fd.valid()) return failWithErrno(error);
-  const bool written = writeAll(fd.get(), contents) && ::fsync(fd.get()) == 0 && fd.close() &&
-                       ::rename(temporary.c_str(), path.c_str()) == 0;
-  if (written) return true;
-  failWithErrno(error);
-  ::unlink(temporary.c_str());
-  return false;
+  constexpr uint32_t kOwnerAlone = 0600;
+  return writeFileAtomically(path, std::span(&contents, 1), kOwnerAlone, error);
 }
 
 std::string keyToPem(const PrivateKey& key, const std::optional<std::string>& password) {

@@ -1,13 +1,8 @@
 #include "keychain/locations.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 
 #include "host/files.h"
 #include "host/paths.h"
@@ -168,9 +163,10 @@ CreateResult createKeychain(const std::string& path, const std::optional<std::st
                             ErrorText* error, bool encrypted) {
   if (itemExistsNoFollow(path)) return CreateResult::kExists;
   if (!createDirectories(containingFolder(path), error)) return CreateResult::kFailed;
-  if (::mkdir(path.c_str(), 0700) != 0) {
-    if (errno == EEXIST) return CreateResult::kExists;
-    fail(error, std::strerror(errno));
+  ErrorText reason;
+  if (!createPrivateDirectory(path, &reason)) {
+    if (itemExistsNoFollow(path)) return CreateResult::kExists;
+    fail(error, reason.text());
     return CreateResult::kFailed;
   }
   Settings settings;

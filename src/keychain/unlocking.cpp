@@ -1,15 +1,13 @@
 #include "keychain/unlocking.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstdlib>
 
 #include "formats/Digest.h"
 #include "host/clock.h"
 #include "host/files.h"
+#include "host/host_info.h"
 #include "host/paths.h"
 #include "keychain/key_files.h"
 #include "keychain/password_record.h"
@@ -19,17 +17,11 @@ namespace tovrek::keychain {
 
 namespace {
 
+// Anybody may make this folder in /dev/shm and /tmp: only one of our own is trusted.
 std::string runtimeFolder() {
   const char* named = std::getenv("XDG_RUNTIME_DIR");
   if (named != nullptr && *named == '/' && isDirectory(named)) return joinPath(named, "tovrek");
-  return fmt::format("{}/tovrek-{}", isWritable("/dev/shm") ? "/dev/shm" : "/tmp", ::geteuid());
-}
-
-// Anybody may make a folder in /dev/shm and /tmp; only one of our own is trusted.
-bool isPrivate(const std::string& folder) {
-  struct stat info {};
-  return ::lstat(folder.c_str(), &info) == 0 && S_ISDIR(info.st_mode) &&
-         info.st_uid == ::geteuid() && (info.st_mode & 0077) == 0;
+  return fmt::format("{}/tovrek-{}", isWritable("/dev/shm") ? "/dev/shm" : "/tmp", userId());
 }
 
 std::string fileFor(const std::string& keychain) {
@@ -38,9 +30,9 @@ std::string fileFor(const std::string& keychain) {
 }
 
 bool expired(const std::string& file, const std::optional<int>& timeout) {
-  struct stat info {};
-  if (::stat(file.c_str(), &info) != 0) return true;
-  return timeout && currentTime() - static_cast<double>(info.st_mtime) > *timeout;
+  const auto changed = modificationTime(file);
+  if (!changed) return true;
+  return timeout && currentTime() - static_cast<double>(*changed) > *timeout;
 }
 
 }  // namespace
@@ -48,14 +40,14 @@ bool expired(const std::string& file, const std::optional<int>& timeout) {
 bool rememberPassword(const std::string& keychain, std::string_view password, ErrorText* error) {
   const std::string folder = runtimeFolder();
   if (!itemExistsNoFollow(folder)) createPrivateDirectory(folder);
-  if (!isPrivate(folder)) {
+  if (!isPrivateDirectory(folder)) {
     return fail(error, fmt::format("{} is not a folder of this user alone", folder));
   }
   return writeSecret(fileFor(keychain), password, error);
 }
 
 std::optional<std::string> rememberedPassword(const std::string& keychain) {
-  if (!isPrivate(runtimeFolder())) return std::nullopt;
+  if (!isPrivateDirectory(runtimeFolder())) return std::nullopt;
   const std::string file = fileFor(keychain);
   if (!fileExists(file)) return std::nullopt;
   if (expired(file, readSettings(keychain).timeout)) {
@@ -64,17 +56,17 @@ std::optional<std::string> rememberedPassword(const std::string& keychain) {
   }
   std::string password;
   if (!readFile(file, &password)) return std::nullopt;
-  ::utimensat(AT_FDCWD, file.c_str(), nullptr, AT_SYMLINK_NOFOLLOW);
+  touchItem(file);
   return password;
 }
 
 void forgetPassword(const std::string& keychain) {
   const std::string file = fileFor(keychain);
-  if (isPrivate(runtimeFolder()) && itemExistsNoFollow(file)) removeItem(file);
+  if (isPrivateDirectory(runtimeFolder()) && itemExistsNoFollow(file)) removeItem(file);
 }
 
 void forgetAllPasswords() {
-  if (isPrivate(runtimeFolder())) removeItem(runtimeFolder());
+  if (isPrivateDirectory(runtimeFolder())) removeItem(runtimeFolder());
 }
 
 std::optional<std::string> keyPassword(const std::string& keychain) {

@@ -1,26 +1,23 @@
 #include "launch/programs.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <string_view>
 
 #include "host/HostRoot.h"
 #include "host/files.h"
 #include "host/host_info.h"
 #include "host/paths.h"
-#include "log/SystemLog.h"
+#include "host/process.h"
 
 namespace tovrek::launch {
 
 namespace {
 
 bool isProgram(const std::string& path) {
-  return isPlainFile(path) && ::access(path.c_str(), X_OK) == 0;
+  return isPlainFile(path) && isExecutable(path);
 }
 
 // Companions stand in usr/bin of a folder that has Apple's version file as well. Two of them from
@@ -74,15 +71,12 @@ std::optional<std::string> findHostProgram(const std::string& name) {
   return std::nullopt;
 }
 
-int becomeProgram(const std::string& path, const std::vector<std::string>& arguments) {
+int becomeProgram(const std::string& path, const std::vector<std::string>& arguments,
+                  const Streams& streams) {
+  constexpr int kCannotRun = 126;
   std::vector<std::string> words = {path};
   words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<char*> pointers;
-  for (std::string& word : words) pointers.push_back(word.data());
-  pointers.push_back(nullptr);
-  ::execv(path.c_str(), pointers.data());
-  constexpr int kCannotRun = 126;
-  printError(fmt::format("{}: {}\n", path, std::strerror(errno)));
+  streams.error(fmt::format("{}: {}\n", path, replaceProcess(words)));
   return kCannotRun;
 }
 

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "host/Streams.h"
+
 namespace tovrek::launch {
 
 // The companion NAME: in the host root, else beside this program; none when there is none.
@@ -17,6 +19,7 @@ std::optional<std::string> findHostProgram(const std::string& name);
 
 // Replaces this process by the program, called with `arguments` after its name. Returns only when
 // that fails, with the reason printed and the status to exit with.
-int becomeProgram(const std::string& path, const std::vector<std::string>& arguments);
+int becomeProgram(const std::string& path, const std::vector<std::string>& arguments,
+                  const Streams& streams);
 
 }  // namespace tovrek::launch

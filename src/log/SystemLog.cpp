@@ -1,11 +1,11 @@
 #include "log/SystemLog.h"
 
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <cmath>
 
 #include "host/clock.h"
+#include "host/host_info.h"
 
 namespace tovrek {
 
@@ -13,7 +13,7 @@ void systemLog(std::string_view text) {
   const double now = currentTime();
   const int milliseconds = static_cast<int>((now - std::floor(now)) * 1000);
   printError(fmt::format("{}.{:03} Tovrek[{}] {}\n", localTime("%Y-%m-%d %H:%M:%S", now),
-                         milliseconds, ::getpid(), text));
+                         milliseconds, processId(), text));
 }
 
 }  // namespace tovrek

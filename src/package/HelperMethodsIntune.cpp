@@ -82,9 +82,7 @@ bool HelperMethods::detectIntuneInAppBundle(const std::string& appBundlePath,
 std::string HelperMethods::getSymbolsFromBinaryPath(const std::string& path, int* terminateStatus) {
   Command command;
   command.argv = {"/usr/bin/nm", "-j", path};
-  Outcome outcome;
-  constexpr int kNotStarted = 127;
-  if (!runProcess(command, &outcome)) outcome.status = kNotStarted;
+  Outcome outcome = runQuietly(command);
   if (terminateStatus != nullptr) *terminateStatus = outcome.status;
   return std::move(outcome.output);
 }

@@ -31,11 +31,9 @@ std::string archiveArgument(const std::string& path) {
 }  // namespace
 
 int runUnzip(const std::string& archive, const std::string& destination, std::string* output) {
-  constexpr int kNotStarted = 127;
   Command command;
   command.argv = {"/usr/bin/unzip", "-q", "-d", destination, archiveArgument(archive)};
-  Outcome outcome;
-  if (!runProcess(command, &outcome)) outcome.status = kNotStarted;
+  const Outcome outcome = runQuietly(command);
   if (output != nullptr) *output = outcome.output;
   return outcome.status;
 }

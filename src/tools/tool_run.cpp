@@ -7,15 +7,6 @@
 
 namespace tovrek {
 
-Outcome runQuietly(const Command& command) {
-  Outcome outcome;
-  if (!runProcess(command, &outcome)) {
-    outcome = Outcome();
-    outcome.status = kToolNotStarted;
-  }
-  return outcome;
-}
-
 int runTool(const std::vector<std::string>& argv, const std::string& workingDirectory,
             const std::vector<std::pair<std::string, std::string>>& environment) {
   Command command;

@@ -13,13 +13,6 @@
 
 namespace tovrek {
 
-// The status of a program that could not be started, as a shell would report it.
-inline constexpr int kToolNotStarted = 127;
-
-// Runs the command, logging nothing. A program that cannot be started gives kToolNotStarted and
-// no output.
-Outcome runQuietly(const Command& command);
-
 // Runs the program, with `environment` on top of the usual one, and logs its standard output at
 // detailed level. Answers the exit status.
 int runTool(const std::vector<std::string>& argv, const std::string& workingDirectory = {},

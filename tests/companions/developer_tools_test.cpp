@@ -72,7 +72,7 @@ TEST_F(DeveloperTools, OpensslAnswersForSubjectsItself) {
     const std::string file = folder_.write("subject", c.content);
     Words words = {"x509", "-in", file, "-subject", "-noout"};
     words.insert(words.end(), c.form.begin(), c.form.end());
-    const auto answer = subjectAnswer(words);
+    const auto answer = openssl::subjectAnswer(words);
     ASSERT_EQ(answer.has_value(), c.answered) << testing::PrintToString(c.form);
     if (!answer) continue;
     words.insert(words.begin(), "openssl");
@@ -91,7 +91,7 @@ TEST(OpensslArguments, ChangeNothingElse) {
       {{"req", "-subject"}, {"req", "-subject"}},
       {{}, {}},
   };
-  for (const auto& c : cases) EXPECT_EQ(opensslArguments(c.given), c.expected);
+  for (const auto& c : cases) EXPECT_EQ(openssl::opensslArguments(c.given), c.expected);
 }
 
 // The folder that holds the companions may come first in PATH in two installations at once.

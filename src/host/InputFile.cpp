@@ -1,0 +1,57 @@
+#include "host/InputFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "host/file_io.h"
+
+namespace tovrek {
+
+bool InputFile::open(const std::string& path, ErrorText* error) {
+  struct stat info {};
+  fd_ = UniqueFd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!fd_.valid() || ::fstat(fd_.get(), &info) != 0) {
+    failWithErrno(error);
+    fd_.close();
+    return false;
+  }
+  status_ = statusFrom(info);
+  return true;
+}
+
+bool InputFile::openRegular(const std::string& path, ErrorText* error) {
+  if (!open(path, error)) return false;
+  if (status_.kind == ItemKind::kFile) return true;
+  fd_.close();
+  return fail(error,
+              status_.kind == ItemKind::kDirectory ? "Is a directory" : "Not a regular file");
+}
+
+std::optional<size_t> InputFile::read(std::span<char> room, ErrorText* error) {
+  for (;;) {
+    const ssize_t count = ::read(fd_.get(), room.data(), room.size());
+    if (count >= 0) return static_cast<size_t>(count);
+    if (errno == EINTR) continue;
+    failWithErrno(error);
+    return std::nullopt;
+  }
+}
+
+std::optional<size_t> InputFile::readBeginning(std::span<std::byte> room, ErrorText* error) const {
+  size_t filled = 0;
+  while (filled < room.size()) {
+    const ssize_t count =
+        ::pread(fd_.get(), &room[filled], room.size() - filled, static_cast<off_t>(filled));
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) {
+      failWithErrno(error);
+      return std::nullopt;
+    }
+    if (count == 0) break;
+    filled += static_cast<size_t>(count);
+  }
+  return filled;
+}
+
+}  // namespace tovrek

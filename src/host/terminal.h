@@ -1,0 +1,14 @@
+// The person at the terminal.
+#pragma once
+
+#include <string>
+
+namespace tovrek {
+
+// Whether somebody types what comes on standard input.
+bool inputIsTyped();
+
+// Shows the prompt and reads a line without showing it. Empty when there is no terminal.
+std::string readUnseen(const std::string& prompt);
+
+}  // namespace tovrek
