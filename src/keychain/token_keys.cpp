@@ -120,12 +120,18 @@ ENGINE* loadEngine() {
   return nullptr;
 }
 
-// A process can load the engine once, and the engine keeps its first module and login. One token is
-// all that a signing program needs; a second module's keys would not be found.
-ENGINE* sharedEngine() {
-  static ENGINE* engine = nullptr;
-  if (engine == nullptr) engine = loadEngine();
-  return engine;
+// What the library keeps for the whole process: it can load the engine once, and the engine keeps
+// its first module and login. One token is all that a signing program needs; a second module's keys
+// would not be found.
+struct SharedEngine {
+  ENGINE* engine = nullptr;
+  bool hasPin = false;
+};
+
+SharedEngine& sharedEngine() {
+  static SharedEngine shared;
+  if (shared.engine == nullptr) shared.engine = loadEngine();
+  return shared;
 }
 
 struct TokenKeyFreer {
@@ -136,16 +142,16 @@ struct TokenKeyFreer {
   }
 };
 
-bool prepare(ENGINE* engine, const TokenUri& uri) {
+bool prepare(SharedEngine* shared, const TokenUri& uri) {
+  ENGINE* engine = shared->engine;
   // The engine would print its own lines beside our text.
   ENGINE_ctrl_cmd_string(engine, "QUIET", nullptr, 1);
   if (uri.module && ENGINE_ctrl_cmd_string(engine, "MODULE_PATH", uri.module->c_str(), 0) != 1) {
     return false;
   }
   // A token counts wrong PINs, so that of an earlier key must not be tried on this one.
-  static bool hasPin = false;
-  if (!uri.pin && hasPin) return false;
-  hasPin = uri.pin.has_value();
+  if (!uri.pin && shared->hasPin) return false;
+  shared->hasPin = uri.pin.has_value();
   if (uri.pin && ENGINE_ctrl_cmd_string(engine, "PIN", uri.pin->c_str(), 0) != 1) return false;
   return ENGINE_init(engine) == 1;
 }
@@ -185,13 +191,14 @@ PrivateKey loadTokenKey(const std::string& text, ErrorText* error) {
   };
   ErrorText reason;
   if (!complete(&uri, &reason)) return failed(reason.text());
-  ENGINE* engine = sharedEngine();
+  SharedEngine& shared = sharedEngine();
+  ENGINE* engine = shared.engine;
   if (engine == nullptr) {
     ERR_clear_error();
     return failed(
         "OpenSSL's engine for PKCS#11 is missing (Debian package libengine-pkcs11-openssl)");
   }
-  if (!prepare(engine, uri)) return failed(reasonFor(uri));
+  if (!prepare(&shared, uri)) return failed(reasonFor(uri));
   EVP_PKEY* key =
       ENGINE_load_private_key(engine, uri.path.c_str(), const_cast<UI_METHOD*>(UI_null()), nullptr);
   if (key == nullptr) {

@@ -2,7 +2,9 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
+#include "formats/Digest.h"
 #include "host/ErrorText.h"
 
 namespace tovrek::signing {
@@ -12,7 +14,18 @@ struct FileHashes {
   std::string sha256;
 };
 
-// Reads the file once for both hashes; `sha1` stays empty when it is not wanted.
-bool hashFile(const std::string& path, bool withSha1, FileHashes* hashes, ErrorText* error);
+// Keeps from file to file what is costly to make. For one thread.
+class FileHasher {
+ public:
+  FileHasher();
+
+  // Reads the file once for both hashes; `sha1` stays empty when it is not wanted.
+  bool hash(const std::string& path, bool withSha1, FileHashes* hashes, ErrorText* error);
+
+ private:
+  Digest sha1_{DigestAlgorithm::kSha1};
+  Digest sha256_{DigestAlgorithm::kSha256};
+  std::vector<char> piece_;
+};
 
 }  // namespace tovrek::signing

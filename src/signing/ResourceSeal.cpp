@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
+#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -65,7 +66,8 @@ std::optional<std::vector<Resource>> findResources(const SealRequest& request, E
   return resources;
 }
 
-bool readResource(const std::string& root, bool withSha1, Resource* resource, ErrorText* error) {
+bool readResource(const std::string& root, bool withSha1, FileHasher* hasher, Resource* resource,
+                  ErrorText* error) {
   const std::string path = joinPath(root, resource->path);
   if (resource->kind == ItemKind::kLink) {
     std::error_code code;
@@ -74,21 +76,45 @@ bool readResource(const std::string& root, bool withSha1, Resource* resource, Er
   }
   ErrorText reason;
   const bool needsSha1 = withSha1 || isSealed(resource->verdict);
-  if (hashFile(path, needsSha1, &resource->hashes, &reason)) return true;
+  if (hasher->hash(path, needsSha1, &resource->hashes, &reason)) return true;
   return fail(error, fmt::format("{}: {}", resource->path, reason.text()));
 }
+
+// Hashers that no thread is using.
+class HasherPool {
+ public:
+  std::unique_ptr<FileHasher> take() {
+    const std::lock_guard lock(guard_);
+    if (idle_.empty()) return std::make_unique<FileHasher>();
+    auto hasher = std::move(idle_.back());
+    idle_.pop_back();
+    return hasher;
+  }
+  void giveBack(std::unique_ptr<FileHasher> hasher) {
+    const std::lock_guard lock(guard_);
+    idle_.push_back(std::move(hasher));
+  }
+
+ private:
+  std::mutex guard_;
+  std::vector<std::unique_ptr<FileHasher>> idle_;
+};
 
 bool readResources(const SealRequest& request, std::vector<Resource>* resources, ErrorText* error) {
   constexpr size_t kFilesPerPart = 8;
   std::atomic<bool> good{true};
   std::mutex guard;
+  HasherPool hashers;
   forEachPart(resources->size(), kFilesPerPart, [&](size_t begin, size_t end) {
+    auto hasher = hashers.take();
     for (size_t i = begin; i < end && good; ++i) {
       ErrorText reason;
-      if (readResource(request.root, request.withSha1, &(*resources)[i], &reason)) continue;
+      Resource& resource = (*resources)[i];
+      if (readResource(request.root, request.withSha1, hasher.get(), &resource, &reason)) continue;
       const std::lock_guard lock(guard);
       good = fail(error, reason.text());
     }
+    hashers.giveBack(std::move(hasher));
   });
   return good;
 }
