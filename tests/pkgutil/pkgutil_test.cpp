@@ -22,7 +22,7 @@ TEST_F(Pkgutil, LooksForTheTools) {
   EXPECT_EQ(ask({"--pkg-info=" + id}).status, 1);
   EXPECT_EQ(ask({"--pkg-info=" + id}).errorOutput, "No receipt for '" + id + "' found at '/'.\n");
   script("nm", "");
-  for (const std::string& package : {id, std::string("com.apple.pkg.PkgutilCLI")}) {
+  for (const std::string& package : {id, std::string("com.apple.pkg.DeveloperToolsCLI")}) {
     EXPECT_EQ(ask({"--pkg-info=" + package}).status, 0);
     EXPECT_THAT(ask({"--pkg-info", package}).output,
                 ContainsRegex("^package-id: " + package +
@@ -43,7 +43,7 @@ TEST_F(Pkgutil, LooksForTheTools) {
       {{"--help", "more"}, 1, ""},
       {{"--help"}, 0, "Usage: pkgutil"},
       {{"--volume", "/", "--pkg-info", id}, 0, "package-id: " + id + "\n"},
-      {{"--pkgs"}, 0, id + "\ncom.apple.pkg.PkgutilCLI\n"},
+      {{"--pkgs"}, 0, id + "\ncom.apple.pkg.DeveloperToolsCLI\n"},
       {{"--pkgs=.*(CLTools|none).*"}, 0, id + "\n"},
       {{"--pkgs=CLTools"}, 1, ""},
       {{"--pkgs=("}, 1, ""},
