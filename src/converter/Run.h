@@ -23,21 +23,21 @@ namespace tovrek::converter {
 
 struct Run {
   // All but the path and the input must outlive the run.
-  Run(const Request& request_, RunContext& context_, TKProgressor& progressor_,
-      std::string contentPath_, UnpackedInput input_ = {})
-      : request(request_),
-        context(context_),
-        progressor(progressor_),
-        contentPath(std::move(contentPath_)),
-        input(std::move(input_)),
-        replacementBundleID(request_.replacementBundleID) {}
+  Run(const Request& asked, RunContext& shared, TKProgressor& progress, std::string content,
+      UnpackedInput unpacked)
+      : request(asked),
+        context(shared),
+        progressor(progress),
+        contentPath(std::move(content)),
+        input(std::move(unpacked)),
+        replacementBundleID(asked.replacementBundleID) {}
 
   // --- Given ---
   const Request& request;
   RunContext& context;
   TKProgressor& progressor;
-  std::string contentPath;  // of the bundles and policies to insert, only read from
-  UnpackedInput input;      // the first step unpacks what was not unpacked before
+  const std::string contentPath;  // of the bundles and policies to insert, only read from
+  UnpackedInput input;            // the first step unpacks what was not unpacked before
 
   // --- The app ---
   std::shared_ptr<UnzippedCma> package;  // when the app came in one

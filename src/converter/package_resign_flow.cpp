@@ -129,11 +129,25 @@ bool renewManifest(Run& run, ErrorText* /*error*/) {
 
 bool resignPackage(Run& run, ErrorText* error) {
   return takeSteps(
-      {unpackPackage, refuseLinksOutOfPackage, emptyPackageFolder, moveMetadata, moveLanguageFiles,
-       removeOldIpa,
-       // The profile is matched against the identifier that the app has.
-       takeBundleIdentifiers, readProfile, makeEntitlements, placeProfile, dropOldSignature,
-       signLibraryOrStampFingerprint, signAgain, writeIpaOfPackage, renewManifest, writePackage},
+      {
+          unpackPackage,
+          refuseLinksOutOfPackage,
+          emptyPackageFolder,
+          moveMetadata,
+          moveLanguageFiles,
+          removeOldIpa,
+          // The profile is matched against the identifier that the app has.
+          takeBundleIdentifiers,
+          readProfile,
+          makeEntitlements,
+          placeProfile,
+          dropOldSignature,
+          signLibraryOrStampFingerprint,
+          signAgain,
+          writeIpaOfPackage,
+          renewManifest,
+          writePackage,
+      },
       run, error);
 }
 

@@ -26,11 +26,25 @@ bool stampFingerprintOfOlderSdk(Run& run, ErrorText* error) {
 }  // namespace
 
 bool prepareSdkApp(Run& run, ErrorText* error) {
-  return takeSteps({openAppFolder, checkLoadOrder, inspectApp, requireManagementGroup,
-                    refuseLinksOutOfApp, embedManagementFiles, takeBundleIdentifiers,
-                    makeScratchFolder, placePolicies, nameSdkIpa, buildManifest, copyIcons,
-                    stampFingerprintOfOlderSdk, completeManifestOfAppFolder, writePackage},
-                   run, error);
+  return takeSteps(
+      {
+          openAppFolder,
+          checkLoadOrder,
+          inspectApp,
+          requireManagementGroup,
+          refuseLinksOutOfApp,
+          embedManagementFiles,
+          takeBundleIdentifiers,
+          makeScratchFolder,
+          placePolicies,
+          nameSdkIpa,
+          buildManifest,
+          copyIcons,
+          stampFingerprintOfOlderSdk,
+          completeManifestOfAppFolder,
+          writePackage,
+      },
+      run, error);
 }
 
 }  // namespace tovrek::converter

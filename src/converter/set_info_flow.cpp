@@ -92,8 +92,9 @@ bool updateWEXpackage(const Run& run, const UnzippedCma& package) {
       {kExcludedDevices, run.request.excludedDevices},
       {"//Description", run.request.description}};
   for (const auto& [xpath, value] : properties) {
-    if (value && !updateAppWEXProperty(manifest, xpath, value, run.context.loggers.manifest))
+    if (value && !updateAppWEXProperty(manifest, xpath, value, run.context.loggers.manifest)) {
       return false;
+    }
   }
   return true;
 }

@@ -96,14 +96,4 @@ std::optional<std::vector<std::string>> ProvisioningProfile::getCertifiatesFromP
   return labels;
 }
 
-bool ProvisioningProfile::validateProfile(const std::string& bundleId,
-                                          bool preserveUpgradeCompatibility, ErrorText* error) {
-  if (!decode(error)) return false;
-  readIdentifiers();
-  const PlistDictionary entitlements = entitlementsOf(*profilePList_);
-  teamIdFromProfile_ = optionalString(entitlements, "com.apple.developer.team-identifier");
-  return validateProfileWithPList(entitlements, bundleId, preserveUpgradeCompatibility,
-                                  context_.loggers.toolkit, error);
-}
-
 }  // namespace tovrek

@@ -87,8 +87,4 @@ bool ProvisioningProfile::doesCertificateExistWithSHA1(std::string_view sha1,
   return false;
 }
 
-bool ProvisioningProfile::doesCertificate(const Certificate& certificate, std::string_view sha1) {
-  return !sha1.empty() && equalsIgnoringCase(certificate.sha1Hex(), sha1);
-}
-
 }  // namespace tovrek

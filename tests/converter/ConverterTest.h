@@ -28,7 +28,9 @@ class ConverterTest : public ::testing::Test {
     request.certificate = "ID";
   }
 
-  converter::Run run() { return converter::Run(request, context, progressor, folder.file("Data")); }
+  converter::Run run() {
+    return converter::Run(request, context, progressor, folder.file("Data"), {});
+  }
   const WrapperLogger& log() const { return context.loggers.toolkit; }
   std::string write(const std::string& name, const std::string& text) const {
     return folder.write(name, text);
