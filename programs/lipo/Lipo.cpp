@@ -6,14 +6,13 @@
 #include <optional>
 #include <string_view>
 
-#include "log/SystemLog.h"
 #include "macho/FatFile.h"
 #include "macho/layout.h"
 #include "programs/lipo/Input.h"
 #include "programs/lipo/LipoOptions.h"
 #include "programs/lipo/outputs.h"
 
-namespace tovrek {
+namespace tovrek::lipo {
 namespace {
 
 using macho::FatFile;
@@ -35,20 +34,20 @@ std::string listOfNames(const FatFile& file) {
   return names;
 }
 
-void printInfo(const Input& input) {
+void printInfo(const Input& input, const Streams& streams) {
   if (input.contents.fat) {
-    printOut(fmt::format("Architectures in the fat file: {} are: {}\n", input.path,
-                         listOfNames(input.contents)));
+    streams.out(fmt::format("Architectures in the fat file: {} are: {}\n", input.path,
+                            listOfNames(input.contents)));
   } else {
-    printOut(fmt::format("Non-fat file: {} is architecture: {}\n", input.path,
-                         nameOf(input.contents.slices.front())));
+    streams.out(fmt::format("Non-fat file: {} is architecture: {}\n", input.path,
+                            nameOf(input.contents.slices.front())));
   }
 }
 
-void printDetailedInfo(const Input& input) {
+void printDetailedInfo(const Input& input, const Streams& streams) {
   if (!input.contents.fat) {
-    printOut(fmt::format("input file {} is not a fat file\n", input.path));
-    printInfo(input);
+    streams.out(fmt::format("input file {} is not a fat file\n", input.path));
+    printInfo(input, streams);
     return;
   }
   std::string text = fmt::format("Fat header in: {}\nfat_magic {:#x}\nnfat_arch {}\n", input.path,
@@ -61,26 +60,26 @@ void printDetailedInfo(const Input& input) {
         slice.cpusubtype >> 24, slice.offset, slice.size, slice.align,
         slice.align < 32 ? uint64_t{1} << slice.align : 0);
   }
-  printOut(text);
+  streams.out(text);
 }
 
 // The exit status, or none after a failure.
-std::optional<int> perform(const LipoOptions& options, ErrorText* error) {
+std::optional<int> perform(const LipoOptions& options, const Streams& streams, ErrorText* error) {
   Inputs inputs;
   if (!openInputs(options, &inputs, error)) return std::nullopt;
   const Input& first = *inputs.front();
   bool done = true;
   switch (options.action) {
     case LipoAction::kInfo:
-      for (const auto& input : inputs) printInfo(*input);
+      for (const auto& input : inputs) printInfo(*input, streams);
       break;
     case LipoAction::kDetailedInfo:
-      for (const auto& input : inputs) printDetailedInfo(*input);
+      for (const auto& input : inputs) printDetailedInfo(*input, streams);
       break;
     case LipoAction::kArchs: {
       std::string names = listOfNames(first.contents);
       if (!names.empty()) names.pop_back();
-      printOut(names + "\n");
+      streams.out(names + "\n");
       break;
     }
     case LipoAction::kVerifyArch:
@@ -111,18 +110,19 @@ std::optional<int> perform(const LipoOptions& options, ErrorText* error) {
 
 }  // namespace
 
-int runLipo(const std::string& program, const std::vector<std::string>& arguments) {
-  if (arguments == std::vector<std::string>{"--help"}) {
-    printOut(kUsage);
+int run(const Arguments& arguments, const Streams& streams) {
+  if (arguments.words == std::vector<std::string>{"--help"}) {
+    streams.out(kUsage);
     return 0;
   }
   LipoOptions options;
   ErrorText error;
-  if (options.parse(arguments, &error)) {
-    if (const auto status = perform(options, &error)) return *status;
+  if (options.parse(arguments.words, &error)) {
+    if (const auto status = perform(options, streams, &error)) return *status;
   }
-  printError(fmt::format("fatal error: {}: {}\n", program, error.text()));
+  const std::string program = arguments.program.empty() ? "lipo" : arguments.program;
+  streams.error(fmt::format("fatal error: {}: {}\n", program, error.text()));
   return 1;
 }
 
-}  // namespace tovrek
+}  // namespace tovrek::lipo

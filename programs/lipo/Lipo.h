@@ -1,10 +1,9 @@
 // Stand-in for Apple's `lipo`: asks, splits and joins universal files.
 #pragma once
 
-#include <string>
-#include <vector>
+#include "host/program.h"
 
-namespace tovrek {
+namespace tovrek::lipo {
 
 // Runs one command line and answers the exit status. Options and input files may come in any
 // order:
@@ -12,6 +11,6 @@ namespace tovrek {
 //   FILE -archs                      FILE... -detailed_info         FILE... -create -output OUT
 // Failures are one line on standard error, "fatal error: PROGRAM: ...", and status 1; an output
 // file is then left as it was.
-int runLipo(const std::string& program, const std::vector<std::string>& arguments);
+int run(const Arguments& arguments, const Streams& streams);
 
-}  // namespace tovrek
+}  // namespace tovrek::lipo

@@ -3,12 +3,11 @@
 #include <fmt/format.h>
 
 #include "listing/Listing.h"
-#include "log/SystemLog.h"
 #include "macho/Image.h"
 #include "programs/nm/NmOptions.h"
 #include "programs/nm/symbol_listing.h"
 
-namespace tovrek {
+namespace tovrek::nm {
 namespace {
 
 using macho::ObjectFile;
@@ -25,7 +24,8 @@ constexpr std::string_view kUsage =
 
 class Lister : public listing::Listing {
  public:
-  explicit Lister(const NmOptions& options) : Listing("nm", options), options_(options) {}
+  Lister(const NmOptions& options, const Streams& streams)
+      : Listing("nm", options, streams), options_(options) {}
 
  private:
   void listOther(const ObjectFile& file) override {
@@ -65,17 +65,17 @@ void Lister::listSlice(const ObjectFile& file, const Slice& slice) {
 
 }  // namespace
 
-int runNm(const std::vector<std::string>& arguments) {
-  if (arguments == std::vector<std::string>{"--help"}) {
-    printOut(kUsage);
+int run(const Arguments& arguments, const Streams& streams) {
+  if (arguments.words == std::vector<std::string>{"--help"}) {
+    streams.out(kUsage);
     return 0;
   }
   NmOptions options;
   ErrorText error;
-  if (!options.parse(arguments, &error)) {
-    return listing::refuseUsage("nm", error.text(), kUsage);
+  if (!options.parse(arguments.words, &error)) {
+    return listing::refuseUsage("nm", error.text(), kUsage, streams);
   }
-  return Lister(options).run();
+  return Lister(options, streams).run();
 }
 
-}  // namespace tovrek
+}  // namespace tovrek::nm

@@ -1,5 +1,6 @@
+#include "host/program.h"
 #include "programs/nm/Nm.h"
 
 int main(int argc, char** argv) {
-  return tovrek::runNm({argv + 1, argv + argc});
+  return tovrek::runProgram(argc, argv, tovrek::nm::run);
 }

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include "listing/Listing.h"
-#include "log/SystemLog.h"
 #include "macho/Image.h"
 #include "programs/otool/OtoolOptions.h"
 #include "programs/otool/header_listing.h"
@@ -11,7 +10,7 @@
 #include "programs/otool/load_command_listing.h"
 #include "programs/otool/objc_listing.h"
 
-namespace tovrek {
+namespace tovrek::otool {
 namespace {
 
 using macho::ObjectFile;
@@ -28,7 +27,8 @@ constexpr std::string_view kUsage =
 
 class Lister : public listing::Listing {
  public:
-  explicit Lister(const OtoolOptions& options) : Listing("otool", options), options_(options) {}
+  Lister(const OtoolOptions& options, const Streams& streams)
+      : Listing("otool", options, streams), options_(options) {}
 
  private:
   void listOther(const ObjectFile& file) override {
@@ -79,17 +79,17 @@ void Lister::listImage(const macho::Image<P>& image) {
 
 }  // namespace
 
-int runOtool(const std::vector<std::string>& arguments) {
-  if (arguments == std::vector<std::string>{"--help"}) {
-    printOut(kUsage);
+int run(const Arguments& arguments, const Streams& streams) {
+  if (arguments.words == std::vector<std::string>{"--help"}) {
+    streams.out(kUsage);
     return 0;
   }
   OtoolOptions options;
   ErrorText error;
-  if (!options.parse(arguments, &error)) {
-    return listing::refuseUsage("otool", error.text(), kUsage);
+  if (!options.parse(arguments.words, &error)) {
+    return listing::refuseUsage("otool", error.text(), kUsage, streams);
   }
-  return Lister(options).run();
+  return Lister(options, streams).run();
 }
 
-}  // namespace tovrek
+}  // namespace tovrek::otool

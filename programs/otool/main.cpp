@@ -1,5 +1,6 @@
+#include "host/program.h"
 #include "programs/otool/Otool.h"
 
 int main(int argc, char** argv) {
-  return tovrek::runOtool({argv + 1, argv + argc});
+  return tovrek::runProgram(argc, argv, tovrek::otool::run);
 }

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "listing/meant_file.h"
-#include "log/SystemLog.h"
 
 namespace tovrek::listing {
 
@@ -42,11 +41,12 @@ void Listing::complain(const std::string& text) {
 
 void Listing::warn(const std::string& text) {
   output_.flush();
-  printError(text);
+  streams_.error(text);
 }
 
-int refuseUsage(std::string_view program, const std::string& reason, std::string_view usage) {
-  printError(fmt::format("error: {}: {}\n{}", program, reason, usage));
+int refuseUsage(std::string_view program, const std::string& reason, std::string_view usage,
+                const Streams& streams) {
+  streams.error(fmt::format("error: {}: {}\n{}", program, reason, usage));
   return 1;
 }
 

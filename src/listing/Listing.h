@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/Streams.h"
 #include "listing/ListingOptions.h"
 #include "listing/Output.h"
 #include "macho/ObjectFile.h"
@@ -14,9 +15,9 @@ namespace tovrek::listing {
 // was listed before it, and makes the exit status 1; the other files are listed all the same.
 class Listing {
  public:
-  // Both must outlive this.
-  Listing(std::string_view program, const ListingOptions& options)
-      : program_(program), options_(options) {}
+  // All must outlive this.
+  Listing(std::string_view program, const ListingOptions& options, const Streams& streams)
+      : output_(streams.out), program_(program), options_(options), streams_(streams) {}
   virtual ~Listing() = default;
   Listing(const Listing&) = delete;
   Listing& operator=(const Listing&) = delete;
@@ -42,10 +43,12 @@ class Listing {
 
   std::string_view program_;
   const ListingOptions& options_;
+  const Streams& streams_;
   bool failed_ = false;
 };
 
 // Tells of arguments that make no sense, with the usage; gives the exit status.
-int refuseUsage(std::string_view program, const std::string& reason, std::string_view usage);
+int refuseUsage(std::string_view program, const std::string& reason, std::string_view usage,
+                const Streams& streams);
 
 }  // namespace tovrek::listing

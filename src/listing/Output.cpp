@@ -1,10 +1,6 @@
 #include "listing/Output.h"
 
-#include "log/SystemLog.h"
-
 namespace tovrek::listing {
-
-Output::Output() : Output(printOut) {}
 
 void Output::text(std::string_view text) {
   buffer_.append(text.data(), text.data() + text.size());

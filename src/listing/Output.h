@@ -14,7 +14,6 @@ class Output {
  public:
   using Writer = std::function<void(std::string_view)>;
 
-  Output();  // to standard output
   explicit Output(Writer writer) : writer_(std::move(writer)) {}
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
