@@ -16,7 +16,8 @@
 #include <string>
 #include <vector>
 
-#include "engine/entry_points.h"
+#include "engine/file_check.h"
+#include "engine/file_insertion.h"
 #include "tests/support/LargeImage.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -97,12 +98,13 @@ void writeFile(const std::string& path, const std::string& bytes) {
 void printRow(uint64_t megabytes, const char* kind, const std::string& image,
               const test::TemporaryFolder& folder) {
   const std::string path = folder.file("image");
+  const WrapperLogger logger("Bench", std::nullopt);
   writeFile(path, image);
   const double size = static_cast<double>(image.size()) / (1 << 20);
   const Measurement reading = measure([] {}, [&] { readOnce(path); });
-  const Measurement checking = measure([] {}, [&] { check(path, false, false); });
-  const Measurement inserting =
-      measure([&] { writeFile(path, image); }, [&] { addDylib(kApplication, path, false); });
+  const Measurement checking = measure([] {}, [&] { check(path, {}, logger); });
+  const Measurement inserting = measure([&] { writeFile(path, image); },
+                                        [&] { addDylib(kApplication, path, false, {}, logger); });
   fmt::print("| {} | {} | {:.2f} | {:.2f} | {:.2f} | {:.2f} | {:.2f} | {:.2f} |\n", megabytes, kind,
              reading.seconds * 1e3, checking.seconds * 1e3, checking.seconds / reading.seconds,
              checking.megabytes / size, inserting.seconds * 1e3, inserting.megabytes / size);

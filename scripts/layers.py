@@ -10,9 +10,8 @@ import sys
 
 LAYERS = {
     # Libraries, in src/.
-    "converter": ["package"],
-    "package": ["engine", "icons", "params"],
-    "params": ["profile"],
+    "converter": ["engine", "package", "profile"],
+    "package": ["icons", "tools"],
     "profile": ["tools"],
     "tools": ["context", "formats"],
     "context": ["icons", "log", "settings"],
@@ -30,6 +29,9 @@ LAYERS = {
     "log": ["host"],
     "settings": ["host"],
     "host": [],
+    # Libraries that no program links.
+    "drawing": ["formats", "log"],
+    "reserve": ["engine", "formats"],
     # Programs, in programs/.
     "programs/tovrek": ["converter"],
     "programs/codesign": ["signing/verify", "keychain"],

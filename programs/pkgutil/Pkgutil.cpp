@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/files.h"
+#include "host/version.h"
 #include "launch/programs.h"
 
 namespace tovrek::pkgutil {
@@ -60,16 +61,16 @@ int listPackages(const std::string& pattern, const Streams& streams) {
 }
 
 constexpr std::string_view kText =
-    "package-id: {}\nversion: 20.5.0\nvolume: /\nlocation: /\ninstall-time: {}\n";
+    "package-id: {0}\nversion: {2}\nvolume: /\nlocation: /\ninstall-time: {1}\n";
 constexpr std::string_view kPlist =
     "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
     "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
     "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
     "<plist version=\"1.0\">\n<dict>\n"
-    "\t<key>pkgid</key>\n\t<string>{}</string>\n"
-    "\t<key>install-time</key>\n\t<integer>{}</integer>\n"
+    "\t<key>pkgid</key>\n\t<string>{0}</string>\n"
+    "\t<key>install-time</key>\n\t<integer>{1}</integer>\n"
     "\t<key>install-location</key>\n\t<string>/</string>\n"
-    "\t<key>pkg-version</key>\n\t<string>20.5.0</string>\n"
+    "\t<key>pkg-version</key>\n\t<string>{2}</string>\n"
     "\t<key>volume</key>\n\t<string>/</string>\n</dict>\n</plist>\n";
 
 int showPackage(std::string_view package, bool asPlist, const Streams& streams) {
@@ -79,7 +80,7 @@ int showPackage(std::string_view package, bool asPlist, const Streams& streams) 
     streams.error(fmt::format("No receipt for '{}' found at '/'.\n", package));
     return 1;
   }
-  streams.out(fmt::format(fmt::runtime(asPlist ? kPlist : kText), package, *installed));
+  streams.out(fmt::format(fmt::runtime(asPlist ? kPlist : kText), package, *installed, kToolVersion));
   return 0;
 }
 

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <array>
+#include <memory>
 #include <utility>
 
 #include "host/host_info.h"
@@ -13,17 +14,25 @@
 #include "programs/tovrek/SignCommand.h"
 #include "programs/tovrek/WrapCommand.h"
 #include "programs/tovrek/constants.h"
+#include "tools/host_checks.h"
 
 namespace tovrek {
 namespace {
 
-constexpr std::array<std::pair<const char*, FlagField>, 5> kCommandWords = {{
-    {"Wrap", &ConverterSettings::isWrapCommand},
-    {"Sign", &ConverterSettings::isSignCommand},
-    {"SetInfo", &ConverterSettings::isSetInfoCommand},
-    {"GetInfo", &ConverterSettings::isGetInfoCommand},
-    {"SdkPrep", &ConverterSettings::isSdkPrepCommand},
+constexpr std::array<std::pair<const char*, CommandWord>, 5> kCommandWords = {{
+    {"Wrap", CommandWord::kWrap},
+    {"Sign", CommandWord::kSign},
+    {"SetInfo", CommandWord::kSetInfo},
+    {"GetInfo", CommandWord::kGetInfo},
+    {"SdkPrep", CommandWord::kSdkPrep},
 }};
+
+CommandWord commandWordFor(std::string_view argument) {
+  for (const auto& [text, word] : kCommandWords) {
+    if (equalsIgnoringCase(argument, text)) return word;
+  }
+  return CommandWord::kNone;
+}
 
 constexpr char kFirstWordMissing[] =
     "First command option is missing ex: \"Wrap\" ,\"Sign\" ,\" SetInfo\",\"GetInfo\" Command "
@@ -42,38 +51,83 @@ bool isEmpty(const std::optional<std::string>& text) {
   return !text || text->empty();
 }
 
-std::unique_ptr<WexToolkitCommand> commandFor(const AppConverterParam& param) {
-  if (param.isWrapCommand) return std::make_unique<WrapCommand>();
-  if (param.isSignCommand) return std::make_unique<SignCommand>();
-  if (param.isSetInfoCommand) return std::make_unique<SetInfoCommand>();
-  if (param.isSdkPrepCommand) return std::make_unique<SdkPrepCommand>();
+std::unique_ptr<WexToolkitCommand> commandFor(CommandWord word) {
+  switch (word) {
+    case CommandWord::kWrap:
+      return std::make_unique<WrapCommand>();
+    case CommandWord::kSign:
+      return std::make_unique<SignCommand>();
+    case CommandWord::kSetInfo:
+      return std::make_unique<SetInfoCommand>();
+    case CommandWord::kSdkPrep:
+      return std::make_unique<SdkPrepCommand>();
+    case CommandWord::kNone:
+    case CommandWord::kGetInfo:
+      break;
+  }
   return nullptr;
+}
+
+bool checkRequiredArguments(const Request& request, ErrorText* error) {
+  const bool isWrap = request.command == CommandWord::kWrap;
+  const bool isSign = request.command == CommandWord::kSign;
+  if (!request.isUpdate && (isWrap || isSign)) {
+    if (!request.certificate) return failMissingArgument(error, "-Cert");
+    if (!request.provisionProfile) return failMissingArgument(error, "-Profile");
+  }
+  if (request.isUpdate && request.command != CommandWord::kSetInfo && !request.appStoreUrl) {
+    return failMissingArgument(error, "-storeURL");
+  }
+  if (!request.inputFile) return failMissingArgument(error, "-in");
+  if (!isWrap && !request.outputFile) return failMissingArgument(error, "-out");
+  if (isWrap && !request.outputFile && !request.outputBundleFile) {
+    return failMissingArgument(error, "-out/-outBundle");
+  }
+  if (request.isUpdate && request.command == CommandWord::kSdkPrep && !request.entitlementsPath) {
+    return failMissingArgument(error, "-entitlements");
+  }
+  return true;
+}
+
+bool checkSdkInput(const Request& request, ErrorText* error) {
+  const std::string extension = pathExtension(*request.inputFile);
+  if (request.appMode && request.command == CommandWord::kWrap &&
+      equalsIgnoringCase(extension, "ipa") && !request.isSDK && isEmpty(request.outputFile) &&
+      isEmpty(request.outputBundleFile)) {
+    return fail(error,
+                "-sdk is not set to YES when -in parameter is ipa and -appMode is specified");
+  }
+  if (equalsIgnoringCase(extension, "app") && !request.isSDK) {
+    return fail(error, "-sdk is not set to YES when -in parameter is app");
+  }
+  return true;
 }
 
 }  // namespace
 
-AppConverterParam* CommandLineProcessor::processCommandLine(
+std::optional<Request> CommandLineProcessor::processCommandLine(
     const std::vector<std::string>& arguments, ErrorText* error) {
-  converterParamTemp_ = std::make_unique<AppConverterParam>();
-  converterParam_.reset();
+  request_ = Request();
+  words_.clear();
   helpShown_ = false;
 
-  if (!checkDeveloperTools(error)) return nullptr;
+  if (!checkDeveloperTools(error)) return std::nullopt;
   const std::string folder = programFolder();
-  converterParamTemp_->wexToolKitPath = folder.empty() ? kFallbackToolkitFolder : folder;
+  request_.wexToolKitPath = folder.empty() ? kFallbackToolkitFolder : folder;
 
-  if (!matchCommandWord(arguments, error) || !runCommand(arguments, error)) return nullptr;
-  if (!checkRequiredArguments(error) || !checkSdkInput(error)) return nullptr;
-  return converterParam_.get();
+  if (!matchCommandWord(arguments, error) || !runCommand(arguments, error)) return std::nullopt;
+  if (!checkRequiredArguments(request_, error) || !checkSdkInput(request_, error)) {
+    return std::nullopt;
+  }
+  return request_;
 }
 
 bool CommandLineProcessor::checkDeveloperTools(ErrorText* error) {
-  const bool installed =
-      AppConverterParam::verifyCommandLineToolisInstalled([&](bool isInstalled, bool mayInstall) {
-        if (isInstalled) return;
-        fail(error, mayInstall ? kToolsBeingInstalled : kToolsToBeInstalled);
-        if (mayInstall) converterParamTemp_->installCommandLineTools();
-      });
+  const bool installed = verifyCommandLineToolisInstalled([&](bool isInstalled, bool mayInstall) {
+    if (isInstalled) return;
+    fail(error, mayInstall ? kToolsBeingInstalled : kToolsToBeInstalled);
+    if (mayInstall) installCommandLineTools();
+  });
   if (!installed) systemLog(" Returning as no command line tools are installed");
   return installed;
 }
@@ -81,8 +135,8 @@ bool CommandLineProcessor::checkDeveloperTools(ErrorText* error) {
 bool CommandLineProcessor::matchCommandWord(const std::vector<std::string>& arguments,
                                             ErrorText* error) {
   std::set<std::string> seen;
-  for (size_t i = 1; i < arguments.size(); ++i) {
-    if (!checkArgument(arguments[i], i == 1, &seen, error)) return false;
+  for (size_t i = 0; i < arguments.size(); ++i) {
+    if (!checkArgument(arguments[i], i == 0, &seen, error)) return false;
   }
   return true;
 }
@@ -96,76 +150,23 @@ bool CommandLineProcessor::checkArgument(const std::string& argument, bool isFir
                                    "once.",
                                    argument));
   }
-  const int matches = setMatchingFlag(argument);
-  if (isFirst && matches == 0) return fail(error, kFirstWordMissing);
-  const int words = matches + (isFirst ? 0 : 1);
-  return words == 1 || fail(error, kSeveralWords);
-}
-
-int CommandLineProcessor::setMatchingFlag(std::string_view argument) {
-  int matches = 0;
-  for (const auto& [word, flag] : kCommandWords) {
-    if (!equalsIgnoringCase(argument, word)) continue;
-    converterParamTemp_.get()->*flag = true;
-    ++matches;
-  }
-  return matches;
+  const CommandWord word = commandWordFor(argument);
+  if (word != CommandWord::kNone) words_.insert(word);
+  if (!isFirst) return word == CommandWord::kNone || fail(error, kSeveralWords);
+  request_.command = word;
+  return word != CommandWord::kNone || fail(error, kFirstWordMissing);
 }
 
 bool CommandLineProcessor::runCommand(const std::vector<std::string>& arguments, ErrorText* error) {
-  if (const auto command = commandFor(*converterParamTemp_)) {
-    const bool accepted = command->validateParams(arguments, error, *converterParamTemp_);
-    helpShown_ = command->helpShown();
-    if (!accepted) return false;
-    converterParam_ = std::make_unique<AppConverterParam>(*converterParamTemp_);
-  }
-  if (converterParamTemp_->isGetInfoCommand) {
+  if (request_.command == CommandWord::kGetInfo) {
     return fail(error, fmt::format("Command ({}) not implemented.", "GetInfo"));
   }
-  return true;
-}
-
-bool CommandLineProcessor::checkRequiredArguments(ErrorText* error) const {
-  // Without any argument no command ran, and the input is what is missing.
-  if (!converterParam_) return failMissingArgument(error, "-in");
-  const AppConverterParam& param = *converterParam_;
-  if (!param.isUpdate && (param.isWrapCommand || param.isSignCommand)) {
-    if (!param.certificate) return failMissingArgument(error, "-Cert");
-    if (!param.provisionProfile) return failMissingArgument(error, "-Profile");
-  }
-  if (param.isUpdate && !param.isSetInfoCommand && !param.appStoreUrl) {
-    return failMissingArgument(error, "-storeURL");
-  }
-  if (!param.inputFile) return failMissingArgument(error, "-in");
-  if (!param.isWrapCommand && !param.outputFile) return failMissingArgument(error, "-out");
-  if (param.isWrapCommand && !param.outputFile && !param.outputBundleFile) {
-    return failMissingArgument(error, "-out/-outBundle");
-  }
-  if (param.isUpdate && param.isSdkPrepCommand && !param.entitlementsPath) {
-    return failMissingArgument(error, "-entitlements");
-  }
-  return true;
-}
-
-bool CommandLineProcessor::checkSdkInput(ErrorText* error) const {
-  const AppConverterParam& param = *converterParam_;
-  const std::string extension = pathExtension(*param.inputFile);
-  if (param.appMode && param.isWrapCommand && equalsIgnoringCase(extension, "ipa") &&
-      !param.isSDK && isEmpty(param.outputFile) && isEmpty(param.outputBundleFile)) {
-    return fail(error,
-                "-sdk is not set to YES when -in parameter is ipa and -appMode is specified");
-  }
-  if (equalsIgnoringCase(extension, "app") && !param.isSDK) {
-    return fail(error, "-sdk is not set to YES when -in parameter is app");
-  }
-  return true;
-}
-
-bool CommandLineProcessor::checkForCommandParam(std::string_view text) {
-  for (const char* word : {"Wrap", "Sign", "GetInfo", "SetInfo"}) {
-    if (equalsIgnoringCase(text, word)) return true;
-  }
-  return false;
+  const auto command = commandFor(request_.command);
+  // Without any argument no command runs, and the input is what is missing.
+  if (!command) return failMissingArgument(error, "-in");
+  const bool accepted = command->validateParams(arguments, error, request_, keychain_);
+  helpShown_ = command->helpShown();
+  return accepted;
 }
 
 }  // namespace tovrek

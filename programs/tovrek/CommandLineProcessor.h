@@ -1,26 +1,29 @@
-// From the program's arguments to a filled record.
+// From the program's arguments to a filled request.
 #pragma once
 
-#include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "context/PellRequest.h"
+#include "converter/Request.h"
 #include "host/ErrorText.h"
-#include "params/AppConverterParam.h"
 #include "programs/tovrek/WexToolkitCommand.h"
 
 namespace tovrek {
 
 class CommandLineProcessor {
  public:
-  // Checks the host's tools, matches the command word (the first argument after the program's
-  // name) and lets its command read the rest. The record stays the processor's. Null with the
-  // reason in the slot; null without one when the help was printed, or when the missing tools
-  // were only reported to the system log.
-  AppConverterParam* processCommandLine(const std::vector<std::string>& arguments,
-                                        ErrorText* error);
+  // `keychain` gets the choice of one as soon as its option is met. It must outlive the processor.
+  explicit CommandLineProcessor(PellRequest& keychain) : keychain_(keychain) {}
+
+  // Checks the host's tools, matches the command word (the first argument) and lets its command
+  // read the rest. None with the reason in the slot; none without one when the help was printed, or
+  // when the missing tools were only reported to the system log.
+  std::optional<Request> processCommandLine(const std::vector<std::string>& arguments,
+                                            ErrorText* error);
   // Whether the run is over because the help was asked for.
   bool helpShown() const { return helpShown_; }
 
@@ -36,13 +39,11 @@ class CommandLineProcessor {
   bool matchCommandWord(const std::vector<std::string>& arguments, ErrorText* error);
   bool checkArgument(const std::string& argument, bool isFirst, std::set<std::string>* seen,
                      ErrorText* error);
-  int setMatchingFlag(std::string_view argument);
   bool runCommand(const std::vector<std::string>& arguments, ErrorText* error);
-  bool checkRequiredArguments(ErrorText* error) const;
-  bool checkSdkInput(ErrorText* error) const;
 
-  std::unique_ptr<AppConverterParam> converterParamTemp_;  // being filled
-  std::unique_ptr<AppConverterParam> converterParam_;      // accepted by a command
+  PellRequest& keychain_;
+  Request request_;                // being filled
+  std::set<CommandWord> words_{};  // met so far; more than one is a mistake
   bool helpShown_ = false;
 };
 

@@ -14,7 +14,7 @@ namespace {
 
 bool takeUrl(OptionTarget& target, const std::string& value) {
   if (!takeStoreUrl(target, value, UrlForm::kEscaped)) return false;
-  target.param.isSDK = true;
+  target.request.isSDK = true;
   return true;
 }
 
@@ -24,8 +24,8 @@ bool takeAppMode(OptionTarget& target, const std::string& value) {
   if (mode != 1 && mode != 2 && mode != 3 && mode != 5) {
     return failInvalidValue(target.error, "-appMode");
   }
-  target.param.appMode = value;
-  target.param.isSDK = true;
+  target.request.appMode = value;
+  target.request.isSDK = true;
   printTrace(fmt::format("appMode ({})", value));
   return true;
 }
@@ -39,8 +39,8 @@ bool takeAppType(OptionTarget& target, const std::string& value) {
   printTrace(fmt::format("appType ({})", value));
   for (const auto& [name, code] : kCodes) {
     if (!equalsIgnoringCase(value, name)) continue;
-    target.param.appMode = code;
-    target.param.isSDK = true;
+    target.request.appMode = code;
+    target.request.isSDK = true;
     return true;
   }
   printOut(fmt::format("INVALID appType value {} \n", value));
@@ -48,30 +48,30 @@ bool takeAppType(OptionTarget& target, const std::string& value) {
 }
 
 OptionTable options() {
-  using P = ConverterSettings;
+  using R = Request;
   return {
-      valueOption("-in", &P::inputFile, "inputFile ({})", Form::kStandardizedPath),
-      valueOption("-out", &P::outputFile, "outputFile ({})", Form::kTrimmed),
-      valueOption("-packageId", &P::packageId, "packageId  ({})", Form::kWithoutQuotes),
-      valueOption("-appDesc", &P::description, "package description ({})", Form::kWithoutQuotes),
-      valueOption("-logFile", &P::logFile, "logFile name ({})"),
-      levelOption("-logWriteLevel", &P::logWriteLevel),
-      levelOption("-logDisplayLevel", &P::logDisplayLevel),
-      valueOption("-minPlatform", &P::minPlatform, "minPlatform ({})"),
-      valueOption("-maxPlatform", &P::maxPlatform, "maxPlatform ({})"),
-      valueOption("-excludedDevices", &P::excludedDevices, "excludedDevices ({})",
+      valueOption("-in", &R::inputFile, "inputFile ({})", Form::kStandardizedPath),
+      valueOption("-out", &R::outputFile, "outputFile ({})", Form::kTrimmed),
+      valueOption("-packageId", &R::packageId, "packageId  ({})", Form::kWithoutQuotes),
+      valueOption("-appDesc", &R::description, "package description ({})", Form::kWithoutQuotes),
+      valueOption("-logFile", &R::logFile, "logFile name ({})"),
+      levelOption("-logWriteLevel", &R::logWriteLevel),
+      levelOption("-logDisplayLevel", &R::logDisplayLevel),
+      valueOption("-minPlatform", &R::minPlatform, "minPlatform ({})"),
+      valueOption("-maxPlatform", &R::maxPlatform, "maxPlatform ({})"),
+      valueOption("-excludedDevices", &R::excludedDevices, "excludedDevices ({})",
                   Form::kWithoutQuotes),
       checkedOption("-storeURL", takeUrl),
       checkedOption("-appMode", takeAppMode),
       checkedOption("-appType", takeAppType),
-      valueOption("-policyXML", &P::appSpecificPolicyFilepath, "policyXML ({})",
+      valueOption("-policyXML", &R::appSpecificPolicyFilepath, "policyXML ({})",
                   Form::kStandardizedPath),
-      valueOption("-entitlements", &P::entitlementsPath, "entitlements ({})",
+      valueOption("-entitlements", &R::entitlementsPath, "entitlements ({})",
                   Form::kStandardizedPath),
       // No path, yet read like one: build scripts may rely on it.
-      valueOption("-appIdPrefix", &P::teamId, "appIdPrefix ({})", Form::kStandardizedPath),
-      valueOption("-adalClientID", &P::adalClientId, "ADAL Client ID ({}) ", Form::kTrimmed),
-      valueOption("-adalNSGResource", &P::adalNSGResource, "ADAL NSG Resource ({}) "),
+      valueOption("-appIdPrefix", &R::teamId, "appIdPrefix ({})", Form::kStandardizedPath),
+      valueOption("-adalClientID", &R::adalClientId, "ADAL Client ID ({}) ", Form::kTrimmed),
+      valueOption("-adalNSGResource", &R::adalNSGResource, "ADAL NSG Resource ({}) "),
   };
 }
 
@@ -79,8 +79,8 @@ OptionTable options() {
 
 SdkPrepCommand::SdkPrepCommand() : WexToolkitCommand("SdkPrep", options(), helpText) {}
 
-bool SdkPrepCommand::finish(AppConverterParam& param, ErrorText*) {
-  param.isUpdate = true;
+bool SdkPrepCommand::finish(Request& request, ErrorText*) {
+  request.isUpdate = true;
   return true;
 }
 

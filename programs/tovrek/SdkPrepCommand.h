@@ -13,7 +13,7 @@ class SdkPrepCommand : public WexToolkitCommand {
   static std::string helpText();
 
  protected:
-  bool finish(AppConverterParam& param, ErrorText* error) override;
+  bool finish(Request& request, ErrorText* error) override;
   bool refuseUnknown(const std::string& argument, ErrorText* error) override;
 };
 

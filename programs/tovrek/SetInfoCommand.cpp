@@ -5,55 +5,55 @@
 namespace tovrek {
 namespace {
 
-enum SdkOperation : int32_t { kNone = 0, kStoreAddress = 1, kEmbeddedBundle = 2 };
-
 // Decides for one of the two operations, which exclude each other.
 bool chooseOperation(OptionTarget& target, SdkOperation wanted) {
-  const SdkOperation other = wanted == kStoreAddress ? kEmbeddedBundle : kStoreAddress;
-  if (target.param.sdkOp == other) {
+  const SdkOperation chosen = target.request.sdkOp;
+  if (chosen != SdkOperation::kNone && chosen != wanted) {
     return fail(target.error,
                 "Error: Parameter value is invalid. You can use either -storeURL or -embedBundle, "
                 "but not both.");
   }
-  target.param.sdkOp = wanted;
+  target.request.sdkOp = wanted;
   return true;
 }
 
 Option storeUrlOption() {
-  return {"-storeURL", [](OptionTarget& target) { return chooseOperation(target, kStoreAddress); },
+  return {"-storeURL",
+          [](OptionTarget& target) { return chooseOperation(target, SdkOperation::kStoreAddress); },
           [](OptionTarget& target, const std::string& value) {
             if (!takeStoreUrl(target, value, UrlForm::kEscaped)) return false;
-            target.param.isSDK = true;
+            target.request.isSDK = true;
             return true;
           }};
 }
 
 Option embedBundleOption() {
-  return {"-embedBundle",
-          [](OptionTarget& target) { return chooseOperation(target, kEmbeddedBundle); },
-          [](OptionTarget& target, const std::string& value) {
-            printTrace("embed bundle ");
-            target.param.embedBundlePath = value;
-            target.param.isSDK = true;
-            return true;
-          }};
+  return {
+      "-embedBundle",
+      [](OptionTarget& target) { return chooseOperation(target, SdkOperation::kEmbeddedBundle); },
+      [](OptionTarget& target, const std::string& value) {
+        printTrace("embed bundle ");
+        target.request.embedBundlePath = value;
+        target.request.isSDK = true;
+        return true;
+      }};
 }
 
 OptionTable options() {
-  using P = ConverterSettings;
+  using R = Request;
   return {
-      valueOption("-in", &P::inputFile, "inputFile ({})", Form::kStandardizedPath),
-      valueOption("-out", &P::outputFile, "outputFile ({})", Form::kTrimmed),
-      valueOption("-appDesc", &P::description, "package description ({})", Form::kWithoutQuotes),
-      valueOption("-logFile", &P::logFile, "logFile name ({})"),
-      levelOption("-logWriteLevel", &P::logWriteLevel),
-      levelOption("-logDisplayLevel", &P::logDisplayLevel),
-      valueOption("-minPlatform", &P::minPlatform, "minPlatform ({})"),
-      valueOption("-maxPlatform", &P::maxPlatform, "maxPlatform ({})"),
-      valueOption("-excludedDevices", &P::excludedDevices, "excludedDevices ({})"),
+      valueOption("-in", &R::inputFile, "inputFile ({})", Form::kStandardizedPath),
+      valueOption("-out", &R::outputFile, "outputFile ({})", Form::kTrimmed),
+      valueOption("-appDesc", &R::description, "package description ({})", Form::kWithoutQuotes),
+      valueOption("-logFile", &R::logFile, "logFile name ({})"),
+      levelOption("-logWriteLevel", &R::logWriteLevel),
+      levelOption("-logDisplayLevel", &R::logDisplayLevel),
+      valueOption("-minPlatform", &R::minPlatform, "minPlatform ({})"),
+      valueOption("-maxPlatform", &R::maxPlatform, "maxPlatform ({})"),
+      valueOption("-excludedDevices", &R::excludedDevices, "excludedDevices ({})"),
       storeUrlOption(),
       embedBundleOption(),
-      valueOption("-policyXML", &P::appSpecificPolicyFilepath, "policyXML ({})",
+      valueOption("-policyXML", &R::appSpecificPolicyFilepath, "policyXML ({})",
                   Form::kStandardizedPath),
   };
 }
@@ -62,8 +62,8 @@ OptionTable options() {
 
 SetInfoCommand::SetInfoCommand() : WexToolkitCommand("SetInfo", options(), helpText) {}
 
-bool SetInfoCommand::finish(AppConverterParam& param, ErrorText*) {
-  param.isUpdate = true;
+bool SetInfoCommand::finish(Request& request, ErrorText*) {
+  request.isUpdate = true;
   return true;
 }
 

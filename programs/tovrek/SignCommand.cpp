@@ -8,18 +8,18 @@ namespace tovrek {
 namespace {
 
 OptionTable options() {
-  using P = ConverterSettings;
+  using R = Request;
   return {
-      valueOption("-Cert", &P::certificate, "certificate ({})"),
-      valueOption("-Profile", &P::provisionProfile, "provisionProfile ({})"),
-      valueOption("-in", &P::inputFile, "inputFile ({})", Form::kStandardizedPath),
-      valueOption("-out", &P::outputFile, "outputFile ({})", Form::kTrimmed),
-      valueOption("-logFile", &P::logFile, "logFile name ({})"),
-      levelOption("-logWriteLevel", &P::logWriteLevel),
-      levelOption("-logDisplayLevel", &P::logDisplayLevel),
-      yesNoOption("-reSign", &P::isResign, "resign ({})"),
-      yesNoOption("-wexResign", &P::isWEXSigning, "wexResign ({})"),
-      flagOption("-upgrade", &P::preserveUpgradeCompatibility, true, "Upgrade "),
+      valueOption("-Cert", &R::certificate, "certificate ({})"),
+      valueOption("-Profile", &R::provisionProfile, "provisionProfile ({})"),
+      valueOption("-in", &R::inputFile, "inputFile ({})", Form::kStandardizedPath),
+      valueOption("-out", &R::outputFile, "outputFile ({})", Form::kTrimmed),
+      valueOption("-logFile", &R::logFile, "logFile name ({})"),
+      levelOption("-logWriteLevel", &R::logWriteLevel),
+      levelOption("-logDisplayLevel", &R::logDisplayLevel),
+      yesNoOption("-reSign", &R::isResign, "resign ({})"),
+      yesNoOption("-wexResign", &R::isWEXSigning, "wexResign ({})"),
+      flagOption("-upgrade", &R::preserveUpgradeCompatibility, true, "Upgrade "),
   };
 }
 
@@ -27,8 +27,9 @@ bool failConflict(ErrorText* error, std::string_view one, std::string_view other
   return fail(error, fmt::format("Command line argument ({}) conflicts with ({}).", one, other));
 }
 
-bool checkKinds(const AppConverterParam& param, ErrorText* error) {
-  return !(param.isResign && param.isWEXSigning) || failConflict(error, "-resign", "-wexResign");
+bool checkKinds(const Request& request, ErrorText* error) {
+  return !(request.isResign && request.isWEXSigning) ||
+         failConflict(error, "-resign", "-wexResign");
 }
 
 // "/a/b/app_Resign.ipa" for "/a/b/app.ipa".
@@ -41,18 +42,16 @@ std::string outputBeside(const std::string& input) {
 
 SignCommand::SignCommand() : WexToolkitCommand("Sign", options(), helpText) {}
 
-bool SignCommand::finish(AppConverterParam& param, ErrorText* error) {
-  if (!checkKinds(param, error)) return false;
-  if (param.isResign && param.isSignCommand && !param.isWrapCommand && param.isSDK) {
-    return failConflict(error, "-resign", "-sdk");
-  }
-  if (!param.inputFile) return failMissingArgument(error, "-in");
-  if (!param.outputFile) param.outputFile = outputBeside(*param.inputFile);
-  const std::string extension = pathExtension(*param.inputFile);
-  if (equalsIgnoringCase(extension, "ipa")) param.isResign = true;
-  if (equalsIgnoringCase(extension, "wex")) param.isWEXSigning = true;
+bool SignCommand::finish(Request& request, ErrorText* error) {
+  if (!checkKinds(request, error)) return false;
+  if (request.isResign && request.isSDK) return failConflict(error, "-resign", "-sdk");
+  if (!request.inputFile) return failMissingArgument(error, "-in");
+  if (!request.outputFile) request.outputFile = outputBeside(*request.inputFile);
+  const std::string extension = pathExtension(*request.inputFile);
+  if (equalsIgnoringCase(extension, "ipa")) request.isResign = true;
+  if (equalsIgnoringCase(extension, "wex")) request.isWEXSigning = true;
   // The input's kind may contradict the option.
-  return checkKinds(param, error);
+  return checkKinds(request, error);
 }
 
 std::string SignCommand::helpText() {

@@ -13,7 +13,7 @@ class SignCommand : public WexToolkitCommand {
   static std::string helpText();
 
  protected:
-  bool finish(AppConverterParam& param, ErrorText* error) override;
+  bool finish(Request& request, ErrorText* error) override;
 };
 
 }  // namespace tovrek

@@ -30,12 +30,12 @@ bool WexToolkitCommand::CheckForMissingParamValue(std::string_view text) const {
 }
 
 bool WexToolkitCommand::validateParams(const std::vector<std::string>& arguments, ErrorText* error,
-                                       AppConverterParam& param) {
-  OptionTarget target{param, error};
-  for (size_t next = 2; next < arguments.size();) {
+                                       Request& request, PellRequest& keychain) {
+  OptionTarget target{request, keychain, error};
+  for (size_t next = 1; next < arguments.size();) {
     if (!readOption(arguments, &next, target)) return false;
   }
-  return finish(param, error);
+  return finish(request, error);
 }
 
 // Reads the option at `*next` with its value and moves `*next` behind them.

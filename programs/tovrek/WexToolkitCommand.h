@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "converter/Request.h"
 #include "host/ErrorText.h"
-#include "params/AppConverterParam.h"
 #include "programs/tovrek/options.h"
 
 namespace tovrek {
@@ -15,11 +15,11 @@ class WexToolkitCommand {
  public:
   virtual ~WexToolkitCommand() = default;
 
-  // Reads the command's options from `arguments` (program name and command word in front) into
-  // the record, printing a trace line for most, and makes the command's own checks. False with
-  // the reason in the slot, or when the help was asked for.
-  bool validateParams(const std::vector<std::string>& arguments, ErrorText* error,
-                      AppConverterParam& param);
+  // Reads the command's options from `arguments` (command word in front) into
+  // the request, the keychain at once, printing a trace line for most, and makes the command's own
+  // checks. False with the reason in the slot, or when the help was asked for.
+  bool validateParams(const std::vector<std::string>& arguments, ErrorText* error, Request& request,
+                      PellRequest& keychain);
   // Whether "-help" was met and answered, which ends the run well.
   bool helpShown() const { return helpShown_; }
 
@@ -35,7 +35,7 @@ class WexToolkitCommand {
   WexToolkitCommand(std::string word, OptionTable table, std::string (*help)());
 
   // Runs after the last option.
-  virtual bool finish(AppConverterParam& param, ErrorText* error) = 0;
+  virtual bool finish(Request& request, ErrorText* error) = 0;
   // An argument that is no option.
   virtual bool refuseUnknown(const std::string& argument, ErrorText* error);
 

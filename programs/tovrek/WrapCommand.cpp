@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "context/PellRequest.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
 
@@ -15,9 +14,9 @@ constexpr char kGeneral[] = "2";
 constexpr char kEnterprise[] = "3";
 
 bool takeOutBundle(OptionTarget& target, const std::string& value) {
-  target.param.outputBundleFile = trimmed(value);
-  target.param.appMode = kGeneral;
-  printTrace(fmt::format("outputBundleFile ({})", *target.param.outputBundleFile));
+  target.request.outputBundleFile = trimmed(value);
+  target.request.appMode = kGeneral;
+  printTrace(fmt::format("outputBundleFile ({})", *target.request.outputBundleFile));
   return true;
 }
 
@@ -31,20 +30,20 @@ bool takeAppMode(OptionTarget& target, const std::string& value) {
   if (value != kPremium && value != kGeneral && value != kEnterprise) {
     return failInvalidValue(target.error, "-appMode");
   }
-  target.param.appMode = value;
+  target.request.appMode = value;
   printTrace(fmt::format("appMode ({})", value));
   return true;
 }
 
 bool takeAppType(OptionTarget& target, const std::string& value) {
   if (equalsIgnoringCase(value, "premium")) {
-    target.param.appMode = kPremium;
+    target.request.appMode = kPremium;
   } else if (equalsIgnoringCase(value, "general")) {
-    target.param.appMode = kGeneral;
+    target.request.appMode = kGeneral;
   } else if (equalsIgnoringCase(value, "enterprise")) {
-    target.param.appMode = kEnterprise;
-    target.param.packageApp = true;
-    target.param.isSDK = true;
+    target.request.appMode = kEnterprise;
+    target.request.packageApp = true;
+    target.request.isSDK = true;
   } else {
     return failInvalidValue(target.error, "-appType");
   }
@@ -52,14 +51,14 @@ bool takeAppType(OptionTarget& target, const std::string& value) {
   return true;
 }
 
-bool takeKeychainPath(OptionTarget&, const std::string& value) {
-  PellRequest::sharedInstance().setKeychainPath(value);
+bool takeKeychainPath(OptionTarget& target, const std::string& value) {
+  target.keychain.setKeychainPath(value);
   printTrace(fmt::format("Keychain path ({}) ", value));
   return true;
 }
 
-bool meetPell(OptionTarget&) {
-  PellRequest::sharedInstance().setPellRequestFlag(true);
+bool meetPell(OptionTarget& target) {
+  target.keychain.setPellRequestFlag(true);
   printTrace("PELL ");
   return true;
 }
@@ -76,23 +75,23 @@ Option packageAppOption(bool* requested) {
 
 // `packageAppRequested` is set when the option is met.
 OptionTable options(bool* packageAppRequested) {
-  using P = ConverterSettings;
+  using R = Request;
   return {
-      valueOption("-Cert", &P::certificate, "certificate ({})"),
-      valueOption("-Profile", &P::provisionProfile, "provisionProfile ({})"),
-      valueOption("-in", &P::inputFile, "inputFile ({})", Form::kStandardizedPath),
-      valueOption("-out", &P::outputFile, "outputFile ({})", Form::kTrimmed),
+      valueOption("-Cert", &R::certificate, "certificate ({})"),
+      valueOption("-Profile", &R::provisionProfile, "provisionProfile ({})"),
+      valueOption("-in", &R::inputFile, "inputFile ({})", Form::kStandardizedPath),
+      valueOption("-out", &R::outputFile, "outputFile ({})", Form::kTrimmed),
       checkedOption("-outBundle", takeOutBundle),
-      valueOption("-appDesc", &P::description, "package description ({})"),
-      valueOption("-bundleID", &P::replacementBundleID, "bundle identifier ({})"),
-      valueOption("-logFile", &P::logFile, "logFile name ({})"),
-      levelOption("-logWriteLevel", &P::logWriteLevel),
-      levelOption("-logDisplayLevel", &P::logDisplayLevel),
-      valueOption("-appName", &P::appFriendlyName, "appname ({})"),
-      flagOption("-upgrade", &P::preserveUpgradeCompatibility, true, ""),
-      valueOption("-minPlatform", &P::minPlatform, "minPlatform ({})"),
-      valueOption("-maxPlatform", &P::maxPlatform, "maxPlatform ({})"),
-      valueOption("-excludedDevices", &P::excludedDevices, "excludedDevices ({})"),
+      valueOption("-appDesc", &R::description, "package description ({})"),
+      valueOption("-bundleID", &R::replacementBundleID, "bundle identifier ({})"),
+      valueOption("-logFile", &R::logFile, "logFile name ({})"),
+      levelOption("-logWriteLevel", &R::logWriteLevel),
+      levelOption("-logDisplayLevel", &R::logDisplayLevel),
+      valueOption("-appName", &R::appFriendlyName, "appname ({})"),
+      flagOption("-upgrade", &R::preserveUpgradeCompatibility, true, ""),
+      valueOption("-minPlatform", &R::minPlatform, "minPlatform ({})"),
+      valueOption("-maxPlatform", &R::maxPlatform, "maxPlatform ({})"),
+      valueOption("-excludedDevices", &R::excludedDevices, "excludedDevices ({})"),
       {"-sdk", refuseSdk, nullptr},
       packageAppOption(packageAppRequested),
       checkedOption("-storeURL",
@@ -101,14 +100,15 @@ OptionTable options(bool* packageAppRequested) {
                     }),
       checkedOption("-appMode", takeAppMode),
       checkedOption("-appType", takeAppType),
-      valueOption("-policyXML", &P::appSpecificPolicyFilepath, "policyXML ({})",
+      valueOption("-policyXML", &R::appSpecificPolicyFilepath, "policyXML ({})",
                   Form::kStandardizedPath),
       {"-pell", meetPell, nullptr},
       checkedOption("-keychainPath", takeKeychainPath),
-      flagOption("-noStripExtensions", &P::stripExtensions, false, "No Strip Extensions "),
-      flagOption("-useNetworkOnlyLib", &P::useNetworkOnlyLib, true, "Use network only lib "),
-      valueOption("-adalClientID", &P::adalClientId, "ADAL Client ID ({}) ", Form::kTrimmed),
-      valueOption("-adalNSGResource", &P::adalNSGResource, "ADAL NSG Resource ({}) "),
+      flagOption("-noStripExtensions", &R::stripExtensions, false, "No Strip Extensions "),
+      flagOption("-useNetworkOnlyLib", &R::library, LibraryKind::kNetworkOnly,
+                 "Use network only lib "),
+      valueOption("-adalClientID", &R::adalClientId, "ADAL Client ID ({}) ", Form::kTrimmed),
+      valueOption("-adalNSGResource", &R::adalNSGResource, "ADAL NSG Resource ({}) "),
   };
 }
 
@@ -116,9 +116,9 @@ OptionTable options(bool* packageAppRequested) {
 
 WrapCommand::WrapCommand() : WexToolkitCommand("Wrap", options(&packageAppRequested_), helpText) {}
 
-bool WrapCommand::finish(AppConverterParam& param, ErrorText*) {
+bool WrapCommand::finish(Request& request, ErrorText*) {
   // An SDK app is embedded only when asked for; what -appType set before does not count.
-  param.packageApp = !param.isSDK || packageAppRequested_;
+  request.packageApp = !request.isSDK || packageAppRequested_;
   return true;
 }
 

@@ -13,7 +13,7 @@ class WrapCommand : public WexToolkitCommand {
   static std::string helpText();
 
  protected:
-  bool finish(AppConverterParam& param, ErrorText* error) override;
+  bool finish(Request& request, ErrorText* error) override;
 
  private:
   bool packageAppRequested_ = false;

@@ -4,8 +4,6 @@
 namespace tovrek {
 
 inline constexpr char kToolTitle[] = "Command Line Interface for WEX Toolkit";
-inline constexpr char kToolVersion[] = "20.5.0";
-inline constexpr char kToolBuild[] = "0";
 inline constexpr char kEnvironment[] = "Test";
 inline constexpr char kSeparatorLine[] = "------------------------------";
 // Where the toolkit is taken to be when the program's own place is unknown.

@@ -1,19 +1,8 @@
-#include <exception>
-#include <string>
-#include <vector>
-
-#include "host/signals.h"
-#include "log/SystemLog.h"
-#include "programs/tovrek/run_toolkit.h"
+#include "host/program.h"
+#include "programs/tovrek/Toolkit.h"
 
 int main(int argc, char** argv) {
-  tovrek::installSignalHandlers();
-  try {
-    return tovrek::runToolkit(std::vector<std::string>(argv, argv + argc));
-  } catch (const std::exception& failure) {
-    tovrek::printError(std::string("\nThe run was given up: ") + failure.what() + "\n");
-  } catch (...) {
-    tovrek::printError("\nThe run was given up for an unknown reason\n");
-  }
-  return tovrek::kExitConversionFailed;
+  return tovrek::runProgram(
+      argc, argv, tovrek::toolkit::run,
+      {.cleansUpOnSignals = true, .onUncaught = tovrek::toolkit::reportUncaught});
 }

@@ -31,7 +31,7 @@ bool takeLevel(OptionTarget& target, LevelField field, std::string_view name,
   int64_t level = 0;
   const auto result = std::from_chars(value.data(), value.data() + value.size(), level);
   if (result.ec == std::errc::result_out_of_range) level = std::numeric_limits<int64_t>::max();
-  target.param.*field = level;
+  target.request.*field = level;
   printTrace(fmt::format("{} ({})", name.substr(1), level));
   return true;
 }
@@ -57,8 +57,8 @@ std::string inForm(Form form, const std::string& value) {
 
 Option valueOption(std::string name, TextField field, std::string label, Form form) {
   return checkedOption(std::move(name), [=](OptionTarget& target, const std::string& value) {
-    target.param.*field = inForm(form, value);
-    printTrace(filled(label, *(target.param.*field)));
+    target.request.*field = inForm(form, value);
+    printTrace(filled(label, *(target.request.*field)));
     return true;
   });
 }
@@ -71,21 +71,11 @@ Option levelOption(std::string name, LevelField field) {
 
 Option yesNoOption(std::string name, FlagField field, std::string label) {
   return checkedOption(std::move(name), [=](OptionTarget& target, const std::string& value) {
-    if (equalsIgnoringCase(value, "yes")) target.param.*field = true;
-    if (equalsIgnoringCase(value, "no")) target.param.*field = false;
+    if (equalsIgnoringCase(value, "yes")) target.request.*field = true;
+    if (equalsIgnoringCase(value, "no")) target.request.*field = false;
     printTrace(filled(label, value));
     return true;
   });
-}
-
-Option flagOption(std::string name, FlagField field, bool value, std::string label) {
-  return {std::move(name),
-          [=](OptionTarget& target) {
-            target.param.*field = value;
-            if (!label.empty()) printTrace(label);
-            return true;
-          },
-          nullptr};
 }
 
 Option checkedOption(std::string name,
@@ -94,7 +84,7 @@ Option checkedOption(std::string name,
 }
 
 bool takeStoreUrl(OptionTarget& target, const std::string& value, UrlForm form) {
-  target.param.appStoreUrl = value;
+  target.request.appStoreUrl = value;
   if (!isUrlWithSchemeAndHost(form == UrlForm::kEscaped ? percentEscaped(value) : value)) {
     return failInvalidValue(target.error, "-storeURL");
   }

@@ -6,16 +6,19 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "context/PellRequest.h"
+#include "converter/Request.h"
 #include "host/ErrorText.h"
-#include "params/AppConverterParam.h"
 
 namespace tovrek {
 
 // What the rows of a table work on while a command line is read.
 struct OptionTarget {
-  AppConverterParam& param;
+  Request& request;
+  PellRequest& keychain;
   ErrorText* error;
 };
 
@@ -30,10 +33,10 @@ struct Option {
 
 using OptionTable = std::vector<Option>;
 
-// A field of the record.
-using TextField = std::optional<std::string> ConverterSettings::*;
-using LevelField = int64_t ConverterSettings::*;
-using FlagField = bool ConverterSettings::*;
+// A field of the request.
+using TextField = std::optional<std::string> Request::*;
+using LevelField = int64_t Request::*;
+using FlagField = bool Request::*;
 
 // How a value becomes what is stored.
 enum class Form { kAsTyped, kStandardizedPath, kTrimmed, kWithoutQuotes };
@@ -47,7 +50,8 @@ Option levelOption(std::string name, LevelField field);
 // "yes" and "no" in any case; other words leave the field as it is. The trace has the word.
 Option yesNoOption(std::string name, FlagField field, std::string label);
 // Sets the field; prints "Option: <label>\n" unless the label is empty.
-Option flagOption(std::string name, FlagField field, bool value, std::string label);
+template <class Value>
+Option flagOption(std::string name, Value Request::*field, Value value, std::string label);
 // A value with its own rule, trace included.
 Option checkedOption(std::string name,
                      std::function<bool(OptionTarget&, const std::string& value)> take);
@@ -58,6 +62,17 @@ bool takeStoreUrl(OptionTarget& target, const std::string& value, UrlForm form);
 
 // Prints "Option: <text>\n".
 void printTrace(std::string_view text);
+
+template <class Value>
+Option flagOption(std::string name, Value Request::*field, Value value, std::string label) {
+  return {std::move(name),
+          [=](OptionTarget& target) {
+            target.request.*field = value;
+            if (!label.empty()) printTrace(label);
+            return true;
+          },
+          nullptr};
+}
 
 // Failures that options share; all answer false.
 bool failMissingValue(ErrorText* error, std::string_view option);

@@ -11,19 +11,16 @@
 namespace tovrek {
 
 void CommandLineProcessor::printCommandUsage() const {
-  const AppConverterParam* param =
-      converterParam_ ? converterParam_.get() : converterParamTemp_.get();
-  if (param != nullptr && param->isWrapCommand) {
-    systemLog("\n" + WrapCommand::helpText());
-  } else if (param != nullptr && param->isSetInfoCommand) {
-    systemLog("\n" + SetInfoCommand::helpText());
-  } else if (param != nullptr && param->isSignCommand) {
-    systemLog("\n" + SignCommand::helpText());
-  } else if (param != nullptr && param->isSdkPrepCommand) {
-    systemLog("\n" + SdkPrepCommand::helpText());
-  } else {
-    printUsage();
+  // Of several words, the first in this order.
+  constexpr std::pair<CommandWord, std::string (*)()> kHelp[] = {
+      {CommandWord::kWrap, WrapCommand::helpText},
+      {CommandWord::kSetInfo, SetInfoCommand::helpText},
+      {CommandWord::kSign, SignCommand::helpText},
+      {CommandWord::kSdkPrep, SdkPrepCommand::helpText}};
+  for (const auto& [word, help] : kHelp) {
+    if (words_.contains(word)) return systemLog("\n" + help());
   }
+  printUsage();
 }
 
 void CommandLineProcessor::printUsage() {

@@ -2,6 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <array>
+#include <utility>
+
 #include "archive/patterns.h"
 
 namespace tovrek::unzip {
@@ -43,41 +46,40 @@ bool UnzipOptions::readFlags(const std::string& flags, bool* wantsDestination, b
     return true;
   }
   for (size_t i = 0; i < flags.size(); ++i) {
-    switch (flags[i]) {
-      case 'q':
-        ++quiet;
-        break;
-      case 'o':
-        existing = Existing::kReplace;
-        break;
-      case 'n':
-        existing = Existing::kKeep;
-        break;
-      case 'j':
-        junkPaths = true;
-        break;
-      case 'l':
-        action = Action::kList;
-        break;
-      case 'v':
-        action = Action::kListVerbosely;
-        break;
-      case 't':
-        action = Action::kTest;
-        break;
-      case 'p':
-        action = Action::kPipe;
-        break;
-      case 'x':
-        *excluding = true;
-        break;
-      case 'd':
-        destination = flags.substr(i + 1);
-        *wantsDestination = destination.empty();
-        return true;
-      default:
-        return fail(error, fmt::format("option -{} is not supported", flags[i]));
+    if (flags[i] == 'd') {
+      destination = flags.substr(i + 1);
+      *wantsDestination = destination.empty();
+      return true;
     }
+    if (flags[i] == 'x') {
+      *excluding = true;
+    } else if (!readFlag(flags[i])) {
+      return fail(error, fmt::format("option -{} is not supported", flags[i]));
+    }
+  }
+  return true;
+}
+
+bool UnzipOptions::readFlag(char flag) {
+  constexpr std::array<std::pair<char, Action>, 4> kActions = {{
+      {'l', Action::kList},
+      {'v', Action::kListVerbosely},
+      {'t', Action::kTest},
+      {'p', Action::kPipe},
+  }};
+  for (const auto& [letter, chosen] : kActions) {
+    if (flag != letter) continue;
+    action = chosen;
+    return true;
+  }
+  if (flag == 'q') {
+    ++quiet;
+  } else if (flag == 'j') {
+    junkPaths = true;
+  } else if (flag == 'o' || flag == 'n') {
+    existing = flag == 'o' ? Existing::kReplace : Existing::kKeep;
+  } else {
+    return false;
   }
   return true;
 }

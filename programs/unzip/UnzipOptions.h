@@ -31,6 +31,7 @@ struct UnzipOptions {
  private:
   bool readFlags(const std::string& flags, bool* wantsDestination, bool* excluding,
                  ErrorText* error);
+  bool readFlag(char flag);
 };
 
 }  // namespace tovrek::unzip

@@ -8,6 +8,7 @@
 #include "host/HostRoot.h"
 #include "host/host_info.h"
 #include "host/paths.h"
+#include "host/version.h"
 #include "launch/programs.h"
 
 namespace tovrek::xcode_select {
@@ -74,7 +75,7 @@ int run(const Arguments& arguments, const Streams& streams) {
   if (option == "-p" || option == "--print-path" || option == "-print-path") {
     streams.out(developerFolder() + "\n");
   } else if (option == "-v" || option == "--version") {
-    streams.out("xcode-select version 20.5.0.\n");
+    streams.out(fmt::format("xcode-select version {}.\n", kToolVersion));
   } else if (option == "-h" || option == "--help") {
     streams.out(kUsage);
   } else if (takesValue || option == "-r" || option == "--reset" || option == "-reset") {

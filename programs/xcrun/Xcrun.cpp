@@ -6,6 +6,7 @@
 #include <initializer_list>
 #include <string_view>
 
+#include "host/version.h"
 #include "launch/programs.h"
 #include "programs/xcrun/package_application.h"
 
@@ -100,7 +101,7 @@ int run(const Arguments& arguments, const Streams& streams) {
       return 0;
     }
     if (isOneOf(word, {"-version", "--version"})) {
-      streams.out("xcrun version 20.5.0.\n");
+      streams.out(fmt::format("xcrun version {}.\n", kToolVersion));
       return 0;
     }
     if (isOneOf(word, {"-f", "-find", "--find"}) && words.size() > 1)

@@ -21,6 +21,21 @@ constexpr std::array<std::pair<std::string_view, char>, 7> kLongNames = {{
     {"delete", 'd'},
 }};
 
+constexpr std::array<std::pair<char, bool ZipOptions::*>, 6> kSwitches = {{
+    {'q', &ZipOptions::quiet},
+    {'r', &ZipOptions::recurse},
+    {'y', &ZipOptions::storeLinks},
+    {'j', &ZipOptions::junkPaths},
+    {'D', &ZipOptions::withoutFolders},
+    {'X', &ZipOptions::withoutExtra},
+}};
+
+constexpr std::array<std::pair<char, ZipOptions::Action>, 3> kActions = {{
+    {'d', ZipOptions::Action::kDelete},
+    {'h', ZipOptions::Action::kUsage},
+    {'v', ZipOptions::Action::kVersion},
+}};
+
 }  // namespace
 
 bool ZipOptions::read(const std::vector<std::string>& arguments, ErrorText* error) {
@@ -93,36 +108,13 @@ bool ZipOptions::readFlags(const std::string& flags, std::vector<std::string>** 
 }
 
 bool ZipOptions::readFlag(char flag) {
-  switch (flag) {
-    case 'q':
-      quiet = true;
-      return true;
-    case 'r':
-      recurse = true;
-      return true;
-    case 'y':
-      storeLinks = true;
-      return true;
-    case 'j':
-      junkPaths = true;
-      return true;
-    case 'D':
-      withoutFolders = true;
-      return true;
-    case 'X':
-      withoutExtra = true;
-      return true;
-    case 'd':
-      action = Action::kDelete;
-      return true;
-    case 'h':
-      action = Action::kUsage;
-      return true;
-    case 'v':
-      action = Action::kVersion;
-      return true;
-    default:
-      break;
+  for (const auto& [letter, chosen] : kSwitches) {
+    if (flag == letter) return this->*chosen = true;
+  }
+  for (const auto& [letter, chosen] : kActions) {
+    if (flag != letter) continue;
+    action = chosen;
+    return true;
   }
   if (flag < '0' || flag > '9') return false;
   level = flag - '0';

@@ -82,6 +82,12 @@ def second_app(entries):
                       for name, value in entries.items() if name.startswith(APP)}
 
 
+def intune_settings(entries):
+    """An app with Intune inside and a client of its own."""
+    settings = {"ADALClientId": "own client"}
+    return APPS["intune"](set_values(IntuneMAMSettings=settings)(entries))
+
+
 URL_TYPES = [{"CFBundleURLName": "x"}, {"CFBundleURLSchemes": ["one", "two"]}, "text"]
 
 # Each makes an app archive from the demo app's entries.
@@ -123,6 +129,8 @@ APPS = {
     "no-extensions": without("PlugIns", "Watch"),
     "extension-without-info": without("PlugIns/Share.appex/Info.plist"),
     "loose-library": file_of("Frameworks/libloose.dylib", b"no library", 0o100755),
+    "intune": file_of("IntuneMAMResources.bundle/x", b"x"),
+    "intune-settings": intune_settings,
     "own-policies": file_of("policy_metadata.xml", b"<PolicyMetadata/>\n"),
     "own-rules": file_of("ResourceRules.plist", plistlib.dumps({"rules": {"^": True}})),
     "own-resource-rules": set_values(CFBundleResourceSpecification="ResourceRules.plist"),

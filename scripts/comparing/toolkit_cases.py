@@ -143,6 +143,10 @@ def app_variants():
                  "extension-without-info", "framework-without-info", "loose-library"):
         yield from both_settings(sign, "app " + name, app=f"IN/apps/{name}.ipa",
                                  out=("-out", "Out.ipa"))
+    for name in ("intune", "intune-settings"):
+        for values in (("client", "resource"), ("", "")):
+            yield wrap(f"app {name}, values {values[0]!r}", "-adalClientID", values[0],
+                       "-adalNSGResource", values[1], app=f"IN/apps/{name}.ipa")
     for name in damage.archives(bytes(3000)):
         yield wrap("damaged app " + name, app=f"IN/apps/damaged-{name}.ipa")
         yield sign("damaged package " + name, app=f"IN/packages/damaged-{name}.wex")

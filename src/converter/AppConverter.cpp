@@ -2,89 +2,82 @@
 
 #include <fmt/format.h>
 
-#include "converter/common.h"
-#include "engine/MachORebuildLib.h"
-#include "host/paths.h"
+#include <utility>
+
+#include "converter/Run.h"
+#include "converter/input.h"
+#include "converter/package_resign_flow.h"
+#include "converter/resign_flow.h"
+#include "converter/sdk_prep_flow.h"
+#include "converter/set_info_flow.h"
+#include "converter/wrap_flow.h"
 #include "log/SystemLog.h"
-#include "log/module_loggers.h"
-#include "package/AppBundle.h"
-#include "package/TemporaryDirectory.h"
-#include "package/UnzippedIpa.h"
 
 namespace tovrek {
 
-using namespace converter;
+using converter::Run;
 
-AppConverter::AppConverter(AppConverterParam& param, TKProgressor& progressor,
-                           std::string contentPath, Settings settings)
-    : converterParam_(param),
+AppConverter::AppConverter(const Request& request, RunContext& context, TKProgressor& progressor,
+                           std::string contentPath, UnpackedInput input)
+    : request_(request),
+      context_(context),
       progressor_(progressor),
       contentPath_(std::move(contentPath)),
-      settings_(settings),
-      isSDK_(param.isSDK),
-      isUpdate_(param.isUpdate),
-      isInputApp_(pathExtension(param.inputFile.value_or("")) == "app") {
-  logger().logDetailed("ContentPath is " + contentPath_);
+      input_(std::move(input)) {
+  context_.loggers.toolkit.logDetailed("ContentPath is " + contentPath_);
 }
 
-AppConverter::~AppConverter() = default;
-
-void AppConverter::initializeLogging(const AppConverterParam& param) {
-  for (WrapperLogger* logger : {&Global_TKLib_Logger(), &Global_ManifestLib_logger()}) {
-    logger->setLogDisplayLevel(param.logDisplayLevel);
-    logger->setLogFileWriteLevel(param.logWriteLevel);
-    logger->setLogFilename(param.logFile);
+void AppConverter::initializeLogging(const Request& request, RunContext& context) {
+  for (WrapperLogger* logger : {&context.loggers.toolkit, &context.loggers.manifest}) {
+    logger->setLogDisplayLevel(request.logDisplayLevel);
+    logger->setLogFileWriteLevel(request.logWriteLevel);
+    logger->setLogFilename(request.logFile);
   }
-  MachORebuildLib::load();
-  MachORebuildLib::setLogFilename(param.logFile);
-  MachORebuildLib::setLogDisplayLevel(param.logDisplayLevel);
-  MachORebuildLib::setLogFileWriteLevel(param.logWriteLevel);
 }
 
-std::shared_ptr<UnzippedIpa> AppConverter::unzipIpa(const std::optional<std::string>& inputPath,
-                                                    std::shared_ptr<TemporaryDirectory>* tempDir,
-                                                    ErrorText* error) {
-  fail(error, "Invalid input");
-  if (!inputPath || tempDir == nullptr) return nullptr;
-  if (!*tempDir) {
-    *tempDir = std::make_shared<TemporaryDirectory>();
-    if (!(*tempDir)->Create(error)) return nullptr;
-  }
-  // Unpacking clears the slot that it is given; ours keeps its text after a success.
-  ErrorText reason;
-  auto ipa = UnzippedIpa::UnzippedIpaObjForInputFile(*inputPath, tempDir->get(), &reason);
-  if (!ipa && error != nullptr) *error = reason;
-  return ipa;
-}
-
-bool AppConverter::unzipIpaAndProcessConverterParameters(
-    AppConverterParam& param, std::shared_ptr<TemporaryDirectory> tempDir, ErrorText* error) {
-  const auto ipa = unzipIpa(param.inputFile, &tempDir, error);
-  if (!ipa) return false;
-  param.unzippedIpaInstance = ipa;
-  param.unzippedInputDirObj = tempDir;
+bool AppConverter::unzipIpaAndProcessConverterParameters(const Request& request,
+                                                         const RunContext& context,
+                                                         UnpackedInput* input, ErrorText* error) {
+  input->ipa = converter::unzipIpa(request.inputFile, &input->directory, error);
+  if (!input->ipa) return false;
 
   ErrorText previous;
-  const auto bundle = UnzippedIpa::appBundleForUnzippedIpa(ipa.get(), &previous);
+  const auto bundle = UnzippedIpa::appBundleForUnzippedIpa(input->ipa.get(), &previous);
   if (!bundle) {
     return fail(error, fmt::format("appBundle not found ({}). Error:{}", previous.text(),
                                    "Cannot find app package. Please choose a valid input file."));
   }
-  BundleInspection inspection;
-  checkIfAppBundle(*bundle, &inspection);
-  if (!param.isSDK && inspection.hasWEXSDKFramework) {
-    param.isSDK = true;
-    systemLog("WARNING:: INPUT file is a SDK app.");
-  }
-  if (!param.isSDK) return true;
+  converter::BundleInspection inspection;
+  checkIfAppBundle(context, *bundle, &inspection);
+  if (!request.isSDK && !inspection.hasWEXSDKFramework) return true;
+  if (!request.isSDK) systemLog("WARNING:: INPUT file is a SDK app.");
   systemLog("CRITICAL:: Wrap SDK app with this command is unsupported.");
   return fail(error,
               "To wrap, choose a valid file that does not include the WEX framework. Wrapping an "
               "SDK app with this tool is not supported.");
 }
 
-std::string AppConverter::contentFile(std::string_view name) const {
-  return joinPath(contentPath_, name);
+Run AppConverter::newRun() {
+  return Run(request_, context_, progressor_, contentPath_, std::move(input_));
+}
+
+bool AppConverter::CreatePackage(ErrorText* error) {
+  Run run = newRun();
+  if (request_.command == CommandWord::kSetInfo || (request_.isSDK && request_.isUpdate)) {
+    return updatePackage(run, error);
+  }
+  if (request_.isResign) return resignApp(run, error);
+  return request_.isSDK ? wrapSdkApp(run, error) : wrapApp(run, error);
+}
+
+bool AppConverter::CreatePackageFromWex(ErrorText* error) {
+  Run run = newRun();
+  return resignPackage(run, error);
+}
+
+bool AppConverter::EmbedResourcesIntoApp(ErrorText* error) {
+  Run run = newRun();
+  return prepareSdkApp(run, error);
 }
 
 }  // namespace tovrek

@@ -4,14 +4,8 @@
 
 #include "host/files.h"
 #include "host/paths.h"
-#include "log/module_loggers.h"
-#include "tools/tool_run.h"
 
 namespace tovrek::converter {
-
-WrapperLogger& logger() {
-  return Global_TKLib_Logger();
-}
 
 std::string shown(const std::optional<std::string>& value) {
   return value.value_or("(null)");
@@ -21,14 +15,13 @@ bool isEmpty(const std::optional<std::string>& value) {
   return !value || value->empty();
 }
 
-std::optional<PlistDictionary> signedEntitlements(const std::string& path) {
-  Command command;
-  command.argv = {"/usr/bin/codesign", "-d", "--entitlements", ":-", path};
-  command.standardError = StandardError::kCapture;
-  const Outcome outcome = runQuietly(command);
-  const auto plist = outcome.status == 0 ? parsePlist(outcome.output) : std::nullopt;
-  if (!plist || !plist->dictionary()) return std::nullopt;
-  return *plist->dictionary();
+std::string escapeExecutableString(std::string_view text) {
+  std::string escaped;
+  for (const char c : text) {
+    if (c == '\\' || c == '"' || c == '$' || c == '`' || c == '\'') escaped += '\\';
+    escaped += c;
+  }
+  return escaped;
 }
 
 std::string prefixOf(std::string_view applicationIdentifier) {
@@ -46,7 +39,9 @@ std::string replaceAll(std::string_view text, std::string_view from, std::string
   }
 }
 
-namespace {
+bool failMissingFile(ErrorText* error, std::string_view path) {
+  return fail(error, fmt::format("A required file at this location does not exist: {}", path));
+}
 
 bool failToCopy(const std::string& from, const std::string& to, const ErrorText& reason,
                 ErrorText* error) {
@@ -54,7 +49,9 @@ bool failToCopy(const std::string& from, const std::string& to, const ErrorText&
               fmt::format("Failed to copy file from {} to {}. Error:{}", from, to, reason.text()));
 }
 
-}  // namespace
+bool failToRemove(const ErrorText& reason, ErrorText* error) {
+  return fail(error, fmt::format("Failed to remove _CodeSignature. Error:{}", reason.text()));
+}
 
 bool copyOrFail(const std::string& from, const std::string& to, ErrorText* error) {
   ErrorText reason;

@@ -5,23 +5,17 @@
 #include <string>
 #include <string_view>
 
-#include "formats/PlistValue.h"
 #include "host/ErrorText.h"
-#include "log/WrapperLogger.h"
 
 namespace tovrek::converter {
-
-// The logger of the pipeline, module "ToolkitLib".
-WrapperLogger& logger();
 
 // The value for use in a message; "(null)" for none.
 std::string shown(const std::optional<std::string>& value);
 // None, or of no letters.
 bool isEmpty(const std::optional<std::string>& value);
 
-// The entitlements that the code at `path` is signed with; none without signature or entitlements.
-// Nothing is logged: to have none is usual for nested code.
-std::optional<PlistDictionary> signedEntitlements(const std::string& path);
+// `text` for use between double quote characters of a shell command line.
+std::string escapeExecutableString(std::string_view text);
 
 // The team's part of an application identifier: what stands before the first "."; all of it
 // without one.
@@ -29,12 +23,19 @@ std::string prefixOf(std::string_view applicationIdentifier);
 // `from` must have letters.
 std::string replaceAll(std::string_view text, std::string_view from, std::string_view to);
 
+// Fails as a file that a step needs and that is not there.
+bool failMissingFile(ErrorText* error, std::string_view path);
 // Copies; a failure gives "Failed to copy file from ... to ... Error:...".
 bool copyOrFail(const std::string& from, const std::string& to, ErrorText* error);
 // The same for a file of the scratch folder that has no further use there.
 bool handOverOrFail(const std::string& from, const std::string& to, ErrorText* error);
 // Removes what stands at `to` first, link or not, and ignores when that fails.
 bool replaceByCopy(const std::string& from, const std::string& to, ErrorText* error);
+// Fails with that text of a copy.
+bool failToCopy(const std::string& from, const std::string& to, const ErrorText& reason,
+                ErrorText* error);
+// Fails with the text for what cannot be removed, whatever it is.
+bool failToRemove(const ErrorText& reason, ErrorText* error);
 
 // Whether `path`, all links resolved, is `folder` or lies below it. False for a missing item.
 bool liesInside(const std::string& path, const std::string& folder);

@@ -1,33 +1,29 @@
 #include "engine/MachORebuildLib.h"
 
 #include "engine/entry_points.h"
+#include "log/SystemLog.h"
 
 namespace tovrek {
 namespace {
 
-WrapperLogger newLogger() {
-  return {"MachORebuildLib", std::nullopt};
+bool report(const std::optional<EngineFailure>& failure, int32_t* errorCode) {
+  if (!failure) return true;
+  printError(failure->line);
+  if (errorCode != nullptr) *errorCode = static_cast<int32_t>(failure->code);
+  return false;
 }
 
 }  // namespace
 
-WrapperLogger& MachORebuildLib::logger() {
-  static WrapperLogger instance = newLogger();
-  return instance;
-}
-
-void MachORebuildLib::load() {
-  logger() = newLogger();
-}
-
 bool MachORebuildLib::insertBinaryType(int binaryType, bool libraryType, const std::string& path,
-                                       int32_t* errorCode, Settings settings) {
-  return addOrvaneDylib(binaryType, libraryType, path, errorCode, settings);
+                                       int32_t* errorCode, Settings settings) const {
+  return report(addOrvaneDylib(binaryType, libraryType, path, settings, logger_), errorCode);
 }
 
 bool MachORebuildLib::checkOrderSDKLibraryType(bool libraryType, const std::string& path,
-                                               int32_t* errorCode, Settings settings) {
-  return checkOrderDynamicLibrariesInSDKImage(libraryType, path, errorCode, settings);
+                                               int32_t* errorCode, Settings settings) const {
+  return report(checkOrderDynamicLibrariesInSDKImage(libraryType, path, settings, logger_),
+                errorCode);
 }
 
 }  // namespace tovrek

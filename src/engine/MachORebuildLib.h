@@ -1,13 +1,9 @@
-// The engine's operations and its process-wide logger, as the front uses them.
+// The engine's operations and its logger, as the front uses them.
 #pragma once
 
-#include <fmt/format.h>
-
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "log/WrapperLogger.h"
@@ -20,36 +16,28 @@ class Config {
   static std::string getVersion() { return "1.0"; }
 };
 
-// Class-level operations only. The levels and the file name are those of the logger.
+// The levels and the file name are those of its logger, which starts without a file.
 class MachORebuildLib {
  public:
-  static void setLogDisplayLevel(int64_t level) { logger().setLogDisplayLevel(level); }
-  static void setLogFileWriteLevel(int64_t level) { logger().setLogFileWriteLevel(level); }
-  static void setLogFilename(std::optional<std::string> name) {
-    logger().setLogFilename(std::move(name));
-  }
-  static WrapperLogger& logger();
+  void setLogDisplayLevel(int64_t level) { logger_.setLogDisplayLevel(level); }
+  void setLogFileWriteLevel(int64_t level) { logger_.setLogFileWriteLevel(level); }
+  void setLogFilename(std::optional<std::string> name) { logger_.setLogFilename(std::move(name)); }
+  const WrapperLogger& logger() const { return logger_; }
   static std::string getVersion() { return Config::getVersion(); }
 
-  // Inserts the libraries' load commands into the executable at `path`. On a failure `errorCode`
-  // gets one of MachORebuildErrors; failures in the engine's own words are thrown.
-  static bool insertBinaryType(int binaryType, bool libraryType, const std::string& path,
-                               int32_t* errorCode, Settings settings = {});
+  // Inserts the libraries' load commands into the executable at `path`. A numeric failure is
+  // printed, stored in `errorCode` as one of MachORebuildErrors and false; failures in the
+  // engine's own words are thrown.
+  bool insertBinaryType(int binaryType, bool libraryType, const std::string& path,
+                        int32_t* errorCode, Settings settings = {}) const;
   // Checks the order of the libraries that an SDK-built executable loads.
-  static bool checkOrderSDKLibraryType(bool libraryType, const std::string& path,
-                                       int32_t* errorCode, Settings settings = {});
-  // Replaces the process-wide logger by a new one that writes no file.
-  static void load();
-};
+  bool checkOrderSDKLibraryType(bool libraryType, const std::string& path, int32_t* errorCode,
+                                Settings settings = {}) const;
+  // Replaces the logger by a new one.
+  void load() { *this = MachORebuildLib(); }
 
-// Every trace line of the engine goes through here; lines are cut at 4095 bytes.
-template <class... Args>
-void MachORebuildLib_Log(fmt::format_string<Args...> format, Args&&... args) {
-  std::array<char, 4095> buffer;
-  const auto written =
-      fmt::format_to_n(buffer.data(), buffer.size(), format, std::forward<Args>(args)...);
-  MachORebuildLib::logger().logBasic(
-      std::string_view(buffer.data(), std::min(written.size, buffer.size())));
-}
+ private:
+  WrapperLogger logger_{"MachORebuildLib", std::nullopt};
+};
 
 }  // namespace tovrek

@@ -6,8 +6,7 @@
 #include <string_view>
 
 #include "engine/MachORebuildErrors.h"
-#include "engine/MachORebuildLib.h"
-#include "engine/entry_points.h"
+#include "engine/binary_type.h"
 
 namespace tovrek {
 namespace {
@@ -22,18 +21,18 @@ std::string textFor(int32_t code) {
 
 bool MachORebuilder::initWithBinaryType(int binaryType, bool libraryType, const std::string& path,
                                         WrapperLogger& logger, ErrorText* error) {
-  logger_ = &logger;
-  MachORebuildLib::setLogFilename(logger_->getLogFilename());
-  MachORebuildLib::setLogFileWriteLevel(logger_->getLogFileWriteLevel());
-  MachORebuildLib::setLogDisplayLevel(logger_->getLogDisplayLevel());
+  engine_.load();
+  engine_.setLogFilename(logger.getLogFilename());
+  engine_.setLogFileWriteLevel(logger.getLogFileWriteLevel());
+  engine_.setLogDisplayLevel(logger.getLogDisplayLevel());
 
   int32_t code = 0;
   bool done = false;
   try {
     if (binaryType == kAppExtension || binaryType == kApplication) {
-      done = MachORebuildLib::insertBinaryType(binaryType, libraryType, path, &code, settings_);
+      done = engine_.insertBinaryType(binaryType, libraryType, path, &code, settings_);
     } else if (binaryType == kOrderCheckOnly) {
-      done = MachORebuildLib::checkOrderSDKLibraryType(libraryType, path, &code, settings_);
+      done = engine_.checkOrderSDKLibraryType(libraryType, path, &code, settings_);
     }
   } catch (const std::exception& failure) {
     // The engine's own words (and a lack of memory) have no number.

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "engine/MachORebuildLib.h"
 #include "host/ErrorText.h"
 #include "log/WrapperLogger.h"
 #include "settings/Settings.h"
@@ -29,7 +30,7 @@ class MachORebuilder {
 
  private:
   const Settings settings_;
-  WrapperLogger* logger_ = nullptr;
+  MachORebuildLib engine_;
 };
 
 }  // namespace tovrek

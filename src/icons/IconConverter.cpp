@@ -51,11 +51,6 @@ bool fitsMemory(uint64_t bytesHeld, uint64_t imageSize) {
 
 }  // namespace
 
-IconConverter& IconConverter::shared() {
-  static IconConverter converter;
-  return converter;
-}
-
 int IconConverter::process(const std::string& path) {
   const int result = convert(path, outputPath(path));
   reset_chunks();
@@ -335,12 +330,6 @@ bool IconConverter::ConvertCopyIconFile(const std::string& outputDirectory,
     printOut("Insufficient mememory\n");
     return false;
   }
-}
-
-bool ConvertCopyIconFile(const std::string& outputDirectory, const std::string& source,
-                         const std::string& outputName, const std::string& expectedName) {
-  return IconConverter::shared().ConvertCopyIconFile(outputDirectory, source, outputName,
-                                                     expectedName);
 }
 
 }  // namespace tovrek

@@ -15,7 +15,8 @@
 
 namespace tovrek {
 
-// The converter's whole state. One object serves the process, see shared(); tests make their own.
+// The converter's whole state. One object serves a run, so that its settings last from icon to
+// icon.
 //
 // Icons come from apps of unknown origin: a file that needs more than 512 MB to convert, or whose
 // chunks and header contradict the data, is refused with one message.
@@ -35,8 +36,6 @@ class IconConverter {
   static constexpr int kFailed = 0;
   static constexpr int kConverted = 1;
   static constexpr int kNotOptimised = 16;
-
-  static IconConverter& shared();
 
   Settings& settings() { return settings_; }
 
@@ -81,10 +80,6 @@ class IconConverter {
   uint64_t bytesHeld_ = 0;     // by chunks_
   bool dataAfterEnd_ = false;  // behind IEND
 };
-
-// The shared converter's operation.
-bool ConvertCopyIconFile(const std::string& outputDirectory, const std::string& source,
-                         const std::string& outputName, const std::string& expectedName);
 
 // Copies a file byte for byte, over one that stands there; the target appears whole or not at
 // all. Prints what went wrong.

@@ -12,9 +12,4 @@ struct ModuleLoggers {
   WrapperLogger manifest{"ManifestLib", std::nullopt};
 };
 
-// To go: the same, process-wide.
-WrapperLogger& Global_Commandline_Logger();
-WrapperLogger& Global_TKLib_Logger();
-WrapperLogger& Global_ManifestLib_logger();
-
 }  // namespace tovrek

@@ -71,11 +71,13 @@ bool LoaderOpcodes::next() {
     const Action action = actions_[code >> 4];
     if (action == Action::kUnknown) {
       stop({OpcodeDamage::Kind::kOpcode, Leb128::kRead, static_cast<uint8_t>(code & 0xf0)});
-      return false;
+      break;
     }
     const Step step = perform(action, code & 0x0f);
-    if (step != Step::kOn) return step == Step::kRun;
+    if (step == Step::kRun) return true;
+    if (step == Step::kStop) break;
   }
+  cursor_ = end_;
   return false;
 }
 

@@ -73,3 +73,7 @@ bool tryArchitectures(Visitor&& visit) {
 }
 
 }  // namespace tovrek::macho
+
+// `apply` names one instantiation for an architecture.
+#define TOVREK_FOR_EACH_ARCH(apply) \
+  apply(ppc) apply(ppc64) apply(x86) apply(x86_64) apply(arm) apply(arm64)

@@ -4,18 +4,14 @@
 
 #include "formats/XmlDocument.h"
 #include "host/paths.h"
-#include "icons/IconConverter.h"
-#include "package/HelperMethods.h"
 #include "package/MobileAppPackage.h"
+#include "package/app_finishing.h"
+#include "package/bundle_icons.h"
+#include "package/icon_sizes.h"
+#include "package/manifest_edits.h"
 
 namespace tovrek {
 namespace {
-
-std::string storeUrlFor(const AppConverterParam& param) {
-  if (!param.isSDK || param.packageApp) return "";
-  const std::string url = trimmed(param.appStoreUrl.value_or(""));
-  return url.empty() ? ORVANE_DEFAULT_APPSTOREURL : url;
-}
 
 XmlElement policiesElement(const std::vector<std::string>& languageFiles) {
   XmlElement policies("Policies");
@@ -29,54 +25,45 @@ XmlElement policiesElement(const std::vector<std::string>& languageFiles) {
 
 }  // namespace
 
-ManifestLibInterface::ManifestLibInterface(const std::string& ipaFileName,
-                                           const std::optional<AppBundle>& appBundle,
-                                           const std::string& outputPackagePath,
-                                           const std::vector<std::string>& policyLanguageFiles,
-                                           const std::string& manifestXMLPath,
-                                           const std::string& appMode, WrapperLogger& logger,
-                                           const AppConverterParam& appConverterParam)
-    : outPackagePath_(outputPackagePath),
-      logger_(logger),
-      policyLanguageFiles_(policyLanguageFiles),
-      manifestXMLPath_(manifestXMLPath),
-      manifestAppInfo_{ipaFileName,
-                       appBundle,
-                       storeUrlFor(appConverterParam),
-                       appMode,
-                       HelperMethods::detectIntuneInAppBundle(appBundle ? appBundle->path() : "",
-                                                              appConverterParam.entitlementsPath),
-                       appConverterParam} {}
+std::string manifestStoreUrl(const std::optional<std::string>& appStoreUrl) {
+  const std::string url = trimmed(appStoreUrl.value_or(""));
+  return url.empty() ? ORVANE_DEFAULT_APPSTOREURL : url;
+}
+
+int ManifestLibInterface::refuse(const char* section) const {
+  context_.loggers.toolkit.logError(
+      fmt::format("Error:- We are not able to add {} section into manifest XML file", section));
+  return -1;
+}
 
 int ManifestLibInterface::buildManifestXml() {
-  const MobileAppPackage package(manifestAppInfo_);
-  XmlElement root("MobileAppPackage");
+  const WrapperLogger& logger = context_.loggers.manifest;
+  const MobileAppPackage package(appInfo_, logger);
   auto packageInfo = package.generatePackageElements();
-  if (!packageInfo) {
-    logger_.logError("Error:- We are not able to add PackageInfo section into manifest XML file");
-    return -1;
-  }
+  if (!packageInfo) return refuse("PackageInfo");
+
+  const std::optional<MobileApp> finished = finishApp(appInfo_, logger);
+  auto mobileApp = finished ? package.generateMobileAppElement(*finished) : std::nullopt;
+  if (!mobileApp) return refuse("MobileApp");
+
+  XmlElement root("MobileAppPackage");
   root.append(std::move(*packageInfo));
-  auto mobileApp = package.generateMobileAppElement();
-  if (!mobileApp) {
-    logger_.logError("Error:- We are not able to add MobileApp section into manifest XML file");
-    return -1;
-  }
   root.append(std::move(*mobileApp));
-  root.append(policiesElement(policyLanguageFiles_));
-  XmlDocument(root).save(manifestXMLPath_, XmlLayout::kCompact);
+  root.append(policiesElement(files_.policyLanguageFiles));
+  XmlDocument(root).save(files_.manifestXMLPath, XmlLayout::kCompact);
   return 0;
 }
 
 int ManifestLibInterface::copyIconFiles() {
-  const auto& bundle = manifestAppInfo_.appBundle;
+  const WrapperLogger& logger = context_.loggers.toolkit;
+  const auto& bundle = appInfo_.appBundle;
   if (!bundle) {
-    logger_.logError("ERROR! CopyIconFiles: Cannot find appBundle.");
+    logger.logError("ERROR! CopyIconFiles: Cannot find appBundle.");
     return -1;
   }
-  const auto names = HelperMethods::readIconsDetailsFromAppBundle(*bundle);
+  const auto names = readIconsDetailsFromAppBundle(*bundle, context_.loggers.manifest);
   if (!names) {
-    logger_.logError("WARNING! CopyIconFiles: Cannot find any icon files from Info.plist.");
+    logger.logError("WARNING! CopyIconFiles: Cannot find any icon files from Info.plist.");
     return -1;
   }
   int result = -1;
@@ -84,7 +71,7 @@ int ManifestLibInterface::copyIconFiles() {
     if (copyIcon(name)) {
       result = 0;
     } else {
-      logger_.logError(
+      logger.logError(
           fmt::format("ERROR! CopyIconFiles: Could not convert iOS icon PNG files to Standard "
                       "format, or file {} does not exists",
                       name));
@@ -94,16 +81,17 @@ int ManifestLibInterface::copyIconFiles() {
 }
 
 bool ManifestLibInterface::copyIcon(const std::string& name) {
-  const auto source = manifestAppInfo_.appBundle->resourcePath(name, "");
-  if (!source || !ConvertCopyIconFile(outPackagePath_, *source, name, name)) return false;
-  HelperMethods::ModifyIconFileRes(outPackagePath_, name, joinPath(outPackagePath_, name));
+  const std::string& folder = files_.outPackagePath;
+  const auto source = appInfo_.appBundle->resourcePath(name, "");
+  if (!source || !context_.icons.ConvertCopyIconFile(folder, *source, name, name)) return false;
+  ModifyIconFileRes(folder, name, joinPath(folder, name), context_.loggers.manifest);
   return true;
 }
 
 void ManifestLibInterface::GeneratePackageSizeWithIpaFile(const std::string& ipaPath) {
-  const std::string& url = manifestAppInfo_.appStoreURL;
-  HelperMethods::ModifyPackageSize(manifestXMLPath_, ipaPath,
-                                   url.empty() ? std::optional(url) : std::nullopt);
+  const std::string& url = appInfo_.appStoreURL;
+  ModifyPackageSize(files_.manifestXMLPath, ipaPath,
+                    url.empty() ? std::optional(url) : std::nullopt, context_.loggers.manifest);
 }
 
 }  // namespace tovrek

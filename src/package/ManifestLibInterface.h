@@ -1,12 +1,12 @@
-// Builds a package's manifest, with all that goes along with it: the app's Info.plist is
-// finished, its settings file "Orvane.plist" written, its icons copied into the package.
+// Builds a package's manifest and what goes along with it: the app is finished for its package,
+// its icons are copied.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "log/WrapperLogger.h"
+#include "context/RunContext.h"
 #include "package/WexManifestAppInfo.h"
 
 namespace tovrek {
@@ -14,35 +14,38 @@ namespace tovrek {
 // The store address of a package whose app is offered by a store but has no address yet.
 inline constexpr char ORVANE_DEFAULT_APPSTOREURL[] = "http://localhost/appStoreURL";
 
+// The address as a manifest says it, for an app that a store offers.
+std::string manifestStoreUrl(const std::optional<std::string>& appStoreUrl);
+
+// Where a manifest goes, and the files beside it that it names.
+struct ManifestFiles {
+  std::string outPackagePath;
+  std::string manifestXMLPath;
+  std::vector<std::string> policyLanguageFiles;
+};
+
 class ManifestLibInterface {
  public:
-  // A store address is taken over only for an SDK app that is published rather than packaged.
-  ManifestLibInterface(const std::string& ipaFileName, const std::optional<AppBundle>& appBundle,
-                       const std::string& outputPackagePath,
-                       const std::vector<std::string>& policyLanguageFiles,
-                       const std::string& manifestXMLPath, const std::string& appMode,
-                       WrapperLogger& logger, const AppConverterParam& appConverterParam);
+  // Nothing is read or started yet. `context` must outlive the object.
+  ManifestLibInterface(WexManifestAppInfo appInfo, ManifestFiles files, RunContext& context)
+      : appInfo_(std::move(appInfo)), files_(std::move(files)), context_(context) {}
 
-  // 0, or -1 when the document could not be built (logged). Edits made to the app on the way
-  // stay. A failed write of the manifest is not detected.
+  // Finishes the app and writes what the manifest says about it. 0, or -1 when the document could
+  // not be built (logged). Edits made to the app on the way stay. A failed write of the manifest
+  // is not detected.
   int buildManifestXml();
   // 0 when at least one icon was copied, else -1.
   int copyIconFiles();
   // Fills in the size, once the signed .ipa exists.
   void GeneratePackageSizeWithIpaFile(const std::string& ipaPath);
 
-  const WexManifestAppInfo& manifestAppInfo() const { return manifestAppInfo_; }
-  const std::string& outPackagePath() const { return outPackagePath_; }
-  const std::string& manifestXMLPath() const { return manifestXMLPath_; }
-
  private:
+  int refuse(const char* section) const;
   bool copyIcon(const std::string& name);
 
-  std::string outPackagePath_;
-  WrapperLogger& logger_;
-  std::vector<std::string> policyLanguageFiles_;
-  std::string manifestXMLPath_;
-  WexManifestAppInfo manifestAppInfo_;
+  WexManifestAppInfo appInfo_;
+  ManifestFiles files_;
+  RunContext& context_;
 };
 
 }  // namespace tovrek

@@ -2,12 +2,12 @@
 
 #include <fmt/format.h>
 
+#include "formats/WEX_Base64.h"
 #include "host/paths.h"
-#include "log/module_loggers.h"
-#include "package/HelperMethods.h"
 #include "package/Icon.h"
-#include "package/WEX_Base64.h"
 #include "package/WexInfoPlistModifier.h"
+#include "package/bundle_icons.h"
+#include "package/icon_sizes.h"
 
 namespace tovrek {
 namespace {
@@ -42,10 +42,11 @@ class ElementList {
 
 }  // namespace
 
-std::optional<XmlElement> MobileApp::generateMobileAppXMLFromAppBundle(const AppBundle& bundle) {
-  auto icons = GetIcons(bundle);
+std::optional<XmlElement> MobileApp::generateMobileAppXMLFromAppBundle(
+    const AppBundle& bundle, const WrapperLogger& logger) {
+  auto icons = GetIcons(bundle, logger);
   if (!icons) return std::nullopt;
-  const auto infoPlist = WexInfoPlistModifier::initWithAppBundle(bundle);
+  const auto infoPlist = WexInfoPlistModifier::initWithAppBundle(bundle, logger);
   if (!infoPlist) return std::nullopt;
   // What the app itself supports stands above what the record was made with.
   excludeDeviceTypes = infoPlist->getExcludedDevices();
@@ -88,9 +89,9 @@ XmlElement MobileApp::element(XmlElement icons) const {
   return root;
 }
 
-std::optional<XmlElement> MobileApp::GetIcons(const AppBundle& bundle) {
-  const WrapperLogger& logger = Global_ManifestLib_logger();
-  const auto names = HelperMethods::readIconsDetailsFromAppBundle(bundle);
+std::optional<XmlElement> MobileApp::GetIcons(const AppBundle& bundle,
+                                              const WrapperLogger& logger) {
+  const auto names = readIconsDetailsFromAppBundle(bundle, logger);
   if (!names) {
     logger.logError(
         fmt::format("Could not find Icon entry in {} , icons are mandatory", bundle.path()));
@@ -99,7 +100,7 @@ std::optional<XmlElement> MobileApp::GetIcons(const AppBundle& bundle) {
   XmlElement icons("Icons");
   for (const std::string& name : *names) {
     const auto file = bundle.resourcePath(deletingPathExtension(name), "png");
-    const IconResolution size = file ? HelperMethods::LoadIconImage(*file) : IconResolution();
+    const IconResolution size = file ? LoadIconImage(*file) : IconResolution();
     if (size.isKnown()) {
       icons.append(Icon{size.xRes, size.yRes, name}.GenerateIconElement());
     } else {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "formats/XmlElement.h"
+#include "log/WrapperLogger.h"
 #include "package/AppBundle.h"
 
 namespace tovrek {
@@ -13,10 +14,11 @@ namespace tovrek {
 struct MobileApp {
   // The element, with the icons and excluded devices that the bundle tells. None, logged, when
   // the bundle has no icon list or no Info.plist.
-  std::optional<XmlElement> generateMobileAppXMLFromAppBundle(const AppBundle& bundle);
+  std::optional<XmlElement> generateMobileAppXMLFromAppBundle(const AppBundle& bundle,
+                                                              const WrapperLogger& logger);
   // The list of icons; those whose size cannot be read are logged and left out. None, logged,
   // when the bundle lists no icons.
-  static std::optional<XmlElement> GetIcons(const AppBundle& bundle);
+  static std::optional<XmlElement> GetIcons(const AppBundle& bundle, const WrapperLogger& logger);
 
   std::string appType;
   std::string appID;

@@ -1,7 +1,7 @@
 #include "package/Packager.h"
 
 #include "host/host_info.h"
-#include "package/tool_version.h"
+#include "host/version.h"
 
 namespace tovrek {
 

@@ -28,12 +28,9 @@ class TemporaryDirectory {
 
   // Empty until created.
   const std::string& tempDir() const { return tempDir_; }
-  void setTempDir(std::string path) { tempDir_ = std::move(path); }
   // Where the output package is put together; empty unless asked for.
   const std::string& packageDir() const { return packageDir_; }
-  void setPackageDir(std::string path) { packageDir_ = std::move(path); }
   bool created() const { return created_; }
-  void setCreated(bool created) { created_ = created; }
 
  private:
   std::string tempDir_;

@@ -39,7 +39,6 @@ class UnzippedCma {
 
   const std::string& inputcma() const { return inputcma_; }
   const std::string& cmaName() const { return cmaName_; }
-  const std::string& cmaPath() const { return cmaPath_; }
   const std::string& payloadDir() const { return payloadDir_; }
   const std::string& manifestxmlPath() const { return manifestxmlPath_; }
   const std::string& ipaPath() const { return ipaPath_; }
@@ -48,22 +47,13 @@ class UnzippedCma {
   // The app lacks the management library: it was built against the SDK instead of wrapped.
   bool isSDKApp() const { return isSDKApp_; }
   const std::string& tempDir() const { return tempDir_; }
-  void setInputcma(std::string path) { inputcma_ = std::move(path); }
-  void setCmaName(std::string name) { cmaName_ = std::move(name); }
-  void setCmaPath(std::string path) { cmaPath_ = std::move(path); }
-  void setPayloadDir(std::string path) { payloadDir_ = std::move(path); }
-  void setManifestxmlPath(std::string path) { manifestxmlPath_ = std::move(path); }
   void setIpaPath(std::string path) { ipaPath_ = std::move(path); }
   void setIpaName(std::string name) { ipaName_ = std::move(name); }
-  void setAppPath(std::string path) { appPath_ = std::move(path); }
-  void setIsSDKApp(bool isSDKApp) { isSDKApp_ = isSDKApp; }
-  void setTempDir(std::string path) { tempDir_ = std::move(path); }
 
  private:
   UnzippedCma() = default;
   std::string inputcma_;
   std::string cmaName_;
-  std::string cmaPath_;
   std::string payloadDir_;
   std::string manifestxmlPath_;
   std::string ipaPath_;

@@ -41,11 +41,6 @@ class UnzippedIpa {
   const std::string& ipaName() const { return ipaName_; }
   const std::string& appPath() const { return appPath_; }
   const std::string& payloadDir() const { return payloadDir_; }
-  void setInputIpa(std::string path) { inputIpa_ = std::move(path); }
-  void setTempDir(std::string path) { tempDir_ = std::move(path); }
-  void setIpaName(std::string name) { ipaName_ = std::move(name); }
-  void setAppPath(std::string path) { appPath_ = std::move(path); }
-  void setPayloadDir(std::string path) { payloadDir_ = std::move(path); }
 
  private:
   UnzippedIpa() = default;

@@ -4,7 +4,6 @@
 
 #include "formats/XmlDocument.h"
 #include "host/files.h"
-#include "log/module_loggers.h"
 
 namespace tovrek {
 namespace {
@@ -36,7 +35,7 @@ bool WEXPolicyMetadata::generateDefaultWexPolicesXMLAtFilePath(const std::string
     if (name.empty()) continue;
     if (!isXmlName(name)) {
       // As an element it would make the whole file unreadable.
-      Global_ManifestLib_logger().logWarning(
+      logger_.logWarning(
           fmt::format("Policy name {} cannot be an XML element, leaving it out.", name));
       continue;
     }

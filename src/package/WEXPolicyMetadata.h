@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "formats/XmlReader.h"
+#include "log/WrapperLogger.h"
 
 namespace tovrek {
 
@@ -18,6 +19,9 @@ class WEXPolicyMetadata : private XmlEvents {
  public:
   // One policy: texts under "PolicyName" and "PolicyDefault".
   using Policy = std::map<std::string, std::string, std::less<>>;
+
+  // `logger` must outlive the object.
+  explicit WEXPolicyMetadata(const WrapperLogger& logger) : logger_(logger) {}
 
   // Reads the definition file. False when it is not well formed or holds no policy; a failure
   // stays with the object, also over a later good file. What was read before a fault is kept.
@@ -35,6 +39,7 @@ class WEXPolicyMetadata : private XmlEvents {
   void endElement(std::string_view name) override;
   void parseError(std::string_view message) override;
 
+  const WrapperLogger& logger_;
   bool success_ = true;
   bool listed_ = false;  // a "PolicyMetadata" element has begun
   std::vector<Policy> policies_;

@@ -3,8 +3,8 @@
 #include <fmt/format.h>
 
 #include "host/files.h"
-#include "log/module_loggers.h"
-#include "package/HelperMethods.h"
+#include "package/device_families.h"
+#include "package/url_schemes.h"
 
 namespace tovrek {
 namespace {
@@ -20,8 +20,7 @@ const PlistDictionary* intuneSettings(const PlistDictionary& infoPlist) {
 }  // namespace
 
 std::optional<WexInfoPlistModifier> WexInfoPlistModifier::initWithAppBundle(
-    const std::optional<AppBundle>& bundle) {
-  const WrapperLogger& logger = Global_ManifestLib_logger();
+    const std::optional<AppBundle>& bundle, const WrapperLogger& logger) {
   if (!bundle) {
     logger.logError("No app bundle provided to find Info.plist");
     return std::nullopt;
@@ -36,7 +35,7 @@ std::optional<WexInfoPlistModifier> WexInfoPlistModifier::initWithAppBundle(
     logger.logError(fmt::format("The plist file {} does not exist", *path));
     return std::nullopt;
   }
-  return WexInfoPlistModifier(*path, std::move(*dictionary));
+  return WexInfoPlistModifier(*path, std::move(*dictionary), logger);
 }
 
 void WexInfoPlistModifier::synchronize() const {
@@ -51,7 +50,7 @@ bool WexInfoPlistModifier::disableAppTransportSecurity() {
   plistDictionary_.set(kSecurity, std::move(settings));
   const std::string bytes = serializePlist(plistDictionary_, PlistFormat::kBinary);
   if (bytes.empty()) {
-    Global_ManifestLib_logger().logError(
+    logger_->logError(
         "NSPropertyListSerialization operation to info.plist failed while disabling app "
         "transport security.");
     return false;
@@ -70,22 +69,22 @@ bool WexInfoPlistModifier::addURLScheme(const std::string& scheme) {
 
 bool WexInfoPlistModifier::addURLScheme(const std::string& scheme,
                                         const std::string& uniqueToUrlSchemeGroup) {
-  return HelperMethods::AddURLScheme(scheme, uniqueToUrlSchemeGroup, plistDictionary_);
+  return AddURLScheme(scheme, uniqueToUrlSchemeGroup, plistDictionary_);
 }
 
 bool WexInfoPlistModifier::addWEXWhitelistURLSchemes() {
-  return addWhitelistedUrlSchemes(HelperMethods::defaultURLSchemesToWhitelist());
+  return addWhitelistedUrlSchemes(defaultURLSchemesToWhitelist());
 }
 
 bool WexInfoPlistModifier::addWhitelistedUrlSchemes(const std::vector<std::string>& schemes) {
-  return HelperMethods::addURLSchemes(schemes, plistDictionary_);
+  return addURLSchemes(schemes, plistDictionary_, *logger_);
 }
 
 std::optional<PlistValue> WexInfoPlistModifier::intuneMAMSettingsObjectForKey(
     std::string_view key) const {
   const PlistDictionary* settings = intuneSettings(plistDictionary_);
   if (settings == nullptr) {
-    Global_ManifestLib_logger().logWarning("IntuneMAMSettings not found.");
+    logger_->logWarning("IntuneMAMSettings not found.");
     return std::nullopt;
   }
   const PlistValue* value = settings->find(key);
@@ -94,24 +93,24 @@ std::optional<PlistValue> WexInfoPlistModifier::intuneMAMSettingsObjectForKey(
 
 bool WexInfoPlistModifier::intuneMAMSettingsAddKey(std::string_view key, PlistValue value,
                                                    bool update) {
-  const WrapperLogger& logger = Global_ManifestLib_logger();
   const PlistDictionary* present = intuneSettings(plistDictionary_);
   if (present == nullptr) {
-    logger.logWarning("IntuneMAMSettings not found. Might have to add it now.");
+    logger_->logWarning("IntuneMAMSettings not found. Might have to add it now.");
   } else if (!update && present->contains(key)) {
-    logger.logWarning(fmt::format("IntuneMAMSettings: Already has {} key, so not updating.", key));
+    logger_->logWarning(
+        fmt::format("IntuneMAMSettings: Already has {} key, so not updating.", key));
     return false;
   }
   PlistDictionary settings = present != nullptr ? *present : PlistDictionary();
-  logger.logBasic(fmt::format("IntuneMAMSettings: Setting {} key", key));
+  logger_->logBasic(fmt::format("IntuneMAMSettings: Setting {} key", key));
   settings.set(key, std::move(value));
   plistDictionary_.set(kIntuneSettings, std::move(settings));
   return true;
 }
 
 std::string WexInfoPlistModifier::getExcludedDevices() const {
-  return HelperMethods::getExcludedDevicesStringFromDevicesArray(
-      plistDictionary_.find("UIDeviceFamily"));
+  return getExcludedDevicesStringFromDevicesArray(plistDictionary_.find("UIDeviceFamily"),
+                                                  *logger_);
 }
 
 std::optional<std::string> WexInfoPlistModifier::friendlyIPAname() const {

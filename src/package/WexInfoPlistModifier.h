@@ -7,17 +7,19 @@
 #include <vector>
 
 #include "formats/PlistValue.h"
+#include "log/WrapperLogger.h"
 #include "package/AppBundle.h"
 
 namespace tovrek {
 
-// No edit reaches the disk before synchronize(), except by disableAppTransportSecurity().
+// Reports to the logger that it was made with, which must outlive it. No edit reaches the disk
+// before synchronize(), except by disableAppTransportSecurity().
 class WexInfoPlistModifier {
  public:
   // Loads the bundle's Info.plist; none, logged, when there is no bundle, no such file, or the
   // file holds nothing.
   static std::optional<WexInfoPlistModifier> initWithAppBundle(
-      const std::optional<AppBundle>& bundle);
+      const std::optional<AppBundle>& bundle, const WrapperLogger& logger);
 
   // Writes the dictionary as XML, atomically; the outcome is not reported.
   void synchronize() const;
@@ -49,11 +51,12 @@ class WexInfoPlistModifier {
   PlistDictionary& plistDictionary() { return plistDictionary_; }
 
  private:
-  WexInfoPlistModifier(std::string path, PlistDictionary dictionary)
-      : plistPath_(std::move(path)), plistDictionary_(std::move(dictionary)) {}
+  WexInfoPlistModifier(std::string path, PlistDictionary dictionary, const WrapperLogger& logger)
+      : plistPath_(std::move(path)), plistDictionary_(std::move(dictionary)), logger_(&logger) {}
 
   std::string plistPath_;
   PlistDictionary plistDictionary_;
+  const WrapperLogger* logger_;
 };
 
 }  // namespace tovrek

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include "log/SystemLog.h"
-#include "log/module_loggers.h"
 
 namespace tovrek {
 
@@ -14,7 +13,7 @@ bool XMParserHelper::initXMLParser(std::string_view data) {
 
 void XMParserHelper::parseError(std::string_view message) {
   parserError_ = message;
-  if (!message.empty()) Global_ManifestLib_logger().logError(message);
+  if (!message.empty()) logger_.logError(message);
 }
 
 void XMParserHelper::validationError(std::string_view message) {

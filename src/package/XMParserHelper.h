@@ -6,11 +6,15 @@
 #include <string_view>
 
 #include "formats/XmlReader.h"
+#include "log/WrapperLogger.h"
 
 namespace tovrek {
 
 class XMParserHelper : private XmlEvents {
  public:
+  // `logger` must outlive the object.
+  explicit XMParserHelper(const WrapperLogger& logger) : logger_(logger) {}
+
   // True when no fault was found; a fault is logged and kept in parserError.
   bool initXMLParser(std::string_view data);
 
@@ -19,6 +23,7 @@ class XMParserHelper : private XmlEvents {
  private:
   void parseError(std::string_view message) override;
   void validationError(std::string_view message) override;
+  const WrapperLogger& logger_;
   std::optional<std::string> parserError_;
 };
 

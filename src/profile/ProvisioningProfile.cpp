@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "context/PellRequest.h"
-#include "log/module_loggers.h"
 #include "profile/developer_certificates.h"
 #include "tools/tool_run.h"
 
@@ -14,12 +12,11 @@ constexpr char kSecurity[] = "/usr/bin/security";
 constexpr char kEntitlements[] = "Entitlements";
 constexpr char kApplicationIdentifier[] = "application-identifier";
 
-Command decodingCommand(const std::string& profilePath) {
+Command decodingCommand(const std::string& profilePath, const PellRequest& keychain) {
   Command command;
   command.argv = {kSecurity, "cms", "-D"};
-  const PellRequest& request = PellRequest::sharedInstance();
-  if (request.pellRequestFlag() && request.keychainPath()) {
-    command.argv.insert(command.argv.end(), {"-k", *request.keychainPath()});
+  if (const auto path = keychain.namedKeychain()) {
+    command.argv.insert(command.argv.end(), {"-k", *path});
   }
   command.argv.insert(command.argv.end(), {"-i", profilePath});
   return command;
@@ -45,14 +42,14 @@ PlistDictionary entitlementsOf(const PlistDictionary& profile) {
 }  // namespace
 
 std::optional<PlistDictionary> ProvisioningProfile::extractProvisioningProfileData(
-    const std::string& path, ErrorText* error) {
-  const Outcome outcome = runQuietly(decodingCommand(path));
+    const std::string& path, const RunContext& context, ErrorText* error) {
+  const Outcome outcome = runQuietly(decodingCommand(path, context.keychain));
   if (outcome.status != 0) {
     failWithStatus(error, "security", outcome.status);
     return std::nullopt;
   }
   if (outcome.output.empty()) {
-    Global_TKLib_Logger().logError(
+    context.loggers.toolkit.logError(
         "extractProvisioningProfileData failed to extract any data from current provisioning "
         "profile.");
     return std::nullopt;
@@ -68,7 +65,7 @@ std::optional<PlistDictionary> ProvisioningProfile::extractProvisioningProfileDa
 
 bool ProvisioningProfile::decode(ErrorText* error) {
   if (!profilePList_ || profilePList_->empty()) {
-    profilePList_ = extractProvisioningProfileData(profile_, error);
+    profilePList_ = extractProvisioningProfileData(profile_, context_, error);
   }
   return profilePList_.has_value();
 }
@@ -92,20 +89,11 @@ std::optional<std::vector<std::string>> ProvisioningProfile::getCertifiatesFromP
 
   std::vector<std::string> labels;
   for (const Certificate& certificate : developerCertificates(*profilePList_)) {
-    Global_TKLib_Logger().logDetailed(
+    context_.loggers.toolkit.logDetailed(
         fmt::format("Read identity from profile: {}", certificate.inferredLabel()));
     labels.push_back(certificate.inferredLabel());
   }
   return labels;
-}
-
-bool ProvisioningProfile::validateProfile(const std::string& bundleId,
-                                          bool preserveUpgradeCompatibility, ErrorText* error) {
-  if (!decode(error)) return false;
-  readIdentifiers();
-  const PlistDictionary entitlements = entitlementsOf(*profilePList_);
-  teamIdFromProfile_ = optionalString(entitlements, "com.apple.developer.team-identifier");
-  return validateProfileWithPList(entitlements, bundleId, preserveUpgradeCompatibility, error);
 }
 
 }  // namespace tovrek

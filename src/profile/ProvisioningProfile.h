@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "context/RunContext.h"
 #include "formats/Certificate.h"
 #include "formats/PlistValue.h"
 #include "host/ErrorText.h"
@@ -15,10 +16,12 @@
 namespace tovrek {
 
 // One profile file. It is decoded on the first question, once; the envelope is opened by the
-// host's "security" program. The class operations keep no state.
+// host's "security" program, with the run's keychain. The class operations keep no state.
 class ProvisioningProfile {
  public:
-  explicit ProvisioningProfile(std::string path) : profile_(std::move(path)) {}
+  // `context` must outlive the profile.
+  ProvisioningProfile(std::string path, const RunContext& context)
+      : context_(context), profile_(std::move(path)) {}
 
   // Labels of the profile's certificates, in its order; an empty list when it has none. Null,
   // with the reason unless the decoder gave no data at all, when the profile cannot be decoded.
@@ -43,29 +46,32 @@ class ProvisioningProfile {
   // Decodes the file. None with the reason in the slot; with the slot untouched when the decoder
   // succeeded without giving any data.
   static std::optional<PlistDictionary> extractProvisioningProfileData(const std::string& path,
+                                                                       const RunContext& context,
                                                                        ErrorText* error);
   // Matches the profile's application identifier, from its 12th character on, with the bundle
   // identifier. A trailing "*" makes the rest a text to be found anywhere in it; with
   // `preserveUpgradeCompatibility` such a profile always passes.
   static bool validateProfileWithPList(const PlistDictionary& entitlements,
                                        std::string_view bundleId, bool preserveUpgradeCompatibility,
-                                       ErrorText* error);
+                                       const WrapperLogger& log, ErrorText* error);
   // Warnings only. The first overwrites the slot, the others fill an empty one.
   static void validateProfileWithDataProtection(const PlistDictionary& entitlements,
-                                                ErrorText* error);
+                                                const WrapperLogger& log, ErrorText* error);
   static void validateProfileWithTeamIdentifier(const PlistDictionary& entitlements,
-                                                ErrorText* error);
+                                                const WrapperLogger& log, ErrorText* error);
   // Warns unless the profile's certificate of that common name has an organisational unit.
   static void validateForiOS8Certificate(std::string_view certificateName,
-                                         const PlistDictionary& profile, ErrorText* error);
+                                         const PlistDictionary& profile, const WrapperLogger& log,
+                                         ErrorText* error);
   // Whether the keychain holds a certificate of this digest (hexadecimal, any case).
-  static bool doesCertificateExistWithSHA1(std::string_view sha1);
+  static bool doesCertificateExistWithSHA1(std::string_view sha1, const RunContext& context);
   static bool doesCertificate(const Certificate& certificate, std::string_view sha1);
 
  private:
   bool decode(ErrorText* error);
   void readIdentifiers();
 
+  const RunContext& context_;
   std::string profile_;
   std::optional<std::vector<std::string>> certificates_;
   bool isWildcardProfile_ = false;

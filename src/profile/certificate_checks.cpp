@@ -3,13 +3,11 @@
 
 #include <string>
 
-#include "context/PellRequest.h"
 #include "host/clock.h"
 #include "host/files.h"
 #include "host/host_info.h"
 #include "host/paths.h"
 #include "host/signals.h"
-#include "log/module_loggers.h"
 #include "profile/ProvisioningProfile.h"
 #include "profile/developer_certificates.h"
 #include "tools/splitting.h"
@@ -58,27 +56,26 @@ bool hasOrganizationalUnit(std::string_view subject) {
 
 void ProvisioningProfile::validateForiOS8Certificate(std::string_view certificateName,
                                                      const PlistDictionary& profile,
-                                                     ErrorText* error) {
+                                                     const WrapperLogger& log, ErrorText* error) {
   if (hasOrganizationalUnit(subjectOf(derOfCertificateNamed(certificateName, profile)))) return;
   constexpr char kWarning[] =
       "WARNING: Your certificate does not contain the team identifier required for iOS 8.";
-  Global_TKLib_Logger().logBasic(kWarning);
+  log.logBasic(kWarning);
   warnIfEmpty(error, kWarning);
 }
 
-bool ProvisioningProfile::doesCertificateExistWithSHA1(std::string_view sha1) {
+bool ProvisioningProfile::doesCertificateExistWithSHA1(std::string_view sha1,
+                                                       const RunContext& context) {
+  const WrapperLogger& log = context.loggers.toolkit;
   Command command;
   command.argv = {"/usr/bin/security", "find-certificate", "-a", "-Z"};
-  const PellRequest& request = PellRequest::sharedInstance();
-  if (request.pellRequestFlag() && request.keychainPath()) {
-    command.argv.push_back(*request.keychainPath());
-  }
+  if (const auto keychain = context.keychain.namedKeychain()) command.argv.push_back(*keychain);
   const Outcome outcome = runQuietly(command);
   if (outcome.status == kNoAccessForItem) {
-    Global_TKLib_Logger().logDetailed("Cert query failed,No access for certificate item");
+    log.logDetailed("Cert query failed,No access for certificate item");
   }
   if (outcome.status == kItemNotFound || (outcome.status == 0 && outcome.output.empty())) {
-    Global_TKLib_Logger().logDetailed("Cert query failed,No certificate details found");
+    log.logDetailed("Cert query failed,No certificate details found");
   }
   if (outcome.status != 0 || sha1.empty()) return false;
 
@@ -88,10 +85,6 @@ bool ProvisioningProfile::doesCertificateExistWithSHA1(std::string_view sha1) {
     if (equalsIgnoringCase(trimmed(line.substr(kHashLine.size())), sha1)) return true;
   }
   return false;
-}
-
-bool ProvisioningProfile::doesCertificate(const Certificate& certificate, std::string_view sha1) {
-  return !sha1.empty() && equalsIgnoringCase(certificate.sha1Hex(), sha1);
 }
 
 }  // namespace tovrek

@@ -4,7 +4,6 @@
 #include <algorithm>
 
 #include "host/paths.h"
-#include "log/module_loggers.h"
 #include "profile/ProvisioningProfile.h"
 
 namespace tovrek {
@@ -23,7 +22,7 @@ std::string withoutAsterisks(std::string text) {
 bool ProvisioningProfile::validateProfileWithPList(const PlistDictionary& entitlements,
                                                    std::string_view bundleId,
                                                    bool preserveUpgradeCompatibility,
-                                                   ErrorText* error) {
+                                                   const WrapperLogger& log, ErrorText* error) {
   const std::string appId = stringForKeyOr(entitlements, "application-identifier", "");
   const std::string allowed = appId.substr(std::min(kPrefixLength, appId.size()));
 
@@ -40,13 +39,14 @@ bool ProvisioningProfile::validateProfileWithPList(const PlistDictionary& entitl
                                    "bundle indentifier above or choose a different profile.",
                                    allowed));
   }
-  Global_TKLib_Logger().logBasic(
+  log.logBasic(
       "The provisioning profile is an app-specific profile and matches the bundle ID for the app. "
       "Validation passed.");
   return true;
 }
 
 void ProvisioningProfile::validateProfileWithDataProtection(const PlistDictionary& entitlements,
+                                                            const WrapperLogger& log,
                                                             ErrorText* error) {
   const std::string* protection =
       stringForKey(entitlements, "com.apple.developer.default-data-protection");
@@ -57,18 +57,19 @@ void ProvisioningProfile::validateProfileWithDataProtection(const PlistDictionar
                             *protection));
     return;
   }
-  Global_TKLib_Logger().logBasic(
+  log.logBasic(
       "The provisioning profile is a special profile with explicit app ID that matches the input "
       "IPA. Validation passed.");
 }
 
 void ProvisioningProfile::validateProfileWithTeamIdentifier(const PlistDictionary& entitlements,
+                                                            const WrapperLogger& log,
                                                             ErrorText* error) {
   if (entitlements.contains("com.apple.developer.team-identifier")) return;
   constexpr char kWarning[] =
       "WARNING: Your provisioning profile does not contain the team identifier entitlement "
       "required for iOS 8.";
-  Global_TKLib_Logger().logBasic(kWarning);
+  log.logBasic(kWarning);
   warnIfEmpty(error, kWarning);
 }
 

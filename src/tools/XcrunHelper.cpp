@@ -8,7 +8,7 @@
 #include "host/files.h"
 #include "host/process.h"
 #include "log/SystemLog.h"
-#include "log/module_loggers.h"
+#include "tools/tool_run.h"
 
 namespace tovrek {
 namespace {
@@ -36,7 +36,7 @@ std::vector<std::string> packagerArguments(const XcrunHelper& helper) {
 
 }  // namespace
 
-bool XcrunHelper::StartXCRun(ErrorText* error) const {
+bool XcrunHelper::StartXCRun(const WrapperLogger& log, ErrorText* error) const {
   const std::vector<std::string> arguments = packagerArguments(*this);
   systemLog(fmt::format("(\n    {}\n)", fmt::join(arguments, ",\n    ")));
 
@@ -46,7 +46,7 @@ bool XcrunHelper::StartXCRun(ErrorText* error) const {
   Outcome outcome;
   ErrorText reason;
   if (!runProcess(command, &outcome, &reason)) {
-    return fail(error, fmt::format("Catch an exception! Exception description: {}", reason.text()));
+    return failNotStarted(error, reason);
   }
   if (outcome.status != 0) {
     systemLog(fmt::format("xcrun returns code {}. output: {}", outcome.status, outcome.output));
@@ -56,12 +56,8 @@ bool XcrunHelper::StartXCRun(ErrorText* error) const {
   if (!isPlainFile(package)) {
     return fail(error, fmt::format("Failed to generate this file: {}", package));
   }
-  Global_TKLib_Logger().logDetailed(fmt::format("Generated output ipa file at: {}", package));
+  log.logDetailed(fmt::format("Generated output ipa file at: {}", package));
   return true;
-}
-
-std::optional<std::string> XcrunHelper::pathResolved(const std::string& path) {
-  return realPath(path);
 }
 
 }  // namespace tovrek

@@ -19,7 +19,7 @@ struct XcrunHelper {
 
   // Runs the packager. Its status is only logged: the run succeeds exactly when a plain file
   // stands at outPackagePath afterwards. The argument list ends at the first field not set.
-  bool StartXCRun(ErrorText* error) const;
+  bool StartXCRun(const WrapperLogger& log, ErrorText* error) const;
 
   // The path with all links resolved; none when an item of it is missing.
   static std::optional<std::string> pathResolved(const std::string& path);

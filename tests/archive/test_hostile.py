@@ -1,7 +1,6 @@
 """Archives made to do harm, or damaged: one text, a status, and nothing outside the destination."""
 import os
 import struct
-import unittest
 import zipfile
 
 from archive_testing import OUR_UNZIP, OUR_ZIP, ArchiveTest, snapshot, text
@@ -132,7 +131,3 @@ class Hostile(ArchiveTest):
         self.assertIn(b"link leads back", result.stdout)
         self.assertIn(b"ignoring special file: ./pipe", result.stdout)
         self.assertIn("file", zipfile.ZipFile(self.path("d", "new.zip")).namelist())
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -2,7 +2,6 @@
 import mmap
 import os
 import tempfile
-import unittest
 import zlib
 
 from archive_testing import OUR_UNZIP, OUR_ZIP, STOCK_UNZIP, STOCK_ZIP, ArchiveTest, \
@@ -129,7 +128,3 @@ class Reuse(ArchiveTest):
                    if "Defl" in line or "Stored" in line}
         self.assertEqual(methods, {"source.ipa": "Stored", "made/Payload/noise": "Stored",
                                    "made/Payload/large": "Defl:N"})
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -1,12 +1,16 @@
 """Runs the real toolkit for the whole-program tests and looks at what it leaves behind."""
 import contextlib
+import fnmatch
+import hashlib
 import os
 import plistlib
 import re
 import shutil
+import ssl
 import subprocess
 import tempfile
 import unittest
+import xml.etree.ElementTree as ElementTree
 
 ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 BUILD = os.environ.get("TOVREK_BUILD", os.path.join(ROOT, "build", "release"))
@@ -45,10 +49,34 @@ def write(content, *parts):
     return path
 
 
+def remove(*paths):
+    """Removes the files that are there."""
+    for path in paths:
+        with contextlib.suppress(FileNotFoundError):
+            os.remove(path)
+
+
 def unzip(archive, folder):
     os.makedirs(folder, exist_ok=True)
     run("unzip", "-q", archive, "-d", folder, env=dict(os.environ, LC_ALL="C.UTF-8"))
     return folder
+
+
+def unpacked_app(archive, folder):
+    """Unpacks an app archive, or a package and beside it the archive that it holds; answers the
+    app's path."""
+    unzip(archive, folder)
+    for name in os.listdir(folder):
+        if name.endswith(".ipa"):
+            return unpacked_app(os.path.join(folder, name), folder + " app")
+    payload = os.path.join(folder, "Payload")
+    return os.path.join(payload, *os.listdir(payload))
+
+
+def manifest_texts(package):
+    """The texts of a package's manifest by the names of their elements."""
+    root = ElementTree.parse(os.path.join(package, "manifest.xml")).getroot()
+    return {node.tag: node.text or "" for node in root.iter()}
 
 
 def result_text(result):
@@ -74,8 +102,11 @@ class WholeProgramTest(unittest.TestCase):
 
     @classmethod
     def import_identity(cls, name):
-        run(os.path.join(COMPANIONS, "security"), "import",
-            os.path.join(IDENTITIES, f"{name}.p12"), "-P", "demo", env=cls.environment)
+        cls.security("import", os.path.join(IDENTITIES, f"{name}.p12"), "-P", "demo")
+
+    @classmethod
+    def security(cls, *words, **environment):
+        run(os.path.join(COMPANIONS, "security"), *words, env=cls.environment | environment)
 
     @classmethod
     def path(cls, *parts):
@@ -108,6 +139,16 @@ class WholeProgramTest(unittest.TestCase):
                 for name in folders + files
                 if not name.startswith("tovrek-") and name != "com.orvane.wex"]
 
+    def assert_ends_with(self, result, status, text):
+        """`text` is what the run ends with; None stands for nothing, "*" for what is not known."""
+        shown = result_text(result)
+        self.assertEqual(result.returncode, status, result.stderr)
+        self.assertEqual(self.left_in_scratch(), [])
+        if text is None:
+            self.assertIsNone(shown)
+        else:
+            self.assertTrue(shown and fnmatch.fnmatchcase(shown, text), f"{shown}\n{result.stderr}")
+
     def assert_wrapped(self, result, output):
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertTrue(os.path.isfile(output), result.stderr)
@@ -124,8 +165,7 @@ def changed_app(archive=DEMO_APP):
 
 def pack(folder, output):
     """Zips everything in a folder into a new archive."""
-    if os.path.exists(output):
-        os.remove(output)
+    remove(output)
     run("zip", "-qry", output, ".", cwd=folder, env=dict(os.environ, LC_ALL="C.UTF-8"))
     return output
 
@@ -154,11 +194,13 @@ def make_profile(output, app_id, *expiry):
     return output
 
 
-def sha1_of_admin():
-    """The administrator's certificate as the hash that names it, in upper-case pairs."""
-    shown = run("openssl", "x509", "-in", os.path.join(IDENTITIES, "admin.pem"), "-noout",
-                "-fingerprint", "-sha1").stdout.decode()
-    return shown.strip().split("=")[1].split(":")
+def der_of(certificate=os.path.join(IDENTITIES, "admin.pem")):
+    return ssl.PEM_cert_to_DER_cert(read(certificate).decode())
+
+
+def sha1_of(*certificate):
+    """The hash that names a certificate, the administrator's by default, in upper-case pairs."""
+    return hashlib.sha1(der_of(*certificate)).digest().hex(" ").upper()
 
 
 def copy_toolkit(target):

@@ -11,12 +11,24 @@ import zipfile
 import zlib
 from datetime import datetime, timedelta
 
-from harness import IDENTITIES, ROOT, read, run, sign_as_developer, write
+import png
+from examiner import macho
+from harness import (IDENTITIES, ROOT, WholeProgramTest, der_of, pack, read, remove, run,
+                     sign_as_developer, unpacked_app, write)
 
 TEAM = "EXAMPLE123"
 FORMER_TEAM = "SAMPLE0001"
 IDENTIFIER = "com.example.small"
 DEFAULT_SOURCE = "int main(void) { return 0; }\n"
+
+APP_ID = "application-identifier"
+GROUPS = "keychain-access-groups"
+TEAM_ID = "com.apple.developer.team-identifier"
+APP_GROUPS = "com.apple.security.application-groups"
+DATA_PROTECTION = "com.apple.developer.default-data-protection"
+
+NO_UNIT = "WARNING: Your certificate does not contain the team identifier required for iOS 8."
+APP_STORE = "ERROR: The app (*) is an AppStore app."
 
 
 @functools.cache
@@ -38,16 +50,12 @@ def executable(source=DEFAULT_SOURCE, libraries=()):
         return read(program)
 
 
-def png(size=57):
+def icon(size=57):
     """A square image of one colour."""
-    def chunk(kind, data):
-        return (struct.pack(">I", len(data)) + kind + data +
-                struct.pack(">I", zlib.crc32(kind + data)))
-
     rows = (b"\0" + b"\x30\x60\x90" * size) * size
     header = struct.pack(">IIBBBBB", size, size, 8, 2, 0, 0, 0)
-    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", zlib.compress(rows)) +
-            chunk(b"IEND", b""))
+    return (png.SIGNATURE + png.chunk(b"IHDR", header) + png.chunk(b"IDAT", zlib.compress(rows)) +
+            png.chunk(b"IEND", b""))
 
 
 @contextlib.contextmanager
@@ -57,7 +65,7 @@ def small_app(name="Small", program=None, info=()):
         app = os.path.join(folder, "Payload", f"{name}.app")
         write(program or executable(), app, name)
         os.chmod(os.path.join(app, name), 0o755)
-        write(png(), app, "Icon.png")
+        write(icon(), app, "Icon.png")
         values = {"CFBundleIdentifier": IDENTIFIER, "CFBundleExecutable": name,
                   "CFBundleName": name, "CFBundleIconFiles": ["Icon.png"],
                   "CFBundlePackageType": "APPL", "CFBundleShortVersionString": "1.0",
@@ -84,14 +92,9 @@ def archive_of(entries, output):
     return output
 
 
-def der_of(certificate):
-    return run("openssl", "x509", "-in", certificate, "-outform", "DER").stdout
-
-
 def profile(output, entitlements=(), certificates=None, without=(), **values):
     """A signed profile; `entitlements` change the usual ones, `without` leaves some out."""
-    granted = {"application-identifier": f"{TEAM}.*", "keychain-access-groups": [f"{TEAM}.*"],
-               "com.apple.developer.team-identifier": TEAM, "get-task-allow": False}
+    granted = {APP_ID: f"{TEAM}.*", GROUPS: [f"{TEAM}.*"], TEAM_ID: TEAM, "get-task-allow": False}
     granted |= dict(entitlements)
     for key in without:
         del granted[key]
@@ -109,17 +112,61 @@ def profile(output, entitlements=(), certificates=None, without=(), **values):
 
 def certificate(output, subject, string_mask="utf8only", serials=itertools.count(1000)):
     """A signing certificate for the administrator's key; `subject` holds lines of a request."""
-    config = os.path.join(ROOT, "demo", "identities.cnf")
     issuer = os.path.join(IDENTITIES, "intermediate")
     names = "\n".join(f"{index}.{line}" for index, line in enumerate(subject))
-    with tempfile.TemporaryDirectory() as folder:
-        wish = write(f"[req]\ndistinguished_name = name\nprompt = no\nutf8 = yes\n"
-                     f"string_mask = {string_mask}\n[name]\n{names}\n".encode(), folder, "wish.cnf")
-        request = os.path.join(folder, "request")
-        run("openssl", "req", "-new", "-config", wish, "-key",
-            os.path.join(IDENTITIES, "admin.key"), "-out", request)
-        run("openssl", "x509", "-req", "-sha256", "-days", "365", "-in", request, "-out", output,
-            "-CA", issuer + ".pem", "-CAkey", issuer + ".key", "-set_serial", str(next(serials)),
-            "-extfile", config, "-extensions", "distribution",
-            env=dict(os.environ, CERT_NAME="", CERT_UNIT="", CERT_ORGANISATION=""))
+    wish = write(f"""
+.include = {os.path.join(ROOT, "demo", "identities.cnf")}
+[req]
+distinguished_name = subject
+prompt = no
+utf8 = yes
+string_mask = {string_mask}
+[subject]
+{names}
+""".encode(), output + ".cnf")
+    run("openssl", "req", "-x509", "-sha256", "-days", "365", "-config", wish, "-out", output,
+        "-key", os.path.join(IDENTITIES, "admin.key"), "-CA", issuer + ".pem",
+        "-CAkey", issuer + ".key", "-set_serial", str(next(serials)), "-extensions", "distribution",
+        env=dict(os.environ, CERT_NAME="", CERT_UNIT="", CERT_ORGANISATION=""))
     return output
+
+
+class SmallAppTest(WholeProgramTest):
+    """Wraps small apps with a profile that admits them."""
+    SUBJECTS = {}  # of further certificates in the keychain, by the names that are used for them
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.profile = profile(cls.path("usual.mobileprovision"))
+        cls.certificates = {
+            name: certificate(cls.path(f"{index}.pem"), subject,
+                              "MASK:0x800" if name.startswith("Wide") else "utf8only")
+            for index, (name, subject) in enumerate(cls.SUBJECTS.items())}
+        everyone = b"".join(read(path) for path in cls.certificates.values())
+        if everyone:
+            cls.security("import", write(everyone, cls.path("everyone.pem")))
+
+    def wrap_folder(self, folder, *options, name="Small", **keywords):
+        """Wraps what lies in a folder; answers the result and the path of the wrapped .ipa."""
+        output = self.path("wrapped.ipa")
+        remove(output)
+        archive = pack(folder, self.path(f"{name}.ipa"))
+        result = self.wrap(archive, self.path("out.wex"), "-outBundle", output, *options,
+                           **{"profile": self.profile} | keywords)
+        os.remove(archive)
+        self.assertEqual(self.left_in_scratch(), [])
+        return result, output
+
+    def wrap_small(self, *options, status=0, text=None, app=(), **keywords):
+        """Wraps a small app, which must end as it is said; answers the wrapped .ipa's path."""
+        with small_app(**dict(app)) as (folder, _):
+            result, output = self.wrap_folder(folder, *options, **keywords)
+        self.assert_ends_with(result, status, text)
+        return output
+
+    @staticmethod
+    def signed_part(archive, name="Small"):
+        """The wrapped app's executable."""
+        with tempfile.TemporaryDirectory() as folder:
+            return macho.slices(os.path.join(unpacked_app(archive, folder), name))[0]

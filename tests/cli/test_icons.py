@@ -4,7 +4,7 @@ import xml.etree.ElementTree as ElementTree
 
 import png
 from harness import (WholeProgramTest, changed_app, edit_info, pack, read, sign_as_developer,
-                     unzip, write)
+                     unpacked_app, unzip, write)
 
 # File in the app, its size; the larger scale of the first icon must not be taken.
 FILES = {"AppIcon60x60@2x.png": 120, "AppIcon60x60@3x.png": 180,
@@ -58,9 +58,7 @@ class IconsOfDeviceForm(WholeProgramTest):
             self.assertLessEqual(abs(got - expected), slack, (have, want))
 
     def test_app_holds_both_forms(self):
-        archive = next(name for name in os.listdir(self.package) if name.endswith(".ipa"))
-        app = os.path.join(unzip(os.path.join(self.package, archive), self.path("after")),
-                           "Payload", "Fieldbook.app")
+        app = unpacked_app(self.path("out.wex"), self.path("after"))
         for name, size in FILES.items():
             self.assertEqual(read(app, name), png.device_form(png.picture(size, size)))
         for name, size in LISTED.items():

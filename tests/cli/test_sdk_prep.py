@@ -3,11 +3,11 @@ import base64
 import os
 import plistlib
 import shutil
-import xml.etree.ElementTree as ElementTree
 
-from examiner import bundle, macho, signature
+from examiner import bundle
 from harness import (ADMIN, DEMO_APP, PROFILE, SDK_APP, SDK_APP_WITH_FINGERPRINT, SDK_ENTITLEMENTS,
-                     TOOLKIT, TRUSTED_ROOT, copy_toolkit, pack, read, unzip, write)
+                     TOOLKIT, TRUSTED_ROOT, copy_toolkit, manifest_texts, pack, read, remove,
+                     unpacked_app, unzip, write)
 from transcripts import TranscriptTest
 
 ADDRESS = "https://apps.example.com/the gauge"
@@ -15,11 +15,6 @@ PACKAGE_ID = "0F1E2D3C-0000-4000-8000-00000000000A"
 LOG = ("-logFile", "log")
 REQUIRED = ("-storeURL", ADDRESS, "-entitlements", SDK_ENTITLEMENTS, *LOG)
 WEX, INTUNE = b"@rpath/Wex.framework/Wex", b"IntuneMAM.framework/IntuneMAM"
-
-
-def manifest_texts(package):
-    root = ElementTree.parse(os.path.join(package, "manifest.xml")).getroot()
-    return {node.tag: node.text or "" for node in root.iter()}
 
 
 class SdkApp(TranscriptTest):
@@ -33,14 +28,12 @@ class SdkPrep(SdkApp):
     def test_store_app(self):
         app = self.app("build")
         before = {name: read(SDK_APP, name) for name in bundle.files_below(SDK_APP)}
-        result, text = self.transcript(
+        self.assert_done(
             "SdkPrep", "-in", app, "-out", "Gauge.wex", "-packageId", f'"{PACKAGE_ID}"',
             "-appType", "General", "-appDesc", 'The "gauge"', "-minPlatform", "9.1",
             "-maxPlatform", "14", "-excludedDevices", '"ipad"', "-appIdPrefix", "EXAMPLE123",
             "-adalClientID", " client ", "-adalNSGResource", "resource", "-logWriteLevel", "4",
-            "-logDisplayLevel", "1", *REQUIRED)
-        self.assertEqual((result.returncode, self.left_in_scratch()), (0, []), text)
-        self.assert_transcript("sdk_prep_store", text)
+            "-logDisplayLevel", "1", *REQUIRED, transcript="sdk_prep_store")
 
         package = unzip(self.path("Gauge.wex"), self.path("package"))
         self.assertEqual(sorted(os.listdir(package)), [
@@ -77,9 +70,8 @@ class SdkPrep(SdkApp):
         app = self.app("mode 5")
         policies = write(b"<PolicyMetadata><Policy><PolicyName>Only</PolicyName></Policy>"
                          b"</PolicyMetadata>", self.path("own.xml"))
-        result = self.tovrek("SdkPrep", "-in", app, "-out", "Mode5.wex", "-appMode", "5",
-                             "-policyXML", policies, *REQUIRED)
-        self.assertEqual((result.returncode, self.left_in_scratch()), (0, []), result.stderr)
+        self.assert_done("SdkPrep", "-in", app, "-out", "Mode5.wex", "-appMode", "5", "-policyXML",
+                         policies, *REQUIRED)
         added = set(bundle.files_below(self.path(app))) - set(bundle.files_below(SDK_APP))
         self.assertEqual(added, {"Orvane.plist", "policy_metadata.xml", "default_wex_policies.xml"})
         package = unzip(self.path("Mode5.wex"), self.path("mode 5 package"))
@@ -92,14 +84,13 @@ class SdkPrep(SdkApp):
         app = self.app("twice")
         shown = []
         for _ in range(2):
-            result = self.tovrek("SdkPrep", "-in", app, "-out", "Twice.wex", *REQUIRED)
-            self.assertEqual(result.returncode, 0, result.stderr)
+            text = self.assert_done("SdkPrep", "-in", app, "-out", "Twice.wex", *REQUIRED)
             shown.append(bundle.files_below(self.path(app)))
         self.assertEqual(shown[0], shown[1])
-        for text in ("The app has been previously processed by Orvane. Simply replacing it...",
+        for line in ("The app has been previously processed by Orvane. Simply replacing it...",
                      "OrvaneLogger.framework. Simply replacing it...",
                      "WARNING! The target output file already exists."):
-            self.assertIn(text, result.stderr)
+            self.assertIn(line, text)
         schemes = [kind["CFBundleURLSchemes"] for kind in
                    plistlib.loads(read(self.path(app), "Info.plist"))["CFBundleURLTypes"]]
         self.assertEqual(sum("com.orvane.sso." in names[0] for names in schemes), 1)
@@ -112,16 +103,15 @@ class SdkPrep(SdkApp):
                              (b"/usr/lib/libSystem.B.dylib", second)):
                 data = data.replace(old.ljust(32, b"\0"), new.ljust(32, b"\0"))
             write(data, self.path(app), "Gauge")
-            return ("SdkPrep", "-in", app, "-out", "Order.wex", *REQUIRED)
+            return ("-in", app, "-out", "Order.wex", *REQUIRED)
 
-        self.refusals("sdk_prep_load_order", [
+        self.refusals("sdk_prep_load_order", "SdkPrep", [
             linked("intune first", INTUNE, WEX), linked("two", WEX, WEX),
             linked("two intunes", INTUNE, INTUNE)])
         self.assertFalse(os.path.lexists(self.path("Order.wex")))
         # A refusal comes before the first change to the app.
         self.assertFalse(os.path.lexists(self.path("two", "Gauge.app", "OrvaneDylib.bundle")))
-        result = self.tovrek(*linked("right order", WEX, INTUNE))
-        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assert_done("SdkPrep", *linked("right order", WEX, INTUNE))
 
     def test_refused_arguments(self):
         values = ["-in", "-out", "-packageId", "-appDesc", "-logFile", "-logWriteLevel",
@@ -129,18 +119,18 @@ class SdkPrep(SdkApp):
                   "-storeURL", "-appMode", "-appType", "-policyXML", "-entitlements",
                   "-appIdPrefix", "-adalClientID", "-adalNSGResource"]
         store, files = ("-storeURL", ADDRESS), ("-in", "Gauge.app", "-out", "o.wex")
-        self.refusals("sdk_prep_arguments", [
-            *[("SdkPrep", option) for option in values],
-            ("SdkPrep", "-help", "-appMode"), ("SdkPrep", "-Cert", "x"),
-            ("SdkPrep", "-logWriteLevel", "2x"), ("SdkPrep", "-storeURL", "no address"),
-            ("SdkPrep", "-appMode", "4"), ("SdkPrep", "-appMode", "x"),
-            ("SdkPrep", "-appType", "other"),
-            ("SdkPrep",), ("SdkPrep", *store), ("SdkPrep", *store, "-in", "Gauge.app"),
-            ("SdkPrep", *store, *files), ("SdkPrep", *files, *REQUIRED, "-logDisplayLevel", "5"),
-            ("SdkPrep", "-in", "Gauge.app", "-out", "gone/o.wex", *REQUIRED),
-            ("SdkPrep", "-in", "Gauge.app", "-out", "o.app", *REQUIRED),
-            ("SdkPrep", *files, *REQUIRED, "-policyXML", "gone.xml"),
-            ("SdkPrep", *files, *store, "-entitlements", "gone.plist", *LOG),
+        self.refusals("sdk_prep_arguments", "SdkPrep", [
+            *[(option,) for option in values],
+            ("-help", "-appMode"), ("-Cert", "x"),
+            ("-logWriteLevel", "2x"), ("-storeURL", "no address"),
+            ("-appMode", "4"), ("-appMode", "x"),
+            ("-appType", "other"),
+            (), store, (*store, "-in", "Gauge.app"),
+            (*store, *files), (*files, *REQUIRED, "-logDisplayLevel", "5"),
+            ("-in", "Gauge.app", "-out", "gone/o.wex", *REQUIRED),
+            ("-in", "Gauge.app", "-out", "o.app", *REQUIRED),
+            (*files, *REQUIRED, "-policyXML", "gone.xml"),
+            (*files, *store, "-entitlements", "gone.plist", *LOG),
         ])
 
     def test_refused_files(self):
@@ -155,13 +145,13 @@ class SdkPrep(SdkApp):
         info = plistlib.loads(read(self.path(iconless), "Info.plist"))
         del info["CFBundleIcons"]
         write(plistlib.dumps(info), self.path(iconless), "Info.plist")
-        app, output = ("SdkPrep", "-in", self.app("whole"), "-out", "o.wex"), ("-out", "o.wex")
+        app, output = ("-in", self.app("whole"), "-out", "o.wex"), ("-out", "o.wex")
         broken = write(b"<Policy", self.path("broken.xml"))
-        self.refusals("sdk_prep_files", [
-            ("SdkPrep", "-in", "gone.app", *output, *REQUIRED),
-            ("SdkPrep", "-in", "App.ipa", *output, *REQUIRED),
-            ("SdkPrep", "-in", script, *output, *REQUIRED),
-            ("SdkPrep", "-in", iconless, *output, *REQUIRED),
+        self.refusals("sdk_prep_files", "SdkPrep", [
+            ("-in", "gone.app", *output, *REQUIRED),
+            ("-in", "App.ipa", *output, *REQUIRED),
+            ("-in", script, *output, *REQUIRED),
+            ("-in", iconless, *output, *REQUIRED),
             (*app, "-storeURL", ADDRESS, "-entitlements", "no group.plist", *LOG),
             (*app, "-storeURL", ADDRESS, "-entitlements", "text.plist", *LOG),
             (*app, *REQUIRED, "-policyXML", broken),
@@ -188,9 +178,7 @@ class Fingerprint(SdkApp):
         os.chmod(self.tool, 0o755)
 
     def setUp(self):
-        for path in (self.tool, self.record):
-            if os.path.exists(path):
-                os.remove(path)
+        remove(self.tool, self.record)
 
     def prepare(self, folder, source=SDK_APP_WITH_FINGERPRINT):
         return ("SdkPrep", "-in", self.app(folder, source), "-out", f"{folder}.wex", *REQUIRED)
@@ -200,13 +188,12 @@ class Fingerprint(SdkApp):
         for status in (0, 255):
             self.place_tool(status)
             words = self.prepare(f"done {status}")
-            result = self.tovrek(*words)
-            self.assertEqual((result.returncode, self.left_in_scratch()), (0, []), result.stderr)
+            text = self.assert_done(*words)
             self.assertEqual(read(self.record).decode().splitlines(),
                              ["--debug", "-exe", f"{words[2]}/Gauge"])
-            self.assertIn(f"Trying to run {self.tool}\n", result.stderr)
+            self.assertIn(f"Trying to run {self.tool}\n", text)
         os.remove(self.record)
-        self.assertEqual(self.tovrek(*self.prepare("without module", SDK_APP)).returncode, 0)
+        self.assert_done(*self.prepare("without module", SDK_APP))
         self.assertFalse(os.path.exists(self.record))
 
     def test_missing_or_failing_tool(self):
@@ -226,7 +213,7 @@ class Fingerprint(SdkApp):
         self.assertIn(f"does not exist: {self.tool}\n", self.tovrek(*words).stderr)
         self.assertFalse(os.path.exists(self.path("Gauge_Resign.wex")))
         self.place_tool(0)
-        self.assertEqual(self.tovrek(*words).returncode, 0)
+        self.assert_done(*words)
         self.assertTrue(read(self.record).decode().endswith("/Payload/Gauge.app/Gauge\n"))
 
 
@@ -235,19 +222,16 @@ class EnterpriseApp(SdkApp):
 
     def test_app_folder_is_packaged_by_the_developer_tools(self):
         app = self.app("enterprise")
-        result, text = self.transcript(
+        self.assert_done(
             "Wrap", "-Cert", ADMIN, "-Profile", PROFILE, "-in", app, "-out", "Enterprise.wex",
-            "-appType", "enterprise", "-storeURL", "https://apps.example.com/gauge", *LOG)
-        self.assertEqual((result.returncode, self.left_in_scratch()), (0, []), text)
-        self.assert_transcript("wrap_enterprise", text)
+            "-appType", "enterprise", "-storeURL", "https://apps.example.com/gauge", *LOG,
+            transcript="wrap_enterprise")
         texts = manifest_texts(unzip(self.path("Enterprise.wex"), self.path("store package")))
         self.assertEqual((texts["BundleFile"], texts["PackageSize"]),
                          ("Enterprise_SDK.ipa", "2000"))
-        unzip(self.path("Enterprise_SDK.ipa"), self.path("store app"))
-        app = self.path("store app", "Payload", "Gauge.app")
+        app = unpacked_app(self.path("Enterprise_SDK.ipa"), self.path("store app"))
         self.assertEqual(bundle.problems(app, TRUSTED_ROOT), [])
-        for image in macho.slices(os.path.join(app, "Gauge")):
-            self.assertEqual(signature.signer(image), ADMIN)
-            entitlements = signature.Signature(image).der_entitlements()
-            self.assertEqual(entitlements["application-identifier"], "EXAMPLE123.com.example.gauge")
+        self.assertEqual(bundle.signers(app)["."], ADMIN)
+        self.assertEqual(bundle.entitlements(app)["application-identifier"],
+                         "EXAMPLE123.com.example.gauge")
         self.assertEqual(read(app, "embedded.mobileprovision"), read(PROFILE))

@@ -2,18 +2,11 @@
 import base64
 import os
 import shutil
-import xml.etree.ElementTree as ElementTree
 
-from harness import (DEMO_APP, SDK_APP, SDK_ENTITLEMENTS, pack, read, unzip, write)
+from harness import (DEMO_APP, SDK_APP, SDK_ENTITLEMENTS, manifest_texts, pack, read, unzip, write)
 from transcripts import TranscriptTest
 
 LOG = ("-logFile", "log")
-
-
-def texts(package):
-    """The manifest's texts by the names of their elements."""
-    root = ElementTree.parse(os.path.join(package, "manifest.xml")).getroot()
-    return {node.tag: node.text or "" for node in root.iter()}
 
 
 class SetInfo(TranscriptTest):
@@ -32,7 +25,7 @@ class SetInfo(TranscriptTest):
         """Unpacks the output and gives the manifest's changed texts and the other changed files."""
         after = unzip(self.path(output), self.path(output + ".d"))
         before = self.path(before)
-        old, new = texts(before), texts(after)
+        old, new = manifest_texts(before), manifest_texts(after)
         manifest = {tag: new.get(tag) for tag in old | new if old.get(tag) != new.get(tag)}
         contents = [{name: read(folder, name) for name in os.listdir(folder)}
                     for folder in (before, after)]
@@ -40,17 +33,12 @@ class SetInfo(TranscriptTest):
                  if contents[0].get(name) != contents[1].get(name)}
         return manifest, files
 
-    def assert_done(self, result, text):
-        self.assertEqual((result.returncode, self.left_in_scratch()), (0, []), text)
-
     def test_properties(self):
         policies = write(b"<PolicyMetadata/>", self.path("own.xml"))
-        result, text = self.transcript(
+        self.assert_done(
             "SetInfo", "-in", "App.wex", "-out", "New.wex", "-appDesc", 'Notes & "more" <of it>',
             "-minPlatform", "10.1", "-maxPlatform", "14", "-excludedDevices", "ipad",
-            "-policyXML", policies, *LOG)
-        self.assert_done(result, text)
-        self.assert_transcript("set_info_properties", text)
+            "-policyXML", policies, *LOG, transcript="set_info_properties")
         self.assertEqual(self.changed("App", "New.wex"), ({
             "Description": "Notes & more <of it>", "MinPlatform": "10.1", "MaxPlatform": "14",
             "ExcludeDeviceTypes": "ipad"}, set()))
@@ -58,18 +46,15 @@ class SetInfo(TranscriptTest):
     def test_nothing_asked_for(self):
         # An existing output is replaced.
         write(b"an older package", self.path("Same.wex"))
-        result, text = self.transcript("setinfo", "-in", "App.wex", "-out", "Same", *LOG)
-        self.assert_done(result, text)
-        self.assert_transcript("set_info_nothing", text)
+        self.assert_done("setinfo", "-in", "App.wex", "-out", "Same", *LOG,
+                         transcript="set_info_nothing")
         self.assertEqual(read(self.path("App", "manifest.xml")),
                          read(unzip(self.path("Same.wex"), self.path("same")), "manifest.xml"))
 
     def test_store_address(self):
         address = "https://apps.example.com/the gauge?a=1&b=ü"
-        result, text = self.transcript("SetInfo", "-in", "Store.wex", "-out", "Moved.wex",
-                                       "-storeURL", address, "-appDesc", "Gauge", *LOG)
-        self.assert_done(result, text)
-        self.assert_transcript("set_info_store", text)
+        self.assert_done("SetInfo", "-in", "Store.wex", "-out", "Moved.wex", "-storeURL", address,
+                         "-appDesc", "Gauge", *LOG, transcript="set_info_store")
         manifest, files = self.changed("Store", "Moved.wex")
         self.assertEqual(base64.b64decode(manifest.pop("AppStoreUrl")).decode(), address)
         self.assertEqual((manifest, files), ({"Description": "Gauge"}, set()))
@@ -82,11 +67,9 @@ class SetInfo(TranscriptTest):
         pack(self.path("two"), self.path("Two.wex"))
         os.makedirs(self.path("new"), exist_ok=True)
         shutil.copy(DEMO_APP, self.path("new", "Gauge.ipa"))
-        result, text = self.transcript("SetInfo", "-in", "Two.wex", "-out", "Embedded.wex",
-                                       "-embedBundle", "new/Gauge.ipa", "-logDisplayLevel", "4",
-                                       *LOG)
-        self.assert_done(result, text)
-        self.assert_transcript("set_info_embed", text)
+        self.assert_done("SetInfo", "-in", "Two.wex", "-out", "Embedded.wex", "-embedBundle",
+                         "new/Gauge.ipa", "-logDisplayLevel", "4", *LOG,
+                         transcript="set_info_embed")
         manifest, files = self.changed("Store", "Embedded.wex")
         # The size stays that of a package without an app.
         self.assertEqual(manifest, {"AppStoreUrl": None, "BundleFile": "Gauge.ipa"})
@@ -98,35 +81,34 @@ class SetInfo(TranscriptTest):
                   "-minPlatform", "-maxPlatform", "-excludedDevices", "-storeURL", "-embedBundle",
                   "-policyXML"]
         files = ("-in", "App.wex", "-out", "o.wex", *LOG)
-        self.refusals("set_info_arguments", [
-            *[("SetInfo", option) for option in values],
-            ("SetInfo", "-help", "-policyXML"), ("SetInfo", "-Cert", "x"),
-            ("SetInfo", "-logWriteLevel", ""), ("SetInfo", "-logDisplayLevel", "one"),
-            ("SetInfo",), ("SetInfo", "-in", "App.wex"),
-            ("SetInfo", "-storeURL", "no address"), ("SetInfo", "-storeURL", "https:///path"),
-            ("SetInfo", "-storeURL", "https://a.example.com", "-embedBundle"),
-            ("SetInfo", "-embedBundle", "App.ipa", "-storeURL", "https://a.example.com"),
-            ("SetInfo", "-in", "Some.app", "-out", "o.wex"),
-            ("SetInfo", *files, "-logWriteLevel", "5"),
-            ("SetInfo", *files, "-logDisplayLevel", "9"),
-            ("SetInfo", *files, "-policyXML", "gone.xml"),
-            ("SetInfo", "-in", "App.wex", "-out", "gone/o.wex", *LOG),
-            ("SetInfo", "-in", "App.wex", "-out", "o.ipa", *LOG),
+        self.refusals("set_info_arguments", "SetInfo", [
+            *[(option,) for option in values],
+            ("-help", "-policyXML"), ("-Cert", "x"),
+            ("-logWriteLevel", ""), ("-logDisplayLevel", "one"),
+            (), ("-in", "App.wex"),
+            ("-storeURL", "no address"), ("-storeURL", "https:///path"),
+            ("-storeURL", "https://a.example.com", "-embedBundle"),
+            ("-embedBundle", "App.ipa", "-storeURL", "https://a.example.com"),
+            ("-in", "Some.app", "-out", "o.wex"),
+            (*files, "-logWriteLevel", "5"),
+            (*files, "-logDisplayLevel", "9"),
+            (*files, "-policyXML", "gone.xml"),
+            ("-in", "App.wex", "-out", "gone/o.wex", *LOG),
+            ("-in", "App.wex", "-out", "o.ipa", *LOG),
         ])
 
     def test_refused_files(self):
         write(b"no archive", self.path("text.wex"))
-        write(b"", self.path("bare", "file"))
-        pack(self.path("bare"), self.path("no manifest.wex"))
-        write(b"<MobileAppPackage>", self.path("broken", "manifest.xml"))
-        pack(self.path("broken"), self.path("broken.wex"))
-        write(b"<a><Description/><Description/></a>", self.path("twice", "manifest.xml"))
-        pack(self.path("twice"), self.path("twice.wex"))
+        for name, file, content in [
+                ("no manifest", "file", b""), ("broken", "manifest.xml", b"<MobileAppPackage>"),
+                ("twice", "manifest.xml", b"<a><Description/><Description/></a>")]:
+            write(content, self.path(name, file))
+            pack(self.path(name), self.path(f"{name}.wex"))
         words = ("-out", "o.wex", *LOG)
-        self.refusals("set_info_files", [
-            *[("SetInfo", "-in", name, *words) for name in
+        self.refusals("set_info_files", "SetInfo", [
+            *[("-in", name, *words) for name in
               ("gone.wex", "gone.ipa", "text.wex", "App.ipa", "no manifest.wex")],
-            *[("SetInfo", "-in", name, "-appDesc", "x", *words) for name in
+            *[("-in", name, "-appDesc", "x", *words) for name in
               ("broken.wex", "twice.wex")],
         ])
         self.assertFalse(os.path.lexists(self.path("o.wex")))

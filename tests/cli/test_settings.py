@@ -2,21 +2,13 @@
 import os
 import struct
 
-from harness import (DEMO_APP, TOOLKIT, WholeProgramTest, changed_app, pack, read, result_text,
-                     write)
+from examiner import bundle
+from harness import (DEMO_APP, TOOLKIT, WholeProgramTest, changed_app, pack, read, remove,
+                     result_text, write)
 
 UNKNOWN_FLAG = 0x02000000
 REFUSED = ("ERROR:  Mach Header contains Invalid Flag bits   in the application binary image.")
 NO_ROOM = "ERROR: No room in header of application binary image to insert dylib reference."
-
-
-def slice_offset(executable, cputype=0x0100000C):
-    """Where the slice of a universal file starts."""
-    for i in range(struct.unpack_from(">I", executable, 4)[0]):
-        entry = struct.unpack_from(">5I", executable, 8 + 20 * i)
-        if entry[0] == cputype:
-            return entry[2]
-    raise AssertionError("no such slice")
 
 
 class SettingsFile(WholeProgramTest):
@@ -26,19 +18,16 @@ class SettingsFile(WholeProgramTest):
     def app_with(self, change):
         """The demo app, the arm64 slice of its executable changed by a function."""
         with changed_app() as (folder, app):
-            path = os.path.join(app, "Fieldbook")
-            executable = bytearray(read(path))
-            change(executable, slice_offset(executable))
-            with open(path, "wb") as file:
-                file.write(executable)
+            executable = bytearray(read(app, "Fieldbook"))
+            image = next(image for image in bundle.slices(app) if image.arch == "arm64")
+            change(executable, executable.index(image.data))
+            write(executable, app, "Fieldbook")
             return pack(folder, self.path("changed.ipa"))
 
     def wrapped(self, app, conf):
         """The result of a run, and what it logged about settings."""
         output, log = self.path("out.wex"), self.path("Orvane.log")
-        for path in (output, log):
-            if os.path.exists(path):
-                os.remove(path)
+        remove(output, log)
         before = read(app)
         result = self.wrap(app, output, "-logWriteLevel", "3", environment=conf)
         self.assertEqual(read(app), before)

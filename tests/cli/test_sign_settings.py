@@ -5,12 +5,12 @@ import re
 import shutil
 import xml.etree.ElementTree as ElementTree
 
-from examiner import bundle, macho, signature
-from harness import (ADMIN, BRANCH, BRANCH_PROFILE, COMPANIONS, DEMO_APP, PROFILE, SDK_APP,
-                     SDK_ENTITLEMENTS, TRUSTED_ROOT, changed_app, make_profile, pack, read,
-                     run, sign_as_developer, unzip, write)
-from test_sign import signers
-from transcripts import TranscriptTest
+from examiner import bundle, macho
+from harness import (ADMIN, BRANCH, BRANCH_PROFILE, COMPANIONS, PROFILE, SDK_APP, SDK_ENTITLEMENTS,
+                     TRUSTED_ROOT, changed_app, make_profile, manifest_texts, pack, read, remove,
+                     run, sign_as_developer, unpacked_app, write)
+from makers import sign_with_entitlements
+from transcripts import SignTest
 
 FRAMEWORKS = {"Frameworks/Ledger.framework",
               "Frameworks/Ledger.framework/Frameworks/Paper.framework"}
@@ -24,21 +24,13 @@ def without(text, *tags):
     return re.sub(rf"(<({'|'.join(tags)})\b[^>]*>)[^<]*", r"\1", text)
 
 
-class SettingsTest(TranscriptTest):
-    @classmethod
-    def setUpClass(cls):
-        super().setUpClass()
-        cls.import_identity("branch")
-        shutil.copy(DEMO_APP, cls.path("App.ipa"))
-        cls.wrap(cls.path("App.ipa"), cls.path("App.wex"), "-outBundle", cls.path("Wrapped.ipa"),
-                 "-noStripExtensions", "-bundleID", "com.example")
-        cls.package = unzip(cls.path("App.wex"), cls.path("package"))
+class SettingsTest(SignTest):
+    IDENTIFIER = "com.example"
 
     def run_with(self, settings, *words):
         """Runs with some settings on: the result and the log at basic level."""
         conf = write("".join(f"{name} = yes\n" for name in settings).encode(), self.path("conf"))
-        if os.path.exists(self.path("log")):
-            os.remove(self.path("log"))
+        remove(self.path("log"))
         result = self.tovrek(*words, "-logFile", "log", "-logWriteLevel", "3",
                              environment={"TOVREK_CONF": conf})
         self.assertEqual(self.left_in_scratch(), [], result.stderr)
@@ -46,29 +38,24 @@ class SettingsTest(TranscriptTest):
 
     def sign(self, settings, source, *words, cert=BRANCH, profile=BRANCH_PROFILE):
         self.output = self.path("signed" + os.path.splitext(source)[1])
-        if os.path.exists(self.output):
-            os.remove(self.output)
+        remove(self.output)
         return self.run_with(settings, "Sign", "-Cert", cert, "-Profile", profile, "-in", source,
                              "-out", self.output, *words)
 
-    def signed_app(self):
-        """Unpacks the output: its app, checked in every way."""
-        shutil.rmtree(self.path("out"), ignore_errors=True)
-        archive = self.output
-        if archive.endswith(".wex"):
-            archive = os.path.join(unzip(archive, self.path("out", "package")), "App.ipa")
-        app = os.path.join(unzip(archive, self.path("out")), "Payload", "Fieldbook.app")
+    def signed(self, settings, *words, **keywords):
+        """Signs with success: the app, whose signatures are sound, and the log."""
+        result, log = self.sign(settings, *words, **keywords)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        for folder in ("out", "out app"):
+            shutil.rmtree(self.path(folder), ignore_errors=True)
+        app = unpacked_app(self.output, self.path("out"))
         self.assertEqual(bundle.problems(app, TRUSTED_ROOT), [])
-        return app
+        return app, log
 
     def assert_verified(self, app):
         result = self.run_toolkit([os.path.join(COMPANIONS, "codesign"), "--verify", "--deep",
                                    "--strict", app])
         self.assertEqual((result.returncode, result.stderr), (0, ""))
-
-    def entitlements(self, app, executable):
-        return signature.Signature(
-            macho.slices(os.path.join(app, executable))[0]).der_entitlements()
 
 
 class SignSettings(SettingsTest):
@@ -91,15 +78,14 @@ class SignSettings(SettingsTest):
         ]
         for source, settings, signed, left in cases:
             with self.subTest(source=source, settings=settings):
-                result, log = self.sign(settings, source)
-                self.assertEqual(result.returncode, 0, result.stderr)
-                app = self.signed_app()
-                found = signers(app)
+                app, log = self.signed(settings, source)
+                found = bundle.signers(app)
                 self.assertEqual({name for name in found if found[name] == BRANCH}, signed)
                 self.assertEqual(set(found), signed | left)
                 named = {name for name in (nested, wrapped, kept) if name in log}
                 changes = signed - library or source == "Wrapped.ipa"
-                self.assertEqual(named, set(settings) & {nested, wrapped, kept} if changes else set())
+                expected = set(settings) & {nested, wrapped, kept} if changes else set()
+                self.assertEqual(named, expected)
                 if changes:
                     self.assert_verified(app)
                 self.assertEqual(plistlib.loads(read(app, "Info.plist"))["WEXCFBundleIdentifier"],
@@ -124,11 +110,9 @@ class SignSettings(SettingsTest):
             for code in (inner, watch, app):
                 sign_as_developer(code, "--preserve-metadata=entitlements")
             pack(folder, self.path("Deep.ipa"))
-        result, log = self.sign(["resignNested", "keepExtensionsOnSign"], "Deep.ipa")
-        self.assertEqual(result.returncode, 0, result.stderr)
-        app = self.signed_app()
+        app, log = self.signed(["resignNested", "keepExtensionsOnSign"], "Deep.ipa")
         self.assert_verified(app)
-        self.assertEqual(set(signers(app).values()), {BRANCH})
+        self.assertEqual(set(bundle.signers(app).values()), {BRANCH})
         order = [path.rsplit("/", 1)[1] for path in re.findall(r"Code signing (/.*)\.\.\.", log)]
         self.assertEqual(order, ["Ledger.framework", "Paper.framework", "Ledger.framework",
                                  "Paper.framework", "Inner.appex", "FieldbookWatch.app",
@@ -141,14 +125,11 @@ class SignSettings(SettingsTest):
             old = {"application-identifier": "SAMPLE0001.com.example.fieldbook.share",
                    "keychain-access-groups": ["SAMPLE0001.com.example.shared"],
                    "com.apple.developer.healthkit": True, "get-task-allow": True}
-            write(plistlib.dumps(old), self.path("old.plist"))
-            sign_as_developer(share, "--entitlements", self.path("old.plist"))
+            sign_with_entitlements(share, old)
             sign_as_developer(app, "--preserve-metadata=entitlements")
             pack(folder, self.path("Profiled.ipa"))
-        result, log = self.sign(["keepExtensionsOnSign"], "Profiled.ipa")
-        self.assertEqual(result.returncode, 0, result.stderr)
-        app = self.signed_app()
-        self.assertEqual(self.entitlements(app, "PlugIns/Share.appex/Share"), {
+        app, log = self.signed(["keepExtensionsOnSign"], "Profiled.ipa")
+        self.assertEqual(bundle.entitlements(os.path.join(app, "PlugIns/Share.appex")), {
             "application-identifier": "EXAMPLE456.com.example.fieldbook.share",
             "keychain-access-groups": ["EXAMPLE456.com.example.shared"], "get-task-allow": False})
         self.assertEqual(read(app, "PlugIns/Share.appex/embedded.mobileprovision"),
@@ -159,25 +140,20 @@ class SignSettings(SettingsTest):
 
         # A profile for the app alone: the extension is left as wrapping leaves it.
         explicit = make_profile(self.path("explicit.mobileprovision"), "com.example.fieldbook")
-        result, log = self.sign(["keepExtensionsOnSign"], "Profiled.ipa", cert=ADMIN,
-                                profile=explicit)
-        self.assertEqual(result.returncode, 0, result.stderr)
-        app = self.signed_app()
-        self.assertEqual(signers(app)["PlugIns/Share.appex"], ADMIN)
-        self.assertEqual(self.entitlements(app, "PlugIns/Share.appex/Share"), old)
+        app, log = self.signed(["keepExtensionsOnSign"], "Profiled.ipa", cert=ADMIN,
+                               profile=explicit)
+        self.assertEqual(bundle.signers(app)["PlugIns/Share.appex"], ADMIN)
+        self.assertEqual(bundle.entitlements(os.path.join(app, "PlugIns/Share.appex")), old)
         self.assertEqual(read(app, "PlugIns/Share.appex/embedded.mobileprovision"), b"old profile")
         self.assertIn("profile is not for com.example.fieldbook.share", log)
 
     def test_renewals_can_be_repeated(self):
         shutil.copy(self.path("Wrapped.ipa"), self.path("Again.ipa"))
-        original = os.path.join(unzip(self.path("Wrapped.ipa"), self.path("wrapped")), "Payload",
-                                "Fieldbook.app")
+        original = unpacked_app(self.path("Wrapped.ipa"), self.path("wrapped"))
         seen = []
         for _ in range(2):
-            result, _ = self.sign(["resignWrapped", "keepExtensionsOnSign"], "Again.ipa")
-            self.assertEqual(result.returncode, 0, result.stderr)
-            app = self.signed_app()
-            seen.append(self.entitlements(app, "Fieldbook"))
+            app, _ = self.signed(["resignWrapped", "keepExtensionsOnSign"], "Again.ipa")
+            seen.append(bundle.entitlements(app))
             shutil.copy(self.output, self.path("Again.ipa"))
         groups = [f"EXAMPLE456.{name}" for name in (
             "com.example.fieldbook", "com.example.shared", "com.example", "com.orvane.wex",
@@ -187,15 +163,13 @@ class SignSettings(SettingsTest):
         self.assertEqual(seen[1], seen[0])
         self.assertEqual(plistlib.loads(read(app, "orig-entitlements.plist")), seen[0])
         # Signatures, the profile and the old entitlements apart, the app is what it was.
-        changed = {name for name in bundle.files_below(app)
-                   if read(app, name) != read(original, name)}
-        executables = {bundle.executable_name(os.path.join(app, code))
-                       for code in signers(app) if os.path.isdir(os.path.join(app, code))}
-        self.assertEqual({name for name in changed if os.path.basename(name) not in executables and
+        executables = {bundle.executable_name(code) for code in bundle.code_objects(app)
+                       if os.path.isdir(code)}
+        self.assertEqual({name for name in bundle.changed_files(original, app)
+                          if os.path.basename(name) not in executables and
                           "_CodeSignature/" not in name},
                          {"OrvaneDylib.bundle/OrvaneDylib.dylib", "embedded.mobileprovision",
                           "orig-entitlements.plist"})
-        self.assertEqual(bundle.files_below(app), bundle.files_below(original))
 
     def test_manifest_and_language_files(self):
         package = self.path("languages")
@@ -210,10 +184,8 @@ class SignSettings(SettingsTest):
         pack(package, self.path("Languages.wex"))
         languages = {"deutsch.txt", "strings-it.strings"}
         for settings, kept in (([], set()), (["refreshOnResign"], languages)):
-            result, log = self.sign(settings, "Languages.wex")
-            self.assertEqual(result.returncode, 0, result.stderr)
-            self.signed_app()
-            found = self.path("out", "package")
+            _, log = self.signed(settings, "Languages.wex")
+            found = self.path("out")
             self.assertEqual(set(os.listdir(found)), set(os.listdir(self.package)) | kept)
             self.assertEqual("refreshOnResign" in log, bool(settings))
             renewed = read(found, "manifest.xml").decode()
@@ -221,7 +193,7 @@ class SignSettings(SettingsTest):
                 self.assertEqual(renewed, manifest)
         tags = ("Date", "CertExpires", "PackageSize")
         self.assertEqual(without(renewed, *tags), without(manifest, *tags))
-        texts = {node.tag: node.text for node in ElementTree.fromstring(renewed).iter()}
+        texts = manifest_texts(found)
         self.assertEqual(texts["PackageSize"], str(os.path.getsize(os.path.join(found, "App.ipa"))))
         expires = plistlib.loads(re.search(rb"<\?xml.*</plist>", read(BRANCH_PROFILE),
                                            re.DOTALL).group())["ExpirationDate"]
@@ -298,7 +270,6 @@ class FailedRuns(SettingsTest):
                               SDK_ENTITLEMENTS)
 
     def test_signing_fails_late(self):
-        by_branch = ("Sign", "-Cert", BRANCH, "-Profile", BRANCH_PROFILE)
         with changed_app() as (folder, app):
             share = os.path.join(app, "PlugIns", "Share.appex", "Share")
             write(read(share)[:200], share)
@@ -313,6 +284,6 @@ class FailedRuns(SettingsTest):
         on = ["resignNested", "keepExtensionsOnSign", "refreshOnResign"]
         for given in ("Broken.ipa", "Broken.wex"):
             kind = os.path.splitext(given)[1]
-            self.assert_untouched(given, "late" + kind, *by_branch, settings=on)
+            self.assert_untouched(given, "late" + kind, "Sign", *self.BY_BRANCH, settings=on)
             # Even one that was to be replaced.
-            self.assert_untouched(given, f"./{given}", *by_branch, settings=on)
+            self.assert_untouched(given, f"./{given}", "Sign", *self.BY_BRANCH, settings=on)

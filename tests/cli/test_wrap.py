@@ -7,7 +7,7 @@ import xml.etree.ElementTree as ElementTree
 
 from examiner import bundle, macho, signature
 from harness import (ADMIN, DEMO_APP, PROFILE, SEPARATOR, TOOLKIT, TRUSTED_ROOT, WholeProgramTest,
-                     read, result_text, run, unzip)
+                     read, result_text, run, unpacked_app, unzip)
 
 IDENTIFIER = "com.example.managed.fieldbook"
 WRAPPER = "@executable_path/OrvaneDylib.bundle/OrvaneDylib.dylib"
@@ -23,25 +23,21 @@ class WrappedDemoApp(WholeProgramTest):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
-        cls.output = os.path.join(cls.folder, "out.wex")
-        cls.bundle_output = os.path.join(cls.folder, "out.ipa")
+        cls.output, cls.bundle_output = cls.path("out.wex"), cls.path("out.ipa")
         cls.result = cls.wrap(DEMO_APP, cls.output, "-outBundle", cls.bundle_output,
                               "-appType", "premium", "-bundleID", IDENTIFIER,
                               "-appDesc", "Field <notes> & more",
                               "-minPlatform", "9.0", "-maxPlatform", "15.0")
         if cls.result.returncode != 0 or not os.path.exists(cls.output):
             raise AssertionError(cls.result.stdout + cls.result.stderr)
-        cls.package = unzip(cls.output, os.path.join(cls.folder, "package"))
+        cls.package = unzip(cls.output, cls.path("package"))
         cls.ipa = os.path.join(cls.package, "Fieldbook.ipa")
-        unzip(DEMO_APP, os.path.join(cls.folder, "before"))
-        unzip(cls.ipa, os.path.join(cls.folder, "after"))
-        cls.before = os.path.join(cls.folder, "before", "Payload", "Fieldbook.app")
-        cls.after = os.path.join(cls.folder, "after", "Payload", "Fieldbook.app")
+        cls.before = unpacked_app(DEMO_APP, cls.path("before"))
+        cls.after = unpacked_app(cls.ipa, cls.path("after"))
 
     def slice_pairs(self):
         """The executable's slices before and after, architecture by architecture."""
-        pairs = list(zip(macho.slices(os.path.join(self.before, "Fieldbook")),
-                         macho.slices(os.path.join(self.after, "Fieldbook")), strict=True))
+        pairs = list(zip(bundle.slices(self.before), bundle.slices(self.after), strict=True))
         self.assertEqual([[image.arch for image in pair] for pair in pairs],
                          [["armv7", "armv7"], ["arm64", "arm64"]])
         return pairs
@@ -143,16 +139,12 @@ class WrappedDemoApp(WholeProgramTest):
 
     def test_every_signature(self):
         self.assertEqual(bundle.problems(self.after, TRUSTED_ROOT), [])
-        objects = {os.path.relpath(code, self.after) for code in bundle.code_objects(self.after)}
-        self.assertEqual(objects, {
+        self.assertEqual(bundle.signers(self.after), dict.fromkeys((
             ".", "Frameworks/Ledger.framework",
             "Frameworks/Ledger.framework/Frameworks/Paper.framework",
-            "Frameworks/OrvaneLogger.framework", "OrvaneDylib.bundle/OrvaneDylib.dylib"})
+            "Frameworks/OrvaneLogger.framework", "OrvaneDylib.bundle/OrvaneDylib.dylib"), ADMIN))
         for code in bundle.code_objects(self.after):
-            executable = code if os.path.isfile(code) else os.path.join(
-                code, bundle.executable_name(code))
-            for image in macho.slices(executable):
-                self.assertEqual(signature.signer(image), ADMIN, code)
+            for image in bundle.slices(code):
                 self.assertEqual(signature.Signature(image).directories[0].team, "EXAMPLE123")
 
     def test_entitlements(self):
@@ -167,7 +159,7 @@ class WrappedDemoApp(WholeProgramTest):
                 f"EXAMPLE123.{IDENTIFIER}", "EXAMPLE123.com.orvane.wex",
                 "EXAMPLE123.group.com.example.fieldbook"],
         }
-        for image in macho.slices(os.path.join(self.after, "Fieldbook")):
+        for image in bundle.slices(self.after):
             signed = signature.Signature(image)
             self.assertEqual(plistlib.loads(signed.xml_entitlements()), expected)
             self.assertEqual(signed.der_entitlements(), expected)

@@ -7,8 +7,10 @@ import difflib
 import os
 import re
 import shlex
+import shutil
 
-from harness import DEMO, ROOT, TOOLKIT, WholeProgramTest, result_text
+from harness import (BRANCH, BRANCH_PROFILE, DEMO, DEMO_APP, ROOT, TOOLKIT, WholeProgramTest,
+                     result_text, unpacked_app)
 
 FOLDER = os.path.join(os.path.dirname(os.path.abspath(__file__)), "transcripts")
 UUID = r"[0-9A-F]{8}(?:-[0-9A-F]{4}){3}-[0-9A-F]{12}"
@@ -45,6 +47,15 @@ class TranscriptTest(WholeProgramTest):
         result = self.tovrek(*words, environment=environment, merge=True)
         return result, self.shown(words, result.returncode, result.stdout)
 
+    def assert_done(self, *words, transcript=None):
+        """Runs a command that must succeed and leave nothing; compares all that it prints with a
+        transcript, if one is named."""
+        result, text = self.transcript(*words)
+        self.assertEqual((result.returncode, self.left_in_scratch()), (0, []), text)
+        if transcript:
+            self.assert_transcript(transcript, text)
+        return result.stdout
+
     def refusal(self, *words, environment=()):
         """The one text that a run is refused with.
 
@@ -58,9 +69,9 @@ class TranscriptTest(WholeProgramTest):
             text = re.search(r"(?:\A|\n)\n([^\n]+)\n", result.stderr).group(1)
         return self.shown(words, result.returncode, text or "(no text)")
 
-    def refusals(self, name, cases):
-        """Compares the refusals of the command lines, each written as words."""
-        self.assert_transcript(name, "\n".join(self.refusal(*words) for words in cases))
+    def refusals(self, name, command, cases):
+        """Compares the refusals of a command, with each of the cases as its words."""
+        self.assert_transcript(name, "\n".join(self.refusal(command, *words) for words in cases))
 
     def assert_transcript(self, name, text):
         path = os.path.join(FOLDER, f"{name}.txt")
@@ -73,3 +84,20 @@ class TranscriptTest(WholeProgramTest):
         if text != expected:
             self.fail("".join(difflib.unified_diff(expected.splitlines(True),
                                                    text.splitlines(True), path, "this run")))
+
+
+class SignTest(TranscriptTest):
+    """Has App.ipa, which the administrator has wrapped into App.wex and Wrapped.ipa under another
+    identifier, for the branch office to sign anew."""
+    IDENTIFIER = "com.example.managed"
+    BY_BRANCH = ("-Cert", BRANCH, "-Profile", BRANCH_PROFILE)
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.import_identity("branch")
+        shutil.copy(DEMO_APP, cls.path("App.ipa"))
+        cls.wrap(cls.path("App.ipa"), cls.path("App.wex"), "-outBundle", cls.path("Wrapped.ipa"),
+                 "-noStripExtensions", "-bundleID", cls.IDENTIFIER)
+        cls.package = cls.path("package")
+        cls.app = unpacked_app(cls.path("App.wex"), cls.package)

@@ -1,5 +1,5 @@
 // What the converter's tests share: a host of scripted programs, a scratch folder with a content
-// folder "Data" and an app "Demo.app", and a record to set up.
+// folder "Data" and an app "Demo.app", and a request to set up.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -7,29 +7,31 @@
 
 #include <string>
 
-#include "context/PellRequest.h"
-#include "converter/AppConverter.h"
+#include "converter/Run.h"
 #include "host/files.h"
-#include "log/module_loggers.h"
 #include "package/AppBundle.h"
 #include "tests/support/ScriptedHostRoot.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace tovrek::test {
 
+using namespace converter;
+
 class ConverterTest : public ::testing::Test {
  protected:
   ConverterTest() {
-    Global_TKLib_Logger().setLogDisplayLevel(0);
-    Global_ManifestLib_logger().setLogDisplayLevel(0);
+    context.loggers.toolkit.setLogDisplayLevel(0);
+    context.loggers.manifest.setLogDisplayLevel(0);
     createDirectories(folder.file("Data"));
     write("Demo.app/Info.plist", infoPlist("com.example.demo"));
     write("Demo.app/Demo", "executable");
-    param.certificate = "ID";
+    request.certificate = "ID";
   }
-  ~ConverterTest() override { PellRequest::sharedInstance().setPellRequestFlag(false); }
 
-  AppConverter converter() { return {param, progressor, folder.file("Data")}; }
+  converter::Run run() {
+    return converter::Run(request, context, progressor, folder.file("Data"), {});
+  }
+  const WrapperLogger& log() const { return context.loggers.toolkit; }
   std::string write(const std::string& name, const std::string& text) const {
     return folder.write(name, text);
   }
@@ -42,15 +44,16 @@ class ConverterTest : public ::testing::Test {
     info.set("CFBundleIdentifier", identifier);
     return serializePlist(info, PlistFormat::kXml);
   }
-  static void useKeychain(const std::string& path) {
-    PellRequest::sharedInstance().setPellRequestFlag(true);
-    PellRequest::sharedInstance().setPellKeychainPath(path);
+  void useKeychain(const std::string& path) {
+    context.keychain.setPellRequestFlag(true);
+    context.keychain.setPellKeychainPath(path);
   }
 
   ScriptedHostRoot host;
   TemporaryFolder folder;
-  AppConverterParam param;
-  TKProgressor progressor{Global_TKLib_Logger()};
+  RunContext context;
+  Request request;
+  TKProgressor progressor{context.loggers.toolkit};
   ErrorText error;
 };
 

@@ -1,3 +1,5 @@
+#include "converter/archives.h"
+
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -30,11 +32,11 @@ class Archives : public ConverterTest {
     write("source/Payload/Demo.app/Info.plist", "");
     createDirectories(folder.file("source/Payload/Demo.app/empty"));
     createDirectories(folder.file("target"));
-    param.outputFile = folder.file("out/Demo.wex");
+    request.outputFile = folder.file("out/Demo.wex");
     createDirectories(folder.file("out"));
   }
   bool zipToIpa(const std::string& name) {
-    return converter().ZipToIpa(name, folder.file("source"), folder.file("target"), &error);
+    return ZipToIpa(run(), name, folder.file("source"), folder.file("target"), &error);
   }
 };
 
@@ -70,13 +72,13 @@ TEST_F(Archives, ArgumentsOfTheIpa) {
   package->setIpaName("Inner.ipa");
   host.forgetCalls();
   EXPECT_TRUE(
-      converter().ZipToIpaFromWex(folder.file("other"), *package, folder.file("target"), &error));
+      ZipToIpaFromWex(run(), folder.file("other"), *package, folder.file("target"), &error));
   EXPECT_THAT(host.allCalls(), ElementsAre("zip|-qr|Inner.ipa|Payload"));
 }
 
 TEST_F(Archives, ZipLearnsWhereTheAppCameFrom) {
   host.addTool("zip", "cat \"$TOVREK_PACKED_SOURCE\" >\"$2\"");
-  param.inputFile = write("input.ipa", "the input");
+  request.inputFile = write("input.ipa", "the input");
   ASSERT_TRUE(zipToIpa("Demo.ipa")) << error.text();
   EXPECT_EQ(contentsOf(folder.file("target/Demo.ipa")), "the input");
 
@@ -87,7 +89,7 @@ TEST_F(Archives, ZipLearnsWhereTheAppCameFrom) {
   package->setIpaName("Inner.ipa");
   package->setIpaPath(write("source/Inner.ipa", "the inner app"));
   ASSERT_TRUE(
-      converter().ZipToIpaFromWex(folder.file("source"), *package, folder.file("target"), &error));
+      ZipToIpaFromWex(run(), folder.file("source"), *package, folder.file("target"), &error));
   EXPECT_EQ(contentsOf(folder.file("target/Inner.ipa")), "the inner app");
   EXPECT_THAT(*listDirectory(folder.file("source")), ElementsAre("Payload"));
 }
@@ -118,26 +120,26 @@ TEST_F(Archives, PackageOfAFolder) {
   write("package/manifest.xml", "");
   write("package/sub/icon.png", "");
   write("out/Demo.wex", "old");
-  ASSERT_TRUE(converter().ZiptoPackage(folder.file("package"), &error)) << error.text();
-  EXPECT_THAT(namesIn(*param.outputFile), ElementsAre("manifest.xml", "sub/", "sub/icon.png"));
+  ASSERT_TRUE(ZiptoPackage(run(), folder.file("package"), &error)) << error.text();
+  EXPECT_THAT(namesIn(*request.outputFile), ElementsAre("manifest.xml", "sub/", "sub/icon.png"));
 }
 
 TEST_F(Archives, PackageFailures) {
   write("package/manifest.xml", "");
   host.addTool("zip", "exit 12");
-  EXPECT_FALSE(converter().ZiptoPackage(folder.file("package"), &error));
+  EXPECT_FALSE(ZiptoPackage(run(), folder.file("package"), &error));
   EXPECT_EQ(error.text(), "Failed to execute zip with exit code: 12");
   EXPECT_THAT(host.allCalls(), ElementsAre(MatchesRegex("zip\\|-qr\\|[0-9A-F-]{36}\\.zip\\|\\.")));
   host.addTool("zip");
-  EXPECT_FALSE(converter().ZiptoPackage(folder.file("package"), &error));
+  EXPECT_FALSE(ZiptoPackage(run(), folder.file("package"), &error));
   EXPECT_THAT(error.text(), HasSubstr("Failed to generate this file: " + folder.path()));
   host.addTool("zip", "touch \"$2\"");
-  param.outputFile = "/nowhere/x.wex";
-  EXPECT_FALSE(converter().ZiptoPackage(folder.file("package"), &error));
+  request.outputFile = "/nowhere/x.wex";
+  EXPECT_FALSE(ZiptoPackage(run(), folder.file("package"), &error));
   EXPECT_THAT(error.text(), HasSubstr("to /nowhere/x.wex. Error:No such file or directory"));
   // What stands there counts, be it a folder.
-  param.outputFile = folder.file("out");
-  EXPECT_TRUE(converter().ZiptoPackage(folder.file("package"), &error));
+  request.outputFile = folder.file("out");
+  EXPECT_TRUE(ZiptoPackage(run(), folder.file("package"), &error));
 }
 
 }  // namespace

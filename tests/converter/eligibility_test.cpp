@@ -1,5 +1,9 @@
+#include "converter/eligibility.h"
+
 #include <fmt/format.h>
 
+#include "converter/inspection.h"
+#include "converter/library_check.h"
 #include "tests/converter/ConverterTest.h"
 
 namespace tovrek::test {
@@ -23,9 +27,9 @@ class Eligibility : public ConverterTest {
 
 TEST_F(Eligibility, AsksOtoolAboutTheExecutable) {
   otool("nothing");
-  AppConverter::verifyIfApplicationIsAlreadyWrapped(bundle(), &error);
-  AppConverter::verifyIfApplicationIsAppStoreApp(bundle(), nullptr);
-  AppConverter::verifyIfAppBundleIsAlreadyWrapped(bundle(), nullptr);
+  verifyIfApplicationIsAlreadyWrapped(log(), bundle(), &error);
+  verifyIfApplicationIsAppStoreApp(log(), bundle(), nullptr);
+  verifyIfAppBundleIsAlreadyWrapped(log(), bundle(), nullptr);
   EXPECT_THAT(host.allCalls(app()),
               ElementsAre("otool|-l|@/Demo", "otool|-l|@/Demo", "otool|-o|@/Demo"));
 }
@@ -43,7 +47,7 @@ TEST_F(Eligibility, NamesInBundlesStartNoProgram) {
     write("Demo.app/" + name, "executable");
     otool("cryptid 0");
     host.forgetCalls();
-    AppConverter::verifyIfApplicationIsAppStoreApp(bundle(), &error);
+    verifyIfApplicationIsAppStoreApp(log(), bundle(), &error);
     EXPECT_THAT(host.allCalls(app()), ElementsAre("otool|-l|@/" + seen));
     EXPECT_FALSE(fileExists("pwned"));
   }
@@ -62,7 +66,7 @@ TEST_F(Eligibility, AppStoreAppHasNoUnencryptedSlice) {
     SCOPED_TRACE(c.listing);
     otool(c.listing, "", c.status);
     error.clear();
-    EXPECT_EQ(AppConverter::verifyIfApplicationIsAppStoreApp(bundle(), &error), c.passes);
+    EXPECT_EQ(verifyIfApplicationIsAppStoreApp(log(), bundle(), &error), c.passes);
     EXPECT_EQ(error.text(),
               c.passes ? "" : "ERROR: The app (" + app() + "/Demo) is an AppStore app.");
   }
@@ -70,21 +74,21 @@ TEST_F(Eligibility, AppStoreAppHasNoUnencryptedSlice) {
 
 TEST_F(Eligibility, WrappedAppIsRefused) {
   otool("name @executable_path/OrvaneDylib.bundle/OrvaneDylib.dylib");
-  EXPECT_TRUE(AppConverter::verifyIfApplicationIsAlreadyWrapped(bundle(), &error));
+  EXPECT_TRUE(verifyIfApplicationIsAlreadyWrapped(log(), bundle(), &error));
   EXPECT_EQ(error.text(), "ERROR: This app is already wrapped, and cannot be re-wrapped.");
   otool("name @executable_path/OrvaneDylib.bundle/OrvaneDylib.dylib", "", 1);
-  EXPECT_FALSE(AppConverter::verifyIfApplicationIsAlreadyWrapped(bundle(), nullptr));
+  EXPECT_FALSE(verifyIfApplicationIsAlreadyWrapped(log(), bundle(), nullptr));
 }
 
 TEST_F(Eligibility, LaunchHook) {
   otool("", "orvApplication:willFinishLaunchingWithOptions:");
-  EXPECT_FALSE(AppConverter::verifyIfAppBundleIsAlreadyWrapped(bundle(), &error));
+  EXPECT_FALSE(verifyIfAppBundleIsAlreadyWrapped(log(), bundle(), &error));
   EXPECT_EQ(error.text(),
             "ERROR: This app is already linked against the TelvoSDK, and cannot be wrapped.");
-  EXPECT_TRUE(AppConverter::verifyIfApplicationIsLinkedWithStaticWEXSDK(bundle(), nullptr));
+  EXPECT_TRUE(verifyIfApplicationIsLinkedWithStaticWEXSDK(log(), bundle(), nullptr));
   otool("", "application:willFinishLaunchingWithOptions:");
-  EXPECT_TRUE(AppConverter::verifyIfAppBundleIsAlreadyWrapped(bundle(), nullptr));
-  EXPECT_FALSE(AppConverter::verifyIfApplicationIsLinkedWithStaticWEXSDK(bundle(), nullptr));
+  EXPECT_TRUE(verifyIfAppBundleIsAlreadyWrapped(log(), bundle(), nullptr));
+  EXPECT_FALSE(verifyIfApplicationIsLinkedWithStaticWEXSDK(log(), bundle(), nullptr));
 }
 
 TEST_F(Eligibility, SdkFrameworks) {
@@ -109,8 +113,7 @@ TEST_F(Eligibility, SdkFrameworks) {
     SCOPED_TRACE(c.listing);
     otool(c.listing);
     FrameworkNames found;
-    EXPECT_EQ(AppConverter::verifyIfApplicationIsLinkedWithMDKSDK(bundle(), &found, nullptr),
-              c.linked);
+    EXPECT_EQ(verifyIfApplicationIsLinkedWithMDKSDK(log(), bundle(), &found, nullptr), c.linked);
     EXPECT_EQ(found, c.found);
   }
 }
@@ -121,7 +124,7 @@ TEST_F(Eligibility, InspectionOfAnSdkApp) {
   write("Demo.app/OrvaneDylib.bundle/OrvaneDylib.dylib", "");
   BundleInspection found;
   found.hasMAMSDKFrameworks = false;
-  AppConverter::checkIfAppBundle(bundle(), &found);
+  checkIfAppBundle(context, bundle(), &found);
   EXPECT_TRUE(found.hasWEXSDKFramework && found.hasOpenSSLFIPSModule && found.hasOrvaneDylib &&
               found.hasMAMSDKFrameworks && found.hasDualModeFrameworks);
   EXPECT_FALSE(found.hasDefaultPoliciesXML);
@@ -130,7 +133,7 @@ TEST_F(Eligibility, InspectionOfAnSdkApp) {
             "DefaultPoliciesXML?0 OrvaneDylib?1 DualModeFrameworkFound?0 ORVMAMFrameworksFound?0\n"
             "WARNING: App will not work as expected when run in Premium/AppSpecific mode.\n");
   // A second look reports what the first one found.
-  AppConverter::checkIfAppBundle(bundle(), &found);
+  checkIfAppBundle(context, bundle(), &found);
   EXPECT_THAT(found.debugString, HasSubstr("DualModeFrameworkFound?1 ORVMAMFrameworksFound?1\n"));
 }
 
@@ -139,30 +142,29 @@ TEST_F(Eligibility, InspectionOfOtherApps) {
   symbols("_main", 1);
   write("Demo.app/default_policies.xml", "");
   BundleInspection found;
-  AppConverter::checkIfAppBundle(bundle(), &found);
+  checkIfAppBundle(context, bundle(), &found);
   EXPECT_FALSE(found.hasWEXSDKFramework || found.hasOpenSSLFIPSModule || found.hasOrvaneDylib);
   EXPECT_TRUE(found.hasDefaultPoliciesXML);
   EXPECT_THAT(found.debugString, HasSubstr("\noutputStr _main\n terminatedStatus 1\n"));
 
   // The markers count without any framework, the fingerprint only with one.
   symbols("_OrvSingleSignOn _FINGERPRINT_premain");
-  AppConverter::checkIfAppBundle(bundle(), &found);
+  checkIfAppBundle(context, bundle(), &found);
   EXPECT_TRUE(found.hasWEXSDKFramework);
   EXPECT_FALSE(found.hasOpenSSLFIPSModule);
 }
 
 TEST_F(Eligibility, ForeignApps) {
-  auto subject = converter();
   write("Demo.app/lib/Mono.dll", "");
   write("Demo.app/Mono.DLL", "");
-  EXPECT_TRUE(subject.verifyIfItNotANativeiOSApp(app(), &error));
-  EXPECT_FALSE(subject.doesApplicationSupportAdobeAir(app(), &error));
+  EXPECT_TRUE(verifyIfItNotANativeiOSApp(app(), &error));
+  EXPECT_FALSE(doesApplicationSupportAdobeAir(app(), &error));
   EXPECT_FALSE(error.isSet());
   write("Demo.app/Mono.dll", "");
-  EXPECT_FALSE(subject.verifyIfItNotANativeiOSApp(app(), &error));
+  EXPECT_FALSE(verifyIfItNotANativeiOSApp(app(), &error));
   EXPECT_THAT(error.text(), HasSubstr("not to be native iOS app , it could be"));
   write("Demo.app/META-INF/AIR/application.xml", "");
-  EXPECT_TRUE(subject.doesApplicationSupportAdobeAir(app(), &error));
+  EXPECT_TRUE(doesApplicationSupportAdobeAir(app(), &error));
   EXPECT_THAT(error.text(), HasSubstr("Adobe Air"));
 }
 
@@ -183,22 +185,10 @@ TEST_F(Eligibility, DuplicateCertificates) {
     SCOPED_TRACE(c.listing);
     host.addTool("security", fmt::format("echo '{}'; exit {}", c.listing, c.status));
     error.clear();
-    EXPECT_EQ(AppConverter::checkForDuplicateCertificates(c.certificate, &error), c.duplicate);
+    EXPECT_EQ(checkForDuplicateCertificates(log(), c.certificate, &error), c.duplicate);
     EXPECT_EQ(error.isSet(), c.duplicate);
   }
   EXPECT_THAT(host.allCalls(), ::testing::Each("security|find-identity|-v|-p|codesigning"));
-}
-
-TEST_F(Eligibility, CommandLineToolsByReceiptOrByQuestion) {
-  host.addFile("/System/Library/CoreServices/SystemVersion.plist",
-               "<plist><dict><key>ProductVersion</key><string>10.11</string></dict></plist>");
-  host.addTool("pkgutil", "exit 1");
-  EXPECT_FALSE(AppConverter::isCmdLineToolInstalled());
-  host.addTool("pkgutil", "exit 0");
-  EXPECT_TRUE(AppConverter::isCmdLineToolInstalled());
-  host.addTool("pkgutil", "exit 1");
-  host.addFile("/var/db/receipts/com.apple.pkg.CLTools_Executables.bom", "");
-  EXPECT_TRUE(AppConverter::isCmdLineToolInstalled());
 }
 
 TEST_F(Eligibility, ShippedLibraryNeedsTheMakersSignature) {
@@ -218,12 +208,12 @@ TEST_F(Eligibility, ShippedLibraryNeedsTheMakersSignature) {
   for (const auto& c : cases) {
     host.addTool("codesign", c.script);
     error.clear();
-    EXPECT_EQ(converter().checkOrvaneDylib(path, &error), c.text[0] == '\0');
+    EXPECT_EQ(checkOrvaneDylib(path, &error), c.text[0] == '\0');
     EXPECT_EQ(error.text(), c.text);
   }
   EXPECT_THAT(host.allCalls(folder.path()),
               ::testing::Each("codesign|-dvvv|@/Data/OrvaneDylib.dylib"));
-  EXPECT_FALSE(converter().checkOrvaneLoggerDylib("/nowhere", &error));
+  EXPECT_FALSE(checkOrvaneLoggerDylib("/nowhere", &error));
   EXPECT_EQ(error.text(), "A required file at this location does not exist: /nowhere");
 }
 

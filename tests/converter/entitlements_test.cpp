@@ -1,5 +1,8 @@
+#include "converter/entitlements.h"
+
 #include <unistd.h>
 
+#include "converter/bundle_identifier.h"
 #include "tests/converter/ConverterTest.h"
 
 namespace tovrek::test {
@@ -30,7 +33,7 @@ constexpr char kTeam[] = "com.apple.developer.team-identifier";
 class Entitlements : public ConverterTest {
  protected:
   Entitlements() {
-    param.replacementBundleID = "com.example.demo";
+    request.replacementBundleID = "com.example.demo";
     appIsNotSigned();
   }
   void appIsNotSigned() { host.addTool("codesign", "exit 1"); }
@@ -40,8 +43,8 @@ class Entitlements : public ConverterTest {
   }
   bool generate(const PlistDictionary& profileEntitlements) {
     error.clear();
-    return converter().generateNewEntitlement(
-        &path, dictionary({{"Entitlements", profileEntitlements}}), folder.path(), app(), &error);
+    return generateNewEntitlement(run(), &path, dictionary({{"Entitlements", profileEntitlements}}),
+                                  folder.path(), app(), &error);
   }
   PlistDictionary generated(const PlistDictionary& profileEntitlements) {
     EXPECT_TRUE(generate(profileEntitlements)) << error.text();
@@ -140,7 +143,7 @@ TEST_F(Entitlements, OfVariousProfilesAndSignatures) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    param.preserveUpgradeCompatibility = c.upgrade;
+    request.preserveUpgradeCompatibility = c.upgrade;
     removeItem(app() + "/orig-entitlements.plist");
     c.old ? appIsSignedWith(*c.old) : appIsNotSigned();
     const PlistDictionary result = generated(c.profile);
@@ -180,16 +183,14 @@ TEST_F(Entitlements, WarnsOfWhatTheProfileLacks) {
 }
 
 TEST_F(Entitlements, FailuresOfTheProfile) {
-  EXPECT_FALSE(
-      converter().generateNewEntitlement(&path, std::nullopt, folder.path(), app(), &error));
+  EXPECT_FALSE(generateNewEntitlement(run(), &path, std::nullopt, folder.path(), app(), &error));
   EXPECT_FALSE(error.isSet());
-  EXPECT_FALSE(
-      converter().generateNewEntitlement(&path, PlistDictionary(), "/nowhere", app(), &error));
+  EXPECT_FALSE(generateNewEntitlement(run(), &path, PlistDictionary(), "/nowhere", app(), &error));
   EXPECT_EQ(error.text(), "ERROR: Failed to decode provisioning profile.");
-  EXPECT_FALSE(converter().GenerateEntitlement(path, "/nowhere", app(), &error));
+  EXPECT_FALSE(GenerateEntitlement(run(), path, "/nowhere", app(), &error));
   EXPECT_EQ(error.text(), "ERROR: Failed to read provisioning profile.");
   EXPECT_FALSE(
-      converter().generateNewEntitlement(&path, PlistDictionary(), folder.path(), app(), &error));
+      generateNewEntitlement(run(), &path, PlistDictionary(), folder.path(), app(), &error));
   EXPECT_EQ(error.text(), "ERROR: Provisioning profile is missing entitlement data.");
   EXPECT_FALSE(generate(dictionary({{kAppId, "TEAMAAAAAA.org.other"}})));
   EXPECT_THAT(error.text(), HasSubstr("is specific to <org.other>"));
@@ -199,7 +200,7 @@ TEST_F(Entitlements, BundleIdentifierChanges) {
   write("Payload/a.txt", "");
   write("Payload/Demo.APP/Info.plist", infoPlist("com.example.old"));
   const std::string payload = folder.file("Payload");
-  EXPECT_TRUE(AppConverter::doAppBundleIDChange("com.example.new", payload));
+  EXPECT_TRUE(doAppBundleIDChange("com.example.new", payload));
   const std::string plist = payload + "/Demo.APP/Info.plist";
   EXPECT_EQ(contentsOf(plist).substr(0, 6), "bplist");
   const auto info = readPlistDictionary(plist).value();
@@ -207,24 +208,24 @@ TEST_F(Entitlements, BundleIdentifierChanges) {
   EXPECT_EQ(*stringForKey(info, "WEXCFBundleIdentifier"), "com.example.old");
   EXPECT_EQ(*stringForKey(info, "CFBundleExecutable"), "Demo");
 
-  EXPECT_FALSE(AppConverter::doAppBundleIDChange(std::nullopt, payload));
-  EXPECT_FALSE(AppConverter::doAppBundleIDChange("x", ""));
+  EXPECT_FALSE(doAppBundleIDChange(std::nullopt, payload));
+  EXPECT_FALSE(doAppBundleIDChange("x", ""));
   removeItem(plist);
-  EXPECT_FALSE(AppConverter::doAppBundleIDChange("x", payload));
+  EXPECT_FALSE(doAppBundleIDChange("x", payload));
 }
 
 TEST_F(Entitlements, BundleIdentifierOfALinkedAppStays) {
   createDirectories(folder.file("Payload"));
   ASSERT_EQ(::symlink(app().c_str(), folder.file("Payload/A.APP").c_str()), 0);
-  EXPECT_FALSE(AppConverter::doAppBundleIDChange("x", folder.file("Payload")));
+  EXPECT_FALSE(doAppBundleIDChange("x", folder.file("Payload")));
   EXPECT_EQ(contentsOf(app() + "/Info.plist"), infoPlist("com.example.demo"));
 }
 
 TEST_F(Entitlements, ManagementGroupIsRequired) {
   const auto check = [&](const PlistDictionary& entitlements) {
     error.clear();
-    return AppConverter::checkWexKeychainEntitlementInFile(
-        write("e.plist", serializePlist(entitlements, PlistFormat::kXml)), &error);
+    return checkWexKeychainEntitlementInFile(
+        log(), write("e.plist", serializePlist(entitlements, PlistFormat::kXml)), &error);
   };
   EXPECT_TRUE(check(dictionary({{kKeychain, list({"$(AppIdentifierPrefix)com.orvane.wex"})}})));
   EXPECT_FALSE(check(dictionary({{kKeychain, list({"T.com.orvane"})}})));

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include "converter/code_signing.h"
 #include "host/host_info.h"
 #include "tests/converter/ConverterTest.h"
 
@@ -24,14 +25,14 @@ class Signing : public ConverterTest {
 
 TEST_F(Signing, ArgumentOrders) {
   const std::string entitlements = write("new.plist", "");
-  auto subject = converter();
+  const auto subject = run();
   const auto signEach = [&] {
     host.forgetCalls();
-    EXPECT_TRUE(subject.CodeSignOrvaneDylib(app(), &error));
-    EXPECT_TRUE(subject.CodeSignFrameworks(app(), &error));
-    EXPECT_TRUE(subject.CodeSign(app(), entitlements, &error));
-    EXPECT_TRUE(subject.CodeSign(app(), "/nowhere", &error));
-    EXPECT_TRUE(subject.CodeSign(app(), std::nullopt, &error));
+    EXPECT_TRUE(CodeSignOrvaneDylib(subject, app(), &error));
+    EXPECT_TRUE(CodeSignFrameworks(subject, app(), &error));
+    EXPECT_TRUE(CodeSign(subject, app(), entitlements, &error));
+    EXPECT_TRUE(CodeSign(subject, app(), "/nowhere", &error));
+    EXPECT_TRUE(CodeSign(subject, app(), std::nullopt, &error));
   };
   write("Demo.app/Frameworks/A.dylib", "");
   const std::string dylib = "@/OrvaneDylib.bundle/OrvaneDylib.dylib";
@@ -56,7 +57,7 @@ TEST_F(Signing, ArgumentOrders) {
                   fmt::format("codesign|-f|-s|ID|--keychain|/k c|@|{}", kKeepEntitlements),
                   fmt::format("codesign|-f|-s|ID|--keychain|/k c|@|{}", kKeepEntitlements)));
   // Asked for, but not named: the usual search finds it.
-  PellRequest::sharedInstance().setKeychainPath(std::nullopt);
+  context.keychain.setKeychainPath(std::nullopt);
   signEach();
   EXPECT_THAT(calls(), Each(Not(HasSubstr("--keychain"))));
 }
@@ -68,7 +69,7 @@ TEST_F(Signing, FrameworksInnerCodeFirst) {
   write("Demo.app/Frameworks/a.txt", "");
   write("Demo.app/Frameworks/folder/deep.dylib", "");
   write("Demo.app/Frameworks/upper.DYLIB", "");
-  EXPECT_TRUE(converter().CodeSignFrameworks(app(), &error));
+  EXPECT_TRUE(CodeSignFrameworks(run(), app(), &error));
   EXPECT_THAT(calls(),
               ElementsAre("codesign|-f|-s|ID|@/Frameworks/B.framework/Frameworks/Inner.framework",
                           "codesign|-f|-s|ID|@/Frameworks/B.framework",
@@ -79,7 +80,7 @@ TEST_F(Signing, FrameworksStopAtTheFirstFailure) {
   host.addTool("codesign", "case $4 in *B.dylib) exit 3;; esac");
   for (const char* name : {"A", "B", "C"})
     write(fmt::format("Demo.app/Frameworks/{}.dylib", name), "");
-  EXPECT_FALSE(converter().CodeSignFrameworks(app(), &error));
+  EXPECT_FALSE(CodeSignFrameworks(run(), app(), &error));
   EXPECT_EQ(error.text(), "Failed to execute dylibcodesign with exit code: 3");
   EXPECT_EQ(calls().size(), 2U);
 }
@@ -87,16 +88,16 @@ TEST_F(Signing, FrameworksStopAtTheFirstFailure) {
 TEST_F(Signing, FrameworkLinksDoNotGoRound) {
   write("Demo.app/Frameworks/A.framework/Frameworks/x.txt", "");
   ASSERT_EQ(::symlink("..", (app() + "/Frameworks/A.framework/Frameworks/B.framework").c_str()), 0);
-  EXPECT_TRUE(converter().CodeSignFrameworks(app(), &error));
+  EXPECT_TRUE(CodeSignFrameworks(run(), app(), &error));
   EXPECT_THAT(calls(),
               ElementsAre("codesign|-f|-s|ID|@/Frameworks/A.framework/Frameworks/B.framework",
                           "codesign|-f|-s|ID|@/Frameworks/A.framework"));
 }
 
 TEST_F(Signing, NoFrameworksNoRuns) {
-  EXPECT_TRUE(converter().CodeSignFrameworks(app(), &error));
+  EXPECT_TRUE(CodeSignFrameworks(run(), app(), &error));
   write("Demo.app/Frameworks/readme.txt", "");
-  EXPECT_TRUE(converter().CodeSignFrameworks(app(), &error));
+  EXPECT_TRUE(CodeSignFrameworks(run(), app(), &error));
   EXPECT_THAT(calls(), IsEmpty());
 }
 
@@ -104,15 +105,15 @@ TEST_F(Signing, BrokenExtensionsStopNothing) {
   host.addTool("codesign", "exit 1");
   write("Demo.app/PlugIns/A.appex/PlugIns/B.appex/Info.plist", "");
   write("Demo.app/PlugIns/c.APPEX/Info.plist", "");
-  param.isSDK = true;  // whose extensions are not rebuilt
-  EXPECT_TRUE(converter().CodeSignExtensions(app(), &error));
+  request.isSDK = true;  // whose extensions are not rebuilt
+  EXPECT_TRUE(CodeSignExtensions(run(), app(), &error));
   EXPECT_THAT(calls(),
               ElementsAre(fmt::format("codesign|-f|-s|ID|@/PlugIns/A.appex|{}", kKeepEntitlements),
                           fmt::format("codesign|-f|-s|ID|@/PlugIns/A.appex/PlugIns/B.appex|{}",
                                       kKeepEntitlements)));
   // Executables that are none are no reason either.
-  param.isSDK = false;
-  EXPECT_TRUE(converter().CodeSignExtensions(app(), &error));
+  request.isSDK = false;
+  EXPECT_TRUE(CodeSignExtensions(run(), app(), &error));
   EXPECT_EQ(calls().size(), 4U);
 }
 
@@ -128,26 +129,26 @@ TEST_F(Signing, TeamIdentifier) {
   for (const auto& [output, expected] : cases) {
     SCOPED_TRACE(output);
     host.addTool("codesign", fmt::format("printf '{}\\n' >&2; exit 1", output));
-    EXPECT_EQ(AppConverter::verifyCodeSignatureForiOS8("x"), expected);
+    EXPECT_EQ(verifyCodeSignatureForiOS8("x"), expected);
     host.addTool("codesign", fmt::format("printf '{}\\n'", output));
-    EXPECT_FALSE(AppConverter::verifyCodeSignatureForiOS8("x"));  // standard error counts
+    EXPECT_FALSE(verifyCodeSignatureForiOS8("x"));  // standard error counts
   }
 }
 
 TEST_F(Signing, TeamWarningOnlyFillsAnEmptySlot) {
   host.addTool("codesign");
-  EXPECT_TRUE(converter().CodeSignOrvaneDylib(app(), &error));
+  EXPECT_TRUE(CodeSignOrvaneDylib(run(), app(), &error));
   EXPECT_THAT(error.text(), HasSubstr("not correctly signed for iOS 8."));
   error.set("earlier");
-  EXPECT_TRUE(converter().CodeSignOrvaneDylib(app(), &error));
+  EXPECT_TRUE(CodeSignOrvaneDylib(run(), app(), &error));
   EXPECT_EQ(error.text(), "earlier");
 }
 
 TEST_F(Signing, FailuresNameTheStep) {
   host.addTool("codesign", "exit 2");
-  EXPECT_FALSE(converter().CodeSignOrvaneDylib(app(), &error));
+  EXPECT_FALSE(CodeSignOrvaneDylib(run(), app(), &error));
   EXPECT_EQ(error.text(), "Failed to execute dylibcodesign with exit code: 2");
-  EXPECT_FALSE(converter().CodeSign(app(), std::nullopt, &error));
+  EXPECT_FALSE(CodeSign(run(), app(), std::nullopt, &error));
   EXPECT_EQ(error.text(),
             "Failed to execute codesign:withEntitlement:withError: -  with exit code: 2");
 }
@@ -156,30 +157,30 @@ TEST_F(Signing, PreparationRemovesTheOldSignature) {
   const std::string outside = write("outside/kept", "");
   write("Demo.app/_CodeSignature/CodeResources", "");
   ASSERT_EQ(::symlink(outside.c_str(), (app() + "/CodeResources").c_str()), 0);
-  EXPECT_FALSE(converter().verifyCodeSigningPrerequisites(app(), "", &error));
+  EXPECT_FALSE(verifyCodeSigningPrerequisites(run(), app(), "", &error));
   EXPECT_THAT(error.text(), HasSubstr("Failed to copy file from " + folder.file("Data") +
                                       "/ResourceRules.plist to " + app()));
   write("Data/ResourceRules.plist", "rules");
-  EXPECT_TRUE(converter().verifyCodeSigningPrerequisites(app(), "", &error));
+  EXPECT_TRUE(verifyCodeSigningPrerequisites(run(), app(), "", &error));
   EXPECT_FALSE(fileExists(app() + "/_CodeSignature"));
   EXPECT_FALSE(itemExistsNoFollow(app() + "/CodeResources"));
   EXPECT_TRUE(fileExists(outside));
   EXPECT_EQ(contentsOf(app() + "/ResourceRules.plist"), "rules");
   // Rules of the app's own stay.
   write("Demo.app/ResourceRules.plist", "own");
-  EXPECT_TRUE(converter().verifyCodeSigningPrerequisites(app(), "", &error));
+  EXPECT_TRUE(verifyCodeSigningPrerequisites(run(), app(), "", &error));
   EXPECT_EQ(contentsOf(app() + "/ResourceRules.plist"), "own");
 }
 
 TEST_F(Signing, FingerprintTool) {
   const std::string tool = programFolder() + "/incore_macho";
-  EXPECT_FALSE(converter().EmbedOpenSSLFipsFingerprint(app(), &error));
+  EXPECT_FALSE(EmbedOpenSSLFipsFingerprint(log(), app(), &error));
   EXPECT_EQ(error.text(), "A required file at this location does not exist: " + tool);
   const std::pair<int, bool> cases[] = {{0, true}, {255, true}, {1, false}};
   for (const auto& [status, expected] : cases) {
     host.addTool(tool, fmt::format("exit {}", status));
     error.clear();
-    EXPECT_EQ(converter().EmbedOpenSSLFipsFingerprint(app(), &error), expected);
+    EXPECT_EQ(EmbedOpenSSLFipsFingerprint(log(), app(), &error), expected);
     EXPECT_EQ(error.text(), expected ? "" : "Failed to execute incore_macho with exit code: 1");
   }
   EXPECT_THAT(calls(), ::testing::Each("incore_macho|--debug|-exe|@/Demo"));

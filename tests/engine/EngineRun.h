@@ -4,11 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <exception>
+#include <optional>
+#include <span>
 #include <string>
 
-#include "engine/MachORebuildErrors.h"
-#include "engine/entry_points.h"
+#include "engine/file_check.h"
+#include "engine/file_insertion.h"
 #include "tests/support/MachOBuilder.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/engine_outcome.h"
@@ -23,11 +24,23 @@ inline testing::AssertionResult sameBytes(const std::string& got, const std::str
          << "sizes " << got.size() << " and " << wanted.size() << ", first difference at " << at;
 }
 
-inline std::string checkBytes(const std::string& bytes, bool sdkOrder = false,
-                              bool libraryType = false, macho::AcceptanceRules rules = {}) {
-  static const TemporaryFolder folder;
-  const std::string path = folder.write("image", bytes);
-  return outcomeOf([&] { check(path, sdkOrder, libraryType, rules); });
+// Logs nowhere.
+inline const WrapperLogger& silence() {
+  static const WrapperLogger logger("Test", std::nullopt);
+  return logger;
+}
+
+inline std::string checkBytes(const std::string& bytes, const macho::CheckOptions& options = {}) {
+  return outcomeOf([&] { macho::checkFile(std::as_bytes(std::span(bytes)), options, silence()); });
+}
+
+inline std::string checkAt(const std::string& path, const macho::CheckOptions& options = {}) {
+  return outcomeOf([&] { check(path, options, silence()); });
+}
+
+inline std::string insertAt(const std::string& path, int binaryType = kApplication,
+                            bool libraryType = false, Settings settings = {}) {
+  return outcomeOf([&] { addDylib(binaryType, path, libraryType, settings, silence()); });
 }
 
 }  // namespace tovrek::test

@@ -248,13 +248,13 @@ TEST(CheckCodes, RulesAreTakenByValue) {
     EXPECT_EQ(checkBytes(bytes), "1108");
     macho::AcceptanceRules rules;
     rules.headerFlags |= 0x02000000;
-    EXPECT_EQ(checkBytes(bytes, false, false, rules), "1115");
+    EXPECT_EQ(checkBytes(bytes, {.rules = rules}), "1115");
     rules.commands = kOnlyNew;
-    EXPECT_EQ(checkBytes(bytes, false, false, rules), "1148");
+    EXPECT_EQ(checkBytes(bytes, {.rules = rules}), "1148");
     rules.stringPoolAlignment = 2;
-    EXPECT_EQ(checkBytes(bytes, false, false, rules), "1149");
+    EXPECT_EQ(checkBytes(bytes, {.rules = rules}), "1149");
     rules.anyTableSize = true;
-    EXPECT_EQ(checkBytes(bytes, false, false, rules), "ok");
+    EXPECT_EQ(checkBytes(bytes, {.rules = rules}), "ok");
   }
 }
 

@@ -277,7 +277,7 @@ TEST(CheckTexts, LibraryOrder) {
     for (const OrderCase& each : cases) {
       MachOBuilder b(arch);
       for (const std::string& name : each.dylibs) b.addDylib(name, kinds[kind++ % 5]);
-      EXPECT_EQ(checkBytes(b.build(), each.sdkOrder, each.libraryType), each.expected)
+      EXPECT_EQ(checkBytes(b.build(), {each.sdkOrder, each.libraryType, {}}), each.expected)
           << arch.name << ": " << each.dylibs.front();
     }
     MachOBuilder library(arch);

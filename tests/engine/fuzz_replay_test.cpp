@@ -4,6 +4,7 @@
 #include <map>
 
 #include "tests/fuzz/engine/engine_fuzzing.h"
+#include "tests/support/MachOBuilder.h"
 
 namespace tovrek {
 namespace {
@@ -35,6 +36,35 @@ TEST(FuzzReplay, CutAndOverwrittenTables) {
       bad.replace(size, 4, "\xff\xff\xff\xff");
       EXPECT_NE(test::fuzzFat(bad), "") << seed.name << " at " << size;
     }
+  }
+  testing::internal::GetCapturedStderr();
+}
+
+// The sanitizers judge, and the promises of the fuzz functions; insertion, which waits for the
+// disk, is tried on some of the files.
+TEST(FuzzReplay, CutAndOverwrittenCommands) {
+  int count = 0;
+  const auto tried = [&](const std::string& bytes) {
+    EXPECT_NE(test::fuzzCheck(bytes), "");
+    if (++count % 8 != 0) return;
+    EXPECT_NE(test::fuzzInsertion(bytes), "");
+  };
+  testing::internal::CaptureStderr();
+  for (const test::TestArch& arch : {test::kPpc, test::kArmv7, test::kArm64}) {
+    test::MachOBuilder b(arch);
+    b.local.push_back({0x100, b.relocationInfo(1, false, 2, false, 0)});
+    const std::string good = b.build();
+    const auto with = [&](size_t at, const std::string& bytes) {
+      std::string bad = good;
+      test::patch(&bad, at, bytes);
+      return bad;
+    };
+    // Steps that meet all bytes of a word in turn.
+    for (uint64_t size = 1; size < b.commandsEnd() + 8; size += 7) tried(good.substr(0, size));
+    for (uint64_t at = 0; at < b.commandsEnd(); at += 3) {
+      tried(with(at, at % 2 == 0 ? "\xff" : "\x7f"));
+    }
+    for (uint64_t at = 0; at < b.commandsEnd(); at += 4) tried(with(at, "\xff\xff\xff\xff"));
   }
   testing::internal::GetCapturedStderr();
 }

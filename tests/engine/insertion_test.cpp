@@ -13,7 +13,6 @@ namespace {
 using test::kArm64;
 using test::kArmv7;
 using test::MachOBuilder;
-using test::outcomeOf;
 using test::stored;
 using test::TestArch;
 
@@ -35,7 +34,7 @@ Inserted insert(const std::string& bytes, int binaryType = 2, bool libraryType =
   testing::internal::CaptureStderr();
   Settings settings;
   settings.strictHeaderRoom = strict;
-  result.outcome = outcomeOf([&] { addDylib(binaryType, path, libraryType, settings); });
+  result.outcome = test::insertAt(path, binaryType, libraryType, settings);
   result.printed = testing::internal::GetCapturedStderr();
   result.bytes = test::contentsOf(path);
   return result;
@@ -263,13 +262,13 @@ TEST_P(InsertionTest, DamagedFilesAreRefusedUnchanged) {
 
 TEST(Insertion, FilesThatCannotBeMapped) {
   const test::TemporaryFolder folder;
-  EXPECT_EQ(outcomeOf([&] { addDylib(2, folder.file("none"), false); }), "1100");
-  EXPECT_EQ(outcomeOf([&] { check(folder.file("none"), false, false); }), "1100");
+  EXPECT_EQ(test::insertAt(folder.file("none")), "1100");
+  EXPECT_EQ(test::checkAt(folder.file("none")), "1100");
   const std::string empty = folder.write("empty", "");
-  EXPECT_EQ(outcomeOf([&] { addDylib(2, empty, false); }), "1102");
-  EXPECT_EQ(outcomeOf([&] { check(empty, false, false); }), "1102");
-  EXPECT_EQ(outcomeOf([&] { check(folder.path(), false, false); }), "1102");
-  EXPECT_EQ(outcomeOf([&] { addDylib(2, folder.write("short", "\xce\xfa"), false); }), "1103");
+  EXPECT_EQ(test::insertAt(empty), "1102");
+  EXPECT_EQ(test::checkAt(empty), "1102");
+  EXPECT_EQ(test::checkAt(folder.path()), "1102");
+  EXPECT_EQ(test::insertAt(folder.write("short", "\xce\xfa")), "1103");
 }
 
 }  // namespace

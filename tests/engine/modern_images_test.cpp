@@ -5,7 +5,6 @@
 #include <functional>
 #include <vector>
 
-#include "engine/MachORebuildLib.h"
 #include "engine/MachORebuilder.h"
 #include "tests/engine/EngineRun.h"
 
@@ -19,7 +18,7 @@ using test::MachOBuilder;
 using test::TestArch;
 
 std::string modern(const std::string& bytes) {
-  return test::checkBytes(bytes, false, false, macho::kModernRules);
+  return test::checkBytes(bytes, {.rules = macho::kModernRules});
 }
 
 struct RuleCase {
@@ -244,7 +243,6 @@ TEST(ModernImages, TheLogNamesTheSetting) {
     testing::internal::CaptureStderr();
     const bool done = MachORebuilder(settings).initForLibraryType(false, path, logger, &error);
     testing::internal::GetCapturedStderr();
-    MachORebuildLib::load();  // the log file goes away with this test
     EXPECT_EQ(done, !error.isSet());
     const std::string text = test::contentsOf(log);
     const size_t at = text.find("modernImages");

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "engine/MachORebuildLib.h"
 #include "host/process.h"
 #include "tests/engine/EngineRun.h"
 
@@ -80,10 +81,6 @@ class LinkedProgramTest : public testing::Test {
   test::ScopedEnvironment hostRoot_{"TOVREK_HOST_ROOT", std::string(TOVREK_BUILT_FOLDER) + "/host"};
 };
 
-std::string outcomeOfCheck(const std::string& path) {
-  return test::outcomeOf([&] { check(path, false, false); });
-}
-
 TEST_F(LinkedProgramTest, KindsWithAndWithoutSymbolsAreAccepted) {
   // Stripping puts the string pool behind the indirect symbols of 4 bytes each; with an even
   // number of these it starts at a multiple of 8.
@@ -94,11 +91,11 @@ TEST_F(LinkedProgramTest, KindsWithAndWithoutSymbolsAreAccepted) {
       {"bundle", {"-DEVEN", "-bundle", "-no_encryption"}}};
   for (const auto& [name, options] : kinds) {
     const std::string path = link(name, options);
-    EXPECT_EQ(outcomeOfCheck(path), "ok") << name;
+    EXPECT_EQ(test::checkAt(path), "ok") << name;
     for (const char* option : {"-x", "-S", "--strip-all"}) {
       const std::string stripped = path + option;
       run({TOVREK_LLVM_STRIP, option, "-o", stripped, path});
-      EXPECT_EQ(outcomeOfCheck(stripped), "ok") << name << " " << option;
+      EXPECT_EQ(test::checkAt(stripped), "ok") << name << " " << option;
     }
     // Damage that such a file shows at once.
     std::string bytes = test::contentsOf(path);
@@ -110,23 +107,23 @@ TEST_F(LinkedProgramTest, KindsWithAndWithoutSymbolsAreAccepted) {
 
 // What a linker may well write, and the rules refuse.
 TEST_F(LinkedProgramTest, KindsThatAreRefused) {
-  EXPECT_EQ(outcomeOfCheck(link("dylib", {"-dylib", "-install_name", "@rpath/Own.dylib"})), "1138")
+  EXPECT_EQ(test::checkAt(link("dylib", {"-dylib", "-install_name", "@rpath/Own.dylib"})), "1138")
       << "only executables are encrypted";
   const std::string odd = link("odd", {"-e", "_main"});
-  EXPECT_EQ(outcomeOfCheck(odd), "ok");
+  EXPECT_EQ(test::checkAt(odd), "ok");
   run({TOVREK_LLVM_STRIP, odd});
-  EXPECT_EQ(outcomeOfCheck(odd), "1148") << "the string pool starts in the middle of a pointer";
-  EXPECT_EQ(test::outcomeOf([&] { check(odd, false, false, macho::kModernRules); }), "ok");
+  EXPECT_EQ(test::checkAt(odd), "1148") << "the string pool starts in the middle of a pointer";
+  EXPECT_EQ(test::checkAt(odd, {.rules = macho::kModernRules}), "ok");
 }
 
 TEST_F(LinkedProgramTest, InsertionChangesTheCommandsAlone) {
   const std::string path = link("program", {"-e", "_main"});
   const std::string before = test::contentsOf(path);
   testing::internal::CaptureStderr();
-  addDylib(kApplication, path, false);
+  EXPECT_EQ(test::insertAt(path), "ok");
   EXPECT_EQ(testing::internal::GetCapturedStderr(), " final  ldCmdOrdOfOrvDylib 3 \n");
   const std::string after = test::contentsOf(path);
-  EXPECT_EQ(outcomeOfCheck(path), "ok");
+  EXPECT_EQ(test::checkAt(path), "ok");
 
   ASSERT_EQ(after.size(), before.size());
   const auto sizeOfCommands = [](const std::string& bytes) {
@@ -147,16 +144,17 @@ TEST_F(LinkedProgramTest, InsertionChangesTheCommandsAlone) {
 
 TEST_F(LinkedProgramTest, JoinedAndSignedOutputIsAccepted) {
   const std::string path = link("program", {"-e", "_main"});
+  const MachORebuildLib engine;
   int32_t code = 0;
   testing::internal::CaptureStderr();
-  EXPECT_TRUE(addOrvaneDylib(kApplication, false, path, &code));
+  EXPECT_TRUE(engine.insertBinaryType(kApplication, false, path, &code));
   testing::internal::GetCapturedStderr();
   EXPECT_EQ(code, 0);
   run({"/usr/bin/codesign", "-s", "-", path});
-  EXPECT_EQ(outcomeOfCheck(path), "ok");
+  EXPECT_EQ(test::checkAt(path), "ok");
   run({"/usr/bin/codesign", "-f", "-s", "-", path});
-  EXPECT_EQ(outcomeOfCheck(path), "ok") << "signed again";
-  EXPECT_TRUE(checkOrderDynamicLibrariesInSDKImage(false, path, &code));
+  EXPECT_EQ(test::checkAt(path), "ok") << "signed again";
+  EXPECT_TRUE(engine.checkOrderSDKLibraryType(false, path, &code));
 }
 
 class ChainedProgramTest : public LinkedProgramTest {
@@ -175,7 +173,7 @@ class ChainedProgramTest : public LinkedProgramTest {
 
 TEST_F(ChainedProgramTest, KeepsItsFixupsWhenLibrariesAreInserted) {
   const std::string path = linkChained("program", {"-e", "_main"});
-  EXPECT_EQ(outcomeOfCheck(path), "1115");
+  EXPECT_EQ(test::checkAt(path), "1115");
   const auto tables = [&] {
     std::string text;
     for (const char* option : {"--chained-fixups", "--dyld-info", "--exports-trie"}) {
@@ -193,27 +191,27 @@ TEST_F(ChainedProgramTest, KeepsItsFixupsWhenLibrariesAreInserted) {
   settings.modernImages = settings.strictHeaderRoom = true;
   int32_t code = 0;
   testing::internal::CaptureStderr();
-  EXPECT_TRUE(addOrvaneDylib(kApplication, false, path, &code, settings));
+  EXPECT_TRUE(MachORebuildLib().insertBinaryType(kApplication, false, path, &code, settings));
   testing::internal::GetCapturedStderr();
   EXPECT_EQ(tables(), before);
   run({"/usr/bin/codesign", "-s", "-", path});
   EXPECT_EQ(tables(), before) << "signed";
-  EXPECT_EQ(test::outcomeOf([&] { check(path, false, false, macho::kModernRules); }), "ok");
+  EXPECT_EQ(test::checkAt(path, {.rules = macho::kModernRules}), "ok");
 
   // The terminator's place, taken out of its chain, shows that the chains are read.
   std::string damaged = image;
   const std::string place = before.substr(before.find("__mod_term_func"));
   const uint64_t address = std::stoull(place.substr(place.find("0x")), nullptr, 16);
-  EXPECT_EQ(test::checkBytes(image, false, false, macho::kModernRules), "ok");
+  EXPECT_EQ(test::checkBytes(image, {.rules = macho::kModernRules}), "ok");
   damaged[address - 0x100000000 + 7] = '\x80';  // bound instead of slid
-  EXPECT_THAT(test::checkBytes(damaged, false, false, macho::kModernRules),
+  EXPECT_THAT(test::checkBytes(damaged, {.rules = macho::kModernRules}),
               HasSubstr("has binding to external symbol"));
 }
 
 // As a linker makes them without further options, and strippers leave them.
 TEST_F(ChainedProgramTest, LibrariesAndStrippedFilesAreAcceptedByTheModernRules) {
   const auto outcome = [](const std::string& path) {
-    return test::outcomeOf([&] { check(path, false, false, macho::kModernRules); });
+    return test::checkAt(path, {.rules = macho::kModernRules});
   };
   const std::string dylib = link("dylib", {"-dylib", "-install_name", "@rpath/Own.dylib"});
   EXPECT_EQ(outcome(dylib), "ok") << "with an idle encryption command";

@@ -4,6 +4,7 @@
 
 #include "engine/MachORebuildLib.h"
 #include "engine/MachORebuilder.h"
+#include "engine/engine_log.h"
 #include "engine/lipo_runner.h"
 #include "host/files.h"
 #include "macho/FatFile.h"
@@ -40,7 +41,6 @@ Rebuilt rebuild(int binaryType, const std::string& path, bool libraryType = fals
   result.done = MachORebuilder(settings).initWithBinaryType(binaryType, libraryType, path, logger,
                                                             &result.error);
   result.printed = testing::internal::GetCapturedStderr();
-  MachORebuildLib::load();  // the log file may go away before the next test
   return result;
 }
 
@@ -168,10 +168,13 @@ TEST_F(RebuildTest, TracesGoToTheCallersLog) {
   const std::string text = test::contentsOf(log);
   EXPECT_NE(text.find("[MachORebuildLib] checkLoadCommands: i 0 cmd 0x"), std::string::npos);
   EXPECT_NE(text.find(" code 0x19 cmdsize 72 Mask 0x7\n"), std::string::npos);
-  MachORebuildLib_Log("{}", std::string(5000, 'x'));
+  MachORebuildLib_Log(logger, "{}", std::string(5000, 'x'));
   EXPECT_NE(test::contentsOf(log).find("] " + std::string(4095, 'x') + "\n"), std::string::npos);
-  MachORebuildLib::load();
-  EXPECT_FALSE(MachORebuildLib::logger().getLogFilename());
+
+  MachORebuildLib engine;
+  engine.setLogFilename(log);
+  engine.load();
+  EXPECT_FALSE(engine.logger().getLogFilename()) << "made anew";
 }
 
 // A lipo that writes down its arguments; `script` decides the rest.

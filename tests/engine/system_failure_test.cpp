@@ -71,10 +71,10 @@ TEST_F(SystemFailureDeathTest, FileWithoutStatus) {
   const auto attempt = [&](auto&& operation) {
     refuseSystemCall(SYS_newfstatat);
     refuseSystemCall(SYS_fstat);
-    exitWith(test::outcomeOf(operation));
+    exitWith(operation());
   };
-  EXPECT_EXIT(attempt([&] { check(path, false, false); }), testing::ExitedWithCode(0), "<1101>");
-  EXPECT_EXIT(attempt([&] { addDylib(2, path, false); }), testing::ExitedWithCode(0), "<1101>");
+  EXPECT_EXIT(attempt([&] { return test::checkAt(path); }), testing::ExitedWithCode(0), "<1101>");
+  EXPECT_EXIT(attempt([&] { return test::insertAt(path); }), testing::ExitedWithCode(0), "<1101>");
 }
 
 TEST_F(SystemFailureDeathTest, NoMemoryToMoveTheCommands) {
@@ -89,7 +89,7 @@ TEST_F(SystemFailureDeathTest, NoMemoryToMoveTheCommands) {
   EXPECT_EXIT(
       {
         limitMemory(66 * kMegabyte + 32 * kMegabyte);
-        exitWith(test::outcomeOf([&] { addDylib(2, path, false); }));
+        exitWith(test::insertAt(path));
       },
       testing::ExitedWithCode(0), "<1105>");
   EXPECT_TRUE(test::sameBytes(test::contentsOf(path), before)) << "nothing is changed by then";

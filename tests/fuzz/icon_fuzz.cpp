@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <fstream>
 
-#include "formats/ImageSurface.h"
+#include "formats/png_size.h"
 #include "host/files.h"
 #include "icons/IconConverter.h"
 

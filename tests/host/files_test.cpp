@@ -4,6 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+
+#include "host/AtomicFile.h"
+#include "host/EditedFile.h"
+#include "host/InputFile.h"
 #include "host/MappedFile.h"
 #include "host/scratch.h"
 #include "tests/support/TemporaryFolder.h"
@@ -154,6 +159,72 @@ TEST(MappedFile, EmptyFilesAndFolders) {
   ErrorText error;
   EXPECT_FALSE(map.open(folder.path(), &error));
   EXPECT_EQ(error.text(), "Is a directory");
+}
+
+// An app could bring a pipe, which would block, or a device, which would never end.
+TEST(InputFile, TellsRegularFilesFromOthers) {
+  const TemporaryFolder folder;
+  ASSERT_EQ(::mkfifo(folder.file("pipe").c_str(), 0600), 0);
+  ASSERT_EQ(::symlink("/dev/zero", folder.file("link").c_str()), 0);
+  ErrorText error;
+  for (const auto& [name, reason] :
+       {std::pair("pipe", "Not a regular file"), std::pair("link", "Not a regular file"),
+        std::pair(".", "Is a directory"), std::pair("none", "No such file or directory")}) {
+    InputFile file;
+    EXPECT_FALSE(file.openRegular(folder.file(name), &error) || file.isOpen()) << name;
+    EXPECT_EQ(error.text(), reason) << name;
+  }
+  InputFile file;
+  ASSERT_TRUE(file.openRegular(folder.write("plain", "abcdef")));
+  std::array<std::byte, 9> room{};
+  EXPECT_EQ(file.readBeginning(std::span(room).first(4)), 4U);
+  EXPECT_EQ(file.readBeginning(room), 6U);
+  std::array<char, 9> text{};
+  EXPECT_EQ(file.read(text), 6U) << "goes on from the beginning";
+  EXPECT_EQ(file.read(text), 0U);
+}
+
+TEST(AtomicFile, NewFilesReplaceNothing) {
+  const TemporaryFolder folder;
+  for (const bool taken : {true, false}) {
+    const std::string path = folder.file(taken ? "taken" : "free");
+    if (taken) folder.write("taken", "old");
+    AtomicFile file;
+    ErrorText error;
+    ASSERT_TRUE(file.open(path) && file.write("ab", "cd") && file.writeAt(1, "X"));
+    EXPECT_EQ(file.commitNew(0604, &error), !taken);
+    EXPECT_EQ(error.text(), taken ? "File exists" : "");
+    EXPECT_EQ(contentsOf(path), taken ? "old" : "aXcd");
+  }
+  EXPECT_EQ(modeOf(folder.file("free")), 0604U);
+  EXPECT_EQ(listDirectory(folder.path())->size(), 2U) << "no temporary file is left";
+}
+
+TEST(EditedFile, WritesReachTheFileMappedOrNot) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("image", std::string(10000, 'a'));
+  {
+    EditedFile file;
+    ASSERT_EQ(file.open(path), Mapped::kDone);
+    file.bytes()[0] = std::byte{'b'};
+    const std::string text = "unmapped";
+    ASSERT_TRUE(file.writeUnmapped(5000, std::as_bytes(std::span(text))));
+    EXPECT_FALSE(file.writeUnmapped(9999, std::as_bytes(std::span(text)))) << "never grows";
+    EXPECT_EQ(file.bytes()[5000], std::byte{'u'});
+    file.bytes()[1] = std::byte{'c'};
+  }
+  EXPECT_EQ(contentsOf(path), "bc" + std::string(4998, 'a') + "unmapped" + std::string(4992, 'a'));
+  EXPECT_EQ(EditedFile().open(folder.write("empty", "")), Mapped::kMapFailed);
+  EXPECT_EQ(EditedFile().open(folder.file("none")), Mapped::kOpenFailed);
+}
+
+TEST(Files, OnlyFilesAreReplacedAsAWhole) {
+  const TemporaryFolder folder;
+  ASSERT_TRUE(writeFileOrDevice(folder.file("plain"), "text"));
+  EXPECT_EQ(contentsOf(folder.file("plain")), "text");
+  ASSERT_EQ(::symlink("/dev/null", folder.file("link").c_str()), 0);
+  ASSERT_TRUE(writeFileOrDevice(folder.file("link"), "text"));
+  EXPECT_TRUE(isSymbolicLink(folder.file("link")));
 }
 
 }  // namespace

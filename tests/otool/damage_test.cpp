@@ -3,14 +3,13 @@
 
 #include "macho/ChainedPointer.h"
 #include "macho/Image.h"
-#include "programs/nm/symbol_listing.h"
 #include "programs/otool/header_listing.h"
 #include "programs/otool/library_listing.h"
 #include "programs/otool/load_command_listing.h"
 #include "programs/otool/objc_listing.h"
-#include "tests/otool/ListingTest.h"
 #include "tests/otool/PlainImage.h"
 #include "tests/support/MachOBuilder.h"
+#include "tests/support/listing/ListingTest.h"
 
 namespace tovrek::test {
 namespace {
@@ -24,7 +23,7 @@ struct Listed {
   bool objcSound = true;
 };
 
-// Everything that the two programs can list of an image.
+// Everything that otool can list of an image.
 Listed listAll(const std::string& bytes) {
   Listed result;
   listing::Output output([&result](std::string_view text) { result.size += text.size(); });
@@ -38,27 +37,12 @@ Listed listAll(const std::string& bytes) {
     otool::listLibraryId(image, &output);
     otool::listLibraries(image, &output);
     result.objcSound = otool::listObjectiveC(image, &output);
-    NmOptions options;
-    options.debugSymbols = true;
-    nm::listSymbols(image, options, "", &output);
-    options.inWords = true;
-    nm::listSymbols(image, options, "", &output);
   });
   output.flush();
   return result;
 }
 
 class Damage : public ListingTest {};
-
-TEST_F(Damage, EveryTruncationIsTold) {
-  for (const TestArch& arch : kSixArchs) {
-    const std::string image = MachOBuilder(arch).build();
-    EXPECT_EQ(listAll(image).problem, "");
-    for (size_t length = 4; length < image.size(); length += length < 0x600 ? 5 : 211) {
-      EXPECT_NE(listAll(image.substr(0, length)).problem, "") << arch.name << " " << length;
-    }
-  }
-}
 
 // The worth is in the sanitizers: nothing outside the image is touched.
 TEST_F(Damage, ChangedBytesAreSurvived) {

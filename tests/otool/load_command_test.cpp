@@ -2,8 +2,8 @@
 #include <gmock/gmock.h>
 
 #include "macho/ArchName.h"
-#include "tests/otool/ListingTest.h"
 #include "tests/support/MachOBuilder.h"
+#include "tests/support/listing/ListingTest.h"
 
 namespace tovrek::test {
 namespace {

@@ -5,8 +5,8 @@
 #include <sstream>
 
 #include "macho/ChainedPointer.h"
-#include "tests/otool/ListingTest.h"
 #include "tests/otool/PlainImage.h"
+#include "tests/support/listing/ListingTest.h"
 
 namespace tovrek::test {
 namespace {
@@ -85,29 +85,6 @@ TEST_F(Objc, ObjectFilesOfBothWidths) {
       EXPECT_THAT(listing, HasSubstr(line)) << arch;
     }
   }
-}
-
-// Pointers of 4 bytes, after the published bit layouts.
-TEST(ChainedPointer, Of32Bits) {
-  const auto rebase = macho::decodeChainedPointer(macho::DYLD_CHAINED_PTR_32, 0x0c001234);
-  ASSERT_TRUE(rebase);
-  EXPECT_FALSE(rebase->isBind);
-  EXPECT_EQ(rebase->target, 0x1234u);
-  EXPECT_EQ(rebase->next, 12u);
-  const auto bind = macho::decodeChainedPointer(macho::DYLD_CHAINED_PTR_32, 0x80300005);
-  ASSERT_TRUE(bind);
-  EXPECT_TRUE(bind->isBind);
-  EXPECT_EQ(bind->ordinal, 5u);
-  EXPECT_EQ(bind->addend, 3);
-  EXPECT_EQ(bind->next, 0u);
-  const auto negative =
-      macho::decodeChainedPointer(macho::DYLD_CHAINED_PTR_ARM64E_USERLAND24, 0x4007ffff00000102);
-  ASSERT_TRUE(negative);
-  EXPECT_EQ(negative->addend, -1);
-  EXPECT_EQ(negative->ordinal, 0x102u);
-  EXPECT_FALSE(macho::decodeChainedPointer(99, 1));
-  EXPECT_EQ(macho::chainedPointerSize(macho::DYLD_CHAINED_PTR_32_CACHE), 4u);
-  EXPECT_EQ(macho::chainedPointerSize(99), 0u);
 }
 
 }  // namespace

@@ -1,4 +1,6 @@
 // Checksums over bundles, digests and the package key.
+#include "package/checksum.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -6,8 +8,8 @@
 #include <filesystem>
 #include <set>
 
-#include "package/HelperMethods.h"
-#include "tests/support/TemporaryFolder.h"
+#include "package/package_key.h"
+#include "tests/package/package_testing.h"
 
 namespace tovrek {
 namespace {
@@ -16,16 +18,16 @@ using testing::MatchesRegex;
 
 std::string checksum(const std::string& directory) {
   Digest data(DigestAlgorithm::kSha256);
-  HelperMethods::LookForRecursiveFileWith(directory, data);
-  return HelperMethods::CalulateSHA2StringFromData(data);
+  LookForRecursiveFileWith(directory, data, test::LogCapture().logger());
+  return CalulateSHA2StringFromData(data);
 }
 
 std::string sha(const std::string& text) {
-  return HelperMethods::CalulateSHA2StringFromData(text);
+  return CalulateSHA2StringFromData(text);
 }
 
 TEST(Digests, PrintAsTheServerKnowsThem) {
-  EXPECT_EQ(HelperMethods::CalulateMD5StringFromData("abc"), "900150983CD24FB0D6963F7D28E17F72");
+  EXPECT_EQ(CalulateMD5StringFromData("abc"), "900150983CD24FB0D6963F7D28E17F72");
   EXPECT_EQ(sha("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
 }
 
@@ -79,36 +81,29 @@ TEST(BundleChecksum, AddsFoldersOfTheSameNameInTheWorkingDirectory) {
   EXPECT_EQ(checksum(folder.file("A.app")), sha("321"));
 }
 
-TEST(ChecksumPlist, HoldsOneKey) {
-  test::TemporaryFolder folder;
-  const std::string path = folder.file("c.plist");
-  EXPECT_TRUE(HelperMethods::GenerateChecksumPlistFile("12ab", "CheckSum", path));
-  PlistDictionary expected;
-  expected.set("CheckSum", "12ab");
-  EXPECT_EQ(readPlistDictionary(path), expected);
-  EXPECT_FALSE(HelperMethods::GenerateChecksumPlistFile("1", "k", folder.file("no/c.plist")));
-}
-
 TEST(PackageKey, DiffersOnEveryRun) {
   test::TemporaryFolder folder;
   folder.write("A.app/Info.plist", "plist");
   folder.write("A.app/A", "binary");
+  test::LogCapture log;
   std::set<std::string> keys;
   for (const char* app : {"A.app", "A.app", "missing.app"}) {
-    const std::optional<std::string> key = HelperMethods::GeneratePrivateKey(folder.file(app));
+    const std::optional<std::string> key = GeneratePrivateKey(folder.file(app), log.logger());
     ASSERT_TRUE(key);
     EXPECT_THAT(*key, MatchesRegex("[0-9a-f]{64}"));
     keys.insert(*key);
   }
   EXPECT_EQ(keys.size(), 3U);
-  EXPECT_NE(HelperMethods::GenerateUUID(), HelperMethods::GenerateUUID());
+  EXPECT_NE(GenerateUUID(), GenerateUUID());
 }
 
 TEST(MacAddress, HasSixBytes) {
+  test::LogCapture log;
   ErrorText error;
-  const std::optional<std::string> address = HelperMethods::getMacAddress(&error);
+  const std::optional<std::string> address = getMacAddress(&error, log.logger());
   if (address) {
     EXPECT_THAT(*address, MatchesRegex("([0-9A-F]{2}:){5}[0-9A-F]{2}"));
+    EXPECT_TRUE(log.holds("Mac Address: " + *address));
   } else {
     EXPECT_EQ(error.text(), "if_nametoindex failure");
   }

@@ -4,10 +4,10 @@
 #include <filesystem>
 
 #include "host/files.h"
-#include "log/module_loggers.h"
-#include "package/HelperMethods.h"
-#include "package/MobileAppPackage.h"
 #include "package/WexInfoPlistModifier.h"
+#include "package/adal_settings.h"
+#include "package/device_families.h"
+#include "package/url_schemes.h"
 #include "tests/package/package_testing.h"
 
 namespace tovrek::test {
@@ -57,26 +57,26 @@ class InfoPlist : public ::testing::Test {
  protected:
   WexInfoPlistModifier modifier(const PlistDictionary& info) {
     writeInfoPlist(bundle(), info);
-    return *WexInfoPlistModifier::initWithAppBundle(AppBundle::open(bundle()));
+    return *WexInfoPlistModifier::initWithAppBundle(AppBundle::open(bundle()), log_.logger());
   }
   std::string bundle() const { return folder_.file("X.app"); }
   std::string plistPath() const { return bundle() + "/Info.plist"; }
 
   TemporaryFolder folder_;
-  LogCapture log_{Global_ManifestLib_logger()};
+  LogCapture log_;
 };
 
 TEST_F(InfoPlist, LoadingNeedsEntries) {
-  EXPECT_FALSE(WexInfoPlistModifier::initWithAppBundle(std::nullopt));
+  EXPECT_FALSE(WexInfoPlistModifier::initWithAppBundle(std::nullopt, log_.logger()));
   EXPECT_TRUE(log_.holds("No app bundle provided to find Info.plist"));
   std::filesystem::create_directory(bundle());
   const auto opened = AppBundle::open(bundle());
-  EXPECT_FALSE(WexInfoPlistModifier::initWithAppBundle(opened));
+  EXPECT_FALSE(WexInfoPlistModifier::initWithAppBundle(opened, log_.logger()));
   EXPECT_TRUE(log_.holds("Error:- The path for Info.plist dont exist"));
   for (const std::string contents :
        {"", "junk", "<plist><array/></plist>", "<plist><dict/></plist>"}) {
     folder_.write("X.app/Info.plist", contents);
-    EXPECT_FALSE(WexInfoPlistModifier::initWithAppBundle(opened)) << contents;
+    EXPECT_FALSE(WexInfoPlistModifier::initWithAppBundle(opened, log_.logger())) << contents;
   }
   EXPECT_TRUE(log_.holds("The plist file " + plistPath() + " does not exist"));
 }
@@ -143,7 +143,7 @@ TEST_F(InfoPlist, UrlSchemes) {
   for (const auto& test : cases) {
     PlistDictionary info;
     info.set("CFBundleURLTypes", test.types);
-    EXPECT_TRUE(HelperMethods::AddURLScheme("new", test.group, info));
+    EXPECT_TRUE(AddURLScheme("new", test.group, info));
     EXPECT_EQ(urlSchemesOf(info), test.expected) << test.group;
   }
   auto edited = modifier(basicInfoPlist());
@@ -159,7 +159,7 @@ TEST_F(InfoPlist, UrlSchemes) {
 TEST_F(InfoPlist, Whitelist) {
   constexpr char kKey[] = "LSApplicationQueriesSchemes";
   PlistDictionary empty;
-  EXPECT_FALSE(HelperMethods::addURLSchemes({"a"}, empty));
+  EXPECT_FALSE(addURLSchemes({"a"}, empty, log_.logger()));
   EXPECT_TRUE(log_.holds("The info plist dictionary was empty"));
 
   auto fresh = modifier(basicInfoPlist());
@@ -186,9 +186,9 @@ TEST_F(InfoPlist, ExcludedDevices) {
                {{Array{}}, ""}, {{0}, ""},       {{-1, 2}, "iphone"}};
   for (const auto& test : cases) {
     const PlistValue devices(test.families);
-    EXPECT_EQ(HelperMethods::getExcludedDevicesStringFromDevicesArray(&devices), test.expected);
+    EXPECT_EQ(getExcludedDevicesStringFromDevicesArray(&devices, log_.logger()), test.expected);
   }
-  EXPECT_EQ(HelperMethods::getExcludedDevicesStringFromDevicesArray(nullptr), "");
+  EXPECT_EQ(getExcludedDevicesStringFromDevicesArray(nullptr, log_.logger()), "");
   EXPECT_TRUE(log_.holds("incompatable datatype for UIDeviceFamily"));
 }
 
@@ -228,32 +228,20 @@ TEST_F(InfoPlist, IntuneSettings) {
 // "default" stands for whatever the build's own value is.
 TEST_F(InfoPlist, AdalValues) {
   using Text = std::optional<std::string>;
+  const Text none;
   const struct {
     Text client, resource;            // in the app
     Text givenClient, givenResource;  // by the user
     std::string expectedClient, expectedResource;
     std::string logged;
   } cases[] = {
-      {{}, {}, {}, {}, "default", "default", "Default NV WEX Multi Tenant AdalClientId "},
-      {{}, {}, "", "", "default", "default", "default NV NSG ADAL Multi Tenant Resource "},
-      {{}, {}, "c", "r", "c", "r", "Explicit AdalClientId parameter c was stored in info.plist"},
-      {"own",
-       "res",
-       {},
-       {},
-       "own",
-       "res",
-       "Error:- Could not store default NV NSG ADAL Multi Tenant Resource "},
-      {"own", "res", "", {}, "default", "res", " was updated in info.plist"},
-      {"own", "res", "c", "r", "c", "r",
-       "Explicit AdalClientId parameter c was updated in info.plist"},
-      {"own",
-       {},
-       {},
-       "r",
-       "own",
-       "r",
-       "explicit adalNSGResource parameter r was stored in info.plist"},
+      {none, none, none, none, "default", "default", "Default NV WEX Multi Tenant AdalClientId "},
+      {none, none, "", "", "default", "default", "default NV NSG ADAL Multi Tenant Resource "},
+      {none, none, "c", "r", "c", "r", "AdalClientId parameter c was stored in info.plist"},
+      {"own", "res", none, none, "own", "res", "not store default NV NSG ADAL Multi Tenant Resour"},
+      {"own", "res", "", none, "default", "res", " was updated in info.plist"},
+      {"own", "res", "c", "r", "c", "r", "AdalClientId parameter c was updated in info.plist"},
+      {"own", none, none, "r", "own", "r", "adalNSGResource parameter r was stored in info.plist"},
   };
   for (const auto& test : cases) {
     PlistDictionary info = basicInfoPlist(), settings;
@@ -261,9 +249,8 @@ TEST_F(InfoPlist, AdalValues) {
     if (test.resource) settings.set("NSGADALResource", *test.resource);
     if (!settings.empty()) info.set("IntuneMAMSettings", settings);
     auto edited = modifier(info);
-    const LogCapture log(Global_ManifestLib_logger());
-    EXPECT_TRUE(
-        MobileAppPackage::updateInfoPlistObject(edited, test.givenClient, test.givenResource));
+    LogCapture log;
+    EXPECT_TRUE(updateInfoPlistObject(edited, test.givenClient, test.givenResource, log.logger()));
     EXPECT_TRUE(log.holds(test.logged)) << log.text();
     const PlistDictionary& result =
         *dictionaryForKey(edited.plistDictionary(), "IntuneMAMSettings");

@@ -2,13 +2,12 @@
 #include <gtest/gtest.h>
 
 #include "formats/Digest.h"
+#include "formats/WEX_Base64.h"
 #include "formats/XmlDocument.h"
 #include "host/files.h"
 #include "host/host_info.h"
-#include "log/module_loggers.h"
-#include "package/HelperMethods.h"
 #include "package/ManifestLibInterface.h"
-#include "package/WEX_Base64.h"
+#include "package/checksum.h"
 #include "tests/package/package_testing.h"
 #include "tests/support/PngBuilder.h"
 #include "tests/support/ScriptedHostRoot.h"
@@ -22,7 +21,6 @@ class ManifestBuild : public ::testing::Test {
  protected:
   ManifestBuild() {
     host_.addTool("codesign", "cat '" + entitlements_ + "' 2>/dev/null");
-    host_.addTool("nm", "echo _main");
     info_.set("CFBundleIcons", iconDictionary({"Icon", "Wide@2x.png", "Broken"}));
     info_.set("UIDeviceFamily", PlistValue::Array{1});
     info_.set("MinimumOSVersion", "12.0");
@@ -33,7 +31,9 @@ class ManifestBuild : public ::testing::Test {
     folder_.write("Demo.app/Wide@2x.png", pngFile(noisePicture(120, 60, 3), standard));
     folder_.write("Demo.app/Broken.png", "no image");
     createDirectories(folder_.file("package"));
-    param_.packageId = "PKG-1";
+    context_.loggers.toolkit = context_.loggers.manifest = log_.logger();
+    app_.ipaFilename = "/out/Demo.ipa";
+    app_.packageId = "PKG-1";
   }
 
   static PlistDictionary iconDictionary(const PlistValue::Array& names) {
@@ -55,15 +55,14 @@ class ManifestBuild : public ::testing::Test {
     entitlements.set("application-identifier", identifier);
     writePlist(entitlements_, entitlements, PlistFormat::kXml);
   }
-  ManifestLibInterface manifest(const std::string& appMode = "", const Strings& languages = {}) {
-    return ManifestLibInterface("/out/Demo.ipa", AppBundle::open(bundle()), folder_.file("package"),
-                                languages, manifestPath(), appMode, Global_ManifestLib_logger(),
-                                param_);
+  ManifestLibInterface manifest(const Strings& languages = {}) {
+    app_.appBundle = AppBundle::open(bundle());
+    return {app_, {folder_.file("package"), manifestPath(), languages}, context_};
   }
   // Writes info_, builds, and reads the document.
-  XmlDocument build(const std::string& appMode = "", const Strings& languages = {}) {
+  XmlDocument build(const Strings& languages = {}) {
     writeInfoPlist(bundle(), info_);
-    EXPECT_EQ(manifest(appMode, languages).buildManifestXml(), 0) << log_.text();
+    EXPECT_EQ(manifest(languages).buildManifestXml(), 0) << log_.text();
     auto document = XmlDocument::readFile(manifestPath());
     return document ? std::move(*document) : XmlDocument(XmlElement("missing"));
   }
@@ -87,15 +86,16 @@ class ManifestBuild : public ::testing::Test {
   TemporaryFolder folder_;
   std::string entitlements_ = folder_.file("entitlements.plist");
   ScriptedHostRoot host_;
-  LogCapture log_{Global_ManifestLib_logger()};
+  LogCapture log_;
   PlistDictionary info_ = basicInfoPlist();
-  AppConverterParam param_;
+  RunContext context_;
+  WexManifestAppInfo app_;
 };
 
 TEST_F(ManifestBuild, WholeDocument) {
   writeProfile("TEAM1.com.example.demo");
-  param_.description = "About & more";
-  const XmlDocument document = build("", {"strings-de.xml", "strings-fr.xml"});
+  app_.description = "About & more";
+  const XmlDocument document = build({"strings-de.xml", "strings-fr.xml"});
   // Every element in order, as "name[key]".
   std::string shape;
   const std::function<void(const XmlNode&)> walk = [&](const XmlNode& node) {
@@ -159,7 +159,8 @@ TEST_F(ManifestBuild, WholeDocument) {
 TEST_F(ManifestBuild, FinishesTheApp) {
   writeProfile("TEAM1.com.example.demo");
   info_.set("NSFaceIDUsageDescription", "own words");
-  const XmlDocument document = build("1");
+  app_.appMode = "1";
+  const XmlDocument document = build();
   const PlistDictionary info = AppBundle::open(bundle())->infoPlist();
   EXPECT_EQ(contentsOf(bundle() + "/Info.plist").substr(0, 5), "<?xml");
   EXPECT_TRUE(
@@ -189,12 +190,12 @@ TEST_F(ManifestBuild, FinishesTheApp) {
   for (const auto& [key, value] : expected) EXPECT_EQ(stringForKeyOr(settings, key, ""), value);
   // The checksum is over the app as it was left, less the settings file.
   Digest digest(DigestAlgorithm::kSha256);
-  HelperMethods::LookForRecursiveFileWith(bundle(), digest);
+  LookForRecursiveFileWith(bundle(), digest, log_.logger());
   EXPECT_EQ(app(document, "BundleChecksum"), hexLower(digest.finish()));
 
   // A second run puts its scheme in place of the first one's; the mail scheme piles up.
   info_ = info;
-  param_.packageId = "PKG-2";
+  app_.packageId = "PKG-2";
   build();
   const auto types = *arrayForKey(AppBundle::open(bundle())->infoPlist(), "CFBundleURLTypes");
   EXPECT_EQ(types.size(), 3u);
@@ -220,7 +221,7 @@ TEST_F(ManifestBuild, ApplicationIdentifier) {
     }
     if (test.profile != nullptr) writeProfile(test.profile);
     if (test.entitlements != nullptr) signWith(test.entitlements);
-    param_.teamId = test.team;
+    app_.teamId = test.team;
     EXPECT_EQ(app(build(), "AppID"), test.expected);
   }
   EXPECT_TRUE(
@@ -231,40 +232,38 @@ TEST_F(ManifestBuild, ApplicationIdentifier) {
 
 TEST_F(ManifestBuild, ModesAndStoreAddress) {
   const struct {
-    const char* appMode;
-    bool isSdk, packageApp;
-    std::optional<std::string> url;
-    const char *type, *mode, *store;  // null: no element
+    const char *appMode, *url, *type, *mode;
   } cases[] = {
-      {"", false, false, "http://a.b/c", "WEXOnly", nullptr, nullptr},
-      {" 1\n", true, false, " http://a.b/c ", "Premium", "1", "http://a.b/c"},
-      {"2", true, false, {}, "General", "2", ORVANE_DEFAULT_APPSTOREURL},
-      {"5", true, true, "http://a.b/c", "Invalid", "5", nullptr},
+      {"", "", "WEXOnly", nullptr},
+      {" 1\n", "http://a.b/c", "Premium", "1"},
+      {"2", "", "General", "2"},
+      {"5", "", "Invalid", "5"},
   };
   for (const auto& test : cases) {
-    param_.isSDK = test.isSdk;
-    param_.packageApp = test.packageApp;
-    param_.appStoreUrl = test.url;
-    const XmlDocument document = build(test.appMode);
+    app_.appMode = test.appMode;
+    app_.appStoreURL = test.url;
+    const XmlDocument document = build();
     EXPECT_EQ(app(document, "WEXApplicationType"), test.type);
     const Strings modes = textsAt(document, "//SDKAppMode[@CRKW='MamSDKAppMode']");
     Strings stores = textsAt(document, "//AppStoreUrl[@CRKW='MamPublicStoreURL']");
     for (std::string& store : stores) store = WEX_Base64::decode(store).value_or("(no base64)");
     EXPECT_EQ(modes, test.mode == nullptr ? Strings{} : Strings{test.mode});
-    EXPECT_EQ(stores, test.store == nullptr ? Strings{} : Strings{test.store});
+    EXPECT_EQ(stores, *test.url == '\0' ? Strings{} : Strings{test.url});
     // With a store address the size is a fixed one.
     const std::string ipa = folder_.write("x.ipa", "12345");
-    manifest(test.appMode).GeneratePackageSizeWithIpaFile(ipa);
+    manifest().GeneratePackageSizeWithIpaFile(ipa);
     EXPECT_EQ(app(*XmlDocument::readFile(manifestPath()), "PackageSize"),
-              test.store == nullptr ? "5" : "2000");
+              *test.url == '\0' ? "5" : "2000");
   }
+  EXPECT_EQ(manifestStoreUrl(" http://a.b/c "), "http://a.b/c");
+  EXPECT_EQ(manifestStoreUrl(std::nullopt), ORVANE_DEFAULT_APPSTOREURL);
 }
 
 TEST_F(ManifestBuild, DefaultsForAPoorInfoPlist) {
   info_ = PlistDictionary();
   info_.set("CFBundleIconFile", "Icon");
   info_.set("MinimumOSVersion", 12);
-  param_.packageId.reset();
+  app_.packageId.reset();
   const XmlDocument document = build();
   EXPECT_EQ(app(document, "AppVersion"), "1.0");
   EXPECT_EQ(app(document, "BundleID"), "");
@@ -297,18 +296,15 @@ TEST_F(ManifestBuild, HostileNamesLeaveTheDocumentWhole) {
 }
 
 TEST_F(ManifestBuild, Failures) {
-  EXPECT_EQ(ManifestLibInterface("x.ipa", std::nullopt, folder_.file("package"), {}, manifestPath(),
-                                 "", Global_ManifestLib_logger(), param_)
-                .copyIconFiles(),
-            -1);
+  EXPECT_EQ(ManifestLibInterface(app_, {}, context_).copyIconFiles(), -1);
   EXPECT_TRUE(log_.holds("ERROR! CopyIconFiles: Cannot find appBundle."));
   const struct {
     std::function<void()> damage;
     const char* logged;
   } cases[] = {
-      {[&] { param_.packageId = ""; }, "Error:- Could not generate Package ID"},
+      {[&] { app_.packageId = ""; }, "Error:- Could not generate Package ID"},
       {[&] {
-         param_.packageId = "P";
+         app_.packageId = "P";
          info_.set("CFBundleIcons", iconDictionary({"Nowhere"}));
        },
        "Could not find Icon entry in "},
@@ -321,9 +317,8 @@ TEST_F(ManifestBuild, Failures) {
   for (const auto& test : cases) {
     test.damage();
     writeInfoPlist(bundle(), info_);
-    const LogCapture log(Global_ManifestLib_logger());
     EXPECT_EQ(manifest().buildManifestXml(), -1);
-    EXPECT_TRUE(log.holds(test.logged)) << log.text();
+    EXPECT_TRUE(log_.holds(test.logged)) << log_.text();
     EXPECT_FALSE(fileExists(manifestPath()));
   }
   EXPECT_EQ(manifest().copyIconFiles(), -1);
@@ -331,9 +326,9 @@ TEST_F(ManifestBuild, Failures) {
 }
 
 TEST_F(ManifestBuild, IntuneAppGetsItsSettings) {
-  createDirectories(bundle() + "/IntuneMAMResources.bundle");
-  param_.adalClientId = "client";
-  param_.adalNSGResource = "resource";
+  app_.isIntuneApp = true;
+  app_.adalClientId = "client";
+  app_.adalNSGResource = "resource";
   build();
   const PlistDictionary info = AppBundle::open(bundle())->infoPlist();
   const PlistDictionary* settings = dictionaryForKey(info, "IntuneMAMSettings");

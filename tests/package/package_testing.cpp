@@ -7,14 +7,9 @@
 
 namespace tovrek::test {
 
-LogCapture::LogCapture(WrapperLogger& logger) : logger_(logger), before_(logger) {
-  logger_.setLogFilename(folder_.write("log", ""));
+LogCapture::LogCapture() : logger_("ManifestLib", folder_.write("log", "")) {
   logger_.setLogFileWriteLevel(4);
   logger_.setLogDisplayLevel(0);
-}
-
-LogCapture::~LogCapture() {
-  logger_ = before_;
 }
 
 std::string LogCapture::text() const {

@@ -3,9 +3,13 @@
 #include <gtest/gtest.h>
 
 #include "host/files.h"
-#include "package/HelperMethods.h"
+#include "package/binary_symbols.h"
+#include "package/embedded_profile.h"
+#include "package/intune_detection.h"
+#include "package/keychain_groups.h"
+#include "package/signed_entitlements.h"
+#include "tests/package/package_testing.h"
 #include "tests/support/ScriptedHostRoot.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace tovrek {
 namespace {
@@ -31,21 +35,41 @@ class Signatures : public testing::Test {
  protected:
   test::TemporaryFolder folder_;
   test::ScriptedHostRoot host_;
+  test::LogCapture log_;
 };
 
 TEST_F(Signatures, ReadsSignedEntitlements) {
-  const auto team = [] { return HelperMethods::ReadEmbeddedEntitlements("/x/My App.app", "team"); };
+  const auto team = [&] {
+    return ReadEmbeddedEntitlements("/x/My App.app", "team", log_.logger());
+  };
   const std::string signedText = plist("<key>team</key><string>ABC</string>");
   host_.addTool("codesign", printing(signedText) + "\necho noise >&2");
   EXPECT_THAT(team(), Optional(PlistValue("ABC")));
   EXPECT_THAT(host_.calls("codesign"), ElementsAre("-d --entitlements :- /x/My App.app"));
-  EXPECT_EQ(HelperMethods::ReadEmbeddedEntitlements("/x", "none"), std::nullopt);
+  EXPECT_EQ(ReadEmbeddedEntitlements("/x", "none", log_.logger()), std::nullopt);
+  EXPECT_THAT(signedEntitlements("/x"), Optional(testing::SizeIs(1)));
+  EXPECT_EQ(log_.text(), "");
   for (const std::string& script :
        {printing(signedText) + "\nexit 1", std::string("echo nonsense"), std::string("true"),
         printing(std::string(kDeclaration) + "<plist version=\"1.0\"><array/></plist>")}) {
     host_.addTool("codesign", script);
     EXPECT_EQ(team(), std::nullopt) << script;
+    const std::string told = log_.text();
+    EXPECT_EQ(signedEntitlements("/x"), std::nullopt) << script;
+    EXPECT_EQ(log_.text(), told);
   }
+}
+
+// What codesign complains of is the user's to see only where something is made of the answer.
+TEST_F(Signatures, ShowsOrHidesComplaints) {
+  host_.addTool("codesign", "echo unsigned >&2; exit 1");
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(signedEntitlements("/x"), std::nullopt);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(ReadEmbeddedEntitlements("/x", "team", log_.logger()), std::nullopt);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "unsigned\n");
+  EXPECT_TRUE(log_.holds("Code signature may not exist."));
 }
 
 TEST_F(Signatures, ReadsTheProfilesPropertyList) {
@@ -55,8 +79,8 @@ TEST_F(Signatures, ReadsTheProfilesPropertyList) {
       "<key>application-identifier</key><string>T.a.b</string></dict>"
       "<key>ExpirationDate</key><date>2100-01-02T03:04:05Z</date>");
   const std::string path = folder_.write("p", envelope + inner + "</plist>" + envelope);
-  const auto read = [](const std::string& file, const char* keyPath) {
-    return HelperMethods::ReadEmbeddedProfile(file, keyPath);
+  const auto read = [&](const std::string& file, const char* keyPath) {
+    return ReadEmbeddedProfile(file, keyPath, log_.logger());
   };
   EXPECT_THAT(read(path, "Entitlements.application-identifier"), Optional(PlistValue("T.a.b")));
   const std::optional<PlistValue> expires = read(path, "ExpirationDate");
@@ -76,22 +100,22 @@ TEST_F(Signatures, ReadsTheProfilesPropertyList) {
 TEST_F(Signatures, ChecksAccessGroups) {
   const std::string path = folder_.write("e", groups("TEAM.com.orvane.wex"));
   ErrorText error;
-  EXPECT_TRUE(HelperMethods::checkKeychainAccessGroup("com.orvane.wex", path, &error));
-  EXPECT_FALSE(HelperMethods::checkKeychainAccessGroup("com.orvane.wexx", path, &error));
+  EXPECT_TRUE(checkKeychainAccessGroup("com.orvane.wex", path, &error, log_.logger()));
+  EXPECT_FALSE(checkKeychainAccessGroup("com.orvane.wexx", path, &error, log_.logger()));
   EXPECT_FALSE(error.isSet());
-  EXPECT_FALSE(HelperMethods::checkKeychainAccessGroup("g", folder_.file("none"), &error));
+  EXPECT_FALSE(checkKeychainAccessGroup("g", folder_.file("none"), &error, log_.logger()));
   EXPECT_EQ(error.text(), "CheckKeychainAccessGroup: Entitlements file not found.");
   const std::string text = folder_.write("t", "text");
-  EXPECT_FALSE(HelperMethods::checkKeychainAccessGroup("g", text, &error));
+  EXPECT_FALSE(checkKeychainAccessGroup("g", text, &error, log_.logger()));
   EXPECT_EQ(error.text(), "ERROR: unable to read " + text);
   for (const std::string& odd :
        {plist(""), plist("<key>keychain-access-groups</key><string>g</string>"),
         plist("<key>keychain-access-groups</key><array><integer>1</integer></array>")}) {
-    EXPECT_FALSE(HelperMethods::checkKeychainAccessGroup("g", folder_.write("o", odd), nullptr));
+    EXPECT_FALSE(checkKeychainAccessGroup("g", folder_.write("o", odd), nullptr, log_.logger()));
   }
   host_.addTool("codesign", printing(groups("TEAM.g")));
-  EXPECT_TRUE(HelperMethods::checkKeychainAccessGroupInAppBundlePath("g", "/x"));
-  EXPECT_FALSE(HelperMethods::checkKeychainAccessGroupInAppBundlePath("none", "/x"));
+  EXPECT_TRUE(checkKeychainAccessGroupInAppBundlePath("g", "/x", log_.logger()));
+  EXPECT_FALSE(checkKeychainAccessGroupInAppBundlePath("none", "/x", log_.logger()));
 }
 
 TEST_F(Signatures, DetectsIntuneByAnyOfFiveSigns) {
@@ -125,19 +149,19 @@ TEST_F(Signatures, DetectsIntuneByAnyOfFiveSigns) {
     tools.addTool("nm", printing(c.symbols));
     std::optional<std::string> entitlements;
     if (!c.entitlements.empty()) entitlements = apps.write("e", c.entitlements);
-    EXPECT_EQ(HelperMethods::detectIntuneInAppBundle(apps.file("My.app"), entitlements), c.found);
+    EXPECT_EQ(detectIntuneInAppBundle(apps.file("My.app"), entitlements, log_.logger()), c.found);
     EXPECT_EQ(!tools.calls("codesign").empty(), c.asksTools);
     if (std::string(c.what) == "symbols") {
       EXPECT_THAT(tools.calls("nm"), ElementsAre("-j " + apps.file("My.app/My")));
     }
   }
-  EXPECT_FALSE(HelperMethods::detectIntuneInAppBundle("", std::nullopt));
+  EXPECT_FALSE(detectIntuneInAppBundle("", std::nullopt, log_.logger()));
 }
 
 TEST_F(Signatures, ReportsTheSymbolToolsStatus) {
   host_.addTool("nm", "echo partial; exit 3");
   int status = 0;
-  EXPECT_EQ(HelperMethods::getSymbolsFromBinaryPath("/x/a b", &status), "partial\n");
+  EXPECT_EQ(getSymbolsFromBinaryPath("/x/a b", &status), "partial\n");
   EXPECT_EQ(status, 3);
   EXPECT_THAT(host_.calls("nm"), ElementsAre("-j /x/a b"));
 }

@@ -6,7 +6,6 @@
 #include <cctype>
 #include <cstdio>
 
-#include "context/PellRequest.h"
 #include "host/files.h"
 #include "tests/support/ScriptedHostRoot.h"
 #include "tests/support/TemporaryFolder.h"
@@ -26,6 +25,8 @@ constexpr char kTeamWarning[] =
     "for iOS 8.";
 constexpr char kCertificateWarning[] =
     "WARNING: Your certificate does not contain the team identifier required for iOS 8.";
+
+const WrapperLogger log("ToolkitLib", std::nullopt);
 
 PlistDictionary entitlementsFor(const std::string& appId) {
   PlistDictionary entitlements;
@@ -59,7 +60,7 @@ TEST(ProfileChecks, MatchesBundleIdentifiers) {
   for (const Case& c : cases) {
     ErrorText error;
     EXPECT_EQ(ProvisioningProfile::validateProfileWithPList(entitlementsFor(c.appId), c.bundleId,
-                                                            c.upgrade, &error),
+                                                            c.upgrade, log, &error),
               c.error.empty())
         << c.appId;
     EXPECT_EQ(error.text(), c.error);
@@ -70,13 +71,13 @@ TEST(ProfileChecks, WarnsOfDataProtectionOverAnyText) {
   ErrorText error;
   error.set("earlier");
   PlistDictionary entitlements;
-  ProvisioningProfile::validateProfileWithDataProtection(entitlements, &error);
+  ProvisioningProfile::validateProfileWithDataProtection(entitlements, log, &error);
   entitlements.set("com.apple.developer.default-data-protection", "nsfileprotectionnone");
-  ProvisioningProfile::validateProfileWithDataProtection(entitlements, &error);
+  ProvisioningProfile::validateProfileWithDataProtection(entitlements, log, &error);
   EXPECT_EQ(error.text(), "earlier");
 
   entitlements.set("com.apple.developer.default-data-protection", "NSFileProtectionComplete");
-  ProvisioningProfile::validateProfileWithDataProtection(entitlements, &error);
+  ProvisioningProfile::validateProfileWithDataProtection(entitlements, log, &error);
   EXPECT_EQ(error.text(),
             "WARNING: Data Protection is enabled in mobile profile (NSFileProtectionComplete), "
             "this will prevent app from accessing files when device is locked");
@@ -85,14 +86,14 @@ TEST(ProfileChecks, WarnsOfDataProtectionOverAnyText) {
 TEST(ProfileChecks, WarnsOfAMissingTeamInAnEmptySlotOnly) {
   ErrorText error;
   PlistDictionary entitlements;
-  ProvisioningProfile::validateProfileWithTeamIdentifier(entitlements, &error);
+  ProvisioningProfile::validateProfileWithTeamIdentifier(entitlements, log, &error);
   EXPECT_EQ(error.text(), kTeamWarning);
   error.set("earlier");
-  ProvisioningProfile::validateProfileWithTeamIdentifier(entitlements, &error);
+  ProvisioningProfile::validateProfileWithTeamIdentifier(entitlements, log, &error);
   EXPECT_EQ(error.text(), "earlier");
   error.clear();
   entitlements.set("com.apple.developer.team-identifier", "TEAMID1234");
-  ProvisioningProfile::validateProfileWithTeamIdentifier(entitlements, &error);
+  ProvisioningProfile::validateProfileWithTeamIdentifier(entitlements, log, &error);
   EXPECT_FALSE(error.isSet());
 }
 
@@ -132,6 +133,7 @@ class SignedProfile : public ::testing::Test {
     return path;
   }
 
+  RunContext context;
   const std::string name_ = "iPhone Distribution: \xC3\x85ngstr\xC3\xB6m";
   test::TemporaryFolder folder_;
   test::ScopedEnvironment hostRoot_, dataHome_;
@@ -140,7 +142,7 @@ class SignedProfile : public ::testing::Test {
 
 TEST_F(SignedProfile, GivesCertificatesAndIdentifiers) {
   for (const PlistFormat format : {PlistFormat::kXml, PlistFormat::kBinary}) {
-    ProvisioningProfile subject(sign(serializePlist(profile(), format)));
+    ProvisioningProfile subject(sign(serializePlist(profile(), format)), context);
     ErrorText error;
     const std::vector<std::string>* labels = subject.getCertificates(&error);
     ASSERT_NE(labels, nullptr) << error.text();
@@ -162,25 +164,26 @@ TEST_F(SignedProfile, GivesCertificatesAndIdentifiers) {
 TEST_F(SignedProfile, TellsWhyItCannotBeDecoded) {
   ErrorText error;
   const std::string plain = folder_.write("plain.mobileprovision", "not signed at all");
-  EXPECT_FALSE(ProvisioningProfile::extractProvisioningProfileData(plain, &error));
+  EXPECT_FALSE(ProvisioningProfile::extractProvisioningProfileData(plain, context, &error));
   EXPECT_THAT(error.text(), StartsWith("Failed to execute security with exit code: "));
 
   for (const char* content :
        {"signed, but no property list", "<plist><string>x</string></plist>"}) {
     error.clear();
-    EXPECT_FALSE(ProvisioningProfile::extractProvisioningProfileData(sign(content), &error));
+    EXPECT_FALSE(
+        ProvisioningProfile::extractProvisioningProfileData(sign(content), context, &error));
     EXPECT_TRUE(error.isSet()) << content;
     EXPECT_FALSE(error.text().empty());
   }
   error.clear();
-  EXPECT_EQ(ProvisioningProfile("/nowhere").getCertificates(&error), nullptr);
+  EXPECT_EQ(ProvisioningProfile("/nowhere", context).getCertificates(&error), nullptr);
   EXPECT_THAT(error.text(), StartsWith("Failed to execute security with exit code: "));
 }
 
 TEST_F(SignedProfile, HasNoCertificatesWhenItListsNone) {
   PlistDictionary bare;
   bare.set("Name", "bare");
-  ProvisioningProfile subject(sign(serializePlist(bare, PlistFormat::kXml)));
+  ProvisioningProfile subject(sign(serializePlist(bare, PlistFormat::kXml)), context);
   const std::vector<std::string>* labels = subject.getCertificates(nullptr);
   ASSERT_NE(labels, nullptr);
   EXPECT_THAT(*labels, IsEmpty());
@@ -195,23 +198,23 @@ TEST_F(SignedProfile, FindsCertificatesOfTheKeychainByDigest) {
   std::string digest = certificate->sha1Hex();
   const std::string security = "/usr/bin/security";
   const std::string keychain = folder_.file("test.keychain");
-  ASSERT_EQ(runTool({security, "create-keychain", "-p", "", keychain}), 0);
-  ASSERT_EQ(runTool({security, "import", identity_.certificate, "-k", keychain}), 0);
+  ASSERT_EQ(runTool(log, {security, "create-keychain", "-p", "", keychain}), 0);
+  ASSERT_EQ(runTool(log, {security, "import", identity_.certificate, "-k", keychain}), 0);
 
-  EXPECT_FALSE(ProvisioningProfile::doesCertificateExistWithSHA1(digest)) << "in no keychain yet";
-  PellRequest& request = PellRequest::sharedInstance();
+  EXPECT_FALSE(ProvisioningProfile::doesCertificateExistWithSHA1(digest, context))
+      << "in no keychain yet";
+  PellRequest& request = context.keychain;
   request.setKeychainPath(keychain);
-  EXPECT_FALSE(ProvisioningProfile::doesCertificateExistWithSHA1(digest)) << "path without flag";
+  EXPECT_FALSE(ProvisioningProfile::doesCertificateExistWithSHA1(digest, context))
+      << "path without flag";
   request.setPellRequestFlag(true);
-  EXPECT_TRUE(ProvisioningProfile::doesCertificateExistWithSHA1(digest));
+  EXPECT_TRUE(ProvisioningProfile::doesCertificateExistWithSHA1(digest, context));
   for (char& c : digest) c = static_cast<char>(std::toupper(c));
-  EXPECT_TRUE(ProvisioningProfile::doesCertificateExistWithSHA1(digest));
+  EXPECT_TRUE(ProvisioningProfile::doesCertificateExistWithSHA1(digest, context));
   EXPECT_TRUE(ProvisioningProfile::doesCertificate(*certificate, digest));
-  EXPECT_FALSE(ProvisioningProfile::doesCertificateExistWithSHA1(digest.substr(1)));
-  EXPECT_FALSE(ProvisioningProfile::doesCertificateExistWithSHA1(""));
+  EXPECT_FALSE(ProvisioningProfile::doesCertificateExistWithSHA1(digest.substr(1), context));
+  EXPECT_FALSE(ProvisioningProfile::doesCertificateExistWithSHA1("", context));
   EXPECT_FALSE(ProvisioningProfile::doesCertificate(*certificate, ""));
-  request.setPellRequestFlag(false);
-  request.setKeychainPath(std::nullopt);
 }
 
 TEST_F(SignedProfile, WarnsOfACertificateWithoutUnit) {
@@ -221,12 +224,12 @@ TEST_F(SignedProfile, WarnsOfACertificateWithoutUnit) {
   };
   for (const Case& c : {Case{name_, false}, Case{"Nameless Works", true}, Case{"other", true}}) {
     ErrorText error;
-    ProvisioningProfile::validateForiOS8Certificate(c.name, profile(), &error);
+    ProvisioningProfile::validateForiOS8Certificate(c.name, profile(), log, &error);
     EXPECT_EQ(error.text(), c.warns ? kCertificateWarning : "") << c.name;
   }
   ErrorText error;
   error.set("earlier");
-  ProvisioningProfile::validateForiOS8Certificate("other", profile(), &error);
+  ProvisioningProfile::validateForiOS8Certificate("other", profile(), log, &error);
   EXPECT_EQ(error.text(), "earlier");
 }
 
@@ -234,15 +237,14 @@ TEST(ProfileTools, NamesTheKeychainInTheCall) {
   const test::TemporaryFolder folder;
   test::ScriptedHostRoot host;
   host.addTool("security", "exit 0");
-  PellRequest::sharedInstance().setKeychainPath("/k/other");
+  RunContext context;
+  context.keychain.setKeychainPath("/k/other");
   ErrorText error;
   ::testing::internal::CaptureStderr();
-  EXPECT_FALSE(ProvisioningProfile::extractProvisioningProfileData("/p", &error));
-  PellRequest::sharedInstance().setPellRequestFlag(true);
-  EXPECT_FALSE(ProvisioningProfile::extractProvisioningProfileData("/p", &error));
-  EXPECT_FALSE(ProvisioningProfile::doesCertificateExistWithSHA1("00"));
-  PellRequest::sharedInstance().setPellRequestFlag(false);
-  PellRequest::sharedInstance().setKeychainPath(std::nullopt);
+  EXPECT_FALSE(ProvisioningProfile::extractProvisioningProfileData("/p", context, &error));
+  context.keychain.setPellRequestFlag(true);
+  EXPECT_FALSE(ProvisioningProfile::extractProvisioningProfileData("/p", context, &error));
+  EXPECT_FALSE(ProvisioningProfile::doesCertificateExistWithSHA1("00", context));
   EXPECT_THAT(::testing::internal::GetCapturedStderr(),
               HasSubstr("extractProvisioningProfileData failed to extract any data from current "
                         "provisioning profile."));
@@ -264,7 +266,7 @@ TEST(ProfileTools, AsksOpensslAboutATemporaryFile) {
                         Case{"/OU=a=b", true}, Case{"/ou=T", true}}) {
     host.addTool("openssl", "test -f \"$5\" && echo '" + c.subject + "'; exit 1");
     ErrorText error;
-    ProvisioningProfile::validateForiOS8Certificate("x", PlistDictionary(), &error);
+    ProvisioningProfile::validateForiOS8Certificate("x", PlistDictionary(), log, &error);
     EXPECT_EQ(error.isSet(), c.warns) << c.subject;
   }
   EXPECT_THAT(host.allCalls(folder.path()).front(),

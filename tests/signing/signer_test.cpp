@@ -95,7 +95,7 @@ TEST(Signer, AddsACommandAndGrowsLinkEdit) {
     EXPECT_EQ(dataoff + little32(after, command + 12), after.size()) << c.what;
     EXPECT_EQ(big32(after, dataoff), 0xfade0cc0u) << c.what;
     const size_t linkEdit = c.header + c.commands;
-    const bool wide = c.image.is64;
+    const bool wide = c.image.arch.is64;
     const auto field = [&](size_t index) {
       return wide ? little64(after, linkEdit + 24 + 8 * index)
                   : little32(after, linkEdit + 24 + 4 * index);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -17,6 +18,13 @@ class CompanionTest : public testing::Test {
  protected:
   static std::string hostRoot() { return std::string(TOVREK_BUILT_FOLDER) + "/host"; }
   static std::string companion(const std::string& name) { return hostRoot() + "/usr/bin/" + name; }
+
+  // A program in a host root of the test's own, which then is the current one.
+  void script(const std::string& name, const std::string& text) {
+    const std::string path = folder_.write("root/usr/bin/" + name, "#!/bin/sh\n" + text);
+    ASSERT_EQ(::chmod(path.c_str(), 0755), 0);
+    ASSERT_EQ(::setenv("TOVREK_HOST_ROOT", folder_.file("root").c_str(), 1), 0);
+  }
 
   // Runs the companion words[0] and keeps what it printed apart.
   Outcome run(std::vector<std::string> words, const std::string& input = "") {

@@ -1,106 +1,92 @@
 #include "tests/support/SignableImage.h"
 
+#include <initializer_list>
+
 namespace tovrek::test {
 namespace {
 
-constexpr size_t kPage = 4096;
+constexpr uint64_t kPage = MachOBuilder::kPage, kAddress = 0x4000;
 
-class Bytes {
- public:
-  Bytes& number(uint64_t value, size_t width = 4) {
-    for (size_t i = 0; i < width; ++i) text.push_back(static_cast<char>(value >> (8 * i)));
-    return *this;
-  }
-  Bytes& big(uint32_t value) {
-    for (int shift = 24; shift >= 0; shift -= 8) text.push_back(static_cast<char>(value >> shift));
-    return *this;
-  }
-  Bytes& name(const std::string& value) {
-    text += value;
-    text.append(16 - value.size(), '\0');
-    return *this;
-  }
-  std::string text;
-};
-
-void addSegment(Bytes* out, bool is64, const char* name, uint64_t address, uint64_t offset,
-                uint64_t size, uint32_t sections) {
-  const size_t width = is64 ? 8 : 4;
-  const uint32_t length = (is64 ? 72U : 56U) + sections * (is64 ? 80U : 68U);
-  out->number(is64 ? 0x19 : 1).number(length).name(name);
-  out->number(address, width).number((size + kPage - 1) / kPage * kPage, width);
-  out->number(offset, width).number(size, width).number(5).number(5).number(sections).number(0);
+std::string name16(std::string name) {
+  name.resize(16);
+  return name;
 }
 
-void addSection(Bytes* out, bool is64, const char* name, uint64_t offset, uint64_t size) {
-  const size_t width = is64 ? 8 : 4;
-  out->name(name).name("__TEXT").number(0x4000 + offset, width).number(size, width);
-  out->number(offset);
-  for (int i = 0; i < (is64 ? 7 : 6); ++i) out->number(0);
+// Load commands of one architecture.
+struct Commands {
+  TestArch arch;
+
+  std::string numbers(std::initializer_list<uint64_t> values, uint32_t width = 4) const {
+    std::string bytes;
+    for (const uint64_t value : values) bytes += stored(arch, value, width);
+    return bytes;
+  }
+  std::string segment(const char* name, uint64_t offset, uint64_t size, uint32_t sections) const {
+    const uint32_t length = (arch.is64 ? 72 : 56) + sections * (arch.is64 ? 80 : 68);
+    const uint64_t room = (size + kPage - 1) / kPage * kPage;
+    return numbers({arch.is64 ? 0x19U : 1U, length}) + name16(name) +
+           numbers({kAddress + offset, room, offset, size}, arch.pointerSize()) +
+           numbers({5, 5, sections, 0});
+  }
+  std::string section(const char* name, uint64_t offset, uint64_t size) const {
+    return name16(name) + name16("__TEXT") +
+           numbers({kAddress + offset, size}, arch.pointerSize()) + numbers({offset}) +
+           std::string(arch.is64 ? 28 : 24, '\0');
+  }
+};
+
+uint64_t numberAt(const std::string& bytes, size_t at, size_t width, bool bigEndian = false) {
+  uint64_t value = 0;
+  for (size_t i = 0; i < width; ++i) {
+    const size_t place = bigEndian ? at + i : at + width - 1 - i;
+    value = value << 8 | static_cast<unsigned char>(bytes.at(place));
+  }
+  return value;
 }
 
 }  // namespace
 
 std::string SignableImage::build() const {
+  const Commands make{arch};
   const uint32_t sections = infoPlist.empty() ? 1 : 2;
-  const uint32_t header = is64 ? 32 : 28;
-  const uint32_t segment = is64 ? 72 : 56;
-  const uint32_t commands =
-      2 * segment + sections * (is64 ? 80 : 68) + 24 + (minimum != 0 ? 16 : 0);
-  const uint32_t content = header + commands + room;
+  const uint32_t size =
+      2 * (arch.is64 ? 72 : 56) + sections * (arch.is64 ? 80 : 68) + 24 + (minimum != 0 ? 16 : 0);
+  const uint64_t content = (arch.is64 ? 32 : 28) + size + room;
   const uint64_t textSize = textPages * kPage;
 
-  Bytes out;
-  out.number(is64 ? 0xfeedfacf : 0xfeedface).number(cputype).number(cpusubtype).number(filetype);
-  out.number(minimum != 0 ? 4 : 3).number(commands).number(0x200085);
-  if (is64) out.number(0);
-  addSegment(&out, is64, "__TEXT", 0x4000, 0, textSize, sections);
-  addSection(&out, is64, "__text", content, 100);
-  if (sections == 2) addSection(&out, is64, "__info_plist", content + 100, infoPlist.size());
-  addSegment(&out, is64, "__LINKEDIT", 0x4000 + textSize, textSize, linkEditSize, 0);
-  out.number(0x1b).number(24).name("0123456789abcdef");
-  if (minimum != 0) out.number(0x25).number(16).number(minimum).number(minimum);
-  out.text.resize(content + 100, '\0');
-  out.text += infoPlist;
-  for (size_t i = out.text.size(); i < textSize + linkEditSize; ++i) {
-    out.text.push_back(static_cast<char>(i * 7 + i / 251));
+  std::string file =
+      make.numbers({arch.is64 ? 0xfeedfacf : 0xfeedface, arch.cputype, arch.cpusubtype, filetype,
+                    minimum != 0 ? 4U : 3U, size, 0x200085});
+  if (arch.is64) file += make.numbers({0});
+  file += make.segment("__TEXT", 0, textSize, sections) + make.section("__text", content, 100);
+  if (sections == 2) file += make.section("__info_plist", content + 100, infoPlist.size());
+  file += make.segment("__LINKEDIT", textSize, linkEditSize, 0);
+  file += make.numbers({0x1b, 24}) + "0123456789abcdef";
+  if (minimum != 0) file += make.numbers({0x25, 16, minimum, minimum});
+  file.resize(content + 100);
+  file += infoPlist;
+  for (size_t i = file.size(); i < textSize + linkEditSize; ++i) {
+    file += static_cast<char>(i * 7 + i / 251);
   }
-  return out.text;
+  return file;
 }
 
 std::string buildUniversal(const std::vector<SignableImage>& images) {
-  Bytes out;
-  out.big(0xcafebabe).big(static_cast<uint32_t>(images.size()));
-  size_t offset = kPage;
-  for (const SignableImage& image : images) {
-    const size_t size = image.build().size();
-    out.big(image.cputype).big(image.cpusubtype).big(static_cast<uint32_t>(offset));
-    out.big(static_cast<uint32_t>(size)).big(12);
-    offset = (offset + size + kPage - 1) / kPage * kPage;
-  }
-  for (const SignableImage& image : images) {
-    out.text.resize((out.text.size() + kPage - 1) / kPage * kPage);
-    out.text += image.build();
-  }
-  return out.text;
+  std::vector<FatMember> members;
+  for (const SignableImage& image : images) members.push_back({image.arch, image.build()});
+  return buildFat(members, kPage);
 }
 
 uint64_t little64(const std::string& bytes, size_t at) {
-  uint64_t value = 0;
-  for (size_t i = 8; i-- > 0;) value = value << 8 | static_cast<unsigned char>(bytes.at(at + i));
-  return value;
+  return numberAt(bytes, at, 8);
 }
 
 uint32_t little32(const std::string& bytes, size_t at) {
-  uint32_t value = 0;
-  for (size_t i = 4; i-- > 0;) value = value << 8 | static_cast<unsigned char>(bytes.at(at + i));
-  return value;
+  return static_cast<uint32_t>(numberAt(bytes, at, 4));
 }
 
 uint32_t big32(const std::string& bytes, size_t at) {
-  uint32_t value = 0;
-  for (size_t i = 0; i < 4; ++i) value = value << 8 | static_cast<unsigned char>(bytes.at(at + i));
-  return value;
+  return static_cast<uint32_t>(numberAt(bytes, at, 4, true));
 }
 
 }  // namespace tovrek::test

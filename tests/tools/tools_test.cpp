@@ -17,6 +17,8 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
+const WrapperLogger log("ToolkitLib", std::nullopt);
+
 TEST(ToolRun, JudgesTheStatus) {
   struct Case {
     std::vector<std::string> argv;
@@ -29,16 +31,17 @@ TEST(ToolRun, JudgesTheStatus) {
            Case{{"/nowhere/tool"}, "Failed to execute tag with exit code: 127"},
        }) {
     ErrorText error;
-    EXPECT_EQ(runToolOrFail(c.argv, "tag", &error), c.error.empty()) << c.argv.back();
+    EXPECT_EQ(runToolOrFail(log, c.argv, "tag", &error), c.error.empty()) << c.argv.back();
     EXPECT_EQ(error.text(), c.error);
   }
 }
 
 TEST(ToolRun, RunsInTheFolderAndThroughTheShell) {
   const test::TemporaryFolder folder;
-  EXPECT_EQ(runTool({"/bin/sh", "-c", "test \"$(pwd -P)\" = \"$0\"", folder.path()}, folder.path()),
-            0);
-  const std::optional<Outcome> outcome = runShell("echo one | sed s/one/two/; exit 4");
+  EXPECT_EQ(
+      runTool(log, {"/bin/sh", "-c", "test \"$(pwd -P)\" = \"$0\"", folder.path()}, folder.path()),
+      0);
+  const std::optional<Outcome> outcome = runShell(log, "echo one | sed s/one/two/; exit 4");
   ASSERT_TRUE(outcome);
   EXPECT_EQ(outcome->output, "two\n");
   EXPECT_EQ(outcome->status, 4);
@@ -71,7 +74,7 @@ TEST_F(Packager, SucceedsByTheFileWhateverTheStatus) {
   host_.addTool("xcrun", writeOutput_ + "echo complaint; exit 1");
   ErrorText error;
   ::testing::internal::CaptureStderr();
-  EXPECT_TRUE(helper().StartXCRun(&error));
+  EXPECT_TRUE(helper().StartXCRun(log, &error));
   EXPECT_THAT(::testing::internal::GetCapturedStderr(),
               HasSubstr("xcrun returns code 1. output: complaint\n"));
   EXPECT_FALSE(error.isSet());
@@ -84,7 +87,7 @@ TEST_F(Packager, LeavesOutAllFromTheFirstMissingValueOn) {
   host_.addTool("xcrun", writeOutput_);
   XcrunHelper unsignedApp = helper();
   unsignedApp.codeSignCert.reset();
-  EXPECT_TRUE(unsignedApp.StartXCRun(nullptr));
+  EXPECT_TRUE(unsignedApp.StartXCRun(log, nullptr));
   EXPECT_THAT(host_.allCalls(folder_.path()),
               ElementsAre("xcrun|-sdk|iphoneos|PackageApplication|/w/A.app|-o|@/A.ipa|--sign"));
 }
@@ -93,19 +96,19 @@ TEST_F(Packager, FailsWithoutAPlainFile) {
   const std::string expected = "Failed to generate this file: " + output_;
   host_.addTool("xcrun");
   ErrorText error;
-  EXPECT_FALSE(helper().StartXCRun(&error));
+  EXPECT_FALSE(helper().StartXCRun(log, &error));
   EXPECT_EQ(error.text(), expected);
 
   folder_.write("A.ipa/inside", "");
   error.clear();
-  EXPECT_FALSE(helper().StartXCRun(&error));
+  EXPECT_FALSE(helper().StartXCRun(log, &error));
   EXPECT_EQ(error.text(), expected);
 }
 
 TEST_F(Packager, TellsThatItCouldNotBeStarted) {
   host_.addFile("/usr/bin/xcrun", "not executable");
   ErrorText error;
-  EXPECT_FALSE(helper().StartXCRun(&error));
+  EXPECT_FALSE(helper().StartXCRun(log, &error));
   EXPECT_EQ(error.text(), "Catch an exception! Exception description: Permission denied");
 }
 
@@ -119,13 +122,13 @@ TEST_F(Packager, ResolvesPaths) {
 TEST(PellKeychain, ListsKeychainsOnlyWhenAskedFor) {
   test::ScriptedHostRoot host;
   host.addTool("security", "echo '    \"/k/login.keychain\"'");
-  PellKeychainHelper::displayKeychain();
+  PellRequest request;
+  PellKeychainHelper::displayKeychain(request);
   EXPECT_THAT(host.allCalls(), IsEmpty());
 
-  PellRequest::sharedInstance().setPellRequestFlag(true);
+  request.setPellRequestFlag(true);
   ::testing::internal::CaptureStderr();
-  PellKeychainHelper::displayKeychain();
-  PellRequest::sharedInstance().setPellRequestFlag(false);
+  PellKeychainHelper::displayKeychain(request);
   EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("\"/k/login.keychain\""));
   EXPECT_THAT(host.allCalls(), ElementsAre("security|list-keychains"));
 }

@@ -1,10 +1,9 @@
-// The command line as text in, text and record out.
+// The command line as text in, text and request out.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>
 
-#include "context/PellRequest.h"
 #include "programs/tovrek/CommandLineProcessor.h"
 #include "tests/support/ScriptedHostRoot.h"
 
@@ -39,30 +38,27 @@ class Parser : public ::testing::Test {
                   "</dict></plist>");
     for (const char* tool : {"nm", "otool", "codesign"}) host_.addTool(tool);
   }
-  ~Parser() override {
-    PellRequest::sharedInstance().setPellRequestFlag(false);
-    PellRequest::sharedInstance().setKeychainPath(std::nullopt);
-  }
 
-  // Parses; the record stays until the next call.
-  const AppConverterParam* parse(const Words& words) {
+  // Parses; the request stays until the next call.
+  const std::optional<Request>& parse(const Words& words) {
     error_.clear();
     ::testing::internal::CaptureStdout();
     ::testing::internal::CaptureStderr();
-    param_ = processor_.processCommandLine(Words{"Tovrek"} + words, &error_);
+    request_ = processor_.processCommandLine(words, &error_);
     out_ = ::testing::internal::GetCapturedStdout();
     log_ = ::testing::internal::GetCapturedStderr();
-    return param_;
+    return request_;
   }
   // The text that the words are refused with; "accepted" when they are not.
   std::string refusal(const Words& words) {
-    if (parse(words) != nullptr) return error_.isSet() ? "accepted with a text" : "accepted";
+    if (parse(words)) return error_.isSet() ? "accepted with a text" : "accepted";
     return error_.text();
   }
 
   test::ScriptedHostRoot host_;
-  CommandLineProcessor processor_;
-  AppConverterParam* param_ = nullptr;
+  PellRequest keychain_;
+  CommandLineProcessor processor_{keychain_};
+  std::optional<Request> request_;
   ErrorText error_;
   std::string out_, log_;
 };
@@ -182,13 +178,14 @@ TEST_F(Parser, RefusesValues) {
 }
 
 TEST_F(Parser, FillsTheRecord) {
-  using P = AppConverterParam;
+  using P = Request;
   struct Case {
     Words words;
     std::function<bool(const P&)> holds;
   };
   const std::vector<Case> cases = {
-      {kWrap, [](const P& p) { return p.packageApp && p.isWrapCommand && !p.isUpdate; }},
+      {kWrap,
+       [](const P& p) { return p.packageApp && p.command == CommandWord::kWrap && !p.isUpdate; }},
       {kWrap + Words{"-outBundle", " b.ipa\n", "-appMode", "1"},
        [](const P& p) { return p.outputBundleFile == "b.ipa" && p.appMode == "1"; }},
       {kWrap + Words{"-appMode", "1", "-outBundle", "b.ipa"},
@@ -209,11 +206,16 @@ TEST_F(Parser, FillsTheRecord) {
        }},
       {kSign + Words{"-in", "x.ipa", "-reSign", "yes", "-RESIGN", "No", "-upgrade"},
        [](const P& p) { return p.isResign && p.preserveUpgradeCompatibility; }},
-      {kSetInfo, [](const P& p) { return p.isUpdate && !p.isSDK && p.sdkOp == 0; }},
+      {kSetInfo,
+       [](const P& p) { return p.isUpdate && !p.isSDK && p.sdkOp == SdkOperation::kNone; }},
       {kSetInfo + Words{"-appDesc", "a \"b\"", "-embedBundle", "b"},
-       [](const P& p) { return p.description == "a b" && p.isSDK && p.sdkOp == 2; }},
+       [](const P& p) {
+         return p.description == "a b" && p.isSDK && p.sdkOp == SdkOperation::kEmbeddedBundle;
+       }},
       {kSetInfo + Words{"-storeURL", "http://h/a b"},
-       [](const P& p) { return p.appStoreUrl == "http://h/a b" && p.sdkOp == 1; }},
+       [](const P& p) {
+         return p.appStoreUrl == "http://h/a b" && p.sdkOp == SdkOperation::kStoreAddress;
+       }},
       {kSdkPrep + Words{"-appType", "Activation", "-excludedDevices", "\"ipad\""},
        [](const P& p) {
          return p.isUpdate && p.isSDK && p.appMode == "4" && p.excludedDevices == "ipad";
@@ -223,9 +225,9 @@ TEST_F(Parser, FillsTheRecord) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(::testing::PrintToString(c.words));
-    ASSERT_NE(parse(c.words), nullptr) << error_.text();
-    EXPECT_TRUE(c.holds(*param_));
-    EXPECT_FALSE(param_->wexToolKitPath->empty());
+    ASSERT_TRUE(parse(c.words)) << error_.text();
+    EXPECT_TRUE(c.holds(*request_));
+    EXPECT_FALSE(request_->wexToolKitPath->empty());
   }
 }
 
@@ -287,16 +289,16 @@ TEST_F(Parser, PrintsTraces) {
 }
 
 TEST_F(Parser, SetsTheKeychainAtOnce) {
-  EXPECT_EQ(parse({"Wrap", "-pell", "-keychainPath", "k", "-unknown"}), nullptr);
-  EXPECT_TRUE(PellRequest::sharedInstance().pellRequestFlag());
-  EXPECT_EQ(PellRequest::sharedInstance().keychainPath(), "k");
+  EXPECT_FALSE(parse({"Wrap", "-pell", "-keychainPath", "k", "-unknown"}));
+  EXPECT_TRUE(keychain_.pellRequestFlag());
+  EXPECT_EQ(keychain_.keychainPath(), "k");
 }
 
 TEST_F(Parser, ShowsHelpAndUsage) {
   for (const char* word : {"Wrap", "Sign", "SetInfo", "SdkPrep"}) {
     const std::string heading = "\n" + std::string(57, '-') + " \n" + word + " Command \n";
     parse({word, "-logFile", "l", "-HELP", "whatever"});
-    EXPECT_EQ(param_, nullptr);
+    EXPECT_FALSE(request_);
     EXPECT_TRUE(processor_.helpShown());
     EXPECT_FALSE(error_.isSet());
     EXPECT_THAT(log_, HasSubstr(heading));
@@ -307,6 +309,11 @@ TEST_F(Parser, ShowsHelpAndUsage) {
     processor_.printCommandUsage();
     EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr(heading));
   }
+  // Of several words, Wrap comes first.
+  parse({"SetInfo", "wrap"});
+  ::testing::internal::CaptureStderr();
+  processor_.printCommandUsage();
+  EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("\nWrap Command \n"));
   parse({"GetInfo"});
   ::testing::internal::CaptureStdout();
   processor_.printCommandUsage();

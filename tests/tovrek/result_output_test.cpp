@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "log/module_loggers.h"
-
 namespace tovrek {
 namespace {
 
@@ -32,17 +30,19 @@ TEST(ResultOutput, PrintsByOutcomeAndKind) {
        "\n\nsome text\n------------------------------\n"},
       {false, nullptr, false, false, false, -1, "", ""},
   };
-  Global_Commandline_Logger().setLogDisplayLevel(0);
+  WrapperLogger log("CommandLine", std::nullopt);
+  log.setLogDisplayLevel(0);
   for (const Case& c : cases) {
-    AppConverterParam param;
-    param.isUpdate = c.isUpdate;
-    param.isSDK = c.isSDK;
-    param.packageApp = c.packageApp;
-    ::testing::internal::CaptureStdout();
-    ::testing::internal::CaptureStderr();
-    EXPECT_EQ(writeOutResultWithErrorStr(c.success, c.error, param), c.status);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), c.out);
-    EXPECT_EQ(::testing::internal::GetCapturedStderr(), c.err);
+    Request request;
+    request.isUpdate = c.isUpdate;
+    request.isSDK = c.isSDK;
+    request.packageApp = c.packageApp;
+    std::string out, err;
+    const Streams streams{[&](std::string_view part) { out += part; },
+                          [&](std::string_view part) { err += part; }};
+    EXPECT_EQ(writeOutResultWithErrorStr(c.success, c.error, request, log, streams), c.status);
+    EXPECT_EQ(out, c.out);
+    EXPECT_EQ(err, c.err);
   }
 }
 

@@ -28,6 +28,14 @@ def files_below(folder):
     return sorted(found)
 
 
+def changed_files(before, after):
+    """Which files have other contents in one of two folders than in the other, or are not there."""
+    names = [set(files_below(folder)) for folder in (before, after)]
+    return names[0] ^ names[1] | {
+        name for name in names[0] & names[1]
+        if read(os.path.join(before, name)) != read(os.path.join(after, name))}
+
+
 def executable_name(path):
     info = plistlib.loads(read(os.path.join(path, "Info.plist")))
     return info.get("CFBundleExecutable") or os.path.splitext(os.path.basename(path))[0]
@@ -88,6 +96,28 @@ def code_objects(path):
             if not os.path.islink(file) and macho.is_macho(file) and file not in executables:
                 found.append(file)
     return found[::-1]
+
+
+def slices(code):
+    """The slices of a bundle's executable or of a lone Mach-O file."""
+    return macho.slices(os.path.join(code, executable_name(code)) if os.path.isdir(code) else code)
+
+
+def signers(app):
+    """Whose signature each code object has in all its slices, by its path in the app."""
+    found = {}
+    for code in code_objects(app):
+        names = {signature.signer(image) for image in slices(code)}
+        found[os.path.relpath(code, app)] = " and ".join(sorted(names))
+    return found
+
+
+def entitlements(code):
+    """The entitlements of a code object, which all its slices must have alike."""
+    first, *others = [signature.Signature(image).der_entitlements() for image in slices(code)]
+    if any(other != first for other in others):
+        raise ValueError(f"the slices of {code} have different entitlements")
+    return first
 
 
 def object_problems(code, root):

@@ -1,4 +1,4 @@
-"""A small reader of DER (X.690): enough for CMS attributes and entitlements."""
+"""A small reader of DER (X.690): enough for CMS attributes, entitlements and names."""
 
 
 class Node:
@@ -71,3 +71,13 @@ def entitlement_value(node):
             raise ValueError("the keys of the DER entitlements are not sorted")
         return {key.decode(): entitlement_value(value) for key, value in pairs}
     raise ValueError(f"unknown DER entitlement value {node.tag:#x}")
+
+
+def common_name(certificate):
+    """The first common name of a certificate's subject, or None."""
+    subject = parse(certificate).children[0].children[5]
+    for part in subject.walk():
+        if part.tag == 0x30 and part.children and part.children[0].content == b"\x55\x04\x03":
+            value = part.children[1]
+            return value.content.decode({0x1E: "utf-16-be"}.get(value.tag, "utf-8"))
+    return None

@@ -1,7 +1,9 @@
 """Embedded code signatures: the blobs, their hashes and the CMS over them."""
+import functools
 import hashlib
 import os
 import plistlib
+import ssl
 import struct
 import subprocess
 import tempfile
@@ -185,21 +187,28 @@ def cms_problems(signature, root):
     blob = signature.blobs.get(SLOT_CMS, b"")
     if len(blob) <= 8 or struct.unpack_from(">I", blob)[0] != WRAPPER:
         return ["no CMS signature"]
-    run = verify(signature, ["-CAfile", root, "-purpose", "any", "-ignore_critical"])
-    if run.returncode != 0:
-        return [f"openssl refuses the CMS signature: {run.stderr.decode().strip()}"]
+    error = verified(signature.directories[0].blob, blob[8:], root)
+    if error is not None:
+        return [f"openssl refuses the CMS signature: {error}"]
     return attribute_problems(signature, blob[8:])
 
 
-def verify(signature, arguments):
-    """Lets openssl verify the CMS over the first code directory."""
-    with tempfile.NamedTemporaryFile() as content:
-        content.write(signature.directories[0].blob)
-        content.flush()
-        return subprocess.run(
-            ["openssl", "cms", "-verify", "-binary", "-inform", "DER", "-content", content.name,
-             "-out", os.devnull, *arguments], input=signature.blobs[SLOT_CMS][8:],
-            capture_output=True)
+SIGNED_BY = {}  # certificates, by the contents and the CMS that they proved to have signed
+
+
+@functools.cache  # code that a test leaves alone comes by again and again
+def verified(content, cms, root):
+    """What openssl has against a CMS over the content, None if nothing. Without a root nobody is
+    asked to vouch for the certificate that signed it."""
+    trust = ["-CAfile", root, "-purpose", "any", "-ignore_critical"] if root else ["-noverify"]
+    with tempfile.NamedTemporaryFile() as file, tempfile.NamedTemporaryFile("r") as signed_by:
+        file.write(content)
+        file.flush()
+        run = subprocess.run(
+            ["openssl", "cms", "-verify", "-binary", "-inform", "DER", "-content", file.name,
+             "-out", os.devnull, "-signer", signed_by.name, *trust], input=cms, capture_output=True)
+        SIGNED_BY[content, cms] = signed_by.read()
+    return None if run.returncode == 0 else run.stderr.decode().strip()
 
 
 def attribute_problems(signature, cms):
@@ -226,12 +235,15 @@ def attribute_problems(signature, cms):
     return found
 
 
+def signer_certificate(image):
+    """The certificate that signed a slice, in DER, without asking whether it is good."""
+    found = Signature(image)
+    signed = found.directories[0].blob, found.blobs[SLOT_CMS][8:]
+    if not SIGNED_BY.get(signed) and (error := verified(*signed, None)):
+        raise ValueError(error)
+    return ssl.PEM_cert_to_DER_cert(SIGNED_BY[signed])
+
+
 def signer(image):
-    """The common name of the certificate that signed a slice, without asking whether it is good."""
-    with tempfile.NamedTemporaryFile() as certificate:
-        verify(Signature(image), ["-noverify", "-signer", certificate.name])
-        run = subprocess.run(["openssl", "x509", "-in", certificate.name, "-noout", "-subject",
-                              "-nameopt", "multiline,utf8,-esc_msb"], capture_output=True)
-    names = [line.split("=", 1)[1].strip() for line in run.stdout.decode().splitlines()
-             if line.strip().startswith("commonName")]
-    return names[0] if names else "nobody"
+    """The common name of the certificate that signed a slice."""
+    return der.common_name(signer_certificate(image)) or "nobody"

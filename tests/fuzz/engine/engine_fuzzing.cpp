@@ -3,9 +3,8 @@
 #include <cstdlib>
 #include <exception>
 
-#include "engine/MachORebuildErrors.h"
-#include "engine/entry_points.h"
 #include "engine/file_check.h"
+#include "engine/file_insertion.h"
 #include "macho/FatFile.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/engine_outcome.h"
@@ -27,6 +26,11 @@ class HeapCopy {
   std::vector<std::byte> bytes_;
 };
 
+const WrapperLogger& silence() {
+  static const WrapperLogger logger("Fuzz", std::nullopt);
+  return logger;
+}
+
 void require(bool promise) {
   if (!promise) std::abort();
 }
@@ -43,10 +47,11 @@ uint64_t commandsEnd(std::string_view image) {
 
 void checkBothWays(const HeapCopy& file, std::string* outcome) {
   // Other flags reach other branches; the outcome of the usual ones is given.
-  outcomeOf([&] { macho::checkFile(file.view(), "image", true, false, {}); });
-  *outcome = outcomeOf([&] { macho::checkFile(file.view(), "image", false, true, {}); });
+  outcomeOf([&] { macho::checkFile(file.view(), {.sdkOrder = true}, silence()); });
+  *outcome = outcomeOf([&] { macho::checkFile(file.view(), {.libraryType = true}, silence()); });
+  const macho::CheckOptions modernRules{false, true, macho::kModernRules};
   const std::string modern =
-      outcomeOf([&] { macho::checkFile(file.view(), "image", false, true, macho::kModernRules); });
+      outcomeOf([&] { macho::checkFile(file.view(), modernRules, silence()); });
   require(modern == "ok" || *outcome != "ok");
 }
 
@@ -65,13 +70,14 @@ std::string fuzzInsertion(std::string_view bytes) {
   const int type = before.size() % 2 == 0 ? kApplication : kAppExtension;
   Settings strict;
   strict.strictHeaderRoom = true;
-  const std::string strictOutcome = outcomeOf([&] { addDylib(type, path, true, strict); });
+  const std::string strictOutcome =
+      outcomeOf([&] { addDylib(type, path, true, strict, silence()); });
   const std::string strictAfter = contentsOf(path);
   // The new commands are little-endian, so elsewhere the first of them stops the second.
   const bool isDevice = !before.empty() && (before[0] == '\xce' || before[0] == '\xcf');
   if (strictOutcome != "ok" && isDevice) require(strictAfter == before);
   folder.write("image", before);
-  const std::string outcome = outcomeOf([&] { addDylib(type, path, true); });
+  const std::string outcome = outcomeOf([&] { addDylib(type, path, true, {}, silence()); });
   const std::string after = contentsOf(path);
   require(after.size() == before.size());
   if (strictOutcome == "ok") require(outcome == "ok" && after == strictAfter);

@@ -1,0 +1,120 @@
+#include "programs/tovrek/Toolkit.h"
+
+#include <fmt/format.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "context/RunContext.h"
+#include "converter/AppConverter.h"
+#include "converter/validation.h"
+#include "host/host_info.h"
+#include "host/paths.h"
+#include "host/version.h"
+#include "log/TKProgressor.h"
+#include "programs/tovrek/CommandLineProcessor.h"
+#include "programs/tovrek/constants.h"
+#include "programs/tovrek/result_output.h"
+#include "settings/settings_file.h"
+#include "tools/host_checks.h"
+
+namespace tovrek::toolkit {
+namespace {
+
+int refuseArguments(const CommandLineProcessor& processor, const ErrorText& error,
+                    const Streams& streams) {
+  if (error.isSet()) streams.error(fmt::format("\n{}\n", error.text()));
+  processor.printCommandUsage();
+  return kExitBadInput;
+}
+
+void setUpCommandLineLog(const Request& request, WrapperLogger& log) {
+  log.setLogFilename(request.logFile);
+  log.setLogDisplayLevel(request.logDisplayLevel);
+  log.setLogFileWriteLevel(request.logWriteLevel);
+}
+
+// SDK inputs are unpacked by the action itself.
+bool needsUnpacking(const Request& request) {
+  const std::string extension = pathExtension(request.inputFile.value_or(""));
+  return !request.isSDK &&
+         (equalsIgnoringCase(extension, "ipa") || equalsIgnoringCase(extension, "app"));
+}
+
+bool runAction(AppConverter& converter, const Request& request, ErrorText* error) {
+  if (request.isWEXSigning) return converter.CreatePackageFromWex(error);
+  if (request.command == CommandWord::kSdkPrep) return converter.EmbedResourcesIntoApp(error);
+  return converter.CreatePackage(error);
+}
+
+int convert(const Request& request, UnpackedInput input, RunContext& context,
+            TKProgressor& progressor, const Streams& streams) {
+  const WrapperLogger& log = context.loggers.commandLine;
+  const std::string contentPath = joinPath(programFolder(), "Data");
+  log.logBasic(fmt::format("Content path: {}", contentPath));
+  AppConverter converter(request, context, progressor, contentPath, std::move(input));
+  ErrorText error;
+  const bool succeeded = runAction(converter, request, &error);
+  // Never announced as a success: without a text nothing more is printed, and a warning that
+  // came with a success is printed like an error.
+  writeOutResultWithErrorStr(false, error.isSet() ? &error.text() : nullptr, request, log, streams);
+  return succeeded ? kExitSuccess : kExitConversionFailed;
+}
+
+// The request is final from here on.
+int runRequest(const Request& request, RunContext& context, TKProgressor& progressor,
+               const Streams& streams) {
+  UnpackedInput input;
+  ErrorText error;
+  if (needsUnpacking(request) &&
+      !AppConverter::unzipIpaAndProcessConverterParameters(request, context, &input, &error)) {
+    reportError(error.text(), context.loggers.commandLine, streams);
+    return kExitSuccess;
+  }
+  return convert(request, std::move(input), context, progressor, streams);
+}
+
+}  // namespace
+
+int run(const Arguments& arguments, const Streams& streams) {
+  streams.out(fmt::format("\n{}, version {}.{} (Env:{})\n\n", kToolTitle, kToolVersion, kToolBuild,
+                          kEnvironment));
+  if (!verifyIfOSVerisonIsMavericksandAbove()) {
+    streams.error("\nThis application requires OS X 10.9 (Mavericks) or later.\n");
+    return kExitBadInput;
+  }
+
+  RunContext context;
+  const WrapperLogger& log = context.loggers.commandLine;
+  CommandLineProcessor processor(context.keychain);
+  ErrorText error;
+  std::optional<Request> request = processor.processCommandLine(arguments.words, &error);
+  if (processor.helpShown()) return kExitSuccess;
+  if (!request) return refuseArguments(processor, error, streams);
+
+  // Before the run touches anything, its log included.
+  error.clear();
+  if (!readSettings(&context.settings, &error)) {
+    reportError(error.text(), log, streams);
+    return kExitBadInput;
+  }
+  setUpCommandLineLog(*request, context.loggers.commandLine);
+  CLProgressor progressor(context.loggers.commandLine);
+  AppConverter::initializeLogging(*request, context);
+  progressor.SetProgress("Validating input parameters...");
+  if (!validate(*request, context, &error)) {
+    reportError(error.text(), log, streams);
+    return kExitBadInput;
+  }
+  return runRequest(*request, context, progressor, streams);
+}
+
+int reportUncaught(const char* reason, const Streams& streams) {
+  streams.error(reason != nullptr ? fmt::format("\nThe run was given up: {}\n", reason)
+                                  : std::string("\nThe run was given up for an unknown reason\n"));
+  return kExitConversionFailed;
+}
+
+}  // namespace tovrek::toolkit

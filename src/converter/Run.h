@@ -1,0 +1,71 @@
+// One run: what it was given, and what its steps find out on the way.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "context/RunContext.h"
+#include "converter/Request.h"
+#include "converter/UnpackedInput.h"
+#include "converter/inspection.h"
+#include "formats/PlistValue.h"
+#include "host/paths.h"
+#include "log/TKProgressor.h"
+#include "package/AppBundle.h"
+#include "package/ManifestLibInterface.h"
+#include "package/UnzippedCma.h"
+
+namespace tovrek::converter {
+
+struct Run {
+  // All but the path and the input must outlive the run.
+  Run(const Request& asked, RunContext& shared, TKProgressor& progress, std::string content,
+      UnpackedInput unpacked)
+      : request(asked),
+        context(shared),
+        progressor(progress),
+        contentPath(std::move(content)),
+        input(std::move(unpacked)),
+        replacementBundleID(asked.replacementBundleID) {}
+
+  // --- Given ---
+  const Request& request;
+  RunContext& context;
+  TKProgressor& progressor;
+  const std::string contentPath;  // of the bundles and policies to insert, only read from
+  UnpackedInput input;            // the first step unpacks what was not unpacked before
+
+  // --- The app ---
+  std::shared_ptr<UnzippedCma> package;  // when the app came in one
+  std::string appPath;
+  std::string payloadDir;  // empty when the input is an .app, used where it stands
+  std::optional<AppBundle> bundle;
+  BundleInspection inspection;
+  bool isRenewal = false;  // Sign, of an .ipa that is wrapped already
+  std::optional<std::string> originalBundleID;
+  std::optional<std::string> replacementBundleID;
+
+  // --- Its new signature ---
+  std::optional<PlistDictionary> profile;
+  std::string entitlementPath;
+
+  // --- The output ---
+  std::vector<std::string> policyLanguages;
+  std::unique_ptr<ManifestLibInterface> manifest;
+  std::string outputIPAFileName;
+  std::string ipaFolder;  // where the output .ipa is to stand
+
+  const WrapperLogger& log() const { return context.loggers.toolkit; }
+  // The scratch folder, and the folder in it where the package is put together.
+  const std::string& scratch() const { return input.directory->tempDir(); }
+  const std::string& packageDir() const { return input.directory->packageDir(); }
+  // An item of the content folder.
+  std::string contentFile(std::string_view name) const { return joinPath(contentPath, name); }
+  std::string targetIpaPath() const { return joinPath(ipaFolder, outputIPAFileName); }
+};
+
+}  // namespace tovrek::converter

@@ -1,0 +1,140 @@
+#include "converter/archives.h"
+
+#include <fmt/format.h>
+
+#include "converter/common.h"
+#include "converter/output.h"
+#include "host/files.h"
+#include "host/host_info.h"
+#include "host/paths.h"
+#include "tools/XcrunHelper.h"
+#include "tools/tool_run.h"
+
+namespace tovrek::converter {
+namespace {
+
+constexpr char kZip[] = "/usr/bin/zip";
+
+// zip takes a name with a hyphen in front for options, and some of those start programs.
+std::string asOperand(const std::string& name) {
+  return name.starts_with('-') ? "./" + name : name;
+}
+
+// Most of the app is as it was in the input. Our own zip takes the packed form of files that have
+// not changed from the archive named by this variable; others do not know it.
+std::vector<std::pair<std::string, std::string>> packedSource(const std::string& path) {
+  const auto absolute = realPath(path);  // zip runs in another folder
+  if (!absolute) return {};
+  return {{"TOVREK_PACKED_SOURCE", *absolute}};
+}
+
+// `unpackedFrom` is the archive that the app came from.
+bool zipApp(const WrapperLogger& log, const char* options, const std::string& ipaName,
+            const std::string& unpackedFrom, const std::string& sourceDir,
+            const std::string& targetDir, ErrorText* error) {
+  const std::string archive = standardizePath(joinPath(sourceDir, ipaName));
+  std::string source = unpackedFrom;
+  // An item of that name came with the input; zip would add to it, or write through a link. It
+  // goes, or moves out of the way when the app was unpacked from it.
+  if (archive == standardizePath(unpackedFrom) && isPlainFile(archive)) {
+    source = joinPath(sourceDir, uniqueString());
+    if (!moveItem(archive, source)) source.clear();
+  }
+  if (itemExistsNoFollow(archive)) removeItem(archive);
+
+  std::vector<std::string> command = {kZip, options, asOperand(ipaName), "Payload"};
+  for (const char* name : {"iTunesArtwork", "iTunesMetadata.plist"}) {
+    if (isPlainFile(joinPath(sourceDir, name))) command.push_back(name);
+  }
+  const int status = runTool(log, command, sourceDir, packedSource(source));
+  if (source != unpackedFrom && !source.empty()) removeItem(source);
+  if (status != 0) return true;
+
+  const std::string target = standardizePath(joinPath(targetDir, ipaName));
+  if (isPlainFile(target)) removeItem(target);
+  if (!handOverOrFail(archive, target, error)) return false;
+  log.logBasic("Generated output ipa file at: " + target);
+  return true;
+}
+
+}  // namespace
+
+bool ZipToIpa(const Run& run, const std::string& ipaName, const std::string& sourceDir,
+              const std::string& targetDir, ErrorText* error) {
+  return zipApp(run.log(), "-qry", ipaName, run.request.inputFile.value_or(""), sourceDir,
+                targetDir, error);
+}
+
+bool ZipToIpaFromWex(const Run& run, const std::string& sourceDir, const UnzippedCma& package,
+                     const std::string& packageDir, ErrorText* error) {
+  return zipApp(run.log(), "-qr", package.ipaName(), package.ipaPath(), sourceDir, packageDir,
+                error);
+}
+
+bool ZiptoPackage(const Run& run, const std::string& packageDir, ErrorText* error) {
+  const std::string name = uniqueString() + ".zip";
+  const std::string archive = standardizePath(joinPath(packageDir, name));
+  const int status = runTool(run.log(), {kZip, "-qr", name, "."}, packageDir);
+  if (status != 0) return failWithStatus(error, "zip", status);
+  if (!isPlainFile(archive)) {
+    return fail(error, fmt::format("Failed to generate this file: {}", archive));
+  }
+  run.log().logDetailed("Generated output ipa file at: " + archive);
+
+  const std::string output = run.request.outputFile.value_or("");
+  if (isInput(run, output)) return replaceInput(run, archive, output, error);
+  if (isPlainFile(output)) {
+    removeItem(output);
+    run.log().logWarning("WARNING! The target output file already exists. Deleting original file.");
+  }
+  // What counts is that something stands there in the end.
+  ErrorText failure;
+  handOverOrFail(archive, output, &failure);
+  return fileExists(output) || fail(error, failure.text());
+}
+
+bool nameIpa(Run& run, ErrorText* /*error*/) {
+  run.ipaFolder = run.packageDir();
+  run.outputIPAFileName = lastPathComponent(run.request.inputFile.value_or(""));
+  return true;
+}
+
+bool nameSdkIpa(Run& run, ErrorText* error) {
+  nameIpa(run, error);
+  const auto& output = run.request.outputFile;
+  if (!run.request.packageApp && output) {
+    run.ipaFolder = containingFolder(*output);
+    run.outputIPAFileName = lastPathComponent(*output);
+  }
+  run.outputIPAFileName = deletingPathExtension(run.outputIPAFileName) + "_SDK.ipa";
+  return true;
+}
+
+bool writeIpa(Run& run, ErrorText* error) {
+  run.progressor.SetProgress("Generating ipa file...");
+  return ZipToIpa(run, run.outputIPAFileName, run.scratch(), run.ipaFolder, error);
+}
+
+bool writeSdkIpa(Run& run, ErrorText* error) {
+  if (pathExtension(run.request.inputFile.value_or("")) != "app") return writeIpa(run, error);
+  run.progressor.SetProgress("Generating ipa file...");
+  XcrunHelper packager;
+  packager.appBundlePath = run.request.inputFile;
+  packager.codeSignCert = run.request.certificate;
+  packager.embeddedProfilePath = run.request.provisionProfile;
+  packager.outPackagePath = run.targetIpaPath();
+  return packager.StartXCRun(run.log(), error);
+}
+
+bool writeIpaOfPackage(Run& run, ErrorText* error) {
+  run.progressor.SetProgress("Generating ipa file...");
+  return ZipToIpaFromWex(run, run.scratch(), *run.package, run.packageDir(), error);
+}
+
+bool writePackage(Run& run, ErrorText* error) {
+  if (!run.request.outputFile) return true;
+  run.progressor.SetProgress("Generating package file...");
+  return ZiptoPackage(run, run.packageDir(), error);
+}
+
+}  // namespace tovrek::converter

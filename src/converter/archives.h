@@ -1,0 +1,34 @@
+// The two archives: the signed app and the package around it.
+#pragma once
+
+#include <string>
+
+#include "converter/Run.h"
+#include "host/ErrorText.h"
+
+namespace tovrek::converter {
+
+// Zips the Payload of `sourceDir` and copies the archive to `targetDir`. A failing zip is no
+// failure here; the missing file shows in a later step.
+bool ZipToIpa(const Run& run, const std::string& ipaName, const std::string& sourceDir,
+              const std::string& targetDir, ErrorText* error);
+// The same for an unpacked package, with links followed instead of stored.
+bool ZipToIpaFromWex(const Run& run, const std::string& sourceDir, const UnzippedCma& package,
+                     const std::string& packageDir, ErrorText* error);
+// Zips the package folder and copies the archive to the output file of the request.
+bool ZiptoPackage(const Run& run, const std::string& packageDir, ErrorText* error);
+
+// --- Steps ---
+
+// Chooses where the .ipa is to stand: in the package, by the name of the input. That of an SDK app
+// which is published instead stands beside the package.
+bool nameIpa(Run& run, ErrorText* error);
+bool nameSdkIpa(Run& run, ErrorText* error);
+bool writeIpa(Run& run, ErrorText* error);
+// An app that was given unpacked is packed by the developer tools.
+bool writeSdkIpa(Run& run, ErrorText* error);
+bool writeIpaOfPackage(Run& run, ErrorText* error);
+// Unless only the .ipa was asked for.
+bool writePackage(Run& run, ErrorText* error);
+
+}  // namespace tovrek::converter

@@ -1,0 +1,28 @@
+// The app's identifier, before and after.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "converter/Run.h"
+#include "formats/PlistValue.h"
+#include "host/ErrorText.h"
+
+namespace tovrek::converter {
+
+// Gives the app below the Payload folder a new identifier; the old one is kept under another key.
+// False when there is no Info.plist or it cannot be written.
+bool doAppBundleIDChange(const std::optional<std::string>& bundleId, const std::string& payloadDir);
+std::optional<std::string> infoPlistPathFromAppPath(const std::string& folder);
+bool changeBundleIDForFile(const std::string& plistPath, const std::string& bundleIdKey,
+                           const std::optional<std::string>& newBundleId, PlistFormat format);
+
+// --- Steps ---
+
+// Notes the app's identifier, which also is the new one when none was asked for.
+bool takeBundleIdentifiers(Run& run, ErrorText* error);
+// Not in a renewal: the identifier stays, and so must the record of the one that the app had
+// before it was wrapped.
+bool changeBundleIdentifier(Run& run, ErrorText* error);
+
+}  // namespace tovrek::converter

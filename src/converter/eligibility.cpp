@@ -1,0 +1,87 @@
+#include "converter/eligibility.h"
+
+#include <fmt/format.h>
+
+#include <string_view>
+
+#include "converter/otool_questions.h"
+#include "profile/ProvisioningProfile.h"
+
+namespace tovrek::converter {
+namespace {
+
+size_t countOccurrences(std::string_view text, std::string_view part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != std::string_view::npos;
+       at = text.find(part, at + part.size())) {
+    ++count;
+  }
+  return count;
+}
+
+bool failLogged(const Run& run, const char* logged) {
+  run.log().logError(logged);
+  return false;
+}
+
+}  // namespace
+
+bool checkForDuplicateCertificates(const WrapperLogger& log, const std::string& certificate,
+                                   ErrorText* error) {
+  if (certificate.empty()) return false;
+  const auto output = successfulOutput(runShell(log, "security find-identity -v -p codesigning"));
+  if (!output || countOccurrences(*output, certificate) < 2) return false;
+  fail(error,
+       "WARNING: Duplicate certificates in keychain, code signing may fail.  Use Keychain Access "
+       "utility to resolve this.");
+  return true;
+}
+
+bool refuseSdkApp(Run& run, ErrorText* error) {
+  if (!run.inspection.hasWEXSDKFramework) return true;
+  fail(error, kLinkedAgainstSdk);
+  return failLogged(run, "This Application is an SDK app");
+}
+
+bool refuseWrappedApp(Run& run, ErrorText* error) {
+  return !verifyIfApplicationIsAlreadyWrapped(run.log(), *run.bundle, error) ||
+         failLogged(run, "This Application is already wrapped");
+}
+
+bool refuseOrRenewWrappedApp(Run& run, ErrorText* error) {
+  ErrorText refusal;
+  if (!verifyIfApplicationIsAlreadyWrapped(run.log(), *run.bundle, &refusal)) return true;
+  run.isRenewal = run.context.settings.resignWrapped;
+  run.log().logBasic(fmt::format("resignWrapped {} {}, which is wrapped already",
+                                 run.isRenewal ? "signs" : "would sign", run.appPath));
+  if (run.isRenewal) return true;
+  fail(error, refusal.text());
+  return failLogged(run, "This Application is already wrapped");
+}
+
+bool refuseUnsupportedApp(Run& run, ErrorText* error) {
+  if (doesApplicationSupportAdobeAir(run.appPath, error)) {
+    return failLogged(
+        run, "WEX does not support wrapping applications created using the Adobe Air framework.");
+  }
+  if (!verifyIfApplicationIsAppStoreApp(run.log(), *run.bundle, error)) {
+    return failLogged(run, "This Application is an App Store app");
+  }
+  if (!verifyIfItNotANativeiOSApp(run.appPath, error)) {
+    run.log().logWarning("This Application does not seems to be a standard native iOS app. ");
+  }
+  return true;
+}
+
+bool checkCertificate(Run& run, ErrorText* error) {
+  const std::string certificate = run.request.certificate.value_or("");
+  if (checkForDuplicateCertificates(run.log(), certificate, error)) {
+    run.log().logError(error ? error->text() : "");
+  }
+  if (run.profile) {
+    ProvisioningProfile::validateForiOS8Certificate(certificate, *run.profile, run.log(), error);
+  }
+  return true;
+}
+
+}  // namespace tovrek::converter

@@ -1,0 +1,89 @@
+#include "converter/input.h"
+
+#include <fmt/format.h>
+
+#include "converter/common.h"
+#include "host/files.h"
+
+namespace tovrek::converter {
+
+std::shared_ptr<UnzippedIpa> unzipIpa(const std::optional<std::string>& inputPath,
+                                      std::shared_ptr<TemporaryDirectory>* tempDir,
+                                      ErrorText* error) {
+  fail(error, "Invalid input");
+  if (!inputPath || tempDir == nullptr) return nullptr;
+  if (!*tempDir) {
+    *tempDir = std::make_shared<TemporaryDirectory>();
+    if (!(*tempDir)->Create(error)) return nullptr;
+  }
+  // Unpacking clears the slot that it is given; ours keeps its text after a success.
+  ErrorText reason;
+  auto ipa = UnzippedIpa::UnzippedIpaObjForInputFile(*inputPath, tempDir->get(), &reason);
+  if (!ipa && error != nullptr) *error = reason;
+  return ipa;
+}
+
+bool refuseLinksOutside(const WrapperLogger& log, const std::string& folder, ErrorText* error) {
+  const auto link = linkLeadingOutside(folder);
+  if (!link) return true;
+  const std::string text = fmt::format("The input holds a link that leads out of it: {}", *link);
+  log.logError(text);
+  return fail(error, text);
+}
+
+bool unpackApp(Run& run, ErrorText* error) {
+  run.progressor.SetProgress("Unzipping...");
+  UnpackedInput& input = run.input;
+  if (!input.ipa) {
+    input.directory.reset();
+    input.ipa = unzipIpa(run.request.inputFile, &input.directory, error);
+    if (!input.ipa) return false;
+  }
+  // An .app needs no folder to be unpacked.
+  if (!input.directory) input.directory = std::make_shared<TemporaryDirectory>();
+  if (!input.directory->created() && !input.directory->Create(error)) return false;
+
+  run.appPath = input.ipa->appPath();
+  run.payloadDir = input.ipa->payloadDir();
+  run.bundle = AppBundle::open(run.appPath);
+  if (run.bundle) return true;
+  run.log().logError("Failed to get the input app file NSBundle object.");
+  return fail(error, "Failed to get the input app file NSBundle object.");
+}
+
+bool openAppFolder(Run& run, ErrorText* /*error*/) {
+  run.appPath = run.request.inputFile.value_or("");
+  run.bundle = AppBundle::open(run.appPath);
+  if (!run.bundle) run.log().logError("Failed to get the input app NSBundle object.");
+  return run.bundle.has_value();
+}
+
+bool unpackPackage(Run& run, ErrorText* error) {
+  run.progressor.SetProgress("Unzipping...");
+  run.input.directory = std::make_shared<TemporaryDirectory>();
+  if (!run.input.directory->Create(error)) return false;
+  run.package = UnzippedCma::UnzippedIpaObjForInputFile(run.request.inputFile.value_or(""),
+                                                        run.input.directory.get(), error);
+  if (!run.package) return false;
+  run.appPath = run.package->appPath();
+  run.bundle = AppBundle::open(run.appPath);
+  return true;
+}
+
+bool refuseLinksOutOfApp(Run& run, ErrorText* error) {
+  return refuseLinksOutside(run.log(), run.appPath, error);
+}
+
+bool refuseLinksOutOfPackage(Run& run, ErrorText* error) {
+  return refuseLinksOutside(run.log(), run.scratch(), error);
+}
+
+bool emptyPackageFolder(Run& run, ErrorText* error) {
+  ErrorText reason;
+  const std::string& folder = run.packageDir();
+  if (removeItem(folder, &reason) && createDirectories(folder, &reason)) return true;
+  return fail(
+      error, fmt::format("Failed to empty the package folder {}. Error:{}", folder, reason.text()));
+}
+
+}  // namespace tovrek::converter

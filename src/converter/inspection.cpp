@@ -1,0 +1,157 @@
+#include "converter/inspection.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+
+#include "converter/Run.h"
+#include "converter/common.h"
+#include "converter/otool_questions.h"
+#include "host/files.h"
+#include "host/paths.h"
+#include "log/SystemLog.h"
+#include "package/binary_symbols.h"
+
+namespace tovrek::converter {
+namespace {
+
+constexpr std::array<std::string_view, 5> kSdkFrameworks = {
+    "WEX.framework", "WEXNetworkOnly.framework", "WexFrameworkLoader.framework",
+    "ORVMAMCore.framework", "ORVMAMAppCore.framework"};
+
+bool contains(std::string_view text, std::string_view part) {
+  return text.find(part) != std::string_view::npos;
+}
+
+bool lists(const FrameworkNames& names, std::string_view name) {
+  return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// Two of the frameworks make up one SDK and count only together.
+bool holdAnSdk(const FrameworkNames& names) {
+  return lists(names, "WEX.framework") || lists(names, "WEXNetworkOnly.framework") ||
+         lists(names, "WexFrameworkLoader.framework") ||
+         (lists(names, "ORVMAMCore.framework") && lists(names, "ORVMAMAppCore.framework"));
+}
+
+bool holdsSdkSymbols(std::string_view symbols) {
+  return contains(symbols, "_ORVMAM_WrappedAppLib") || contains(symbols, "_OrvSingleSignOn") ||
+         contains(symbols, "WEXSDKloadInit");
+}
+
+}  // namespace
+
+void checkIfAppBundle(const RunContext& context, const AppBundle& bundle,
+                      BundleInspection* inspection) {
+  const WrapperLogger& log = context.loggers.toolkit;
+  const std::string executable = bundle.executablePath().value_or("");
+  int status = 0;
+  const std::string symbolText = getSymbolsFromBinaryPath(executable, &status);
+  log.logDetailed(symbolText);
+  std::string report = "\n\n";
+  if (status != 0) {
+    report += fmt::format("\noutputStr {} terminatedStatus {}\n", symbolText, status);
+  }
+
+  FrameworkNames frameworks;
+  ErrorText linkError;
+  const bool symbols = holdsSdkSymbols(symbolText);
+  const bool linked = verifyIfApplicationIsLinkedWithMDKSDK(log, bundle, &frameworks, &linkError);
+  const bool fips = linked && contains(symbolText, "_FINGERPRINT_premain");
+  const bool dylib = fileExists(joinPath(bundle.path(), "OrvaneDylib.bundle/OrvaneDylib.dylib"));
+  const bool policies = fileExists(joinPath(bundle.path(), "default_policies.xml"));
+
+  // The last two values are those on entry: they are found out only now.
+  report += fmt::format(
+      "App has: WEXSymbols?{:d} WEXSDKFrameworkFound?{:d} OpenSSLFIPSModuleFound?{:d} "
+      "DefaultPoliciesXML?{:d} OrvaneDylib?{:d} DualModeFrameworkFound?{:d} "
+      "ORVMAMFrameworksFound?{:d}\n",
+      symbols, linked, fips, policies, dylib, inspection->hasDualModeFrameworks,
+      inspection->hasMAMSDKFrameworks);
+  if (linkError.isSet()) {
+    report += "\nverifyIfApplicationIsLinkedWithMDKSDK error " + linkError.text();
+  }
+  if (!policies && (symbols || linked)) {
+    report += "WARNING: App will not work as expected when run in Premium/AppSpecific mode.\n";
+  }
+  systemLog(report + "\n");
+  log.logDetailed(report);
+
+  inspection->hasWEXSDKFramework = symbols || linked;
+  inspection->hasOpenSSLFIPSModule = fips;
+  inspection->hasOrvaneDylib = dylib;
+  inspection->hasMAMSDKFrameworks =
+      lists(frameworks, "ORVMAMCore.framework") && lists(frameworks, "ORVMAMAppCore.framework");
+  inspection->hasDualModeFrameworks = lists(frameworks, "WexFrameworkLoader.framework");
+  inspection->hasDefaultPoliciesXML = policies;
+  inspection->debugString = std::move(report);
+}
+
+bool verifyIfApplicationIsAlreadyWrapped(const WrapperLogger& log, const AppBundle& bundle,
+                                         ErrorText* error) {
+  const auto output = successfulOutput(runOnExecutable(log, bundle, otoolCommand("-l", bundle)));
+  if (!output || !contains(*output, "OrvaneDylib.dylib")) return false;
+  fail(error, "ERROR: This app is already wrapped, and cannot be re-wrapped.");
+  return true;
+}
+
+bool verifyIfApplicationIsAppStoreApp(const WrapperLogger& log, const AppBundle& bundle,
+                                      ErrorText* error) {
+  const std::string commandLine = otoolCommand("-l", bundle, " | grep --regexp=\"cryptid *0\"");
+  systemLog("str = " + commandLine);
+  const auto outcome = runOnExecutable(log, bundle, commandLine);
+  if (!outcome) return false;
+  if (outcome->status == 0 || !outcome->output.empty()) return true;
+  return fail(error, fmt::format("ERROR: The app ({}) is an AppStore app.",
+                                 shown(bundle.executablePath())));
+}
+
+bool verifyIfApplicationIsLinkedWithStaticWEXSDK(const WrapperLogger& log, const AppBundle& bundle,
+                                                 ErrorText* /*error*/) {
+  const auto output = successfulOutput(runOnExecutable(log, bundle, otoolCommand("-o", bundle)));
+  return output && contains(*output, kLaunchHook);
+}
+
+bool verifyIfApplicationIsLinkedWithDylibWEXSDK(const WrapperLogger& log, const AppBundle& bundle,
+                                                FrameworkNames* found, ErrorText* /*error*/) {
+  const auto output = successfulOutput(runOnExecutable(log, bundle, otoolCommand("-l", bundle)));
+  if (!output) return false;
+  FrameworkNames names;
+  for (const std::string_view name : kSdkFrameworks) {
+    if (contains(*output, name)) names.emplace_back(name);
+  }
+  if (found != nullptr) *found = names;
+  return holdAnSdk(names);
+}
+
+bool verifyIfApplicationIsLinkedWithMDKSDK(const WrapperLogger& log, const AppBundle& bundle,
+                                           FrameworkNames* found, ErrorText* error) {
+  return verifyIfApplicationIsLinkedWithDylibWEXSDK(log, bundle, found, error) ||
+         verifyIfApplicationIsLinkedWithStaticWEXSDK(log, bundle, error);
+}
+
+bool verifyIfItNotANativeiOSApp(const std::string& appPath, ErrorText* error) {
+  const auto names = listDirectory(appPath);
+  const bool foreign = names && std::any_of(names->begin(), names->end(), [](const auto& name) {
+                         return name.ends_with(".dll");
+                       });
+  if (!foreign) return true;
+  return fail(error,
+              "The app seems not to be native iOS app , it could be build using cross platform "
+              "compiler make sure the application source has been modified using the steps "
+              "mentioned in KB article ....");
+}
+
+bool doesApplicationSupportAdobeAir(const std::string& appPath, ErrorText* error) {
+  if (!fileExists(joinPath(appPath, "META-INF/AIR/application.xml"))) return false;
+  fail(error, "WEX does not support wrapping applications created using the Adobe Air framework.");
+  return true;
+}
+
+bool inspectApp(Run& run, ErrorText* /*error*/) {
+  checkIfAppBundle(run.context, *run.bundle, &run.inspection);
+  return true;
+}
+
+}  // namespace tovrek::converter

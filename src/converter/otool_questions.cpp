@@ -1,0 +1,26 @@
+#include "converter/otool_questions.h"
+
+#include <fmt/format.h>
+
+#include "converter/common.h"
+#include "log/SystemLog.h"
+
+namespace tovrek::converter {
+
+std::string otoolCommand(std::string_view option, const AppBundle& bundle, std::string_view rest) {
+  return fmt::format("/usr/bin/otool {} \"{}\"{}", option,
+                     escapeExecutableString(shown(bundle.executablePath())), rest);
+}
+
+std::optional<Outcome> runOnExecutable(const WrapperLogger& log, const AppBundle& bundle,
+                                       const std::string& commandLine) {
+  systemLog(shown(bundle.executablePath()));
+  return runShell(log, commandLine);
+}
+
+std::optional<std::string> successfulOutput(const std::optional<Outcome>& outcome) {
+  if (!outcome || outcome->status != 0 || outcome->output.empty()) return std::nullopt;
+  return outcome->output;
+}
+
+}  // namespace tovrek::converter

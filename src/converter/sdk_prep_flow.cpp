@@ -1,0 +1,50 @@
+#include "converter/sdk_prep_flow.h"
+
+#include "converter/archives.h"
+#include "converter/bundle_identifier.h"
+#include "converter/code_signing.h"
+#include "converter/entitlements.h"
+#include "converter/flow.h"
+#include "converter/input.h"
+#include "converter/insertion.h"
+#include "converter/manifest.h"
+#include "converter/policies.h"
+
+namespace tovrek::converter {
+namespace {
+
+bool makeScratchFolder(Run& run, ErrorText* error) {
+  run.input.directory = std::make_shared<TemporaryDirectory>();
+  return run.input.directory->Create(error);
+}
+
+// The newer SDK of two frameworks checks itself.
+bool stampFingerprintOfOlderSdk(Run& run, ErrorText* error) {
+  return run.inspection.hasMAMSDKFrameworks || stampFingerprint(run, error);
+}
+
+}  // namespace
+
+bool prepareSdkApp(Run& run, ErrorText* error) {
+  return takeSteps(
+      {
+          openAppFolder,
+          checkLoadOrder,
+          inspectApp,
+          requireManagementGroup,
+          refuseLinksOutOfApp,
+          embedManagementFiles,
+          takeBundleIdentifiers,
+          makeScratchFolder,
+          placePolicies,
+          nameSdkIpa,
+          buildManifest,
+          copyIcons,
+          stampFingerprintOfOlderSdk,
+          completeManifestOfAppFolder,
+          writePackage,
+      },
+      run, error);
+}
+
+}  // namespace tovrek::converter

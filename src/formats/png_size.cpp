@@ -1,0 +1,38 @@
+#include "formats/png_size.h"
+
+#include <cstring>
+
+#include "host/StdioFile.h"
+
+namespace tovrek {
+namespace {
+
+uint32_t bigEndian(const unsigned char* bytes) {
+  return uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
+}
+
+}  // namespace
+
+std::optional<ImageSize> readPngSize(const std::string& path) {
+  const StdioFile file = openRegularFile(path);
+  unsigned char header[8];
+  const auto read = [&] {
+    return file != nullptr && std::fread(header, sizeof header, 1, file.get()) == 1;
+  };
+  if (!read() || std::memcmp(header, "\x89PNG\r\n\x1a\n", sizeof header) != 0) return std::nullopt;
+  for (int chunk = 0; chunk < 2; chunk++) {
+    if (!read()) return std::nullopt;  // length and type
+    const uint32_t length = bigEndian(header);
+    if (std::memcmp(header + 4, "IHDR", 4) == 0) {
+      if (length != 13 || !read()) return std::nullopt;
+      const ImageSize size{bigEndian(header), bigEndian(header + 4)};
+      const bool valid = size.width - 1 < 0x7fffffff && size.height - 1 < 0x7fffffff;
+      return valid ? std::optional(size) : std::nullopt;
+    }
+    // Data and CRC of the first chunk.
+    if (std::fseek(file.get(), static_cast<long>(length) + 4, SEEK_CUR) != 0) return std::nullopt;
+  }
+  return std::nullopt;
+}
+
+}  // namespace tovrek

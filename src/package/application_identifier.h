@@ -1,0 +1,20 @@
+// Under which identifier an app runs.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "log/WrapperLogger.h"
+#include "package/AppBundle.h"
+
+namespace tovrek {
+
+// The identifier that the embedded profile grants, else that of the signature, else one made of
+// the team and the bundle identifier, with that identifier in place of a wildcard. None for a
+// wildcard without a bundle identifier.
+std::optional<std::string> applicationIdentifier(const AppBundle& bundle,
+                                                 const std::string& bundleId,
+                                                 const std::optional<std::string>& teamId,
+                                                 const WrapperLogger& logger);
+
+}  // namespace tovrek

@@ -1,0 +1,85 @@
+#include "package/checksum.h"
+
+#include <fmt/format.h>
+
+#include <optional>
+#include <set>
+
+#include "host/BlockStream.h"
+#include "host/StdioFile.h"
+#include "host/files.h"
+#include "host/paths.h"
+
+namespace tovrek {
+namespace {
+
+bool appendFile(const std::string& path, BlockStream& data) {
+  return readInPieces(
+      path, [&data] { return data.room(); }, [&data](size_t size) { data.took(size); });
+}
+
+// A link that leads out of the folder would make the checksum depend on the host.
+bool leadsOutside(const std::string& link, const std::string& directory) {
+  const std::optional<std::string> target = realPath(link);
+  const std::optional<std::string> root = realPath(directory);
+  return target && root && !target->starts_with(*root + "/");
+}
+
+class ContentWalk {
+ public:
+  ContentWalk(Digest& data, const WrapperLogger& logger)
+      : data_([&data](std::string_view block) { data.update(block); }), logger_(logger) {}
+
+  void walk(const std::string& directory) {
+    // Names relative to the working directory could lead back to where we are.
+    if (!open_.insert(directory).second) return;
+    walkDirectory(directory, [&](const WalkedItem& item) {
+      visit(directory, item);
+      return true;
+    });
+    open_.erase(directory);
+  }
+
+ private:
+  // The deep walk reaches the files of every folder by itself. A folder's own turn takes its
+  // relative path, which normally names nothing in the working directory; servers know checksums
+  // made this way, so it stays.
+  void visit(const std::string& directory, const WalkedItem& item) {
+    const std::string path = directory + "/" + item.relativePath;
+    if (item.kind == ItemKind::kDirectory || (item.kind == ItemKind::kLink && isDirectory(path))) {
+      walk(item.relativePath);
+      return;
+    }
+    // The settings file holds the checksum itself.
+    if (containsIgnoringCase(path, "Orvane.plist")) return;
+    const bool readable = item.kind != ItemKind::kLink || !leadsOutside(path, directory);
+    if (!readable || !appendFile(path, data_)) {
+      logger_.logError(fmt::format("Error reading file {}", item.relativePath));
+    }
+  }
+
+  BlockStream data_;
+  const WrapperLogger& logger_;
+  std::set<std::string> open_;
+};
+
+}  // namespace
+
+void LookForRecursiveFileWith(const std::string& directory, Digest& data,
+                              const WrapperLogger& logger) {
+  ContentWalk(data, logger).walk(directory);
+}
+
+std::string CalulateMD5StringFromData(std::string_view data) {
+  return hexUpper(digestOf(DigestAlgorithm::kMd5, data));
+}
+
+std::string CalulateSHA2StringFromData(Digest& data) {
+  return hexLower(data.finish());
+}
+
+std::string CalulateSHA2StringFromData(std::string_view data) {
+  return hexLower(digestOf(DigestAlgorithm::kSha256, data));
+}
+
+}  // namespace tovrek

@@ -1,0 +1,17 @@
+// Whether an app has Microsoft Intune inside.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "log/WrapperLogger.h"
+
+namespace tovrek {
+
+// By its framework, resources, access group or symbols, in this order up to the first that is
+// found. Each look is logged.
+bool detectIntuneInAppBundle(const std::string& appBundlePath,
+                             const std::optional<std::string>& entitlementsFile,
+                             const WrapperLogger& logger);
+
+}  // namespace tovrek
