@@ -2,26 +2,28 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 namespace tovrek::security {
 
 namespace {
 
+struct Message {
+  OsStatus status;
+  std::string_view text;
+};
+constexpr Message kMessages[] = {
+    {OsStatus::kInteractionNotAllowed, "User interaction is not allowed."},
+    {OsStatus::kItemNotFound, "The specified item could not be found in the keychain."},
+    {OsStatus::kDuplicateItem, "The specified item already exists in the keychain."},
+    {OsStatus::kDuplicateKeychain, "A keychain with the same name already exists."},
+    {OsStatus::kNoSuchKeychain, "The specified keychain could not be found."},
+    {OsStatus::kAuthFailed, "The user name or passphrase you entered is not correct."},
+};
+
 std::string_view messageOf(OsStatus status) {
-  switch (status) {
-    case OsStatus::kInteractionNotAllowed:
-      return "User interaction is not allowed.";
-    case OsStatus::kItemNotFound:
-      return "The specified item could not be found in the keychain.";
-    case OsStatus::kDuplicateItem:
-      return "The specified item already exists in the keychain.";
-    case OsStatus::kDuplicateKeychain:
-      return "A keychain with the same name already exists.";
-    case OsStatus::kNoSuchKeychain:
-      return "The specified keychain could not be found.";
-    case OsStatus::kAuthFailed:
-      return "The user name or passphrase you entered is not correct.";
-  }
-  return "";
+  const auto* known = std::ranges::find(kMessages, status, &Message::status);
+  return known == std::end(kMessages) ? "" : known->text;
 }
 
 }  // namespace

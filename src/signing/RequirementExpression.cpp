@@ -23,7 +23,7 @@ class Reader {
   bool data(std::string* out);
   bool slot(int32_t* out);
   bool match(RequirementExpression* out);
-  bool operands(RequirementExpression* out, int count, int depth);
+  bool expressions(RequirementExpression* out, int count, int depth);
   bool unknown(uint32_t word, RequirementExpression* out, int depth);
 
   std::string_view words_;
@@ -68,7 +68,7 @@ bool Reader::match(RequirementExpression* out) {
   return true;
 }
 
-bool Reader::operands(RequirementExpression* out, int count, int depth) {
+bool Reader::expressions(RequirementExpression* out, int count, int depth) {
   for (int i = 0; i < count; ++i) {
     if (!expression(&out->operands.emplace_back(), depth + 1)) return false;
   }
@@ -90,43 +90,31 @@ bool Reader::expression(RequirementExpression* out, int depth) {
   uint32_t word = 0;
   if (depth > kDeepestRequirement || !number(&word)) return false;
   out->op = static_cast<RequirementOp>(word & kOperatorBits);
-  switch (out->op) {
-    case RequirementOp::kFalse:
-    case RequirementOp::kTrue:
-    case RequirementOp::kAppleAnchor:
-    case RequirementOp::kAppleGenericAnchor:
-    case RequirementOp::kTrustedCertificates:
-    case RequirementOp::kNotarized:
-    case RequirementOp::kLegacy:
+  const auto operands = operandsOf(out->op);
+  if (!operands) return unknown(word, out, depth);
+  switch (*operands) {
+    case RequirementOperands::kNone:
       return true;
-    case RequirementOp::kIdentifier:
-    case RequirementOp::kCdHash:
-    case RequirementOp::kNamedAnchor:
-    case RequirementOp::kNamedCode:
+    case RequirementOperands::kKey:
       return data(&out->key);
-    case RequirementOp::kAnchorHash:
-      return slot(&out->certificate) && data(&out->key);
-    case RequirementOp::kInfoKeyValue:
+    case RequirementOperands::kKeyAndValue:
       return data(&out->key) && data(&out->value);
-    case RequirementOp::kAnd:
-    case RequirementOp::kOr:
-      return operands(out, 2, depth);
-    case RequirementOp::kNot:
-      return operands(out, 1, depth);
-    case RequirementOp::kInfoKeyField:
-    case RequirementOp::kEntitlementField:
+    case RequirementOperands::kKeyAndMatch:
       return data(&out->key) && match(out);
-    case RequirementOp::kCertificateField:
-    case RequirementOp::kCertificateGeneric:
-    case RequirementOp::kCertificatePolicy:
-    case RequirementOp::kCertificateDate:
-      return slot(&out->certificate) && data(&out->key) && match(out);
-    case RequirementOp::kTrustedCertificate:
+    case RequirementOperands::kSlot:
       return slot(&out->certificate);
-    case RequirementOp::kPlatform:
+    case RequirementOperands::kSlotAndKey:
+      return slot(&out->certificate) && data(&out->key);
+    case RequirementOperands::kSlotKeyAndMatch:
+      return slot(&out->certificate) && data(&out->key) && match(out);
+    case RequirementOperands::kNumber:
       return number(&out->number);
+    case RequirementOperands::kOneExpression:
+      return expressions(out, 1, depth);
+    case RequirementOperands::kTwoExpressions:
+      return expressions(out, 2, depth);
   }
-  return unknown(word, out, depth);
+  return false;
 }
 
 }  // namespace

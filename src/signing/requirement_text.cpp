@@ -50,40 +50,24 @@ std::string dateText(int64_t date) {
   return fmt::format("timestamp \"{}\"", dateDescription(shown + kReferenceDateOffset));
 }
 
+// What stands around the value of a match; that of a date is written another way.
+struct MatchWords {
+  std::string_view before, after;
+};
+constexpr MatchWords kMatchWords[] = {
+    {" /* exists */", ""}, {" = ", ""}, {" ~ ", ""},  {" = ", "*"}, {" = *", ""},
+    {" < ", ""},           {" > ", ""}, {" <= ", ""}, {" >= ", ""}, {" = ", ""},
+    {" < ", ""},           {" > ", ""}, {" <= ", ""}, {" >= ", ""}, {" absent ", ""},
+};
+static_assert(std::size(kMatchWords) == static_cast<size_t>(RequirementMatch::kAbsent) + 1);
+
 std::string matchText(const RequirementExpression& e) {
-  switch (e.match) {
-    case RequirementMatch::kExists:
-      return " /* exists */";
-    case RequirementMatch::kEqual:
-      return " = " + word(e.value);
-    case RequirementMatch::kContains:
-      return " ~ " + word(e.value);
-    case RequirementMatch::kBeginsWith:
-      return " = " + word(e.value) + "*";
-    case RequirementMatch::kEndsWith:
-      return " = *" + word(e.value);
-    case RequirementMatch::kLessThan:
-      return " < " + word(e.value);
-    case RequirementMatch::kGreaterThan:
-      return " > " + word(e.value);
-    case RequirementMatch::kLessEqual:
-      return " <= " + word(e.value);
-    case RequirementMatch::kGreaterEqual:
-      return " >= " + word(e.value);
-    case RequirementMatch::kOn:
-      return " = " + dateText(e.date);
-    case RequirementMatch::kBefore:
-      return " < " + dateText(e.date);
-    case RequirementMatch::kAfter:
-      return " > " + dateText(e.date);
-    case RequirementMatch::kOnOrBefore:
-      return " <= " + dateText(e.date);
-    case RequirementMatch::kOnOrAfter:
-      return " >= " + dateText(e.date);
-    case RequirementMatch::kAbsent:
-      return " absent ";
+  const auto [before, after] = kMatchWords[static_cast<size_t>(e.match)];
+  if (e.match == RequirementMatch::kExists || e.match == RequirementMatch::kAbsent) {
+    return std::string(before);
   }
-  return "";
+  const bool isDate = e.match >= RequirementMatch::kOn;
+  return fmt::format("{}{}{}", before, isDate ? dateText(e.date) : word(e.value), after);
 }
 
 std::string keyed(const char* name, const RequirementExpression& e) {

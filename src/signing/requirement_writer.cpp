@@ -33,48 +33,21 @@ void Writer::match(const RequirementExpression& e) {
 }
 
 void Writer::expression(const RequirementExpression& e) {
+  using Operands = RequirementOperands;
   number(static_cast<uint32_t>(e.op));
-  switch (e.op) {
-    case RequirementOp::kFalse:
-    case RequirementOp::kTrue:
-    case RequirementOp::kAppleAnchor:
-    case RequirementOp::kAppleGenericAnchor:
-    case RequirementOp::kTrustedCertificates:
-    case RequirementOp::kNotarized:
-    case RequirementOp::kLegacy:
-      return;
-    case RequirementOp::kIdentifier:
-    case RequirementOp::kCdHash:
-    case RequirementOp::kNamedAnchor:
-    case RequirementOp::kNamedCode:
-      return data(e.key);
-    case RequirementOp::kAnchorHash:
-      slot(e.certificate);
-      return data(e.key);
-    case RequirementOp::kInfoKeyValue:
-      data(e.key);
-      return data(e.value);
-    case RequirementOp::kAnd:
-    case RequirementOp::kOr:
-    case RequirementOp::kNot:
-      for (const RequirementExpression& operand : e.operands) expression(operand);
-      return;
-    case RequirementOp::kInfoKeyField:
-    case RequirementOp::kEntitlementField:
-      data(e.key);
-      return match(e);
-    case RequirementOp::kCertificateField:
-    case RequirementOp::kCertificateGeneric:
-    case RequirementOp::kCertificatePolicy:
-    case RequirementOp::kCertificateDate:
-      slot(e.certificate);
-      data(e.key);
-      return match(e);
-    case RequirementOp::kTrustedCertificate:
-      return slot(e.certificate);
-    case RequirementOp::kPlatform:
-      return number(e.number);
-  }
+  const Operands operands = operandsOf(e.op).value_or(Operands::kNone);
+  const bool hasSlot = operands == Operands::kSlot || operands == Operands::kSlotAndKey ||
+                       operands == Operands::kSlotKeyAndMatch;
+  const bool hasMatch =
+      operands == Operands::kKeyAndMatch || operands == Operands::kSlotKeyAndMatch;
+  const bool hasKey = hasMatch || operands == Operands::kKey ||
+                      operands == Operands::kKeyAndValue || operands == Operands::kSlotAndKey;
+  if (hasSlot) slot(e.certificate);
+  if (hasKey) data(e.key);
+  if (hasMatch) match(e);
+  if (operands == Operands::kKeyAndValue) data(e.value);
+  if (operands == Operands::kNumber) number(e.number);
+  for (const RequirementExpression& operand : e.operands) expression(operand);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -37,6 +38,22 @@ enum class RequirementOp : uint32_t {
   kCertificateDate = 22,  // certificate, object identifier, match
   kLegacy = 23,
 };
+
+// What follows an operator.
+enum class RequirementOperands {
+  kNone,
+  kKey,
+  kKeyAndValue,
+  kKeyAndMatch,
+  kSlot,
+  kSlotAndKey,
+  kSlotKeyAndMatch,
+  kNumber,
+  kOneExpression,
+  kTwoExpressions,
+};
+// None for an operator that is not known.
+std::optional<RequirementOperands> operandsOf(RequirementOp op);
 
 enum class RequirementMatch : uint32_t {
   kExists = 0,
