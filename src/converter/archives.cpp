@@ -3,10 +3,11 @@
 #include <fmt/format.h>
 
 #include "converter/common.h"
-#include "converter/output.h"
+#include "host/file_status.h"
 #include "host/files.h"
 #include "host/host_info.h"
 #include "host/paths.h"
+#include "package/archive_folder.h"
 #include "tools/XcrunHelper.h"
 #include "tools/tool_run.h"
 
@@ -48,11 +49,10 @@ bool zipApp(const WrapperLogger& log, const char* options, const std::string& ip
   }
   const int status = runTool(log, command, sourceDir, packedSource(source));
   if (source != unpackedFrom && !source.empty()) removeItem(source);
-  if (status != 0) return true;
 
   const std::string target = standardizePath(joinPath(targetDir, ipaName));
-  if (isPlainFile(target)) removeItem(target);
-  if (!handOverOrFail(archive, target, error)) return false;
+  if (status != 0 || !isPlainFile(archive)) return failMissingFile(error, target);
+  if (!deliverOrFail(archive, target, Source::kSpent, error)) return false;
   log.logBasic("Generated output ipa file at: " + target);
   return true;
 }
@@ -82,15 +82,15 @@ bool ZiptoPackage(const Run& run, const std::string& packageDir, ErrorText* erro
   run.log().logDetailed("Generated output ipa file at: " + archive);
 
   const std::string output = run.request.outputFile.value_or("");
-  if (isInput(run, output)) return replaceInput(run, archive, output, error);
   if (isPlainFile(output)) {
-    removeItem(output);
     run.log().logWarning("WARNING! The target output file already exists. Deleting original file.");
   }
-  // What counts is that something stands there in the end.
   ErrorText failure;
-  handOverOrFail(archive, output, &failure);
-  return fileExists(output) || fail(error, failure.text());
+  if (deliverOrFail(archive, output, Source::kSpent, &failure)) return true;
+  // A folder or device of that name is left alone.
+  const auto standing = statusOf(output);
+  const bool isOther = standing && standing->kind != ItemKind::kFile;
+  return isOther || fail(error, failure.text());
 }
 
 bool nameIpa(Run& run, ErrorText* /*error*/) {
@@ -134,6 +134,10 @@ bool writeIpaOfPackage(Run& run, ErrorText* error) {
 bool writePackage(Run& run, ErrorText* error) {
   if (!run.request.outputFile) return true;
   run.progressor.SetProgress("Generating package file...");
+  const std::string manifest = joinPath(run.packageDir(), "manifest.xml");
+  // Packages of other makers may name theirs differently.
+  const bool hasOther = run.package && firstEntryWithExtension(run.packageDir(), "xml");
+  if (!isPlainFile(manifest) && !hasOther) return failMissingFile(error, manifest);
   return ZiptoPackage(run, run.packageDir(), error);
 }
 

@@ -8,14 +8,15 @@
 
 namespace tovrek::converter {
 
-// Zips the Payload of `sourceDir` and copies the archive to `targetDir`. A failing zip is no
-// failure here; the missing file shows in a later step.
+// Zips the Payload of `sourceDir` and moves the archive to `targetDir`, in place of one that stands
+// there. Where zip fails the archive counts as missing: what zip left behind is not whole.
 bool ZipToIpa(const Run& run, const std::string& ipaName, const std::string& sourceDir,
               const std::string& targetDir, ErrorText* error);
 // The same for an unpacked package, with links followed instead of stored.
 bool ZipToIpaFromWex(const Run& run, const std::string& sourceDir, const UnzippedCma& package,
                      const std::string& packageDir, ErrorText* error);
-// Zips the package folder and copies the archive to the output file of the request.
+// Zips the package folder and moves the archive to the output file of the request. A folder or
+// device of that name stays, and is no failure.
 bool ZiptoPackage(const Run& run, const std::string& packageDir, ErrorText* error);
 
 // --- Steps ---
@@ -28,7 +29,7 @@ bool writeIpa(Run& run, ErrorText* error);
 // An app that was given unpacked is packed by the developer tools.
 bool writeSdkIpa(Run& run, ErrorText* error);
 bool writeIpaOfPackage(Run& run, ErrorText* error);
-// Unless only the .ipa was asked for.
+// Unless only the .ipa was asked for. Fails where the package lacks its manifest.
 bool writePackage(Run& run, ErrorText* error);
 
 }  // namespace tovrek::converter

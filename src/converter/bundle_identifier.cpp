@@ -7,12 +7,21 @@
 
 namespace tovrek::converter {
 
-bool doAppBundleIDChange(const std::optional<std::string>& bundleId,
-                         const std::string& payloadDir) {
+bool doAppBundleIDChange(const std::optional<std::string>& bundleId, const std::string& payloadDir,
+                         ErrorText* error) {
   const auto plist = infoPlistPathFromAppPath(payloadDir);
+  if (!plist) {
+    return fail(error, payloadDir.empty() ? "an app that was given unpacked"
+                                          : payloadDir + ": it holds no app");
+  }
   // The entry may be another one than the app at hand, and a link.
-  if (!plist || !liesInside(containingFolder(*plist), payloadDir)) return false;
-  return changeBundleIDForFile(*plist, "CFBundleIdentifier", bundleId, PlistFormat::kBinary);
+  if (!liesInside(containingFolder(*plist), payloadDir)) {
+    return fail(error, *plist + ": it lies outside of the input, or cannot be reached");
+  }
+  ErrorText reason;
+  return changeBundleIDForFile(*plist, "CFBundleIdentifier", bundleId, PlistFormat::kBinary,
+                               &reason) ||
+         fail(error, *plist + ": " + reason.text());
 }
 
 std::optional<std::string> infoPlistPathFromAppPath(const std::string& folder) {
@@ -27,15 +36,16 @@ std::optional<std::string> infoPlistPathFromAppPath(const std::string& folder) {
 }
 
 bool changeBundleIDForFile(const std::string& plistPath, const std::string& bundleIdKey,
-                           const std::optional<std::string>& newBundleId, PlistFormat format) {
-  if (!newBundleId || !fileExists(plistPath)) return false;
-  auto plist = readPlistDictionary(plistPath);
+                           const std::optional<std::string>& newBundleId, PlistFormat format,
+                           ErrorText* error) {
+  if (!newBundleId) return fail(error, "neither the app nor an option gives an identifier");
+  auto plist = readPlistDictionary(plistPath, error);
   if (!plist) return false;
   if (const PlistValue* old = plist->find(bundleIdKey)) {
     plist->set("WEX" + bundleIdKey, PlistValue(*old));
   }
   plist->set(bundleIdKey, *newBundleId);
-  return writePlist(plistPath, *plist, format);
+  return writePlist(plistPath, *plist, format, error);
 }
 
 bool takeBundleIdentifiers(Run& run, ErrorText* /*error*/) {
@@ -51,7 +61,10 @@ bool changeBundleIdentifier(Run& run, ErrorText* /*error*/) {
   if (run.isRenewal) return true;
   run.progressor.SetProgress("Replacing bundle identifier...");
   run.log().logBasic("Replacing bundle identifier with " + shown(run.replacementBundleID));
-  doAppBundleIDChange(run.replacementBundleID, run.payloadDir);
+  ErrorText reason;
+  if (!doAppBundleIDChange(run.replacementBundleID, run.payloadDir, &reason)) {
+    run.log().logWarning("The bundle identifier was not replaced in " + reason.text());
+  }
   return true;
 }
 

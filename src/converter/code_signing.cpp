@@ -128,10 +128,16 @@ bool CodeSignExtensions(const Run& run, const std::string& appPath, ErrorText* /
   });
   for (const std::string& path : extensions) {
     run.log().logBasic("Code signing " + path + "...");
+    // The app may be tried out without it.
+    const auto warn = [&](bool succeeded, const ErrorText& reason) {
+      if (!succeeded) run.log().logWarning(fmt::format("{}: {}", path, reason.text()));
+    };
     ErrorText reason;
-    if (!run.request.isSDK) MachORebuild(run, path, ExecutableKind::kAppExtension, &reason);
-    CodeSign(run, path, std::nullopt, &reason);
-    if (reason.isSet()) run.log().logWarning(reason.text());
+    if (!run.request.isSDK) {
+      warn(MachORebuild(run, path, ExecutableKind::kAppExtension, &reason), reason);
+    }
+    reason.clear();
+    warn(CodeSign(run, path, std::nullopt, &reason), reason);
   }
   return true;
 }

@@ -58,9 +58,10 @@ bool copyOrFail(const std::string& from, const std::string& to, ErrorText* error
   return copyItem(from, to, &reason) || failToCopy(from, to, reason, error);
 }
 
-bool handOverOrFail(const std::string& from, const std::string& to, ErrorText* error) {
+bool deliverOrFail(const std::string& from, const std::string& to, Source source,
+                   ErrorText* error) {
   ErrorText reason;
-  return handOverItem(from, to, &reason) || failToCopy(from, to, reason, error);
+  return deliverFile(from, to, source, &reason) || failToCopy(from, to, reason, error);
 }
 
 bool replaceByCopy(const std::string& from, const std::string& to, ErrorText* error) {

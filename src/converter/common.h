@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "host/ErrorText.h"
+#include "host/delivery.h"
 
 namespace tovrek::converter {
 
@@ -27,8 +28,8 @@ std::string replaceAll(std::string_view text, std::string_view from, std::string
 bool failMissingFile(ErrorText* error, std::string_view path);
 // Copies; a failure gives "Failed to copy file from ... to ... Error:...".
 bool copyOrFail(const std::string& from, const std::string& to, ErrorText* error);
-// The same for a file of the scratch folder that has no further use there.
-bool handOverOrFail(const std::string& from, const std::string& to, ErrorText* error);
+// The same with deliverFile(), which replaces a file that stands there.
+bool deliverOrFail(const std::string& from, const std::string& to, Source source, ErrorText* error);
 // Removes what stands at `to` first, link or not, and ignores when that fails.
 bool replaceByCopy(const std::string& from, const std::string& to, ErrorText* error);
 // Fails with that text of a copy.

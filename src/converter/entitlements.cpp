@@ -82,7 +82,14 @@ OptionalDictionary readOldEntitlements(const WrapperLogger& log, const std::stri
   if (status != 0) {
     log.logWarning("Code signature may not exist. Using all default to resign the app.");
   }
-  return isPlainFile(path) ? readPlistDictionary(path) : std::nullopt;
+  // None at all are no fault: the signature may be without.
+  if (!itemExistsNoFollow(path) || fileSize(path) == 0) return std::nullopt;
+  ErrorText reason;
+  auto old = readPlistDictionary(path, &reason);
+  if (!old) {
+    log.logWarning(fmt::format("The old entitlements in {} are not kept: {}", path, reason.text()));
+  }
+  return old;
 }
 
 void keepAssociatedDomains(const OptionalDictionary& old, PlistDictionary* entitlements) {

@@ -1,4 +1,5 @@
-// What leaves the scratch folder: the files that the user asked for.
+// What leaves the scratch folder: the steps that write the files which the user asked for. A file
+// that stands there, be it the input, is replaced once the new one is whole and on the disk.
 #pragma once
 
 #include <string>
@@ -7,14 +8,6 @@
 #include "host/ErrorText.h"
 
 namespace tovrek::converter {
-
-// Whether the file that the output would replace is the one the user gave.
-bool isInput(const Run& run, const std::string& output);
-// Replaces it once the new file is whole, so that a full disk costs the user nothing.
-bool replaceInput(const Run& run, const std::string& from, const std::string& output,
-                  ErrorText* error);
-
-// --- Steps ---
 
 // Copies the .ipa to where the user asked for it besides the package, if so.
 bool copyOutputBundle(Run& run, ErrorText* error);

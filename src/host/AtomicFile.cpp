@@ -118,7 +118,8 @@ bool AtomicFile::finish(uint32_t mode, Rename rename, ErrorText* error) {
   state_->committed = ::fchmod(state_->fd.get(), static_cast<mode_t>(mode)) == 0 &&
                       state_->flush() && state_->fd.close() &&
                       rename(state_->temporary, state_->path);
-  return state_->committed || failWithErrno(error);
+  const bool lasts = state_->committed && (!state_->lasting || flushFolderOf(state_->path));
+  return lasts || failWithErrno(error);
 }
 
 }  // namespace tovrek

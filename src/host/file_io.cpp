@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/files.h"
+#include "host/paths.h"
 
 namespace tovrek {
 
@@ -49,6 +50,13 @@ bool renameWithoutReplacing(const std::string& from, const std::string& to) {
     return false;
   }
   return ::rename(from.c_str(), to.c_str()) == 0;
+}
+
+bool flushFolderOf(const std::string& path) {
+  const UniqueFd fd(::open(containingFolder(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  // A folder may let files be made in it and yet not be opened; some file systems flush none.
+  if (!fd.valid()) return errno == EACCES;
+  return ::fsync(fd.get()) == 0 || errno == EINVAL || errno == EOPNOTSUPP;
 }
 
 bool setModified(int fd, int64_t modified) {

@@ -32,6 +32,9 @@ bool renameWithoutReplacing(const std::string& from, const std::string& to);
 ItemKind kindOf(const struct stat& info);
 FileStatus statusFrom(const struct stat& info);
 
+// Has the names in the folder that holds `path` on the disk.
+bool flushFolderOf(const std::string& path);
+
 // Sets the time of change, in seconds since 1970, and leaves that of the last use alone.
 bool setModified(int fd, int64_t modified);
 

@@ -147,7 +147,9 @@ int spawn(const Command& command, Pipe& input, Pipe& output, Pipe& errors, pid_t
   SpawnAttributes spawning;
   sigset_t defaults;
   sigemptyset(&defaults);
-  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) sigaddset(&defaults, number);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ}) {
+    sigaddset(&defaults, number);
+  }
   posix_spawnattr_setsigdefault(&spawning.attributes, &defaults);
   posix_spawnattr_setsigmask(&spawning.attributes, &mask);
   // A group of its own, so that an interruption reaches all programs of a pipeline.
@@ -211,8 +213,12 @@ Outcome runQuietly(const Command& command) {
 }
 
 std::string replaceProcess(std::vector<std::string> argv) {
+  // What is ignored here would stay so there.
+  const auto ignored = ::signal(SIGXFSZ, SIG_DFL);
   ::execv(argv.front().c_str(), pointersTo(argv).data());
-  return std::strerror(errno);
+  const int failure = errno;
+  ::signal(SIGXFSZ, ignored);
+  return std::strerror(failure);
 }
 
 Command shellCommand(const std::string& commandLine) {

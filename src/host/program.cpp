@@ -1,11 +1,19 @@
 #include "host/program.h"
 
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <exception>
 
 #include "host/signals.h"
 
 namespace tovrek {
 namespace {
+
+// As sysexits.h numbers a failure of the system.
+constexpr int kNoStreams = 71;
 
 Arguments argumentsOf(int argc, char** argv) {
   Arguments arguments;
@@ -15,9 +23,25 @@ Arguments argumentsOf(int argc, char** argv) {
   return arguments;
 }
 
+// The first files that a program opens would take the numbers of streams that it was started
+// without, and its messages would end up in them.
+bool openClosedStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(stream, F_GETFD) != -1 || errno != EBADF) continue;
+    // The lowest free number is this one. Children are to have it as well.
+    const int mode = stream == STDIN_FILENO ? O_RDONLY : O_WRONLY;
+    if (::open("/dev/null", mode) != stream) return false;  // NOLINT(android-cloexec-open)
+  }
+  return true;
+}
+
 }  // namespace
 
 int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules) {
+  // Nobody could be told.
+  if (!openClosedStreams()) return kNoStreams;
+  // A file that may not grow further is an error to report, as a full disk is.
+  ::signal(SIGXFSZ, SIG_IGN);
   if (rules.cleansUpOnSignals) installSignalHandlers();
   const Streams streams;
   if (rules.onUncaught == nullptr) return run(argumentsOf(argc, argv), streams);

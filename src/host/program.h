@@ -27,7 +27,8 @@ struct ProgramRules {
   int (*onUncaught)(const char* reason, const Streams& streams) = nullptr;
 };
 
-// The whole of `main`: the program on the streams of this process.
+// The whole of `main`: the program on the streams of this process. Those that it was started
+// without are /dev/null, and the limit on the size of files ends no program: writing fails.
 int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules = {});
 
 }  // namespace tovrek

@@ -25,24 +25,30 @@ std::atomic<pid_t> runningChild{0};
 
 constexpr std::array<int, 3> kFatalSignals = {SIGINT, SIGTERM, SIGHUP};
 
-// Removing a tree needs calls that a handler may not make, so another program does it. fork,
-// execve and waitpid are allowed here.
+// fork() is no call for a handler: it takes the locks of malloc, which the interrupted code may
+// hold. _Fork() takes none.
+pid_t forkInHandler() {
+#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 34)
+  return ::_Fork();
+#else
+  return ::fork();
+#endif
+}
+
+// Removing a tree needs calls that a handler may not make, so another program does it. Everything
+// lies on the stack: a second signal may be handled by another thread meanwhile.
 void removeRegisteredItems() {
-  static std::array<char*, 64 + 4> arguments;
-  static char name[] = "rm", option[] = "-rf", end[] = "--";
-  size_t count = 0;
-  arguments[count++] = name;
-  arguments[count++] = option;
-  arguments[count++] = end;
+  char name[] = "rm", option[] = "-rf", end[] = "--";
+  std::array<char*, slots.size() + 4> arguments = {name, option, end};
+  size_t count = 3;
   for (Slot& slot : slots) {
     if (slot.state.load() == 2) arguments[count++] = slot.path.data();
   }
-  arguments[count] = nullptr;
   if (count == 3) return;
-  const pid_t cleaner = ::fork();
+  const pid_t cleaner = forkInHandler();
   if (cleaner == 0) {
-    static char* const kNoEnvironment[] = {nullptr};
-    ::execve("/bin/rm", arguments.data(), kNoEnvironment);
+    char* const noEnvironment[] = {nullptr};
+    ::execve("/bin/rm", arguments.data(), noEnvironment);
     ::_exit(127);
   }
   if (cleaner > 0) {

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include "host/clock.h"
-#include "host/files.h"
+#include "host/log_file.h"
 #include "log/SystemLog.h"
 
 namespace tovrek {
@@ -43,11 +43,8 @@ void WrapperLogger::writeEntryToLogfile(std::string_view entry) const {
   if (!logFilename_) return;
   const std::string line =
       fmt::format("{} {}\n", localTime("%Y-%m-%d %H:%M:%S", currentTime()), entry);
-  if (appendToFile(*logFilename_, line)) return;
   ErrorText reason;
-  // Only a file that is not there yet may be written whole: never replace one that is.
-  if (!fileExists(*logFilename_) && writeFileAtomically(*logFilename_, line, &reason)) return;
-  if (!reason.isSet()) reason.set("the file cannot be appended to");
+  if (appendToLog(*logFilename_, line, &reason)) return;
   systemLog(
       fmt::format("ERROR: failed to write file at {}, error is {}", *logFilename_, reason.text()));
 }

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "formats/XmlDocument.h"
+#include "host/files.h"
 #include "host/paths.h"
 #include "package/MobileAppPackage.h"
 #include "package/app_finishing.h"
@@ -84,7 +85,14 @@ bool ManifestLibInterface::copyIcon(const std::string& name) {
   const std::string& folder = files_.outPackagePath;
   const auto source = appInfo_.appBundle->resourcePath(name, "");
   if (!source || !context_.icons.ConvertCopyIconFile(folder, *source, name, name)) return false;
-  ModifyIconFileRes(folder, name, joinPath(folder, name), context_.loggers.manifest);
+  const std::string target = joinPath(folder, name);
+  ErrorText reason;
+  // The converter does not tell of a plain copy that failed.
+  if (!isPlainFile(target) && !copyItem(*source, target, &reason)) {
+    context_.loggers.toolkit.logWarning(
+        fmt::format("The icon {} is missing in the package: {}", name, reason.text()));
+  }
+  ModifyIconFileRes(folder, name, target, context_.loggers.manifest);
   return true;
 }
 

@@ -44,7 +44,11 @@ bool WEXPolicyMetadata::generateDefaultWexPolicesXMLAtFilePath(const std::string
   }
   XmlElement root("PolicyMetadata");
   root.append(std::move(list));
-  XmlDocument(root).save(path, XmlLayout::kIndented);
+  ErrorText reason;
+  if (!XmlDocument(root).save(path, XmlLayout::kIndented, &reason)) {
+    logger_.logWarning(
+        fmt::format("The default policies were not written to {}: {}", path, reason.text()));
+  }
   return success_;
 }
 

@@ -39,7 +39,10 @@ std::optional<WexInfoPlistModifier> WexInfoPlistModifier::initWithAppBundle(
 }
 
 void WexInfoPlistModifier::synchronize() const {
-  writePlist(plistPath_, plistDictionary_, PlistFormat::kXml);
+  ErrorText reason;
+  if (writePlist(plistPath_, plistDictionary_, PlistFormat::kXml, &reason)) return;
+  logger_->logWarning(fmt::format("The URL schemes and settings were not added to {}: {}",
+                                  plistPath_, reason.text()));
 }
 
 bool WexInfoPlistModifier::disableAppTransportSecurity() {

@@ -3,6 +3,9 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <functional>
+
+#include "converter/output.h"
 #include "host/process.h"
 #include "package/TemporaryDirectory.h"
 #include "package/UnzippedCma.h"
@@ -94,11 +97,15 @@ TEST_F(Archives, ZipLearnsWhereTheAppCameFrom) {
   EXPECT_THAT(*listDirectory(folder.file("source")), ElementsAre("Payload"));
 }
 
-TEST_F(Archives, FailingZipIsNoFailureOfTheIpa) {
-  host.addTool("zip", "exit 12");
-  EXPECT_TRUE(zipToIpa("Demo.ipa"));
-  EXPECT_FALSE(error.isSet());
-  EXPECT_FALSE(fileExists(folder.file("target/Demo.ipa")));
+TEST_F(Archives, IpaOfAFailingZipIsMissing) {
+  const std::string old = write("target/Demo.ipa", "old");
+  for (const char* script : {"exit 12", "touch \"$2\"; exit 18", "exit 0", "kill -9 $$"}) {
+    host.addTool("zip", script);
+    error.clear();
+    EXPECT_FALSE(zipToIpa("Demo.ipa")) << script;
+    EXPECT_EQ(error.text(), "A required file at this location does not exist: " + old) << script;
+    EXPECT_EQ(contentsOf(old), "old");
+  }
 }
 
 TEST_F(Archives, IpaThatCameWithTheInputIsReplaced) {
@@ -140,6 +147,74 @@ TEST_F(Archives, PackageFailures) {
   // What stands there counts, be it a folder.
   request.outputFile = folder.file("out");
   EXPECT_TRUE(ZiptoPackage(run(), folder.file("package"), &error));
+}
+
+// The name of the output has room in its folder, that of a file beside it has not.
+TEST_F(Archives, OldOutputThatCannotBeReplacedStays) {
+  write("package/manifest.xml", "");
+  std::string deep = folder.file("deep");
+  while (deep.size() < 4080) {
+    deep += "/" + std::string(std::min<size_t>(200, 4080 - deep.size()), 'd');
+  }
+  ASSERT_TRUE(createDirectories(deep));
+  const std::string old = write("old", "old");
+  request.outputFile = deep + "/to";
+  ASSERT_EQ(::link(old.c_str(), request.outputFile->c_str()), 0);
+  EXPECT_FALSE(ZiptoPackage(run(), folder.file("package"), &error));
+  EXPECT_THAT(error.text(), ::testing::AllOf(::testing::StartsWith("Failed to copy file from "),
+                                             ::testing::EndsWith("/to. Error:File name too long")));
+  EXPECT_EQ(contentsOf(*request.outputFile), "old");
+}
+
+TEST_F(Archives, OutputsAreReplacedByNewFiles) {
+  const std::string app = write("made/app.ipa", "app");
+  write("package/manifest.xml", "");
+  const std::string log = write("log", "");
+  context.loggers.toolkit.setLogFilename(log);
+  auto flow = run();
+  flow.ipaFolder = folder.file("made");
+  flow.outputIPAFileName = "app.ipa";
+  const struct {
+    std::function<bool()> write;
+    std::string warning;
+  } cases[] = {{[&] { return ZiptoPackage(flow, folder.file("package"), &error); },
+                "WARNING! The target output file already exists. Deleting original file."},
+               {[&] { return copyOutputBundle(flow, &error); },
+                "WARNING! The target bundle output file already exists. Deleting original file."},
+               {[&] { return deliverIpa(flow, &error); }, ""}};
+  for (const bool isInput : {false, true}) {
+    for (const auto& c : cases) {
+      write("log", "");
+      removeItem(folder.file("out/Demo.wex"));
+      const std::string old = write(isInput ? "input" : "old", "old");
+      ASSERT_TRUE(itemExistsNoFollow(folder.file("out/Demo.wex")) ||
+                  ::link(old.c_str(), folder.file("out/Demo.wex").c_str()) == 0);
+      request.inputFile = isInput ? folder.file("out/Demo.wex") : folder.file("other");
+      request.outputFile = request.outputBundleFile = folder.file("out/Demo.wex");
+      ASSERT_TRUE(c.write()) << error.text();
+      EXPECT_EQ(contentsOf(old), "old");
+      EXPECT_NE(contentsOf(folder.file("out/Demo.wex")), "old");
+      const std::string logged = contentsOf(log);
+      EXPECT_EQ(logged.find("WARNING!") != std::string::npos, !c.warning.empty());
+      EXPECT_THAT(logged, HasSubstr(c.warning));
+      removeItem(old);
+    }
+  }
+  EXPECT_EQ(contentsOf(app), "app");
+}
+
+TEST_F(Archives, PackageWithoutItsManifestIsNotWritten) {
+  request.inputFile = write("input.ipa", "");
+  auto flow = run();
+  flow.input.directory = std::make_shared<TemporaryDirectory>();
+  ASSERT_TRUE(flow.input.directory->Create(&error));
+  createDirectories(flow.packageDir());
+  writeFileAtomically(joinPath(flow.packageDir(), "policy_metadata.xml"), "");
+  write("out/Demo.wex", "old");
+  EXPECT_FALSE(writePackage(flow, &error));
+  EXPECT_EQ(error.text(), "A required file at this location does not exist: " +
+                              joinPath(flow.packageDir(), "manifest.xml"));
+  EXPECT_EQ(contentsOf(*request.outputFile), "old");
 }
 
 }  // namespace

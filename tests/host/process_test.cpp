@@ -7,6 +7,10 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <memory>
+#include <optional>
+#include <thread>
+#include <vector>
 
 #include "host/HostRoot.h"
 #include "host/clock.h"
@@ -119,6 +123,50 @@ TEST(Signals, InterruptionRemovesScratchAndEndsBySignal) {
     EXPECT_EQ(WTERMSIG(status), number);
     EXPECT_FALSE(fileExists(scratch));
     EXPECT_TRUE(fileExists(kept));
+  }
+}
+
+// The end of a process, if it comes in time.
+std::optional<int> endOf(pid_t process) {
+  const double limit = currentTime() + 30;
+  int status = 0;
+  while (::waitpid(process, &status, WNOHANG) == 0) {
+    if (currentTime() > limit) {
+      ::kill(process, SIGKILL);
+      ::waitpid(process, &status, 0);
+      return std::nullopt;
+    }
+    ::usleep(1000);
+  }
+  return status;
+}
+
+TEST(Signals, InterruptionAmidTheUseOfMemoryDoesNotHang) {
+  for (int round = 0; round < 20; ++round) {
+    const TemporaryFolder folder;
+    const std::string scratch = folder.write("scratch", "x");
+    const std::string ready = folder.file("ready");
+    const pid_t program = ::fork();
+    ASSERT_GE(program, 0);
+    if (program == 0) {
+      installSignalHandlers();
+      const RemovedOnSignal guard(scratch);
+      // Too large for the store of a thread, so that each takes the lock.
+      const auto useMemory = [] {
+        for (;;) std::vector<char>(size_t{2000}).swap(*std::make_unique<std::vector<char>>());
+      };
+      std::thread second(useMemory);
+      folder.write("ready", "");
+      useMemory();
+    }
+    const double limit = currentTime() + 30;
+    while (!fileExists(ready) && currentTime() < limit) ::usleep(100);
+    ::usleep(static_cast<useconds_t>(100 * round));
+    ::kill(program, SIGTERM);
+    const auto status = endOf(program);
+    ASSERT_TRUE(status) << "hangs in round " << round;
+    EXPECT_EQ(WTERMSIG(*status), SIGTERM);
+    EXPECT_FALSE(fileExists(scratch));
   }
 }
 

@@ -1,8 +1,17 @@
 #include "host/program.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <functional>
 #include <stdexcept>
+
+#include "host/files.h"
+#include "host/process.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace tovrek {
 namespace {
@@ -43,6 +52,68 @@ TEST(Program, TakesTheCommandLineApartAndAnswersForExceptions) {
     EXPECT_EQ(status, c.status) << c.given;
     EXPECT_EQ(given, c.given);
   }
+}
+
+// The status of a process that prepares itself and is then the program.
+int statusOf(const std::function<void()>& prepare, ProgramRun run) {
+  const pid_t child = ::fork();
+  if (child == 0) {
+    prepare();
+    char name[] = "name";
+    char* words[] = {name, nullptr};
+    ::_exit(runProgram(1, words, run));
+  }
+  int status = 0;
+  EXPECT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status)) << status;
+  return WEXITSTATUS(status);
+}
+
+// Bit n: stream n can be used as a program uses it, and belongs to no file of the program's own.
+int usableStreams(const Arguments&, const Streams&) {
+  const int own = ::open("/dev/zero", O_RDWR | O_CLOEXEC);
+  char byte = 'x';
+  int usable = own > STDERR_FILENO && ::read(STDIN_FILENO, &byte, 1) == 0 ? 1 : 0;
+  for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
+    if (::write(stream, "", 1) == 1) usable |= 1 << stream;
+  }
+  return usable;
+}
+
+TEST(Program, StreamsThatItWasStartedWithoutAreNoFilesOfItsOwn) {
+  for (const std::vector<int>& closed :
+       std::vector<std::vector<int>>{{}, {0}, {1}, {2}, {0, 2}, {1, 2}, {0, 1, 2}}) {
+    const auto prepare = [&] {
+      const int nothing = ::open("/dev/null", O_RDWR);
+      for (const int stream : {0, 1, 2}) ::dup2(nothing, stream);
+      ::close(nothing);
+      for (const int stream : closed) ::close(stream);
+    };
+    EXPECT_EQ(statusOf(prepare, usableStreams), 7) << testing::PrintToString(closed);
+  }
+}
+
+std::string grown;
+
+int growFile(const Arguments&, const Streams&) {
+  ErrorText reason;
+  if (writeFileAtomically(grown, std::string(5000, 'x'), &reason)) return 1;
+  if (reason.text() != "File too large") return 2;
+  // Programs that know nothing of this one meet the limit as they would anywhere else.
+  const Outcome other =
+      runQuietly({.argv = {"/bin/sh", "-c", "head -c 5000 /dev/zero >" + grown + ".other"}});
+  return other.status == 128 + SIGXFSZ || other.signalled ? 0 : 3;
+}
+
+TEST(Program, LimitOnTheSizeOfFilesIsAnErrorToReport) {
+  const test::TemporaryFolder folder;
+  grown = folder.write("grown", "old");
+  const auto prepare = [] {
+    const rlimit limit{1000, 1000};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+  };
+  EXPECT_EQ(statusOf(prepare, growFile), 0);
+  EXPECT_EQ(test::contentsOf(grown), "old");
 }
 
 }  // namespace

@@ -1,7 +1,11 @@
 #include "log/WrapperLogger.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <regex>
 
 #include "log/TKProgressor.h"
@@ -65,6 +69,71 @@ TEST(WrapperLogger, MakesTheFileButNotItsFolder) {
   EXPECT_NE(testing::internal::GetCapturedStderr().find("ERROR: failed to write file at " +
                                                         folder.file("missing/x.log")),
             std::string::npos);
+}
+
+// What `logger` says on the console when it writes an entry.
+std::string complaintOf(const WrapperLogger& logger) {
+  testing::internal::CaptureStderr();
+  logger.writeEntryToLogfile("entry");
+  return testing::internal::GetCapturedStderr();
+}
+
+TEST(WrapperLogger, RefusesWhatIsNoFileOfItsOwn) {
+  const TemporaryFolder folder;
+  const std::string other = folder.write("other", "kept");
+  const std::string link = folder.file("link"), dangling = folder.file("dangling");
+  ASSERT_EQ(::symlink(other.c_str(), link.c_str()), 0);
+  ASSERT_EQ(::symlink(folder.file("made").c_str(), dangling.c_str()), 0);
+  const std::string pipe = folder.file("pipe");
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  std::vector<std::pair<std::string, std::string>> cases = {
+      {link, "Too many levels of symbolic links"},
+      {dangling, "Too many levels of symbolic links"},
+      {pipe, "No such device or address"},
+      {folder.path(), "Is a directory"},
+      {"/dev/null", "Not a regular file"}};
+  if (::geteuid() == 0) {
+    const std::string foreign = folder.write("foreign", "kept");
+    ASSERT_EQ(::chown(foreign.c_str(), 4242, 4242), 0);
+    cases.emplace_back(foreign, "The file belongs to another user");
+  }
+  for (const auto& [path, reason] : cases) {
+    const std::string complaint = complaintOf(WrapperLogger("M", path));
+    EXPECT_NE(complaint.find("failed to write file at " + path + ", error is " + reason + "\n"),
+              std::string::npos)
+        << complaint;
+  }
+  EXPECT_EQ(contentsOf(other), "kept");
+  EXPECT_NE(::access(folder.file("made").c_str(), F_OK), 0);
+}
+
+TEST(WrapperLogger, RunsThatBeginALogAtOnceLoseNoEntry) {
+  constexpr int kRuns = 8, kEntries = 20;
+  for (int round = 0; round < 10; ++round) {
+    const TemporaryFolder folder;
+    int gate[2];
+    ASSERT_EQ(::pipe(gate), 0);
+    for (int i = 0; i < kRuns; ++i) {
+      const pid_t run = ::fork();
+      ASSERT_GE(run, 0);
+      if (run != 0) continue;
+      ::close(gate[1]);
+      char byte = 0;
+      if (::read(gate[0], &byte, 1) != 0) ::_exit(1);  // until all have been started
+      const WrapperLogger logger("M", folder.file("log"));
+      for (int entry = 0; entry < kEntries; ++entry) logger.writeEntryToLogfile("entry");
+      ::_exit(0);
+    }
+    ::close(gate[0]);
+    ::close(gate[1]);
+    for (int i = 0; i < kRuns; ++i) {
+      int status = 0;
+      ASSERT_GT(::wait(&status), 0);
+      EXPECT_EQ(status, 0);
+    }
+    const std::string text = contentsOf(folder.file("log"));
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), kRuns * kEntries);
+  }
 }
 
 TEST(CLProgressor, PrintsTheBannerAtAnyLevel) {

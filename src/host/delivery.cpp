@@ -1,0 +1,49 @@
+#include "host/delivery.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include "host/file_io.h"
+#include "host/files.h"
+#include "host/host_info.h"
+#include "host/paths.h"
+#include "host/scratch.h"
+#include "host/signals.h"
+
+namespace tovrek {
+namespace {
+
+bool flushFile(const std::string& path) {
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  return fd.valid() && ::fsync(fd.get()) == 0 && fd.close();
+}
+
+// Takes the name `to`, with the contents and the name itself on the disk.
+bool install(const std::string& beside, const std::string& to, bool replaces, ErrorText* error) {
+  const bool lasting = !isScratchFile(to);
+  if (lasting && !flushFile(beside)) return failWithErrno(error);
+  const bool renamed =
+      replaces ? ::rename(beside.c_str(), to.c_str()) == 0 : renameWithoutReplacing(beside, to);
+  return (renamed && (!lasting || flushFolderOf(to))) || failWithErrno(error);
+}
+
+}  // namespace
+
+bool deliverFile(const std::string& from, const std::string& to, Source source, ErrorText* error) {
+  const bool replaces = isPlainFile(to);
+  if (!replaces && itemExistsNoFollow(to)) {
+    errno = EEXIST;
+    return failWithErrno(error);
+  }
+  const std::string beside = joinPath(containingFolder(to), ".tovrek-" + uniqueString());
+  const RemovedOnSignal guard(beside);
+  const bool made =
+      source == Source::kSpent ? handOverItem(from, beside, error) : copyItem(from, beside, error);
+  if (!made) return false;
+  if (install(beside, to, replaces, error)) return true;
+  if (itemExistsNoFollow(beside)) removeItem(beside);
+  return false;
+}
+
+}  // namespace tovrek
