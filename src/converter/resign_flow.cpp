@@ -33,7 +33,6 @@ bool resignApp(Run& run, ErrorText* error) {
                     takeBundleIdentifiers,
                     readProfile,
                     refuseExpiredProfile,
-                    forgetEarlierEntitlements,
                     makeEntitlements,
                     dropRepeatedGroups,
                     stripOrKeepExtensions,
