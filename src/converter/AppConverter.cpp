@@ -47,7 +47,6 @@ bool AppConverter::unzipIpaAndProcessConverterParameters(const Request& request,
     return fail(error, fmt::format("appBundle not found ({}). Error:{}", previous.text(),
                                    "Cannot find app package. Please choose a valid input file."));
   }
-  if (!bundle->infoPlistIsReadable(error)) return false;
   converter::BundleInspection inspection;
   checkIfAppBundle(context, *bundle, &inspection);
   if (!request.isSDK && !inspection.hasWEXSDKFramework) return true;
