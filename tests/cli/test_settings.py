@@ -54,13 +54,6 @@ class SettingsFile(WholeProgramTest):
         self.assertEqual((result.returncode, result_text(result)),
                          (255, f"Settings file {path}: No such file or directory"))
 
-    def test_mistakes_are_not_logged_when_nothing_is_to_be(self):
-        for level, logged in (("0", False), ("1", True)):
-            result = self.wrap(DEMO_APP, self.path("out.wex"), "-logDisplayLevel", level,
-                               environment=self.conf("colour = yes"))
-            self.assertEqual(result.returncode, 255)
-            self.assertEqual("] Settings file" in result.stderr, logged, result.stderr)
-
     def test_arguments_must_be_utf8(self):
         result = self.run_toolkit([os.path.join(TOOLKIT, "Tovrek"), "Wrap", b"-in", b"a\xffb"],
                                   self.conf(""))
