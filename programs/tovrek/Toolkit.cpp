@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <utility>
@@ -10,6 +11,7 @@
 #include "context/RunContext.h"
 #include "converter/AppConverter.h"
 #include "converter/validation.h"
+#include "formats/utf8.h"
 #include "host/host_info.h"
 #include "host/paths.h"
 #include "host/version.h"
@@ -28,6 +30,22 @@ int refuseArguments(const CommandLineProcessor& processor, const ErrorText& erro
   if (error.isSet()) streams.error(fmt::format("\n{}\n", error.text()));
   processor.printCommandUsage();
   return kExitBadInput;
+}
+
+// Texts go into documents and property lists, which hold UTF-8 alone.
+const std::string* argumentNotInUtf8(const std::vector<std::string>& words) {
+  const auto found = std::ranges::find_if_not(words, [](const auto& word) { return isUtf8(word); });
+  return found == words.end() ? nullptr : &*found;
+}
+
+std::string escaped(std::string_view bytes) {
+  std::string result;
+  for (const char byte : bytes) {
+    const auto value = static_cast<unsigned char>(byte);
+    result += value >= 0x20 && value < 0x7f ? std::string(1, byte)
+                                            : fmt::format("\\x{:02x}", unsigned{value});
+  }
+  return result;
 }
 
 void setUpCommandLineLog(const Request& request, WrapperLogger& log) {
@@ -88,14 +106,19 @@ int run(const Arguments& arguments, const Streams& streams) {
 
   RunContext context;
   const WrapperLogger& log = context.loggers.commandLine;
+  if (const std::string* word = argumentNotInUtf8(arguments.words)) {
+    reportError("ERROR: This argument is not valid UTF-8: " + escaped(*word), log, streams);
+    return kExitBadInput;
+  }
   CommandLineProcessor processor(context.keychain);
   ErrorText error;
   std::optional<Request> request = processor.processCommandLine(arguments.words, &error);
   if (processor.helpShown()) return kExitSuccess;
   if (!request) return refuseArguments(processor, error, streams);
 
-  // Before the run touches anything, its log included.
+  // Before the run touches anything, its log file included.
   error.clear();
+  context.loggers.commandLine.setLogDisplayLevel(request->logDisplayLevel);
   if (!readSettings(&context.settings, &error)) {
     reportError(error.text(), log, streams);
     return kExitBadInput;

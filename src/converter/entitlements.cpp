@@ -11,7 +11,6 @@
 #include "host/paths.h"
 #include "log/SystemLog.h"
 #include "package/keychain_groups.h"
-#include "package/signed_entitlements.h"
 #include "profile/ProvisioningProfile.h"
 #include "tools/tool_run.h"
 
@@ -72,15 +71,20 @@ std::string newApplicationIdentifier(const std::string& profileAppId, const std:
 }
 
 // The entitlements of the app's existing signature. Their file stays in the app; one of an
-// earlier run serves when the signature is gone.
+// earlier run serves when the signature is gone, and only then: it tells of another signature.
 OptionalDictionary readOldEntitlements(const WrapperLogger& log, const std::string& appPath) {
   const std::string path = joinPath(appPath, kOldEntitlements);
-  // The tool would write through a link that came with the app.
-  if (isSymbolicLink(path)) removeItem(path);
+  std::string earlier;
+  const bool hadEarlier = isPlainFile(path) && !isSymbolicLink(path) && readFile(path, &earlier);
+  // The tool writes behind what a file holds already, and through a link that came with the app.
+  if (hadEarlier || isSymbolicLink(path)) removeItem(path);
   const int status = runTool(log, saveEntitlementsCommand(appPath, path));
   log.logDetailed("Existing entitlement data is written into: " + path);
   if (status != 0) {
     log.logWarning("Code signature may not exist. Using all default to resign the app.");
+    // Whatever the tool wrote before it failed gives way.
+    if (isPlainFile(path)) removeItem(path);
+    if (hadEarlier) writeFileAtomically(path, earlier);
   }
   // None at all are no fault: the signature may be without.
   if (!itemExistsNoFollow(path) || fileSize(path) == 0) return std::nullopt;
@@ -88,6 +92,8 @@ OptionalDictionary readOldEntitlements(const WrapperLogger& log, const std::stri
   auto old = readPlistDictionary(path, &reason);
   if (!old) {
     log.logWarning(fmt::format("The old entitlements in {} are not kept: {}", path, reason.text()));
+    // What no one can read must not be signed into the app.
+    removeItem(path);
   }
   return old;
 }
@@ -298,14 +304,6 @@ bool refuseExpiredProfile(Run& run, ErrorText* error) {
       "This provisioning profile has expired. Please use a valid provisioning profile.";
   run.log().logError(text);
   return fail(error, text);
-}
-
-bool forgetEarlierEntitlements(Run& run, ErrorText* /*error*/) {
-  const std::string left = joinPath(run.appPath, kOldEntitlements);
-  if (run.isRenewal && itemExistsNoFollow(left) && signedEntitlements(run.appPath)) {
-    removeItem(left);
-  }
-  return true;
 }
 
 bool makeEntitlements(Run& run, ErrorText* error) {

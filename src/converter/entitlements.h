@@ -38,11 +38,8 @@ bool readProfile(Run& run, ErrorText* error);
 // One that could not be decoded has no date, and passes.
 bool refuseExpiredProfile(Run& run, ErrorText* error);
 bool makeEntitlements(Run& run, ErrorText* error);
-// Around that step for a renewal. What wrapping left behind would be taken for the app's, or be
-// added to; the signature tells what the app has now.
-bool forgetEarlierEntitlements(Run& run, ErrorText* error);
-// The groups that wrapping adds are there from the last time; without this every renewal would
-// make the list longer.
+// After that step, for a renewal. The groups that wrapping adds are there from the last time;
+// without this every renewal would make the list longer.
 bool dropRepeatedGroups(Run& run, ErrorText* error);
 // The entitlements that the developer is going to sign with, if given, hold our group.
 bool requireManagementGroup(Run& run, ErrorText* error);

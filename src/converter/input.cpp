@@ -31,6 +31,18 @@ bool refuseLinksOutside(const WrapperLogger& log, const std::string& folder, Err
   return fail(error, text);
 }
 
+namespace {
+
+// Every later step would take such an app for one without names, and complain of other files.
+bool refuseUnreadableApp(const Run& run, ErrorText* error) {
+  ErrorText reason;
+  if (run.bundle->infoPlistIsReadable(&reason)) return true;
+  run.log().logError(reason.text());
+  return fail(error, reason.text());
+}
+
+}  // namespace
+
 bool unpackApp(Run& run, ErrorText* error) {
   run.progressor.SetProgress("Unzipping...");
   UnpackedInput& input = run.input;
@@ -46,16 +58,17 @@ bool unpackApp(Run& run, ErrorText* error) {
   run.appPath = input.ipa->appPath();
   run.payloadDir = input.ipa->payloadDir();
   run.bundle = AppBundle::open(run.appPath);
-  if (run.bundle) return true;
+  if (run.bundle) return refuseUnreadableApp(run, error);
   run.log().logError("Failed to get the input app file NSBundle object.");
   return fail(error, "Failed to get the input app file NSBundle object.");
 }
 
-bool openAppFolder(Run& run, ErrorText* /*error*/) {
+bool openAppFolder(Run& run, ErrorText* error) {
   run.appPath = run.request.inputFile.value_or("");
   run.bundle = AppBundle::open(run.appPath);
-  if (!run.bundle) run.log().logError("Failed to get the input app NSBundle object.");
-  return run.bundle.has_value();
+  if (run.bundle) return refuseUnreadableApp(run, error);
+  run.log().logError("Failed to get the input app NSBundle object.");
+  return false;
 }
 
 bool unpackPackage(Run& run, ErrorText* error) {
@@ -67,7 +80,7 @@ bool unpackPackage(Run& run, ErrorText* error) {
   if (!run.package) return false;
   run.appPath = run.package->appPath();
   run.bundle = AppBundle::open(run.appPath);
-  return true;
+  return !run.bundle || refuseUnreadableApp(run, error);
 }
 
 bool refuseLinksOutOfApp(Run& run, ErrorText* error) {

@@ -35,7 +35,6 @@ bool resignApp(Run& run, ErrorText* error) {
           takeBundleIdentifiers,
           readProfile,
           refuseExpiredProfile,
-          forgetEarlierEntitlements,
           makeEntitlements,
           dropRepeatedGroups,
           stripOrKeepExtensions,

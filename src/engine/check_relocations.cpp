@@ -5,6 +5,7 @@
 
 #include "engine/architectures.h"
 #include "engine/command_walk.h"
+#include "engine/dyld_opcodes.h"
 #include "engine/engine_text.h"
 #include "engine/relocations.h"
 
@@ -118,6 +119,31 @@ std::vector<uint64_t> checkLocalRelocations(const Image<typename Arch::P>& image
   return sites;
 }
 
+// Adds what rebase opcodes name in segments that are not writable: linkers of later years write
+// relocations of code so. No place is fixed twice, so honest opcodes name fewer places than the
+// image has bytes.
+template <class P>
+void addRebasedText(const Image<P>& image, std::vector<uint64_t>* sites) {
+  if (!image.pointers.dyldInfo) return;
+  const auto& info = *image.pointers.dyldInfo;
+  uint64_t budget = image.bytes.size();
+  walkRebaseOpcodes(image.bytes.sub(info.rebase_off, info.rebase_size),
+                    static_cast<uint32_t>(image.segments.size()), P::kPointerSize,
+                    [&](const SiteRun& run) {
+                      const auto& segment = image.segments[run.segment].record;
+                      if ((segment.initprot & VM_PROT_WRITE) != 0) return;
+                      if (run.count > budget) {
+                        throwf("loader opcodes name more places than the image holds");
+                      }
+                      budget -= run.count;
+                      uint64_t address = segment.vmaddr + run.offset;
+                      for (uint64_t i = 0; i < run.count; ++i, address += run.stride) {
+                        sites->push_back(static_cast<typename P::Integer>(address));
+                      }
+                    });
+  std::ranges::sort(*sites);
+}
+
 }  // namespace
 
 template <class Arch>
@@ -131,6 +157,7 @@ void checkRelocations(const Image<typename Arch::P>& image,
     checkExternalRelocations<Arch>(image, places);
     sites = checkLocalRelocations<Arch>(image, places, !asking.empty());
   }
+  if (kAllowsTextRelocations<Arch> && !asking.empty()) addRebasedText(image, &sites);
   for (const auto& section : asking) {
     if (!hasTextRelocInRange(sites, section.addr, section.size)) {
       throwf("section {} has attribute set that it has relocs, but it has none",

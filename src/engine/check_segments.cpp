@@ -1,5 +1,7 @@
 #include "engine/check_segments.h"
 
+#include <vector>
+
 #include "engine/command_walk.h"
 #include "macho/pointer_models.h"
 #include "macho/rounding.h"
@@ -9,23 +11,51 @@ namespace {
 
 using Errors = MachORebuildErrors;
 
+struct Range {
+  uint64_t start, size;
+
+  bool overlaps(const Range& other) const {
+    return size != 0 && other.size != 0 && start < endOf(other.start, other.size) &&
+           other.start < endOf(start, size);
+  }
+};
+
 // What the segments so far take up.
 struct TakenRanges {
+  struct Pair {
+    Range memory, file;
+  };
   IntervalSet memory, file;
-  bool any = false;
+  std::vector<Pair> inOrder;
 };
+
+// Compares with one earlier segment after another, as the loader's rules are worded: which rule
+// counts as broken depends on the earliest that is. That takes long for many segments, so it is
+// left to images that are known to be wrong.
+[[noreturn]] void throwFirstConflict(const TakenRanges::Pair& segment, uint64_t fileSize,
+                                     const TakenRanges& taken) {
+  for (const TakenRanges::Pair& earlier : taken.inOrder) {
+    if (segment.memory.overlaps(earlier.memory)) throw Errors::kSegmentVmOverlap;
+    if (segment.file.overlaps(earlier.file)) throw Errors::kSegmentFileOverlap;
+    if (endOf(segment.file.start, segment.file.size) > fileSize) {
+      throw Errors::kSegmentDataBeyondFile;
+    }
+  }
+  if (segment.file.start > fileSize) throw Errors::kSegmentOffsetBeyondFile;
+  throw Errors::kSegmentEndBeyondFile;
+}
 
 template <class P>
 void checkSegmentRanges(const macho_segment_command<P>& segment, uint64_t fileSize,
                         TakenRanges* taken) {
-  const uint64_t fileEnd = endOf(segment.fileoff, segment.filesize);
-  if (!taken->memory.add(segment.vmaddr, segment.vmsize)) throw Errors::kSegmentVmOverlap;
-  if (!taken->file.add(segment.fileoff, segment.filesize)) throw Errors::kSegmentFileOverlap;
-  // Found while comparing with earlier segments, of which the first has none.
-  if (taken->any && fileEnd > fileSize) throw Errors::kSegmentDataBeyondFile;
-  if (segment.fileoff > fileSize) throw Errors::kSegmentOffsetBeyondFile;
-  if (fileEnd > fileSize) throw Errors::kSegmentEndBeyondFile;
-  taken->any = true;
+  const TakenRanges::Pair ranges{{segment.vmaddr, segment.vmsize},
+                                 {segment.fileoff, segment.filesize}};
+  const bool fits = segment.fileoff <= fileSize &&
+                    endOf(segment.fileoff, segment.filesize) <= fileSize &&
+                    taken->memory.add(segment.vmaddr, segment.vmsize) &&
+                    taken->file.add(segment.fileoff, segment.filesize);
+  if (!fits) throwFirstConflict(ranges, fileSize, *taken);
+  taken->inOrder.push_back(ranges);
 }
 
 template <class P>

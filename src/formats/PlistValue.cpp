@@ -48,10 +48,16 @@ std::vector<PlistDictionary::Entry>::const_iterator PlistDictionary::end() const
 }
 
 bool PlistDictionary::operator==(const PlistDictionary& other) const {
-  return size() == other.size() && std::all_of(begin(), end(), [&](const Entry& entry) {
-           const PlistValue* twin = other.find(entry.first);
-           return twin != nullptr && *twin == entry.second;
-         });
+  if (size() != other.size()) return false;
+  const auto byKey = [](const PlistDictionary& dictionary) {
+    std::vector<const Entry*> entries;
+    for (const Entry& entry : dictionary) entries.push_back(&entry);
+    std::ranges::sort(entries, {},
+                      [](const Entry* entry) -> const std::string& { return entry->first; });
+    return entries;
+  };
+  return std::ranges::equal(byKey(*this), byKey(other),
+                            [](const Entry* a, const Entry* b) { return *a == *b; });
 }
 
 std::optional<double> PlistValue::number() const {

@@ -35,6 +35,10 @@ void appendEscaped(std::string* to, std::string_view text) {
       case '>':
         *to += "&gt;";
         break;
+      case '\r':
+        // A reader makes line feeds of those that stand as they are.
+        *to += "&#13;";
+        break;
       default:
         *to += c;
     }

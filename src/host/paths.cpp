@@ -123,11 +123,36 @@ bool containsIgnoringCase(std::string_view text, std::string_view part) {
   return toLowerAscii(text).find(toLowerAscii(part)) != std::string::npos;
 }
 
+namespace {
+
+// White space beyond ASCII, as UTF-8: no-break and figure spaces, the em and en family, line and
+// paragraph separators, the ideographic blank and the like.
+constexpr std::string_view kWideBlanks[] = {
+    "\xC2\x85",     "\xC2\xA0",     "\xE1\x9A\x80", "\xE2\x80\x80", "\xE2\x80\x81",
+    "\xE2\x80\x82", "\xE2\x80\x83", "\xE2\x80\x84", "\xE2\x80\x85", "\xE2\x80\x86",
+    "\xE2\x80\x87", "\xE2\x80\x88", "\xE2\x80\x89", "\xE2\x80\x8A", "\xE2\x80\xA8",
+    "\xE2\x80\xA9", "\xE2\x80\xAF", "\xE2\x81\x9F", "\xE3\x80\x80"};
+
+bool isBlank(char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+// The length of the blank at the start or the end of `text`; 0 when there is none.
+size_t blankLength(std::string_view text, bool atEnd) {
+  if (text.empty()) return 0;
+  if (isBlank(atEnd ? text.back() : text.front())) return 1;
+  for (const std::string_view blank : kWideBlanks) {
+    if (atEnd ? text.ends_with(blank) : text.starts_with(blank)) return blank.size();
+  }
+  return 0;
+}
+
+}  // namespace
+
 std::string trimmed(std::string_view text) {
-  constexpr std::string_view kBlank = " \t\r\n\v\f";
-  const size_t first = text.find_first_not_of(kBlank);
-  if (first == std::string_view::npos) return "";
-  return std::string(text.substr(first, text.find_last_not_of(kBlank) - first + 1));
+  while (const size_t length = blankLength(text, false)) text.remove_prefix(length);
+  while (const size_t length = blankLength(text, true)) text.remove_suffix(length);
+  return std::string(text);
 }
 
 }  // namespace tovrek

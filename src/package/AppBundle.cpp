@@ -16,6 +16,13 @@ PlistDictionary AppBundle::infoPlist() const {
   return readPlistDictionary(*path).value_or(PlistDictionary());
 }
 
+bool AppBundle::infoPlistIsReadable(ErrorText* error) const {
+  const auto path = resourcePath("Info", "plist");
+  ErrorText reason;
+  if (!path || readPlistDictionary(*path, &reason)) return true;
+  return fail(error, "Failed to read the Info.plist " + *path + ". Error:" + reason.text());
+}
+
 std::optional<std::string> AppBundle::executablePath() const {
   const PlistDictionary info = infoPlist();
   const std::string* named = stringForKey(info, "CFBundleExecutable");

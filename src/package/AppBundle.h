@@ -23,6 +23,8 @@ class AppBundle {
   const std::string& path() const { return path_; }
   // Empty when there is no readable Info.plist.
   PlistDictionary infoPlist() const;
+  // False, naming the file and the reason, when there is an Info.plist that cannot be read.
+  bool infoPlistIsReadable(ErrorText* error) const;
   // The file named by CFBundleExecutable, else by the folder's name without its extension; none
   // when there is no such file.
   std::optional<std::string> executablePath() const;

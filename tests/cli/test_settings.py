@@ -54,6 +54,12 @@ class SettingsFile(WholeProgramTest):
         self.assertEqual((result.returncode, result_text(result)),
                          (255, f"Settings file {path}: No such file or directory"))
 
+    def test_arguments_must_be_utf8(self):
+        result = self.run_toolkit([os.path.join(TOOLKIT, "Tovrek"), "Wrap", b"-in", b"a\xffb"],
+                                  self.conf(""))
+        self.assertEqual(result.returncode, 255)
+        self.assertIn("not valid UTF-8: a\\xffb", result.stdout + result.stderr)
+
     def test_help_needs_no_settings(self):
         result = self.run_toolkit([os.path.join(TOOLKIT, "Tovrek"), "Wrap", "-help"],
                                   self.conf("nonsense"))

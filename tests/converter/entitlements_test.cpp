@@ -158,11 +158,37 @@ TEST_F(Entitlements, AsksForThoseOfTheOldSignature) {
               ElementsAre("codesign|-d|--entitlements|:@/orig-entitlements.plist|@"));
 }
 
-TEST_F(Entitlements, StaleFileServesWhenTheSignatureIsGone) {
-  write("Demo.app/orig-entitlements.plist",
-        serializePlist(dictionary({{kKeychain, list({"X.old"})}}), PlistFormat::kXml));
-  const auto result = generated(dictionary({{kAppId, "TEAMAAAAAA.*"}}));
-  EXPECT_EQ(arrayForKey(result, kKeychain)->front(), PlistValue("X.old"));
+// The file that an earlier run left in the app, against what codesign does this time. Like the
+// real tool the scripted one writes behind what the file holds.
+TEST_F(Entitlements, EarlierFileServesOnlyWhenTheSignatureIsGone) {
+  const auto text = [](const char* group) {
+    return serializePlist(dictionary({{kKeychain, list({group})}}), PlistFormat::kXml);
+  };
+  const std::string stale = text("X.stale");
+  const std::string fresh = write("fresh.plist", text("X.fresh"));
+  const std::string writes = "cat '" + fresh + "' >> \"${3#:}\"";
+  const struct {
+    const char* name;
+    std::string present, codesign, left;
+    const char* firstGroup;  // the first group of the result
+  } cases[] = {
+      {"signed", stale, writes, text("X.fresh"), "X.fresh"},
+      {"signature gone", stale, "exit 1", stale, "X.stale"},
+      {"signature damaged, the tool fails half way", stale, writes + "; exit 1", stale, "X.stale"},
+      {"signed without entitlements", stale, "exit 0", "", "TEAMAAAAAA.com.example.demo"},
+      {"no signature, damaged file", stale + stale, "exit 1", "", "TEAMAAAAAA.com.example.demo"},
+      {"the tool writes no property list", stale, "echo oops >> \"${3#:}\"", "",
+       "TEAMAAAAAA.com.example.demo"},
+  };
+  const std::string file = app() + "/orig-entitlements.plist";
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    write("Demo.app/orig-entitlements.plist", c.present);
+    host.addTool("codesign", c.codesign);
+    const auto result = generated(dictionary({{kAppId, "TEAMAAAAAA.*"}}));
+    EXPECT_EQ(arrayForKey(result, kKeychain)->front(), PlistValue(c.firstGroup));
+    EXPECT_EQ(isPlainFile(file) ? contentsOf(file) : "", c.left);
+  }
 }
 
 TEST_F(Entitlements, OldSignatureIsNotWrittenThroughALink) {

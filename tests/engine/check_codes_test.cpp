@@ -100,6 +100,16 @@ TEST(CheckCodes, Segments) {
        [](auto& b) { b.segment("__LINKEDIT").fields["vmaddr"] = b.dataAddress() + 0x1fff; }},
       {"overlapping file data", "1121",
        [](auto& b) { b.segment("__LINKEDIT").fields["fileoff"] = 0x2fff; }},
+      {"file data of an earlier one, memory of a later one", "1121",
+       [](auto& b) {
+         b.segment("__LINKEDIT").fields["fileoff"] = 0;
+         b.segment("__LINKEDIT").fields["vmaddr"] = b.dataAddress();
+       }},
+      {"beyond the file, and memory of another than the first", "1122",
+       [](auto& b) {
+         b.segment("__LINKEDIT").fields["filesize"] = 0x1001;
+         b.segment("__LINKEDIT").fields["vmaddr"] = b.dataAddress();
+       }},
       {"later segment beyond the file", "1122",
        [](auto& b) { b.segment("__LINKEDIT").fields["filesize"] = 0x1001; }},
       {"later segment near the largest number", "1122",

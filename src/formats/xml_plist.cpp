@@ -1,0 +1,317 @@
+// The XML form, in any encoding that libxml2 knows. Read by events, so that nothing but the
+// values themselves takes memory.
+#include <libxml/parser.h>
+#include <libxml/parserInternals.h>
+
+#include <algorithm>
+#include <charconv>
+#include <climits>
+#include <cstdio>
+#include <ctime>
+#include <memory>
+
+#include "formats/PlistBudget.h"
+#include "formats/base64.h"
+#include "formats/libxml_strings.h"
+#include "formats/plist_readers.h"
+
+namespace tovrek {
+namespace {
+
+std::optional<PlistValue> integerFrom(std::string_view text) {
+  if (text.empty()) return int64_t{0};
+  const bool negative = text.front() == '-';
+  if (negative || text.front() == '+') text.remove_prefix(1);
+  const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+  if (hexadecimal) text.remove_prefix(2);
+  uint64_t number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, fault] = std::from_chars(text.data(), end, number, hexadecimal ? 16 : 10);
+  if (fault != std::errc() || stop != end) return std::nullopt;
+  constexpr uint64_t kLowest = uint64_t{1} << 63;
+  if (negative) {
+    if (number > kLowest) return std::nullopt;
+    return PlistValue(static_cast<int64_t>(0 - number));
+  }
+  return number < kLowest ? PlistValue(static_cast<int64_t>(number)) : PlistValue(number);
+}
+
+std::optional<PlistValue> realFrom(std::string_view text) {
+  if (text.starts_with('+')) text.remove_prefix(1);
+  if (text.empty()) return 0.0;
+  double number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, fault] = std::from_chars(text.data(), end, number);
+  if (fault != std::errc() || stop != end) return std::nullopt;
+  return number;
+}
+
+// The C library counts in 64 bits, so that no year is out of reach.
+std::optional<PlistValue> dateFrom(const std::string& text) {
+  std::tm parts{};
+  int year = 0, length = 0;
+  if (std::sscanf(text.c_str(), "%d-%d-%dT%d:%d:%dZ%n", &year, &parts.tm_mon, &parts.tm_mday,
+                  &parts.tm_hour, &parts.tm_min, &parts.tm_sec, &length) != 6 ||
+      static_cast<size_t>(length) != text.size() || year < 1 || year > 9999) {
+    return std::nullopt;
+  }
+  parts.tm_year = year - 1900;
+  parts.tm_mon -= 1;
+  return PlistValue::Date{static_cast<double>(::timegm(&parts))};
+}
+
+std::optional<PlistValue> dataFrom(std::string_view text) {
+  std::string digits;
+  digits.reserve(text.size());
+  for (const char c : text) {
+    if (c != ' ' && c != '\t' && c != '\n' && c != '\r') digits += c;
+  }
+  auto bytes = bytesFromBase64(digits);
+  if (!bytes) return std::nullopt;
+  return PlistValue(PlistValue::Data{std::move(*bytes)});
+}
+
+// XML has no element for UIDs; their form here is a dictionary of one number.
+PlistValue withoutUidForm(PlistDictionary dictionary) {
+  const PlistValue* value = dictionary.size() == 1 ? dictionary.find("CF$UID") : nullptr;
+  const int64_t* number = value != nullptr ? value->as<int64_t>() : nullptr;
+  if (number != nullptr && *number >= 0) return PlistValue::Uid{static_cast<uint64_t>(*number)};
+  return dictionary;
+}
+
+enum class Element { kPlist, kDictionary, kArray, kKey, kLeaf, kUnknown };
+
+Element elementOf(std::string_view name) {
+  if (name == "plist") return Element::kPlist;
+  if (name == "dict") return Element::kDictionary;
+  if (name == "array") return Element::kArray;
+  if (name == "key") return Element::kKey;
+  for (const std::string_view leaf :
+       {"string", "integer", "real", "true", "false", "date", "data"}) {
+    if (name == leaf) return Element::kLeaf;
+  }
+  return Element::kUnknown;
+}
+
+class XmlPlistReader {
+ public:
+  explicit XmlPlistReader(const PlistLimits& limits) : budget_(limits) {}
+
+  void start(std::string_view name) {
+    const Element element = elementOf(name);
+    if (inText_) return fail("<" + std::string(name) + "> inside of a text");
+    if (element == Element::kUnknown) return fail("unknown element <" + std::string(name) + ">");
+    if (element == Element::kPlist) {
+      if (sawElement_) return fail("<plist> inside of the list");
+      sawElement_ = true;
+      return;
+    }
+    sawElement_ = true;
+    const bool inDictionary = !open_.empty() && open_.back().isDictionary;
+    if (element == Element::kKey ? !inDictionary || open_.back().key
+                                 : inDictionary && !open_.back().key) {
+      return fail("keys and values do not take turns");
+    }
+    if (open_.empty() && result_) return fail("more than one value");
+    if (element == Element::kDictionary || element == Element::kArray) {
+      open_.emplace_back();
+      open_.back().isDictionary = element == Element::kDictionary;
+      return countValue();
+    }
+    inText_ = true;
+    text_.clear();
+    countValue();
+  }
+
+  void characters(std::string_view text) {
+    if (!inText_) {
+      if (text.find_first_not_of(" \t\r\n") != std::string_view::npos) {
+        fail("a text outside of an element");
+      }
+      return;
+    }
+    text_ += text;
+    failIfAny(budget_.addBytes(text.size()));
+  }
+
+  void end(std::string_view name) {
+    if (name == "plist") return;
+    if (!inText_) return endContainer();
+    inText_ = false;
+    if (name == "key") {
+      open_.back().key = std::move(text_);
+      return;
+    }
+    auto value = leaf(name);
+    if (!value) return fail("no <" + std::string(name) + ">: " + text_.substr(0, 40));
+    add(std::move(*value));
+  }
+
+  // Empty unless something is wrong with the list; the reading is to end then.
+  const std::string& fault() const { return fault_; }
+  std::optional<PlistValue> take() {
+    if (!result_ && fault_.empty()) fail("it holds no value");
+    return fault_.empty() ? std::move(result_) : std::nullopt;
+  }
+
+ private:
+  struct Container {
+    bool isDictionary = false;
+    std::optional<std::string> key;
+    std::vector<PlistDictionary::Entry> entries;
+    PlistValue::Array items;
+  };
+
+  void fail(std::string fault) {
+    if (fault_.empty()) fault_ = std::move(fault);
+  }
+  void countValue() { failIfAny(budget_.addValue(open_.size())); }
+  void failIfAny(std::string excess) {
+    if (!excess.empty()) fail(std::move(excess));
+  }
+
+  std::optional<PlistValue> leaf(std::string_view name) {
+    if (name == "string") return PlistValue(std::move(text_));
+    if (name == "true") return PlistValue(true);
+    if (name == "false") return PlistValue(false);
+    if (name == "data") return dataFrom(text_);
+    const std::string text = trimmed(text_);
+    if (name == "integer") return integerFrom(text);
+    return name == "real" ? realFrom(text) : dateFrom(text);
+  }
+
+  void endContainer() {
+    Container done = std::move(open_.back());
+    open_.pop_back();
+    if (done.key) return fail("a key without a value");
+    add(done.isDictionary ? withoutUidForm(dictionaryOf(std::move(done.entries)))
+                          : PlistValue(std::move(done.items)));
+  }
+
+  void add(PlistValue value) {
+    if (open_.empty()) {
+      result_ = std::move(value);
+    } else if (Container& inner = open_.back(); inner.isDictionary) {
+      inner.entries.emplace_back(std::move(*inner.key), std::move(value));
+      inner.key.reset();
+    } else {
+      inner.items.push_back(std::move(value));
+    }
+  }
+
+  PlistBudget budget_;
+  std::vector<Container> open_;
+  bool sawElement_ = false, inText_ = false;
+  std::string text_, fault_;
+  std::optional<PlistValue> result_;
+};
+
+struct Reading {
+  XmlPlistReader reader;
+  std::string fault;      // the first one; nothing more is read
+  std::string complaint;  // of libxml2: counts when the document is not well formed
+};
+
+xmlParserCtxtPtr contextOf(void* context) {
+  return static_cast<xmlParserCtxtPtr>(context);
+}
+
+Reading& readingOf(void* context) {
+  return *static_cast<Reading*>(contextOf(context)->_private);
+}
+
+void stopAtFault(void* context) {
+  Reading& reading = readingOf(context);
+  if (reading.reader.fault().empty() || !reading.fault.empty()) return;
+  reading.fault =
+      "line " + std::to_string(xmlSAX2GetLineNumber(context)) + ": " + reading.reader.fault();
+  xmlStopParser(contextOf(context));
+}
+
+void onStart(void* context, const xmlChar* name, const xmlChar* /*prefix*/, const xmlChar* /*uri*/,
+             int /*namespaces*/, const xmlChar** /*namespaceList*/, int /*attributes*/,
+             int /*defaulted*/, const xmlChar** /*attributeList*/) {
+  if (!readingOf(context).fault.empty()) return;
+  readingOf(context).reader.start(reinterpret_cast<const char*>(name));
+  stopAtFault(context);
+}
+
+void onEnd(void* context, const xmlChar* name, const xmlChar* /*prefix*/, const xmlChar* /*uri*/) {
+  if (!readingOf(context).fault.empty()) return;
+  readingOf(context).reader.end(reinterpret_cast<const char*>(name));
+  stopAtFault(context);
+}
+
+void onCharacters(void* context, const xmlChar* text, int length) {
+  if (!readingOf(context).fault.empty()) return;
+  readingOf(context).reader.characters(
+      {reinterpret_cast<const char*>(text), static_cast<size_t>(length)});
+  stopAtFault(context);
+}
+
+// A reference to what no one declared; declarations are not taken in.
+void onReference(void* context, const xmlChar* name) {
+  Reading& reading = readingOf(context);
+  if (reading.fault.empty()) reading.fault = "unknown entity " + fromXmlChars(name);
+  xmlStopParser(contextOf(context));
+}
+
+void onError(void* context, xmlErrorPtr error) {
+  std::string& complaint = readingOf(context).complaint;
+  if (complaint.empty() && error->level >= XML_ERR_ERROR) complaint = describeXmlError(error);
+}
+
+struct ContextFreer {
+  void operator()(xmlParserCtxt* context) const noexcept {
+    xmlFreeDoc(context->myDoc);
+    xmlFreeParserCtxt(context);
+  }
+};
+
+}  // namespace
+
+std::optional<PlistValue> readXmlPlist(std::string_view bytes, const PlistLimits& limits,
+                                       std::string* reason) {
+  // Signatures and sloppy writers leave zero bytes behind the document, some white space before.
+  const bool isWide = bytes.starts_with("\xFE\xFF") || bytes.starts_with("\xFF\xFE") ||
+                      (bytes.size() > 1 && (bytes[0] == '\0' || bytes[1] == '\0'));
+  if (!isWide) {
+    bytes = bytes.substr(0, bytes.find_last_not_of('\0') + 1);
+    bytes.remove_prefix(std::min(bytes.find_first_not_of(" \t\r\n"), bytes.size()));
+  }
+  if (bytes.empty() || bytes.size() > INT_MAX) {
+    *reason = bytes.empty() ? "it is empty" : "it is too long";
+    return std::nullopt;
+  }
+  const std::unique_ptr<xmlParserCtxt, ContextFreer> context(
+      xmlCreateMemoryParserCtxt(bytes.data(), static_cast<int>(bytes.size())));
+  if (!context) {
+    *reason = "out of memory";
+    return std::nullopt;
+  }
+  // No declarations of any kind are taken in, so there are no entities but the predefined ones.
+  xmlSAXHandler callbacks{};
+  callbacks.initialized = XML_SAX2_MAGIC;
+  callbacks.startElementNs = onStart;
+  callbacks.endElementNs = onEnd;
+  callbacks.characters = onCharacters;
+  callbacks.ignorableWhitespace = onCharacters;
+  callbacks.cdataBlock = onCharacters;
+  callbacks.reference = onReference;
+  callbacks.serror = onError;
+  *context->sax = callbacks;
+  Reading reading{XmlPlistReader(limits), {}, {}};
+  context->_private = &reading;
+  // The library's own limits are lower than ours on texts.
+  xmlCtxtUseOptions(context.get(), XML_PARSE_NONET | XML_PARSE_HUGE);
+  xmlParseDocument(context.get());
+  if (reading.fault.empty() && context->wellFormed == 0) {
+    reading.fault = reading.complaint.empty() ? "it is no XML" : reading.complaint;
+  }
+  std::optional<PlistValue> result = reading.reader.take();
+  if (reading.fault.empty()) reading.fault = reading.reader.fault();
+  *reason = reading.fault;
+  return reading.fault.empty() ? std::move(result) : std::nullopt;
+}
+
+}  // namespace tovrek
