@@ -190,8 +190,9 @@ bool Verifier::checkMessage(const CodeSignature& signature) {
   if (signature.isAdhoc()) return signature.cms().empty() || failed(kInvalidSignature);
   const auto cms = CmsSignature::parse(signature.cms());
   if (!cms) return failed(kInvalidSignature);
-  if (const char* fault = messageFault(signature, *cms)) return failed(fault);
-  chain_ = cms->chain();
+  CertificateChain chain = cms->chain().completed();
+  if (const char* fault = messageFault(signature, *cms, chain)) return failed(fault);
+  chain_ = std::move(chain);
   return true;
 }
 

@@ -45,13 +45,14 @@ bool namesAll(const CodeSignature& signature, const CmsSignature& cms) {
 
 }  // namespace
 
-const char* messageFault(const CodeSignature& signature, const CmsSignature& cms) {
+const char* messageFault(const CodeSignature& signature, const CmsSignature& cms,
+                         const CertificateChain& chain) {
   if (!isConsistent(cms.message(), signature.cms()) ||
       !cms.isSignatureOver(signature.primary().blob()) || !namesAll(signature, cms)) {
     return kInvalidSignature;
   }
   if (cms.timestamp() && !cms.timestamp()->isRight) return kInvalidSignature;
-  if (!cms.chain().certificates().back().isSelfSigned()) return kNotTrusted;
+  if (!chain.certificates().back().isSelfSigned()) return kNotTrusted;
   const std::string& team = signature.primary().info().teamId;
   const bool sameTeam = team.empty() || cms.chain().leaf().organizationalUnit() == team;
   return sameTeam ? nullptr : kInvalidSignature;
