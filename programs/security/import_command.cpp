@@ -40,6 +40,11 @@ int refused(ReadResult reason, const Streams& streams) {
                       "(is its legacy provider installed?)",
                       kCall),
           streams);
+    case ReadResult::kTooCostly:
+      return reportFailure(
+          fmt::format("{}: The file asks for more than ten million rounds over its password.",
+                      kCall),
+          streams);
     default:
       return reportFailure(fmt::format("{}: Unknown format in import.", kCall), streams);
   }
@@ -85,9 +90,11 @@ int readInput(const std::string& input, const std::optional<std::string>& passwo
     return reportFailure(fmt::format("Error reading infile {}: {}", input, error.text()), streams);
   }
   if (const auto uri = keychain::tokenUriIn(bytes)) {
-    const auto key = keychain::loadTokenKey(*uri, &error);
+    const bool isTyped = keychain::tokenUriIn(input).has_value();
+    const auto key = keychain::loadTokenKey(
+        *uri, isTyped ? keychain::UriSource::kCommandLine : keychain::UriSource::kFile, &error);
     if (!key) return reportFailure(fmt::format("{}: {}", kCall, error.text()), streams);
-    items->tokenKeys.push_back({*uri, keychain::publicKeyId(key)});
+    items->tokenKeys.push_back({keychain::withoutModule(*uri), keychain::publicKeyId(key)});
     return kSuccess;
   }
   const ReadResult read = keychain::readItems(bytes, password, items);
