@@ -14,7 +14,17 @@ namespace {
 
 using signing::SignOptions;
 
-bool chooseIdentity(const Options& options, signing::SigningIdentity* identity, ErrorText* error) {
+// Unverified: the original's texts are known, and that it signs nothing then; whether it also tells
+// the first where the chain is there but an issuer has expired is not.
+std::string noChainText(const std::string& path, const keychain::LookupResult& found) {
+  return fmt::format(
+      "Warning: unable to build chain to self-signed root for signer \"{}\"\n"
+      "{}: errSecInternalComponent\n{}",
+      found.text, path, found.detail);
+}
+
+bool chooseIdentity(const std::string& path, const Options& options,
+                    signing::SigningIdentity* identity, ErrorText* error) {
   if (options.identity == "-") return true;
   std::vector<keychain::Keychain> keychains;
   if (options.keychain) {
@@ -26,6 +36,7 @@ bool chooseIdentity(const Options& options, signing::SigningIdentity* identity, 
     keychains = keychain::openSearchList();
   }
   const auto found = keychain::findSigningIdentity(keychains, options.identity);
+  if (found.outcome == keychain::Lookup::kNoChain) return fail(error, noChainText(path, found));
   if (!found.identity) {
     const std::string detail = found.detail.empty() ? "" : " (" + found.detail + ")";
     return fail(error, found.text + detail);
@@ -58,12 +69,13 @@ bool readRules(const std::string& path, std::optional<PlistDictionary>* rules, E
   return rules->has_value() || fail(error, fmt::format("{}: {}", path, reason.text()));
 }
 
-bool translate(const Options& options, SignOptions* out, ErrorText* error) {
+bool translate(const std::string& path, const Options& options, SignOptions* out,
+               ErrorText* error) {
   out->force = options.force;
   out->dryRun = options.dryRun;
   out->identifier = options.identifier;
   out->identifierPrefix = options.prefix;
-  return chooseIdentity(options, &out->identity, error) &&
+  return chooseIdentity(path, options, &out->identity, error) &&
          (!options.preserve || parsePreserved(*options.preserve, &out->preserve, error)) &&
          (!options.flags || parseFlags(*options.flags, &out->flags, error)) &&
          (!options.runtimeVersion ||
@@ -81,15 +93,9 @@ bool translate(const Options& options, SignOptions* out, ErrorText* error) {
 int signPath(const std::string& path, const Options& options, const Streams& streams) {
   SignOptions translated;
   ErrorText error;
-  if (!translate(options, &translated, &error)) {
+  if (!translate(path, options, &translated, &error)) {
     streams.error(error.text() + "\n");
     return kFailure;
-  }
-  const auto& chain = translated.identity.chain;
-  if (!chain.empty() && !chain.certificates().back().isSelfSigned()) {
-    streams.error(
-        fmt::format("Warning: unable to build chain to self-signed root for signer \"{}\"\n",
-                    chain.leaf().signerName()));
   }
   if (options.timestamp) {
     streams.error("warning: no time stamp is added: time-stamp authorities are not asked\n");

@@ -139,7 +139,8 @@ int exportItems(const Words& words, const Streams& streams) {
   std::optional<std::string> password;
   if (!items.keys.empty()) password = passwordFrom(*options, 'P', "passphrase for the export: ");
   const std::string result = inFormat(items, format, options->has('p'), password);
-  if (!result.empty()) return writeResult(options->value('o'), result, streams);
+  const Secrecy secrecy = items.keys.empty() ? Secrecy::kPublic : Secrecy::kSecret;
+  if (!result.empty()) return writeResult(options->value('o'), result, streams, secrecy);
   return reportFailure(
       fmt::format("{}: these items cannot be exported in the format {}", kCall, format), streams);
 }

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include "formats/Digest.h"
+#include "formats/authorities.h"
 #include "host/paths.h"
 #include "programs/security/Options.h"
 #include "programs/security/attribute_dump.h"
@@ -45,13 +46,18 @@ int findCertificate(const Words& words, const Streams& streams) {
   const auto keychains = chosenKeychains(options->operands(), kCall, &status, streams);
   if (!keychains) return status;
 
-  for (const auto& each : *keychains) {
-    for (const Certificate& certificate : each.certificates()) {
+  const auto print = [&](const std::vector<Certificate>& certificates, const std::string& path) {
+    for (const Certificate& certificate : certificates) {
       if (!fits(certificate, *options)) continue;
-      printCertificate(certificate, each.path(), *options, streams);
-      if (!options->has('a')) return kSuccess;
+      printCertificate(certificate, path, *options, streams);
+      if (!options->has('a')) return true;
     }
+    return false;
+  };
+  for (const auto& each : *keychains) {
+    if (print(each.certificates(), each.path())) return kSuccess;
   }
+  if (options->operands().empty() && print(systemCertificates(), systemKeychain())) return kSuccess;
   // A list may be empty; a single certificate that was asked for may not be missing.
   return options->has('a') ? kSuccess : reportStatus(kCall, OsStatus::kItemNotFound, streams);
 }

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "keychain/identities.h"
+#include "keychain/locations.h"
 #include "programs/security/Options.h"
 #include "programs/security/commands.h"
 #include "programs/security/keychain_choice.h"
@@ -53,14 +54,34 @@ std::string upperCase(std::string text) {
   return text;
 }
 
-void printList(const std::vector<Identity>& identities, bool validOnly, const Streams& streams) {
+// An identity and what keeps it from being valid, in the original's words; empty for nothing.
+struct Judged {
+  Identity identity;
+  std::string_view fault;
+};
+
+std::vector<Judged> judged(std::vector<Identity> identities,
+                           const std::vector<keychain::Keychain>& keychains) {
+  std::vector<Judged> result;
+  for (Identity& each : identities) {
+    const Certificate& leaf = each.leaf;
+    std::string_view fault;
+    if (!keychain::isValidNow(leaf)) {
+      fault = " (CSSMERR_TP_CERT_EXPIRED)";
+    } else if (keychain::chainEnd(leaf, keychain::completeChain(keychains, leaf)) != nullptr) {
+      fault = " (CSSMERR_TP_NOT_TRUSTED)";
+    }
+    result.push_back({std::move(each), fault});
+  }
+  return result;
+}
+
+void printList(const std::vector<Judged>& identities, bool validOnly, const Streams& streams) {
   int count = 0;
-  for (const Identity& identity : identities) {
-    const bool valid = keychain::isValidNow(identity.leaf);
-    if (validOnly && !valid) continue;
+  for (const auto& [identity, fault] : identities) {
+    if (validOnly && !fault.empty()) continue;
     streams.out(fmt::format("{:3}) {} \"{}\"{}\n", ++count, upperCase(identity.leaf.sha1Hex()),
-                            identity.leaf.inferredLabel(),
-                            valid ? "" : " (CSSMERR_TP_CERT_EXPIRED)"));
+                            identity.leaf.inferredLabel(), fault));
   }
   streams.out(fmt::format("     {} {}identities found\n", count, validOnly ? "valid " : ""));
 }
@@ -78,7 +99,10 @@ int findIdentity(const Words& words, const Streams& streams) {
       chosenKeychains(options->operands(), "SecIdentitySearchCreate", &status, streams);
   if (!keychains) return status;
 
-  const std::vector<Identity> identities = identitiesFor(*keychains, *policy);
+  // Issuers are looked for where codesign does, not only in the keychains that were named.
+  std::vector<keychain::Keychain> issuers = keychain::openSearchList();
+  issuers.insert(issuers.begin(), keychains->begin(), keychains->end());
+  const std::vector<Judged> identities = judged(identitiesFor(*keychains, *policy), issuers);
   if (!options->has('v')) {
     streams.out(fmt::format("\nPolicy: {}\n  Matching identities\n", policy->title));
     printList(identities, false, streams);

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 
 #include "host/files.h"
+#include "host/terminal.h"
 #include "keychain/item_files.h"
 #include "keychain/locations.h"
 #include "keychain/settings.h"
@@ -38,6 +40,11 @@ int refused(ReadResult reason, const Streams& streams) {
       return reportFailure(
           fmt::format("{}: The encryption of this file is not supported by this host's OpenSSL "
                       "(is its legacy provider installed?)",
+                      kCall),
+          streams);
+    case ReadResult::kTooCostly:
+      return reportFailure(
+          fmt::format("{}: The file asks for more than ten million rounds over its password.",
                       kCall),
           streams);
     default:
@@ -76,6 +83,28 @@ Words withoutAttributes(const Words& words) {
   return result;
 }
 
+// "file:PATH" and "fd:N" keep a passphrase out of the list of processes: its first line counts.
+bool resolvePassphrase(std::optional<std::string>* password, const Streams& streams) {
+  std::string path;
+  if (password->value_or("").starts_with("file:")) path = (*password)->substr(5);
+  if (password->value_or("").starts_with("fd:")) path = "/dev/fd/" + (*password)->substr(3);
+  if (path.empty()) return true;
+  std::string contents;
+  ErrorText error;
+  if (!readFile(path, &contents, &error)) {
+    reportFailure(fmt::format("Error reading passphrase from {}: {}", path, error.text()), streams);
+    return false;
+  }
+  *password = contents.substr(0, contents.find_first_of("\r\n"));
+  return true;
+}
+
+std::string passwordNotGiven() {
+  const char* set = std::getenv("TOVREK_KEYCHAIN_PASSWORD");
+  if (set != nullptr) return set;
+  return inputIsTyped() ? readUnseen("passphrase of the file: ") : "";
+}
+
 // The items of a file, or the key on a token that a URI names, on the command line or in a file.
 int readInput(const std::string& input, const std::optional<std::string>& password, Items* items,
               const Streams& streams) {
@@ -85,12 +114,18 @@ int readInput(const std::string& input, const std::optional<std::string>& passwo
     return reportFailure(fmt::format("Error reading infile {}: {}", input, error.text()), streams);
   }
   if (const auto uri = keychain::tokenUriIn(bytes)) {
-    const auto key = keychain::loadTokenKey(*uri, &error);
+    const bool isTyped = keychain::tokenUriIn(input).has_value();
+    const auto key = keychain::loadTokenKey(
+        *uri, isTyped ? keychain::UriSource::kCommandLine : keychain::UriSource::kFile, &error);
     if (!key) return reportFailure(fmt::format("{}: {}", kCall, error.text()), streams);
-    items->tokenKeys.push_back({*uri, keychain::publicKeyId(key)});
+    items->tokenKeys.push_back({keychain::withoutModule(*uri), keychain::publicKeyId(key)});
     return kSuccess;
   }
-  const ReadResult read = keychain::readItems(bytes, password, items);
+  ReadResult read = keychain::readItems(bytes, password, items);
+  if (read == ReadResult::kWrongPassword && !password) {
+    *items = {};
+    read = keychain::readItems(bytes, passwordNotGiven(), items);
+  }
   return read == ReadResult::kRead ? kSuccess : refused(read, streams);
 }
 
@@ -104,8 +139,9 @@ int importItems(const Words& words, const Streams& streams) {
     return kUsage;
   }
   Items items;
-  if (const int status =
-          readInput(options->operands().front(), options->value('P'), &items, streams);
+  std::optional<std::string> password = options->value('P');
+  if (!resolvePassphrase(&password, streams)) return kFailure;
+  if (const int status = readInput(options->operands().front(), password, &items, streams);
       status != kSuccess) {
     return status;
   }

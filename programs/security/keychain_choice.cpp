@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "host/file_status.h"
 #include "host/files.h"
 #include "keychain/locations.h"
 #include "programs/security/status.h"
@@ -73,13 +74,19 @@ std::optional<keychain::Keychain> keychainToFill(const std::optional<std::string
 }
 
 int writeResult(const std::optional<std::string>& path, std::string_view content,
-                const Streams& streams) {
+                const Streams& streams, Secrecy secrecy) {
   if (!path) {
     streams.out(content);
     return kSuccess;
   }
   ErrorText error;
-  if (writeFileOrDevice(*path, content, &error)) return kSuccess;
+  constexpr uint32_t kOwnerAlone = 0600;
+  const auto status = statusOf(*path);
+  const bool replaces = !status || status->kind == ItemKind::kFile;
+  const bool written = secrecy == Secrecy::kSecret && replaces
+                           ? writeFileAtomically(*path, std::span(&content, 1), kOwnerAlone, &error)
+                           : writeFileOrDevice(*path, content, &error);
+  if (written) return kSuccess;
   return reportFailure(fmt::format("unable to open \"{}\" for writing: {}", *path, error.text()),
                        streams);
 }

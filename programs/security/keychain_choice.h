@@ -29,7 +29,9 @@ std::optional<keychain::Keychain> keychainToFill(const std::optional<std::string
 
 // Where a command's output goes: a file replaced as a whole, a device or pipe written to, standard
 // output for none. Answers the exit status, a failure being reported.
+// A file with secrets is for its owner alone, whatever stood there.
+enum class Secrecy { kPublic, kSecret };
 int writeResult(const std::optional<std::string>& path, std::string_view content,
-                const Streams& streams);
+                const Streams& streams, Secrecy secrecy = Secrecy::kPublic);
 
 }  // namespace tovrek::security

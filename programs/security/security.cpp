@@ -21,7 +21,7 @@ struct Entry {
   std::string_view usage;
 };
 
-constexpr std::array<Entry, 23> kCommands = {{
+constexpr std::array<Entry, 22> kCommands = {{
     {"list-keychains", listKeychains, "Display or manipulate the keychain search list.",
      "[-d user|system|common|dynamic] [-s [keychain...]]"},
     {"default-keychain", defaultKeychain, "Display or set the default keychain.",

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "formats/authorities.h"
 #include "formats/openssl_owners.h"
 #include "host/files.h"
 #include "keychain/item_files.h"
@@ -64,7 +65,8 @@ std::vector<std::string> valuesOf(const Words& words, std::string_view option) {
   return values;
 }
 
-// Where no root is named, every self-signed certificate of the keychains is trusted.
+// Where no root is named, every self-signed certificate of the keychains and of this host is
+// trusted.
 struct Pool {
   StoreOwner roots{X509_STORE_new()};
   CertificateList others{sk_X509_new_null()};
@@ -141,12 +143,14 @@ int verifyCertificate(const Words& words, const Streams& streams) {
   Pool pool;
   for (const Certificate& each : given->certificates) pool.offer(each);
   for (const Certificate& each : roots->certificates) pool.trust(each);
-  for (const auto& keychain : *keychains) {
-    for (const Certificate& each : keychain.certificates()) {
+  const auto add = [&](const std::vector<Certificate>& certificates) {
+    for (const Certificate& each : certificates) {
       pool.offer(each);
       if (roots->certificates.empty() && each.isSelfIssued()) pool.trust(each);
     }
-  }
+  };
+  for (const auto& keychain : *keychains) add(keychain.certificates());
+  add(authorityCertificates());
   const Certificate& leaf = given->certificates.front();
   int error = chainError(leaf, pool);
   if (error == X509_V_OK && options->value('p').value_or("") == "codeSign" &&

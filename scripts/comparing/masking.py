@@ -10,7 +10,7 @@ import re
 GIVEN_ID = "0F1E2D3C-0000-4000-8000-00000000000A"
 # Of the form that is generated; those that linkers compute are of another one.
 UUID = r"(?!0F1E2D3C)[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}"
-TIME = r"\d\d:\d\d(?::\d\d)?(?:\.\d+)?"
+TIME = r"\d?\d:\d\d(?::\d\d)?(?:\.\d+)?"
 
 
 def days_around(now):

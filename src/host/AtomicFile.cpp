@@ -24,10 +24,14 @@ UniqueFd createTemporaryBeside(const std::string& target, std::string* path) {
   return fd;
 }
 
-// That of the old file when one stands there.
+// That of the old file when one of this user's stands there. Never its set-id bits, and nothing of
+// somebody else's: the new contents would run with rights that were given to the old ones, or be
+// open to whom another user chose.
 uint32_t modeForNewFile(const std::string& path) {
-  const auto old = statusNoFollow(path);
-  return old && old->kind == ItemKind::kFile ? old->mode & 07777 : 0666 & ~creationMask();
+  struct stat old {};
+  const bool isOwn =
+      ::lstat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode) && old.st_uid == ::geteuid();
+  return isOwn ? old.st_mode & 0777 : 0666 & ~creationMask();
 }
 
 }  // namespace

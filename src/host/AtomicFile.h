@@ -45,7 +45,8 @@ class AtomicFile {
   // Has everything on the disk; commit() then only renames.
   bool flush(ErrorText* error = nullptr);
   // fsync and rename. The file gets the permission bits `mode`; without them it keeps those of a
-  // file that stood there, else it gets 0666 less the umask.
+  // file of this user that stood there (read, write and run; never set-id), else it gets 0666 less
+  // the umask.
   bool commit(ErrorText* error = nullptr, std::optional<uint32_t> mode = std::nullopt);
   // The same where nothing may stand yet.
   bool commitNew(uint32_t mode, ErrorText* error = nullptr);

@@ -75,6 +75,8 @@ bool readSingleFile(const std::string& path, Items* items, ErrorText* error) {
       return fail(error, "The file is encrypted; give its password in TOVREK_KEYCHAIN_PASSWORD.");
     case ReadResult::kUnsupported:
       return fail(error, "The file's encryption is not supported by this host's OpenSSL.");
+    case ReadResult::kTooCostly:
+      return fail(error, "The file asks for more than ten million rounds over its password.");
     case ReadResult::kUnknownFormat:
       break;
   }
@@ -165,12 +167,9 @@ bool Keychain::readFolder(ErrorText* error) {
     if (canWait(name, bytes)) {
       deferred_.push_back({deletingPathExtension(name), file});
     } else if (const auto uri = tokenUriIn(bytes)) {
-      ErrorText reason;
-      if (auto key = loadTokenKey(*uri, &reason)) {
-        items_.keys.push_back(std::move(key));
-      } else {
-        problems_.push_back(fmt::format("{}: {}.", file, reason.text()));
-      }
+      // To learn whose key it is its token would have to be asked, and its module run.
+      problems_.push_back(fmt::format(
+          "{}: names a key on a token; security import it once, and remove the file.", file));
     } else if (readUnlocked(bytes, passwords, &items_) == ReadResult::kWrongPassword) {
       problems_.push_back(fmt::format("{}: its password is not known.", file));
     }

@@ -1,11 +1,15 @@
 #include "keychain/identities.h"
 
 #include <fmt/format.h>
+#include <openssl/x509.h>
 
 #include <algorithm>
 #include <set>
+#include <tuple>
 
+#include "formats/authorities.h"
 #include "formats/hex.h"
+#include "formats/openssl_owners.h"
 #include "host/clock.h"
 #include "host/paths.h"
 
@@ -88,19 +92,71 @@ LookupResult cannotSign(const Certificate& certificate, std::string_view name) {
       fmt::format("The certificate \"{}\" is not meant for code signing.", nameOf(certificate)));
 }
 
+// "C = US, O = ..., CN = ..." of a name in DER.
+std::string nameText(std::string_view der) {
+  using Owner = std::unique_ptr<X509_NAME, Freer<X509_NAME_free>>;
+  const unsigned char* at = asBytes(der);
+  const Owner name(d2i_X509_NAME(nullptr, &at, static_cast<long>(der.size())));
+  const BioOwner text(BIO_new(BIO_s_mem()));
+  constexpr unsigned long kUtf8 =
+      XN_FLAG_ONELINE & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
+  if (!name || X509_NAME_print_ex(text.get(), name.get(), 0, kUtf8) < 0) return "";
+  return contentsOf(text.get());
+}
+
+// What a user has to get hold of.
+std::string noIssuer(const Certificate& end, const std::vector<Certificate>& chain) {
+  const std::string key = hexUpper(end.authorityKeyIdentifier());
+  const std::string issuer = fmt::format("\"{}\"{}", nameText(end.issuerDer()),
+                                         key.empty() ? "" : ", key identifier " + key);
+  const auto expired = std::ranges::find_if(
+      chain, [&](const Certificate& each) { return end.issuerDer() == each.subjectDer(); });
+  const std::string what = expired == chain.end() || isValidNow(*expired)
+                               ? "no certificate of its issuer is in the keychains or on this host"
+                               : "all certificates of its issuer that are there have expired";
+  return fmt::format(
+      "\"{}\": {}: {}. Get the issuer's certificate from the authority and add it: security import "
+      "FILE",
+      nameOf(end), what, issuer);
+}
+
 bool namesKeyOf(const Certificate& certificate, const Certificate& issuer) {
   return !certificate.authorityKeyIdentifier().empty() &&
          certificate.authorityKeyIdentifier() == issuer.subjectKeyIdentifier();
 }
 
-const Certificate* issuerOf(const Certificate& certificate,
-                            const std::vector<const Certificate*>& pool) {
+// The host's own certificates are read when the keychains' do not suffice.
+class IssuerPool {
+ public:
+  explicit IssuerPool(const std::vector<Keychain>& keychains) {
+    for (const Keychain& keychain : keychains) {
+      for (const Certificate& certificate : keychain.certificates()) pool_.push_back(&certificate);
+    }
+  }
+  const Certificate* issuerOf(const Certificate& certificate);
+
+ private:
+  const Certificate* best(const Certificate& certificate) const;
+
+  std::vector<const Certificate*> pool_;
+  std::optional<std::vector<Certificate>> ofHost_;
+};
+
+const Certificate* IssuerPool::issuerOf(const Certificate& certificate) {
+  const Certificate* found = best(certificate);
+  if (ofHost_ || (found != nullptr && isValidNow(*found))) return found;
+  ofHost_ = authorityCertificates();
+  for (const Certificate& each : *ofHost_) pool_.push_back(&each);
+  return best(certificate);
+}
+
+const Certificate* IssuerPool::best(const Certificate& certificate) const {
   const auto rank = [&](const Certificate* candidate) {
     return std::make_tuple(namesKeyOf(certificate, *candidate), isValidNow(*candidate),
                            candidate->notAfter());
   };
   const Certificate* best = nullptr;
-  for (const Certificate* candidate : pool) {
+  for (const Certificate* candidate : pool_) {
     if (candidate->subjectDer() != certificate.issuerDer() ||
         (best != nullptr && rank(candidate) <= rank(best)) || !certificate.isSignedBy(*candidate)) {
       continue;
@@ -119,20 +175,26 @@ bool isValidNow(const Certificate& certificate) {
 
 std::vector<Certificate> completeChain(const std::vector<Keychain>& keychains,
                                        const Certificate& leaf) {
-  std::vector<const Certificate*> pool;
-  for (const Keychain& keychain : keychains) {
-    for (const Certificate& certificate : keychain.certificates()) pool.push_back(&certificate);
-  }
+  IssuerPool pool(keychains);
   std::vector<Certificate> chain;
   std::set<std::string> used = {leaf.der()};
   const Certificate* current = &leaf;
   while (!current->isSelfIssued()) {
-    current = issuerOf(*current, pool);
+    current = pool.issuerOf(*current);
     // Certificates that issue each other would go round for ever.
     if (current == nullptr || !used.insert(current->der()).second) break;
     chain.push_back(*current);
   }
   return chain;
+}
+
+const Certificate* chainEnd(const Certificate& leaf, const std::vector<Certificate>& chain) {
+  const Certificate* last = &leaf;
+  for (const Certificate& each : chain) {
+    if (!each.isSelfIssued() && !isValidNow(each)) return last;
+    last = &each;
+  }
+  return last->isSelfIssued() ? nullptr : last;
 }
 
 LookupResult findSigningIdentity(const std::vector<Keychain>& keychains, std::string_view name) {
@@ -155,6 +217,9 @@ LookupResult findSigningIdentity(const std::vector<Keychain>& keychains, std::st
                    std::string(reason.text()));
   }
   chosen.chain = completeChain(keychains, chosen.leaf);
+  if (const Certificate* end = chainEnd(chosen.leaf, chosen.chain)) {
+    return {Lookup::kNoChain, std::nullopt, chosen.leaf.signerName(), noIssuer(*end, chosen.chain)};
+  }
   return {Lookup::kFound, std::move(chosen), {}, {}};
 }
 

@@ -14,6 +14,7 @@ enum class ReadResult {
   kUnknownFormat,  // neither certificate nor key in it
   kWrongPassword,  // or none given where one is needed
   kUnsupported,    // encrypted in a way that this host's OpenSSL cannot undo
+  kTooCostly,      // wants a password turned round more than ten million times
 };
 
 // Appends what the bytes hold to `items`; the format is recognised by the content. Without a

@@ -80,7 +80,7 @@ PrivateKey loadKey(const DeferredKey& key, ErrorText* error) {
   }
   PrivateKey loaded;
   if (const auto uri = tokenUriIn(contents)) {
-    loaded = loadTokenKey(*uri, error);
+    loaded = loadTokenKey(*uri, UriSource::kFile, error);
     if (!loaded) return nullptr;
   } else {
     const std::string keychain = containingFolder(key.file);

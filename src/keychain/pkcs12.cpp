@@ -97,6 +97,18 @@ class BagReader {
   bool complete_ = true;
 };
 
+// Programs write some thousands, or a million. Far more keeps a processor busy for hours before
+// the password is even known to be wrong.
+constexpr int64_t kMostRounds = 10'000'000;
+
+bool isMacAffordable(const PKCS12* file) {
+  const ASN1_INTEGER* rounds = nullptr;
+  PKCS12_get0_mac(nullptr, nullptr, nullptr, &rounds, file);
+  int64_t count = 1;
+  return rounds == nullptr ||
+         (ASN1_INTEGER_get_int64(&count, rounds) == 1 && count >= 0 && count <= kMostRounds);
+}
+
 bool fits(PKCS12* file, const char* password) {
   return PKCS12_verify_mac(file, password, password == nullptr ? 0 : -1) == 1;
 }
@@ -128,6 +140,10 @@ ReadResult readPkcs12(std::string_view bytes, const std::optional<std::string>& 
   if (!file) {
     ERR_clear_error();
     return ReadResult::kUnknownFormat;
+  }
+  if (!isMacAffordable(file.get())) {
+    ERR_clear_error();
+    return ReadResult::kTooCostly;
   }
   allowLegacyCiphers();
   const Choice choice = choosePassword(file.get(), password);

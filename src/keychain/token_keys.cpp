@@ -13,6 +13,7 @@
 
 #include "formats/hex.h"
 #include "host/files.h"
+#include "host/own_files.h"
 #include "host/paths.h"
 
 namespace tovrek::keychain {
@@ -87,6 +88,10 @@ bool readPin(std::string_view source, std::optional<std::string>* pin, ErrorText
   if (path.starts_with("//")) path.remove_prefix(std::min(path.find('/', 2), path.size()));
   std::string contents;
   ErrorText reason;
+  if (fileExists(std::string(path)) && !isOwnRegularFile(std::string(path))) {
+    return fail(error,
+                fmt::format("cannot read the PIN from \"{}\": it is no file of your own", path));
+  }
   if (!readFile(std::string(path), &contents, &reason)) {
     return fail(error, fmt::format("cannot read the PIN from \"{}\": {}", path, reason.text()));
   }
@@ -183,12 +188,28 @@ std::optional<std::string> tokenUriIn(std::string_view fileContents) {
   return line.starts_with(kScheme) ? std::optional(trimmed(line)) : std::nullopt;
 }
 
-PrivateKey loadTokenKey(const std::string& text, ErrorText* error) {
+std::string withoutModule(const std::string& uri) {
+  const auto isModule = [](std::string_view name, const std::string&) {
+    return name == "module-path";
+  };
+  const size_t mark = std::min(uri.find('?'), uri.size());
+  const std::string path = attributesLeft(std::string_view(uri).substr(0, mark), ';', isModule);
+  const std::string query =
+      attributesLeft(std::string_view(uri).substr(std::min(mark + 1, uri.size())), '&', isModule);
+  return query.empty() ? path : path + "?" + query;
+}
+
+PrivateKey loadTokenKey(const std::string& text, UriSource source, ErrorText* error) {
   TokenUri uri = parseUri(text);
   const auto failed = [&](std::string_view why) {
     fail(error, fmt::format("{}: {}", uri.path, why));
     return nullptr;
   };
+  if (source == UriSource::kFile && uri.module) {
+    return failed(
+        "a file may not name the module: give module-path on the command line, or "
+        "TOVREK_PKCS11_MODULE");
+  }
   ErrorText reason;
   if (!complete(&uri, &reason)) return failed(reason.text());
   SharedEngine& shared = sharedEngine();

@@ -3,12 +3,16 @@
 #include <algorithm>
 #include <cstdlib>
 
+#include "formats/authorities.h"
+#include "host/clock.h"
 #include "host/paths.h"
 
 namespace tovrek::signing {
 namespace {
 
-constexpr std::string_view kAppleRootSha1 = "611e5b662c593a08ff58d14ae22452d198df6c60";
+// "Apple Root CA" and "Apple Root CA - G3".
+constexpr std::string_view kAppleRootsSha1[] = {"611e5b662c593a08ff58d14ae22452d198df6c60",
+                                                "b52cb02fd567e0359fe8fa4d4c41037970fe01b0"};
 constexpr size_t kLongestChain = 16;
 
 // Marks of leaves that belong to a team: development, iOS distribution, Mac development, Mac
@@ -19,9 +23,27 @@ constexpr const char* kTeamLeafOids[] = {"1.2.840.113635.100.6.1.2", "1.2.840.11
 
 bool isTrustedRoot(const Certificate& certificate) {
   const std::string sha1 = certificate.sha1Hex();
-  if (sha1 == kAppleRootSha1) return true;
+  if (std::ranges::find(kAppleRootsSha1, sha1) != std::end(kAppleRootsSha1)) return true;
   const char* own = std::getenv("TOVREK_TRUSTED_ROOT_SHA1");
-  return own != nullptr && toLowerAscii(own) == sha1;
+  if (own != nullptr && toLowerAscii(own) == sha1) return true;
+  return std::ranges::any_of(
+      furtherRoots(), [&](const Certificate& root) { return root.der() == certificate.der(); });
+}
+
+// Generations of one authority can have one key: then the one that is valid now and ends last.
+const Certificate* issuerOf(const Certificate& certificate,
+                            const std::vector<Certificate>& candidates) {
+  const double now = currentTime();
+  const auto rank = [now](const Certificate& candidate) {
+    const bool valid = candidate.notBefore() <= now && now <= candidate.notAfter();
+    return std::make_pair(valid, candidate.notAfter());
+  };
+  const Certificate* best = nullptr;
+  for (const Certificate& candidate : candidates) {
+    const bool better = best == nullptr || rank(candidate) > rank(*best);
+    if (better && certificate.isIssuedBy(candidate)) best = &candidate;
+  }
+  return best;
 }
 
 }  // namespace
@@ -34,6 +56,18 @@ CertificateChain CertificateChain::build(const Certificate& leaf,
         others.begin(), others.end(),
         [&](const Certificate& candidate) { return chain.back().isIssuedBy(candidate); });
     if (issuer == others.end()) break;
+    chain.push_back(*issuer);
+  }
+  return CertificateChain(std::move(chain));
+}
+
+CertificateChain CertificateChain::completed() const {
+  if (empty() || certificates_.back().isSelfIssued()) return *this;
+  const std::vector<Certificate> known = authorityCertificates();
+  std::vector<Certificate> chain = certificates_;
+  while (chain.size() < kLongestChain && !chain.back().isSelfIssued()) {
+    const Certificate* issuer = issuerOf(chain.back(), known);
+    if (issuer == nullptr) break;
     chain.push_back(*issuer);
   }
   return CertificateChain(std::move(chain));

@@ -28,12 +28,17 @@ class CertificateChain {
   // Slot numbers as requirements write them: 0 is the leaf, -1 the last one; null beyond the ends.
   const Certificate* at(int slot) const;
 
-  // Whether the chain reaches Apple's root certificate, which is known by its SHA-1.
+  // This chain with the missing issuers from those that the host knows, see authorities.h. Where
+  // it ends at a root already, nothing is read.
+  CertificateChain completed() const;
+
+  // Whether the chain reaches one of Apple's root certificates, which are known by their SHA-1.
   //
   // An organisation that runs its own test authority can have its root treated like Apple's by
-  // naming that root's SHA-1 (40 hexadecimal digits) in $TOVREK_TRUSTED_ROOT_SHA1; its signatures
-  // then get a team identifier and Apple's form of the designated requirement. Devices know
-  // nothing of that: it is for trying things out where no Apple-issued identity is at hand.
+  // putting it into one of rootFolders(), or by naming its SHA-1 (40 hexadecimal digits) in
+  // $TOVREK_TRUSTED_ROOT_SHA1; its signatures then get a team identifier and Apple's form of the
+  // designated requirement. Devices know nothing of that: it is for trying things out where no
+  // Apple-issued identity is at hand.
   bool isApples() const;
   // As isApples(), with the shape of development and distribution certificates: three long, with
   // a marked intermediate.

@@ -32,6 +32,9 @@ TEST(Files, WriteKeepsModeAndNeverWritesThroughLinks) {
   ASSERT_TRUE(writeFileAtomically(file, "new"));
   EXPECT_EQ(contentsOf(file), "new");
   EXPECT_EQ(modeOf(file), 0751u);
+  ::chmod(file.c_str(), 06755);
+  ASSERT_TRUE(writeFileAtomically(file, "new"));
+  EXPECT_EQ(modeOf(file), 0755u) << "new contents never inherit set-id bits";
 
   const std::string link = folder.file("link");
   ASSERT_EQ(::symlink(file.c_str(), link.c_str()), 0);

@@ -138,8 +138,11 @@ TEST_F(Identities, ChainFollowsTheIssuersKey) {
     for (const Certificate& each : found.identity->chain) ders.push_back(each.der());
     return ders;
   };
-  const std::vector<std::string> upToSecond = {test::derOf(second.certificate)};
-  EXPECT_EQ(chainOf({open("kc"), open("issuers")}, "Leaf"), upToSecond);
+  // Without its root the chain is open, and nothing is signed.
+  const LookupResult withoutRoot = findSigningIdentity({open("kc"), open("issuers")}, "Leaf");
+  EXPECT_EQ(withoutRoot.outcome, Lookup::kNoChain);
+  EXPECT_THAT(withoutRoot.detail, HasSubstr("no certificate of its issuer is in the keychains"));
+  EXPECT_THAT(withoutRoot.detail, HasSubstr("CN = Root"));
 
   store("issuers", "root", root, false);
   const std::vector<std::string> whole = {test::derOf(second.certificate),
@@ -151,6 +154,45 @@ TEST_F(Identities, ChainFollowsTheIssuersKey) {
   EXPECT_TRUE(completeChain({}, open("kc").certificates()[0]).empty());
   EXPECT_TRUE(
       completeChain(keychains, *Certificate::fromDer(test::derOf(root.certificate))).empty());
+}
+
+// A leaf alone signs with the issuers that the host knows; of two generations with one key the
+// expired one is passed over, and is an error where there is no other.
+TEST_F(Identities, HostCompletesTheChain) {
+  const std::string authority =
+      "basicConstraints=critical,CA:TRUE\nsubjectKeyIdentifier=hash\n"
+      "authorityKeyIdentifier=keyid\n";
+  const auto issue = [&](const std::string& name, const std::string& subject,
+                         const IdentityFiles* issuer, int days, const std::string& key) {
+    IdentityRequest request;
+    request.subject = subject;
+    request.issuer = issuer;
+    request.extensions = authority;
+    request.days = days;
+    request.existingKey = key;
+    return makeIdentity(folder_, name, request);
+  };
+  const auto root = issue("root", "/CN=Root", nullptr, 90, "");
+  const auto current = issue("current", "/CN=Intermediate", &root, 60, "");
+  const auto expired = issue("expired", "/CN=Intermediate", &root, -1, current.key);
+  const auto leaf = issue("leaf", "/CN=Leaf", &current, 30, "");
+  const std::string system = "root/System/Library/Keychains/SystemRootCertificates.keychain";
+  store(system, "root", root, false);
+  store("kc", "leaf", leaf);
+  store("kc", "expired", expired, false);
+  const test::ScopedEnvironment host("TOVREK_HOST_ROOT", folder_.file("root"));
+  const test::ScopedEnvironment config("XDG_CONFIG_HOME", folder_.file("config"));
+
+  const LookupResult refused = findSigningIdentity({open("kc")}, "Leaf");
+  EXPECT_EQ(refused.outcome, Lookup::kNoChain);
+  EXPECT_THAT(refused.detail, HasSubstr("that are there have expired"));
+
+  store(system, "current", current, false);
+  const LookupResult found = findSigningIdentity({open("kc")}, "Leaf");
+  ASSERT_TRUE(found.identity) << found.detail;
+  ASSERT_EQ(found.identity->chain.size(), 2U);
+  EXPECT_EQ(found.identity->chain[0].der(), test::derOf(current.certificate));
+  EXPECT_EQ(found.identity->chain[1].der(), test::derOf(root.certificate));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // Commands of `security` that hand items out, delete them or judge them.
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include "formats/Certificate.h"
 #include "host/files.h"
@@ -276,6 +277,26 @@ TEST_F(SecurityItems, CommandsFromStandardInput) {
   EXPECT_EQ(run({"security", "-q", "-i"}, "list-keychains\ndelete-keychain none").status, 50);
 
   EXPECT_EQ(wordsOf(R"(a 'b \' "" "\"c\\")"), (Words{"a", "b \\", "", "\"c\\"}));
+}
+
+// A passphrase need not stand on the command line, and exported keys are their owner's alone.
+TEST_F(SecurityTest, PassphrasesFromElsewhereAndModesOfExports) {
+  const IdentityFiles id = makeNamed("id", "Acme");
+  const std::string p12 = makePkcs12(folder_, "dist", id, "p12pw");
+  const std::string file = folder_.write("pw", "p12pw\nrest\n");
+  expectRun({"security", "import", p12, "-P", "file:" + folder_.file("none")}, 1, "",
+            "security: Error reading passphrase from " + folder_.file("none") +
+                ": No such file or directory\n");
+  EXPECT_EQ(run({"security", "import", p12}).status, 1);
+  expectRun({"security", "import", p12, "-P", "file:" + file}, 0, "1 identity imported.\n");
+  removeItem(dataFolder() + "/keychain");
+  const ScopedEnvironment password("TOVREK_KEYCHAIN_PASSWORD", "p12pw");
+  expectRun({"security", "import", p12}, 0, "1 identity imported.\n");
+
+  const std::string out = folder_.write("out.p12", "open to all");
+  ASSERT_EQ(::chmod(out.c_str(), 0666), 0);
+  expectRun({"security", "export", "-P", "x", "-o", out}, 0, "");
+  EXPECT_EQ(fileMode(out), 0600U);
 }
 
 }  // namespace

@@ -72,7 +72,7 @@ TEST_F(TokenTest, KeysAreFoundByUriModuleAndPin) {
     EXPECT_THAT(outcome.errorOutput, testing::Not(HasSubstr("1234")));
     if (c.problem.empty()) {
       EXPECT_EQ(fileMode(keyFile()), 0600u);
-      EXPECT_EQ(contentsOf(keyFile()), c.uri + "\n");
+      EXPECT_THAT(contentsOf(keyFile()), testing::Not(HasSubstr("module-path")));
       removeItem(keychain());
     } else {
       EXPECT_THAT(outcome.errorOutput, HasSubstr("security: SecKeychainItemImport: pkcs11:"));
@@ -96,7 +96,10 @@ TEST_F(TokenTest, SignsCodeAndMessages) {
     const IdentityFiles files = makeIdentity(folder_, "with-" + std::string(label), request);
     const std::string uri =
         SoftToken::uri("token=build;object=" + std::string(label), "pin-value=1234");
-    expectRun({"security", "import", folder_.write("uri", uri + "\r\n")}, 0, "1 key imported.\n");
+    const ScopedEnvironment module("TOVREK_PKCS11_MODULE", SoftToken::kModule);
+    EXPECT_THAT(run({"security", "import", folder_.write("uri", uri + "\r\n")}).errorOutput,
+                HasSubstr("a file may not name the module"));
+    expectRun({"security", "import", uri}, 0, "1 key imported.\n");
     expectRun({"security", "import", uri}, 45, "",
               "security: SecKeychainItemImport: The specified item already exists in the "
               "keychain.\n");
@@ -117,8 +120,9 @@ TEST_F(TokenTest, SignsCodeAndMessages) {
   }
 }
 
-// A file named by a digest is asked for its key when that signs, one put there by hand at once.
+// A file named by a digest is asked for its key when that signs, one put there by hand never.
 TEST_F(TokenTest, KeyFilesThatDoNotLeadToTheKey) {
+  const ScopedEnvironment module("TOVREK_PKCS11_MODULE", SoftToken::kModule);
   ASSERT_EQ(run({"security", "import", SoftToken::uri(key_, "pin-value=1234")}).status, 0);
   ASSERT_EQ(run({"security", "import", id_.certificate}).status, 0);
   const IdentityFiles other = makeNamed("other", "Other");
@@ -129,13 +133,16 @@ TEST_F(TokenTest, KeyFilesThatDoNotLeadToTheKey) {
   const struct {
     std::string file, uri, text;
   } cases[] = {
-      {digestName, wrongPin, "Acme: errSecInternalComponent (pkcs11:" + key_ + ": PIN incorrect)"},
-      {digestName, SoftToken::uri("object=other", "pin-value=1234"),
+      {digestName, "pkcs11:" + key_ + "?pin-value=0",
+       "Acme: errSecInternalComponent (pkcs11:" + key_ + ": PIN incorrect)"},
+      {digestName, "pkcs11:object=other?pin-value=1234",
        digestName + ": holds the key of another certificate"},
       {plainName, wrongPin,
        "Acme: no identity found (The certificate \"Acme\" is in " + keychain() +
-           ", but its private key is not. " + plainName + ": pkcs11:" + key_ + ": PIN incorrect.)"},
-      {plainName, SoftToken::uri(key_, "pin-value=1234"), ""},
+           ", but its private key is not. " + plainName +
+           ": names a key on a token; security import it once, and remove the file.)"},
+      {digestName, SoftToken::uri(key_, "pin-value=1234"), "a file may not name the module"},
+      {digestName, "pkcs11:" + key_ + "?pin-value=1234", ""},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.uri);

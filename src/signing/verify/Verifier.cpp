@@ -38,6 +38,17 @@ constexpr uint32_t kLastKnownSlot = 0x10002;
 // Some linkers put blobs at multiples of this.
 constexpr ptrdiff_t kBlobAlignment = 8;
 
+// Bundles in bundles; a seal that leads further was made to.
+constexpr int kDeepestNesting = 64;
+
+// Whether the item lies below the bundle's own folder, links resolved: a seal that names the bundle
+// itself, or code elsewhere, would be followed for ever or out of it.
+bool liesInside(const CodeObject& object, const std::string& path) {
+  const auto root = realPath(object.root);
+  const auto item = realPath(path);
+  return root && item && item->starts_with(*root + "/");
+}
+
 // Whether only zeros, and no more than an alignment takes, lie between the two.
 bool isFilling(const char* from, const char* to) {
   return to >= from && to - from < kBlobAlignment &&
@@ -190,8 +201,9 @@ bool Verifier::checkMessage(const CodeSignature& signature) {
   if (signature.isAdhoc()) return signature.cms().empty() || failed(kInvalidSignature);
   const auto cms = CmsSignature::parse(signature.cms());
   if (!cms) return failed(kInvalidSignature);
-  if (const char* fault = messageFault(signature, *cms)) return failed(fault);
-  chain_ = cms->chain();
+  CertificateChain chain = cms->chain().completed();
+  if (const char* fault = messageFault(signature, *cms, chain)) return failed(fault);
+  chain_ = std::move(chain);
   return true;
 }
 
@@ -237,9 +249,12 @@ bool Verifier::checkNested() {
     const auto requirement = parseRequirement(nested.requirement, &reason);
     VerifyOptions options;
     options.strict = options_.strict;
+    options.depth = options_.depth + 1;
     if (requirement) options.requirement = requirement->blob();
-    const Verdict inner = verifyCode(nested.path, options);
-    if (requirement && inner.valid && inner.satisfiesRequirement) continue;
+    if (requirement && options.depth <= kDeepestNesting && liesInside(object_, nested.path)) {
+      const Verdict inner = verifyCode(nested.path, options);
+      if (inner.valid && inner.satisfiesRequirement) continue;
+    }
     verdict_.lines.push_back(kBadNested);
     verdict_.lines.push_back("In subcomponent: " + nested.path);
     return false;

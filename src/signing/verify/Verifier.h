@@ -18,6 +18,8 @@ struct VerifyOptions {
   // Also refuse what a cautious system does not load: bytes behind the signature, and links that
   // lead out of the bundle.
   bool strict = false;
+  // How many bundles this one lies in, as far as one call has followed their seals.
+  int depth = 0;
 };
 
 struct Verdict {

@@ -6,6 +6,7 @@
 #include "signing/requirements.h"
 #include "signing/verify/Verifier.h"
 #include "signing/verify/cms_structure.h"
+#include "signing/verify/signed_attributes.h"
 
 namespace tovrek::signing {
 namespace {
@@ -43,17 +44,27 @@ bool namesAll(const CodeSignature& signature, const CmsSignature& cms) {
          });
 }
 
+bool isSignedBy(const CmsSignature& cms, const CodeSignature& signature) {
+  const auto content = signature.primary().blob();
+  return cms.isSignatureOver(content) || isSignedAsWritten(cms, signature.cms(), content);
+}
+
 }  // namespace
 
-const char* messageFault(const CodeSignature& signature, const CmsSignature& cms) {
-  if (!isConsistent(cms.message(), signature.cms()) ||
-      !cms.isSignatureOver(signature.primary().blob()) || !namesAll(signature, cms)) {
+const char* messageFault(const CodeSignature& signature, const CmsSignature& cms,
+                         const CertificateChain& chain) {
+  if (!isConsistent(cms.message(), signature.cms()) || !isSignedBy(cms, signature) ||
+      !namesAll(signature, cms)) {
     return kInvalidSignature;
   }
   if (cms.timestamp() && !cms.timestamp()->isRight) return kInvalidSignature;
-  if (!cms.chain().certificates().back().isSelfSigned()) return kNotTrusted;
+  if (!chain.certificates().back().isSelfSigned()) return kNotTrusted;
   const std::string& team = signature.primary().info().teamId;
-  const bool sameTeam = team.empty() || cms.chain().leaf().organizationalUnit() == team;
+  // The authority's own software states a team that its certificate does not name.
+  const Certificate* issuer = chain.at(1);
+  const bool isOwn = chain.isApples() && issuer != nullptr &&
+                     issuer->commonName() == "Apple Code Signing Certification Authority";
+  const bool sameTeam = team.empty() || isOwn || cms.chain().leaf().organizationalUnit() == team;
   return sameTeam ? nullptr : kInvalidSignature;
 }
 
