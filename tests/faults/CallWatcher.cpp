@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <fstream>
+#include <sstream>
 #include <utility>
 
 namespace tovrek::faults {
@@ -50,6 +52,20 @@ std::string subjectOf(const seccomp_notif& question, const Call& call) {
   const std::string link = procPath(process, "fd/" + std::to_string(static_cast<int>(value)));
   const ssize_t size = ::readlink(link.c_str(), path.data(), path.size());
   return size < 0 ? "" : std::string(path.data(), static_cast<size_t>(size));
+}
+
+// Whether the code that makes the call belongs to the dynamic loader.
+bool isFromLoader(const seccomp_notif& question) {
+  std::ifstream maps(procPath(static_cast<pid_t>(question.pid), "maps"));
+  for (std::string line; std::getline(maps, line);) {
+    uint64_t begin = 0, end = 0;
+    char dash = 0;
+    std::istringstream fields(line);
+    fields >> std::hex >> begin >> dash >> end;
+    const uint64_t place = question.data.instruction_pointer;
+    if (place >= begin && place < end) return line.find("/ld-linux") != std::string::npos;
+  }
+  return false;
 }
 
 bool isExec(long number) {
@@ -110,6 +126,7 @@ bool CallWatcher::isChosen(const seccomp_notif& question, Watched* watched) {
   if (found == end) return false;
   // The first of all is the start of the command, made by this program.
   if (isExec(question.data.nr) && !std::exchange(started_, true)) return false;
+  if (found->second.group->spareLoader && isFromLoader(question)) return false;
   *watched = found->second;
   ++counts_[watched->group];
   return ++total_ == order_.hit;

@@ -24,6 +24,9 @@ struct CallGroup {
   const char* name;
   int failure;  ///< the errno that these calls fail with when the order names none
   std::vector<Call> calls;
+  /// Leaves out what the dynamic loader does: when it gets no memory it crashes, in any program,
+  /// and none of the program's own code has run by then.
+  bool spareLoader = false;
 };
 
 /// All groups. Calls that this processor's kernel does not have are left out.
