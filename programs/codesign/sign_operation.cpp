@@ -18,7 +18,8 @@ namespace {
 
 using signing::SignOptions;
 
-bool chooseIdentity(const Options& options, signing::SigningIdentity* identity, ErrorText* error) {
+bool chooseIdentity(const Options& options, const Streams& streams,
+                    signing::SigningIdentity* identity, ErrorText* error) {
   if (options.identity == "-") return true;
   std::vector<keychain::Keychain> keychains;
   if (options.keychain) {
@@ -28,6 +29,9 @@ bool chooseIdentity(const Options& options, signing::SigningIdentity* identity, 
     keychains.push_back(std::move(*opened));
   } else {
     keychains = keychain::openSearchList();
+  }
+  for (const keychain::Keychain& each : keychains) {
+    for (const std::string& line : each.unreadable()) streams.error("codesign: " + line + "\n");
   }
   const auto found = keychain::findSigningIdentity(keychains, options.identity);
   if (!found.identity) {
@@ -177,12 +181,12 @@ bool readRules(const std::string& path, std::optional<PlistDictionary>* rules, E
   return rules->has_value() || fail(error, fmt::format("{}: {}", path, reason.text()));
 }
 
-bool translate(const Options& options, SignOptions* out, ErrorText* error) {
+bool translate(const Options& options, const Streams& streams, SignOptions* out, ErrorText* error) {
   out->force = options.force;
   out->dryRun = options.dryRun;
   out->identifier = options.identifier;
   out->identifierPrefix = options.prefix;
-  return chooseIdentity(options, &out->identity, error) &&
+  return chooseIdentity(options, streams, &out->identity, error) &&
          (!options.preserve || parsePreserved(*options.preserve, &out->preserve, error)) &&
          (!options.flags || parseFlags(*options.flags, &out->flags, error)) &&
          (!options.runtimeVersion ||
@@ -200,7 +204,7 @@ bool translate(const Options& options, SignOptions* out, ErrorText* error) {
 int signPath(const std::string& path, const Options& options, const Streams& streams) {
   SignOptions translated;
   ErrorText error;
-  if (!translate(options, &translated, &error)) {
+  if (!translate(options, streams, &translated, &error)) {
     streams.error(error.text() + "\n");
     return kFailure;
   }
