@@ -45,30 +45,31 @@ std::set<std::string> languageFilesOf(const std::string& manifest) {
 // --- Steps ---
 
 // Everything of the unpacked package but the app goes over as it is.
-bool moveMetadata(Run& run, ErrorText* /*error*/) {
+bool moveMetadata(Run& run, ErrorText* error) {
   const std::string& from = run.scratch();
   const std::string& to = run.packageDir();
-  const auto names = listDirectory(from);
-  if (!names) return true;
+  const auto names = listDirectory(from, error);
+  if (!names) return false;
   for (const std::string& name : *names) {
     const std::string extension = toLowerAscii(pathExtension(name));
     if (extension != "xml" && extension != "png") continue;
     const std::string source = joinPath(from, name);
     const std::string target = joinPath(to, name);
     systemLog(fmt::format("Copying file {} to {} ", source, target));
-    moveItem(source, target);
+    ErrorText reason;
+    if (!moveItem(source, target, &reason)) return failToCopy(source, target, reason, error);
   }
   return true;
 }
 
 // Those that the manifest lists, where a setting says so.
-bool moveLanguageFiles(Run& run, ErrorText* /*error*/) {
+bool moveLanguageFiles(Run& run, ErrorText* error) {
   if (!run.context.settings.refreshOnResign) return true;
   const std::string& from = run.scratch();
   const std::string& to = run.packageDir();
   const std::set<std::string> listed = languageFilesOf(manifestIn(to));
-  const auto names = listDirectory(from);
-  if (!names) return true;
+  const auto names = listDirectory(from, error);
+  if (!names) return false;
   for (const std::string& name : *names) {
     const bool isOne = listed.contains(name) || name.starts_with("strings-");
     // These two belong to the app.
