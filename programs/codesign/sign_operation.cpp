@@ -23,7 +23,7 @@ std::string noChainText(const std::string& path, const keychain::LookupResult& f
       found.text, path, found.detail);
 }
 
-bool chooseIdentity(const std::string& path, const Options& options,
+bool chooseIdentity(const std::string& path, const Options& options, const Streams& streams,
                     signing::SigningIdentity* identity, ErrorText* error) {
   if (options.identity == "-") return true;
   std::vector<keychain::Keychain> keychains;
@@ -34,6 +34,9 @@ bool chooseIdentity(const std::string& path, const Options& options,
     keychains.push_back(std::move(*opened));
   } else {
     keychains = keychain::openSearchList();
+  }
+  for (const keychain::Keychain& each : keychains) {
+    for (const std::string& line : each.unreadable()) streams.error("codesign: " + line + "\n");
   }
   const auto found = keychain::findSigningIdentity(keychains, options.identity);
   if (found.outcome == keychain::Lookup::kNoChain) return fail(error, noChainText(path, found));
@@ -69,13 +72,13 @@ bool readRules(const std::string& path, std::optional<PlistDictionary>* rules, E
   return rules->has_value() || fail(error, fmt::format("{}: {}", path, reason.text()));
 }
 
-bool translate(const std::string& path, const Options& options, SignOptions* out,
-               ErrorText* error) {
+bool translate(const std::string& path, const Options& options, const Streams& streams,
+               SignOptions* out, ErrorText* error) {
   out->force = options.force;
   out->dryRun = options.dryRun;
   out->identifier = options.identifier;
   out->identifierPrefix = options.prefix;
-  return chooseIdentity(path, options, &out->identity, error) &&
+  return chooseIdentity(path, options, streams, &out->identity, error) &&
          (!options.preserve || parsePreserved(*options.preserve, &out->preserve, error)) &&
          (!options.flags || parseFlags(*options.flags, &out->flags, error)) &&
          (!options.runtimeVersion ||
@@ -93,7 +96,7 @@ bool translate(const std::string& path, const Options& options, SignOptions* out
 int signPath(const std::string& path, const Options& options, const Streams& streams) {
   SignOptions translated;
   ErrorText error;
-  if (!translate(path, options, &translated, &error)) {
+  if (!translate(path, options, streams, &translated, &error)) {
     streams.error(error.text() + "\n");
     return kFailure;
   }

@@ -80,7 +80,8 @@ int showPackage(std::string_view package, bool asPlist, const Streams& streams) 
     streams.error(fmt::format("No receipt for '{}' found at '/'.\n", package));
     return 1;
   }
-  streams.out(fmt::format(fmt::runtime(asPlist ? kPlist : kText), package, *installed, kToolVersion));
+  streams.out(
+      fmt::format(fmt::runtime(asPlist ? kPlist : kText), package, *installed, kToolVersion));
   return 0;
 }
 

@@ -68,6 +68,7 @@ int sign(const Options& options, std::vector<keychain::Keychain> keychains,
          const Streams& streams) {
   if (!options.has('N') && !options.has('Z')) return kUsage;
   if (keychains.empty()) keychains = keychain::openSearchList();
+  tellUnreadable(keychains, streams);
   const auto signer = signerFor(options, keychains);
   const std::string wanted = options.value('N').value_or(options.value('Z').value_or(""));
   if (!signer) {

@@ -20,10 +20,20 @@ bool isThere(const std::string& path) {
 
 }  // namespace
 
+void tellUnreadable(const std::vector<keychain::Keychain>& keychains, const Streams& streams) {
+  for (const keychain::Keychain& each : keychains) {
+    for (const std::string& line : each.unreadable()) streams.error("security: " + line + "\n");
+  }
+}
+
 std::optional<std::vector<keychain::Keychain>> chosenKeychains(
     const std::vector<std::string>& names, std::string_view call, int* status,
     const Streams& streams) {
-  if (names.empty()) return keychain::openSearchList();
+  if (names.empty()) {
+    auto searched = keychain::openSearchList();
+    tellUnreadable(searched, streams);
+    return searched;
+  }
   std::vector<keychain::Keychain> result;
   for (const std::string& name : names) {
     const std::string path = keychain::resolveKeychain(name);
@@ -39,6 +49,7 @@ std::optional<std::vector<keychain::Keychain>> chosenKeychains(
     }
     result.push_back(std::move(*opened));
   }
+  tellUnreadable(result, streams);
   return result;
 }
 

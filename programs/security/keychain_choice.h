@@ -10,6 +10,9 @@
 
 namespace tovrek::security {
 
+// A line on standard error for each file that could not be read.
+void tellUnreadable(const std::vector<keychain::Keychain>& keychains, const Streams& streams);
+
 // The named keychains, or those of the search list when none is named. None, with the failure
 // reported and `*status` set, when a named one cannot be opened.
 std::optional<std::vector<keychain::Keychain>> chosenKeychains(

@@ -166,6 +166,11 @@ int processArchive(const std::string& path, const UnzipOptions& options, const S
     printListing(entries, options, streams);
     return status;
   }
+  if (reader.hadBackslashes()) {
+    streams.error(
+        fmt::format("warning:  {} appears to use backslashes as path separators\n", path));
+    status = std::max(status, kWarning);
+  }
   if (const int refused = refuseUnreadable(entries, streams); refused != kDone) return refused;
   if (entries.empty()) return status;
   if (options.action == Action::kTest) {

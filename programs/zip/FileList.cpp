@@ -3,6 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 #include "host/files.h"
 #include "host/paths.h"
@@ -25,12 +27,17 @@ std::string nameForOperand(std::string name) {
   return name == "." ? std::string() : name;
 }
 
+bool isMissing(int failure) {
+  return failure == ENOENT || failure == ENOTDIR;
+}
+
 }  // namespace
 
 bool FileList::collect(ErrorText* error) {
   if (const auto status = statusOf(options_.archive)) archive_ = status->identity;
   for (const std::string& operand : options_.operands) {
-    if (!itemExistsNoFollow(operand)) {
+    // Of anything else that cannot be had, add() tells what it is about.
+    if (!statusNoFollow(operand) && isMissing(errno)) {
       warnings_.push_back("name not matched: " + operand);
     } else {
       add(operand, nameForOperand(operand));
@@ -54,11 +61,14 @@ bool FileList::collect(ErrorText* error) {
 
 void FileList::add(const std::string& path, const std::string& name) {
   auto status = statusNoFollow(path);
-  if (status && status->kind == ItemKind::kLink && !options_.storeLinks) status = statusOf(path);
-  if (!status) {
-    warnings_.push_back("name not matched: " + path);
-    return;
+  if (status && status->kind == ItemKind::kLink && !options_.storeLinks) {
+    status = statusOf(path);
+    if (!status && (isMissing(errno) || errno == ELOOP)) {
+      warnings_.push_back("name not matched: " + path);
+      return;
+    }
   }
+  if (!status) return leaveOut(path, std::strerror(errno));
   if (status->kind == ItemKind::kDirectory) {
     addFolder({name, path, *status});
     return;
@@ -69,6 +79,11 @@ void FileList::add(const std::string& path, const std::string& name) {
   }
   SourceItem item{options_.junkPaths ? lastPathComponent(name) : name, path, *status};
   if (status->identity != archive_ && options_.admits(item.name)) items_.push_back(std::move(item));
+}
+
+void FileList::leaveOut(const std::string& path, const std::string& reason) {
+  unreadable_.push_back(fmt::format("could not open for reading: {}: {}", path, reason));
+  incomplete_ = true;
 }
 
 void FileList::addFolder(SourceItem item) {
@@ -87,12 +102,9 @@ void FileList::addFolder(SourceItem item) {
     items_.push_back(std::move(item));
   }
   if (!options_.recurse) return;
-  const auto names = listDirectory(path);
-  if (!names) {
-    warnings_.push_back("could not open for reading: " + path);
-    incomplete_ = true;
-    return;
-  }
+  ErrorText reason;
+  const auto names = listDirectory(path, &reason);
+  if (!names) return leaveOut(path, reason.text());
   open_.push_back(identity);
   for (const std::string& name : *names) add(joinPath(path, name), prefix + name);
   open_.pop_back();

@@ -25,17 +25,21 @@ class FileList {
   // False, with a text, when two different items would get the same name.
   bool collect(ErrorText* error);
   const std::vector<SourceItem>& items() const { return items_; }
-  // What was passed over, one line each, and whether that makes the archive incomplete.
+  // What was passed over, one line each, what could not be read, and whether the archive is
+  // incomplete for either.
   const std::vector<std::string>& warnings() const { return warnings_; }
+  const std::vector<std::string>& unreadable() const { return unreadable_; }
   bool incomplete() const { return incomplete_; }
 
  private:
   void add(const std::string& path, const std::string& name);
   void addFolder(SourceItem item);
+  void leaveOut(const std::string& path, const std::string& reason);
 
   const ZipOptions& options_;
   std::vector<SourceItem> items_;
   std::vector<std::string> warnings_;
+  std::vector<std::string> unreadable_;
   std::vector<ItemIdentity> open_;       // the folders between the operand and the present item
   std::optional<ItemIdentity> archive_;  // not to be packed into itself
   bool incomplete_ = false;

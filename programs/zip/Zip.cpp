@@ -48,6 +48,7 @@ int pack(const ZipOptions& options, const Messages& messages, const archive::Arc
   const bool collected = files.collect(&error);
   if (opening) opening->join();
   for (const std::string& warning : files.warnings()) messages.warn(warning);
+  for (const std::string& text : files.unreadable()) messages.complain(text);
   if (!collected) return refuseArguments(messages, error);
   if (files.items().empty()) return messages.failNothingToDo();
   const int status =

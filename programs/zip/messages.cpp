@@ -14,6 +14,10 @@ void Messages::warn(std::string_view text) const {
   tell(fmt::format("\tzip warning: {}\n", text));
 }
 
+void Messages::complain(std::string_view text) const {
+  streams_.error(fmt::format("\tzip warning: {}\n", text));
+}
+
 int Messages::failWith(int status, std::string_view text, std::string_view reason) const {
   if (!reason.empty()) streams_.out(fmt::format("\nzip I/O error: {}", reason));
   streams_.out(fmt::format("\nzip error: {}\n", text));

@@ -17,6 +17,8 @@ class Messages {
   // A line about an entry, and a warning; not for those who asked for quiet.
   void tell(std::string_view line) const;
   void warn(std::string_view text) const;
+  // A warning for everybody, on standard error.
+  void complain(std::string_view text) const;
   // Prints the error, with the system's reason where there is one, and gives `status`.
   int failWith(int status, std::string_view text, std::string_view reason = {}) const;
   int failNothingToDo() const;

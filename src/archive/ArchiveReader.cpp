@@ -56,6 +56,7 @@ ArchiveReader::Opened ArchiveReader::openBytes(Bytes bytes, ErrorText* error) {
     return found ? Opened::kDamaged : Opened::kNoEndRecord;
   }
   const bool sound = readDirectory(directory, error) && checkLocalHeaders(directory, error);
+  if (sound) replaceBackslashes();
   return sound ? Opened::kDone : Opened::kDamaged;
 }
 
@@ -65,11 +66,19 @@ bool ArchiveReader::findDirectory(Directory* directory, bool* found, ErrorText* 
   if (size < kEndRecordSize) return fail(error, "no end of central directory");
   const size_t last = size - kEndRecordSize;
   const size_t first = last > kLongestComment ? last - kLongestComment : 0;
-  for (size_t at = last + 1; at-- > first;) {
-    if (numberAt<uint32_t>(bytes_, at) != kEndRecord) continue;
-    if (numberAt<uint16_t>(bytes_, at + 20) != last - at) continue;
+  // Downloads and disks add bytes behind an archive, which do no harm. A record whose comment ends
+  // with the file comes first, since a comment may hold anything.
+  const auto isRecord = [&](size_t at, bool atEnd) {
+    if (numberAt<uint32_t>(bytes_, at) != kEndRecord) return false;
+    const size_t comment = numberAt<uint16_t>(bytes_, at + 20);
+    return atEnd ? comment == last - at : comment < last - at;
+  };
+  for (size_t tries = 2 * (last + 1 - first); tries-- > 0;) {
+    const bool atEnd = tries > last - first;
+    const size_t at = first + (atEnd ? tries - (last + 1 - first) : tries);
+    if (!isRecord(at, atEnd)) continue;
     *found = true;
-    comment_ = asText(bytes_.subspan(at + kEndRecordSize));
+    comment_ = asText(bytes_.subspan(at + kEndRecordSize, numberAt<uint16_t>(bytes_, at + 20)));
     directory->count = numberAt<uint16_t>(bytes_, at + 10);
     directory->size = numberAt<uint32_t>(bytes_, at + 12);
     directory->offset = numberAt<uint32_t>(bytes_, at + 16);
@@ -202,6 +211,16 @@ bool ArchiveReader::checkLocalHeaders(const Directory& directory, ErrorText* err
     }
   }
   return true;
+}
+
+void ArchiveReader::replaceBackslashes() {
+  for (Entry& entry : entries_) {
+    const bool isDos = entry.madeBy >> 8 == 0;
+    if (!isDos || entry.name.find('\\') == std::string::npos) continue;
+    if (entry.name.find('/') != std::string::npos) continue;
+    std::ranges::replace(entry.name, '\\', '/');
+    hadBackslashes_ = true;
+  }
 }
 
 }  // namespace tovrek::archive

@@ -28,6 +28,9 @@ class ArchiveReader {
 
   const std::vector<Entry>& entries() const { return entries_; }
   const std::string& comment() const { return comment_; }
+  // Whether DOS programs made entries whose folders are parted by backslashes. Such names have
+  // slashes in entries().
+  bool hadBackslashes() const { return hadBackslashes_; }
   // The packed bytes of one of `entries()`.
   Bytes packed(const Entry& entry) const {
     return bytes_.subspan(entry.dataOffset, entry.compressedSize);
@@ -50,11 +53,13 @@ class ArchiveReader {
   static const char* readRecord(Bytes records, size_t* at, Entry* entry);
   bool readDirectory(const Directory& directory, ErrorText* error);
   bool checkLocalHeaders(const Directory& directory, ErrorText* error);
+  void replaceBackslashes();
 
   MappedFile file_;
   Bytes bytes_;
   std::vector<Entry> entries_;
   std::string comment_;
+  bool hadBackslashes_ = false;
 };
 
 }  // namespace tovrek::archive

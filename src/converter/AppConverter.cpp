@@ -48,7 +48,7 @@ bool AppConverter::unzipIpaAndProcessConverterParameters(const Request& request,
                                    "Cannot find app package. Please choose a valid input file."));
   }
   converter::BundleInspection inspection;
-  checkIfAppBundle(context, *bundle, &inspection);
+  if (!checkIfAppBundle(context, *bundle, &inspection, error)) return false;
   if (!request.isSDK && !inspection.hasWEXSDKFramework) return true;
   if (!request.isSDK) systemLog("WARNING:: INPUT file is a SDK app.");
   systemLog("CRITICAL:: Wrap SDK app with this command is unsupported.");

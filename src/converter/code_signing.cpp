@@ -100,7 +100,7 @@ bool CodeSignFrameworks(const Run& run, const std::string& bundlePath, ErrorText
   const std::string folder = joinPath(bundlePath, "Frameworks");
   run.log().logBasic("Code signing binaries located in folder " + folder);
   bool succeeded = true;
-  walkDirectory(folder, [&](const WalkedItem& item) {
+  const auto sign = [&](const WalkedItem& item) {
     const std::string extension = pathExtension(item.relativePath);
     if (!succeeded || (extension != "dylib" && extension != "framework")) return succeeded;
     const std::string path = joinPath(folder, item.relativePath);
@@ -112,20 +112,21 @@ bool CodeSignFrameworks(const Run& run, const std::string& bundlePath, ErrorText
     succeeded = runToolOrFail(run.log(), signNestedCodeCommand(signerOf(run), path),
                               "dylibcodesign", error);
     return false;
-  });
-  return succeeded;
+  };
+  return walkDirectoryIfThere(folder, sign, error) && succeeded;
 }
 
-bool CodeSignExtensions(const Run& run, const std::string& appPath, ErrorText* /*error*/) {
+bool CodeSignExtensions(const Run& run, const std::string& appPath, ErrorText* error) {
   const std::string folder = joinPath(appPath, "PlugIns");
   run.log().logBasic("Code signing binaries located in folder " + folder);
   std::vector<std::string> extensions;
-  walkDirectory(folder, [&](const WalkedItem& item) {
+  const auto collect = [&](const WalkedItem& item) {
     if (pathExtension(item.relativePath) == "appex") {
       extensions.push_back(joinPath(folder, item.relativePath));
     }
     return true;
-  });
+  };
+  if (!walkDirectoryIfThere(folder, collect, error)) return false;
   for (const std::string& path : extensions) {
     run.log().logBasic("Code signing " + path + "...");
     // The app may be tried out without it.

@@ -29,7 +29,9 @@ bool failLogged(const Run& run, const char* logged) {
 bool checkForDuplicateCertificates(const WrapperLogger& log, const std::string& certificate,
                                    ErrorText* error) {
   if (certificate.empty()) return false;
-  const auto output = successfulOutput(runShell(log, "security find-identity -v -p codesigning"));
+  const auto outcome = runShell(log, "security find-identity -v -p codesigning");
+  if (!gaveAnswer(outcome, "security", error)) return true;
+  const auto output = successfulOutput(outcome);
   if (!output || countOccurrences(*output, certificate) < 2) return false;
   fail(error,
        "WARNING: Duplicate certificates in keychain, code signing may fail.  Use Keychain Access "
@@ -44,13 +46,19 @@ bool refuseSdkApp(Run& run, ErrorText* error) {
 }
 
 bool refuseWrappedApp(Run& run, ErrorText* error) {
-  return !verifyIfApplicationIsAlreadyWrapped(run.log(), *run.bundle, error) ||
-         failLogged(run, "This Application is already wrapped");
+  const auto wrapped = verifyIfApplicationIsAlreadyWrapped(run.log(), *run.bundle, error);
+  if (!wrapped) return failLogged(run, "This Application could not be examined");
+  return !*wrapped || failLogged(run, "This Application is already wrapped");
 }
 
 bool refuseOrRenewWrappedApp(Run& run, ErrorText* error) {
   ErrorText refusal;
-  if (!verifyIfApplicationIsAlreadyWrapped(run.log(), *run.bundle, &refusal)) return true;
+  const auto wrapped = verifyIfApplicationIsAlreadyWrapped(run.log(), *run.bundle, &refusal);
+  if (!wrapped) {
+    fail(error, refusal.text());
+    return failLogged(run, "This Application could not be examined");
+  }
+  if (!*wrapped) return true;
   run.isRenewal = run.context.settings.resignWrapped;
   run.log().logBasic(fmt::format("resignWrapped {} {}, which is wrapped already",
                                  run.isRenewal ? "signs" : "would sign", run.appPath));
@@ -64,7 +72,9 @@ bool refuseUnsupportedApp(Run& run, ErrorText* error) {
     return failLogged(
         run, "WEX does not support wrapping applications created using the Adobe Air framework.");
   }
-  if (!verifyIfApplicationIsAppStoreApp(run.log(), *run.bundle, error)) {
+  const auto installable = verifyIfApplicationIsAppStoreApp(run.log(), *run.bundle, error);
+  if (!installable) return failLogged(run, "This Application could not be examined");
+  if (!*installable) {
     return failLogged(run, "This Application is an App Store app");
   }
   if (!verifyIfItNotANativeiOSApp(run.appPath, error)) {

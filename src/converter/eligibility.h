@@ -8,7 +8,8 @@
 
 namespace tovrek::converter {
 
-// True, with a warning, when the keychain lists the name at least twice.
+// True, with a warning, when the keychain lists the name at least twice, or
+// could not be asked.
 bool checkForDuplicateCertificates(const WrapperLogger& log, const std::string& certificate,
                                    ErrorText* error);
 

@@ -1,5 +1,6 @@
 #include "converter/extensions.h"
 
+#include "converter/common.h"
 #include "host/files.h"
 
 namespace tovrek::converter {
@@ -14,9 +15,10 @@ std::vector<std::string> extensionFolders(const Run& run) {
   return folders;
 }
 
-void strip(const Run& run, const std::string& folder) {
+bool strip(const Run& run, const std::string& folder, ErrorText* error) {
   run.log().logBasic("Stripping extensions at path " + folder);
-  removeItem(folder);
+  ErrorText reason;
+  return removeItem(folder, &reason) || failToRemove(reason, error);
 }
 
 }  // namespace
@@ -24,7 +26,7 @@ void strip(const Run& run, const std::string& folder) {
 bool stripOrReportExtensions(Run& run, ErrorText* error) {
   for (const std::string& folder : extensionFolders(run)) {
     if (run.request.stripExtensions) {
-      strip(run, folder);
+      if (!strip(run, folder, error)) return false;
       continue;
     }
     run.log().logBasic(kExtensionsDoubtful);
@@ -33,12 +35,12 @@ bool stripOrReportExtensions(Run& run, ErrorText* error) {
   return true;
 }
 
-bool stripOrKeepExtensions(Run& run, ErrorText* /*error*/) {
+bool stripOrKeepExtensions(Run& run, ErrorText* error) {
   for (const std::string& folder : extensionFolders(run)) {
     if (run.context.settings.keepExtensionsOnSign) {
       run.log().logBasic("keepExtensionsOnSign keeps the extensions at path " + folder);
-    } else {
-      strip(run, folder);
+    } else if (!strip(run, folder, error)) {
+      return false;
     }
   }
   return true;

@@ -24,7 +24,11 @@ std::shared_ptr<UnzippedIpa> unzipIpa(const std::optional<std::string>& inputPat
 }
 
 bool refuseLinksOutside(const WrapperLogger& log, const std::string& folder, ErrorText* error) {
-  const auto link = linkLeadingOutside(folder);
+  std::optional<std::string> link;
+  if (ErrorText reason; !findLinkLeadingOutside(folder, &link, &reason)) {
+    log.logError(reason.text());
+    return fail(error, reason.text());
+  }
   if (!link) return true;
   const std::string text = fmt::format("The input holds a link that leads out of it: {}", *link);
   log.logError(text);
@@ -43,6 +47,12 @@ bool refuseUnreadableApp(const Run& run, ErrorText* error) {
 
 }  // namespace
 
+void logLeftovers(const Run& run) {
+  for (const std::string& folder : run.input.directory->leftovers()) {
+    run.log().logDetailed("Removed what an interrupted run had left: " + folder);
+  }
+}
+
 bool unpackApp(Run& run, ErrorText* error) {
   run.progressor.SetProgress("Unzipping...");
   UnpackedInput& input = run.input;
@@ -54,6 +64,7 @@ bool unpackApp(Run& run, ErrorText* error) {
   // An .app needs no folder to be unpacked.
   if (!input.directory) input.directory = std::make_shared<TemporaryDirectory>();
   if (!input.directory->created() && !input.directory->Create(error)) return false;
+  logLeftovers(run);
 
   run.appPath = input.ipa->appPath();
   run.payloadDir = input.ipa->payloadDir();
@@ -75,6 +86,7 @@ bool unpackPackage(Run& run, ErrorText* error) {
   run.progressor.SetProgress("Unzipping...");
   run.input.directory = std::make_shared<TemporaryDirectory>();
   if (!run.input.directory->Create(error)) return false;
+  logLeftovers(run);
   run.package = UnzippedCma::UnzippedIpaObjForInputFile(run.request.inputFile.value_or(""),
                                                         run.input.directory.get(), error);
   if (!run.package) return false;

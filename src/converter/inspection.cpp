@@ -35,6 +35,17 @@ bool holdAnSdk(const FrameworkNames& names) {
          (lists(names, "ORVMAMCore.framework") && lists(names, "ORVMAMAppCore.framework"));
 }
 
+// The pattern "cryptid *0" of the command line.
+bool listsUnencryptedSlice(std::string_view listing) {
+  constexpr std::string_view kField = "cryptid";
+  for (size_t at = listing.find(kField); at != std::string_view::npos;
+       at = listing.find(kField, at + 1)) {
+    const size_t value = listing.find_first_not_of(' ', at + kField.size());
+    if (value != std::string_view::npos && listing[value] == '0') return true;
+  }
+  return false;
+}
+
 bool holdsSdkSymbols(std::string_view symbols) {
   return contains(symbols, "_ORVMAM_WrappedAppLib") || contains(symbols, "_OrvSingleSignOn") ||
          contains(symbols, "WEXSDKloadInit");
@@ -42,13 +53,14 @@ bool holdsSdkSymbols(std::string_view symbols) {
 
 }  // namespace
 
-void checkIfAppBundle(const RunContext& context, const AppBundle& bundle,
-                      BundleInspection* inspection) {
+bool checkIfAppBundle(const RunContext& context, const AppBundle& bundle,
+                      BundleInspection* inspection, ErrorText* error) {
   const WrapperLogger& log = context.loggers.toolkit;
   const std::string executable = bundle.executablePath().value_or("");
   int status = 0;
   const std::string symbolText = getSymbolsFromBinaryPath(executable, &status);
   log.logDetailed(symbolText);
+  if (status == kNotStarted) return failWithStatus(error, "nm", status);
   std::string report = "\n\n";
   if (status != 0) {
     report += fmt::format("\noutputStr {} terminatedStatus {}\n", symbolText, status);
@@ -58,6 +70,7 @@ void checkIfAppBundle(const RunContext& context, const AppBundle& bundle,
   ErrorText linkError;
   const bool symbols = holdsSdkSymbols(symbolText);
   const bool linked = verifyIfApplicationIsLinkedWithMDKSDK(log, bundle, &frameworks, &linkError);
+  if (linkError.isSet()) return fail(error, linkError.text());
   const bool fips = linked && contains(symbolText, "_FINGERPRINT_premain");
   const bool dylib = fileExists(joinPath(bundle.path(), "OrvaneDylib.bundle/OrvaneDylib.dylib"));
   const bool policies = fileExists(joinPath(bundle.path(), "default_policies.xml"));
@@ -69,9 +82,6 @@ void checkIfAppBundle(const RunContext& context, const AppBundle& bundle,
       "ORVMAMFrameworksFound?{:d}\n",
       symbols, linked, fips, policies, dylib, inspection->hasDualModeFrameworks,
       inspection->hasMAMSDKFrameworks);
-  if (linkError.isSet()) {
-    report += "\nverifyIfApplicationIsLinkedWithMDKSDK error " + linkError.text();
-  }
   if (!policies && (symbols || linked)) {
     report += "WARNING: App will not work as expected when run in Premium/AppSpecific mode.\n";
   }
@@ -86,36 +96,47 @@ void checkIfAppBundle(const RunContext& context, const AppBundle& bundle,
   inspection->hasDualModeFrameworks = lists(frameworks, "WexFrameworkLoader.framework");
   inspection->hasDefaultPoliciesXML = policies;
   inspection->debugString = std::move(report);
+  return true;
 }
 
-bool verifyIfApplicationIsAlreadyWrapped(const WrapperLogger& log, const AppBundle& bundle,
-                                         ErrorText* error) {
-  const auto output = successfulOutput(runOnExecutable(log, bundle, otoolCommand("-l", bundle)));
+std::optional<bool> verifyIfApplicationIsAlreadyWrapped(const WrapperLogger& log,
+                                                        const AppBundle& bundle, ErrorText* error) {
+  const auto outcome = runOnExecutable(log, bundle, otoolCommand("-l", bundle));
+  if (!gaveAnswer(outcome, "otool", error)) return std::nullopt;
+  const auto output = successfulOutput(outcome);
   if (!output || !contains(*output, "OrvaneDylib.dylib")) return false;
   fail(error, "ERROR: This app is already wrapped, and cannot be re-wrapped.");
   return true;
 }
 
-bool verifyIfApplicationIsAppStoreApp(const WrapperLogger& log, const AppBundle& bundle,
-                                      ErrorText* error) {
+std::optional<bool> verifyIfApplicationIsAppStoreApp(const WrapperLogger& log,
+                                                     const AppBundle& bundle, ErrorText* error) {
   const std::string commandLine = otoolCommand("-l", bundle, " | grep --regexp=\"cryptid *0\"");
   systemLog("str = " + commandLine);
   const auto outcome = runOnExecutable(log, bundle, commandLine);
-  if (!outcome) return false;
+  if (!gaveAnswer(outcome, "otool", error)) return std::nullopt;
   if (outcome->status == 0 || !outcome->output.empty()) return true;
+  // grep's silence is also what an otool that could not be run leaves behind.
+  const auto again = runOnExecutable(log, bundle, otoolCommand("-l", bundle));
+  if (!gaveAnswer(again, "otool", error)) return std::nullopt;
+  if (listsUnencryptedSlice(again->output)) return true;
   return fail(error, fmt::format("ERROR: The app ({}) is an AppStore app.",
                                  shown(bundle.executablePath())));
 }
 
 bool verifyIfApplicationIsLinkedWithStaticWEXSDK(const WrapperLogger& log, const AppBundle& bundle,
-                                                 ErrorText* /*error*/) {
-  const auto output = successfulOutput(runOnExecutable(log, bundle, otoolCommand("-o", bundle)));
+                                                 ErrorText* error) {
+  const auto outcome = runOnExecutable(log, bundle, otoolCommand("-o", bundle));
+  if (!gaveAnswer(outcome, "otool", error)) return false;
+  const auto output = successfulOutput(outcome);
   return output && contains(*output, kLaunchHook);
 }
 
 bool verifyIfApplicationIsLinkedWithDylibWEXSDK(const WrapperLogger& log, const AppBundle& bundle,
-                                                FrameworkNames* found, ErrorText* /*error*/) {
-  const auto output = successfulOutput(runOnExecutable(log, bundle, otoolCommand("-l", bundle)));
+                                                FrameworkNames* found, ErrorText* error) {
+  const auto outcome = runOnExecutable(log, bundle, otoolCommand("-l", bundle));
+  if (!gaveAnswer(outcome, "otool", error)) return false;
+  const auto output = successfulOutput(outcome);
   if (!output) return false;
   FrameworkNames names;
   for (const std::string_view name : kSdkFrameworks) {
@@ -149,9 +170,8 @@ bool doesApplicationSupportAdobeAir(const std::string& appPath, ErrorText* error
   return true;
 }
 
-bool inspectApp(Run& run, ErrorText* /*error*/) {
-  checkIfAppBundle(run.context, *run.bundle, &run.inspection);
-  return true;
+bool inspectApp(Run& run, ErrorText* error) {
+  return checkIfAppBundle(run.context, *run.bundle, &run.inspection, error);
 }
 
 }  // namespace tovrek::converter

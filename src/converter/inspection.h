@@ -2,6 +2,7 @@
 // came with it.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,18 +31,21 @@ struct BundleInspection {
 // Names of SDK frameworks that an executable links, in a fixed order.
 using FrameworkNames = std::vector<std::string>;
 
-// Reports what the bundle holds. The report shows two of the flags as they were on entry.
-void checkIfAppBundle(const RunContext& context, const AppBundle& bundle,
-                      BundleInspection* inspection);
+// Reports what the bundle holds. The report shows two of the flags as they were on entry. False
+// when a tool that is asked could not be run.
+bool checkIfAppBundle(const RunContext& context, const AppBundle& bundle,
+                      BundleInspection* inspection, ErrorText* error);
+// The next two have no value when otool could not be run; the slot tells it.
 // True when the executable already loads our dylib, with the refusal in the slot.
-bool verifyIfApplicationIsAlreadyWrapped(const WrapperLogger& log, const AppBundle& bundle,
-                                         ErrorText* error);
+std::optional<bool> verifyIfApplicationIsAlreadyWrapped(const WrapperLogger& log,
+                                                        const AppBundle& bundle, ErrorText* error);
 // False when the executable carries the SDK's launch hook. For programs that look at apps only.
 bool verifyIfAppBundleIsAlreadyWrapped(const WrapperLogger& log, const AppBundle& bundle,
                                        ErrorText* error);
 // False when no slice of the executable is unencrypted.
-bool verifyIfApplicationIsAppStoreApp(const WrapperLogger& log, const AppBundle& bundle,
-                                      ErrorText* error);
+std::optional<bool> verifyIfApplicationIsAppStoreApp(const WrapperLogger& log,
+                                                     const AppBundle& bundle, ErrorText* error);
+// These fill the slot only when otool could not be run.
 bool verifyIfApplicationIsLinkedWithStaticWEXSDK(const WrapperLogger& log, const AppBundle& bundle,
                                                  ErrorText* error);
 // `found` (may be null) receives each SDK framework that the executable names.

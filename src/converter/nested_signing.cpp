@@ -19,21 +19,22 @@ constexpr char kBetaReports[] = "beta-reports-active";  // means nothing but to 
 constexpr char kProfileName[] = "embedded.mobileprovision";
 constexpr const char* kExtensionFolders[] = {"PlugIns", "Extensions", "Watch"};
 // The extensions and the watch app, inner ones first.
-std::vector<std::string> nestedBundles(const std::string& appPath) {
-  std::vector<std::string> bundles;
+bool findNestedBundles(const std::string& appPath, std::vector<std::string>* bundles,
+                       ErrorText* error) {
   for (const char* name : kExtensionFolders) {
     const std::string folder = joinPath(appPath, name);
-    walkDirectory(folder, [&](const WalkedItem& item) {
+    const auto collect = [&](const WalkedItem& item) {
       const std::string extension = pathExtension(item.relativePath);
       const bool isBundle = extension == "appex" || extension == "app";
       if (isBundle && item.kind == ItemKind::kDirectory) {
-        bundles.push_back(joinPath(folder, item.relativePath));
+        bundles->push_back(joinPath(folder, item.relativePath));
       }
       return true;
-    });
+    };
+    if (!walkDirectoryIfThere(folder, collect, error)) return false;
   }
-  std::reverse(bundles.begin(), bundles.end());
-  return bundles;
+  std::ranges::reverse(*bundles);
+  return true;
 }
 
 std::string identifierOf(const AppBundle& bundle) {
@@ -127,9 +128,10 @@ bool signNestedBundle(const Run& run, const std::string& path, ErrorText* error)
 bool signAgain(Run& run, ErrorText* error) {
   const Settings& settings = run.context.settings;
   const bool all = settings.resignNested || run.isRenewal;
-  const std::vector<std::string> bundles = all || settings.keepExtensionsOnSign
-                                               ? nestedBundles(run.appPath)
-                                               : std::vector<std::string>();
+  std::vector<std::string> bundles;
+  if ((all || settings.keepExtensionsOnSign) && !findNestedBundles(run.appPath, &bundles, error)) {
+    return failSigning(run.log(), "Codesign of extensions failed");
+  }
   if (!all && bundles.empty()) return CodeSign(run, run.appPath, run.entitlementPath, error);
 
   run.log().logBasic(fmt::format("{} signs the {}{}{} in {}",

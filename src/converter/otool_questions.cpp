@@ -18,6 +18,13 @@ std::optional<Outcome> runOnExecutable(const WrapperLogger& log, const AppBundle
   return runShell(log, commandLine);
 }
 
+bool gaveAnswer(const std::optional<Outcome>& outcome, std::string_view tag, ErrorText* error) {
+  constexpr int kShellCannotRun = 126;  // this and above: not found, or ended by a signal
+  if (!outcome) return failWithStatus(error, tag, kNotStarted);
+  const bool answered = !outcome->signalled && outcome->status < kShellCannotRun;
+  return answered || failWithStatus(error, tag, outcome->status);
+}
+
 std::optional<std::string> successfulOutput(const std::optional<Outcome>& outcome) {
   if (!outcome || outcome->status != 0 || outcome->output.empty()) return std::nullopt;
   return outcome->output;

@@ -22,6 +22,9 @@ std::string otoolCommand(std::string_view option, const AppBundle& bundle,
 // Runs such a command line, with the executable's path on the console first.
 std::optional<Outcome> runOnExecutable(const WrapperLogger& log, const AppBundle& bundle,
                                        const std::string& commandLine);
+// Whether the tool answered, be it with a failing status. One that could not be started or was
+// ended by a signal, the shell included, did not: the slot then has "Failed to execute <tag>...".
+bool gaveAnswer(const std::optional<Outcome>& outcome, std::string_view tag, ErrorText* error);
 // The output of a tool that succeeded and said something; none otherwise.
 std::optional<std::string> successfulOutput(const std::optional<Outcome>& outcome);
 

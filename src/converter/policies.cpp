@@ -42,14 +42,16 @@ bool checkUserPolicy(const WrapperLogger& log, const std::string& path, ErrorTex
   return true;
 }
 
-std::vector<std::string> policyLanguagesIn(const std::string& folder) {
-  std::vector<std::string> languages;
-  const auto names = listDirectory(folder);
-  if (!names) return languages;
+bool findPolicyLanguages(const std::string& folder, std::vector<std::string>* languages,
+                         ErrorText* error) {
+  ErrorText reason;
+  const auto names = listDirectory(folder, &reason);
+  if (!names) return fail(error, fmt::format("{}: {}", folder, reason.text()));
+  languages->clear();
   for (const std::string& name : *names) {
-    if (name.starts_with("strings-")) languages.push_back(name);
+    if (name.starts_with("strings-")) languages->push_back(name);
   }
-  return languages;
+  return true;
 }
 
 // The file in the content folder that is made for the app. Two identifiers may name it, and none
@@ -109,8 +111,8 @@ bool constructDefaultWexPolicesXMLFile(const WrapperLogger& log, const std::stri
 }
 
 bool placePolicies(Run& run, ErrorText* error) {
-  run.policyLanguages = policyLanguagesIn(run.contentPath);
-  return copyPolicyXMLToDir(run, run.packageDir(), run.appPath, run.policyLanguages, error);
+  return findPolicyLanguages(run.contentPath, &run.policyLanguages, error) &&
+         copyPolicyXMLToDir(run, run.packageDir(), run.appPath, run.policyLanguages, error);
 }
 
 }  // namespace tovrek::converter

@@ -15,7 +15,9 @@ namespace {
 
 bool makeScratchFolder(Run& run, ErrorText* error) {
   run.input.directory = std::make_shared<TemporaryDirectory>();
-  return run.input.directory->Create(error);
+  if (!run.input.directory->Create(error)) return false;
+  logLeftovers(run);
+  return true;
 }
 
 // The newer SDK of two frameworks checks itself.

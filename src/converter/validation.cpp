@@ -65,7 +65,8 @@ bool validateCertificate(Request& request, const RunContext& context, ErrorText*
   // A digest may be given in groups of digits.
   if (checkIfStringisHex(name)) std::erase(name, ' ');
   request.certificate = name;
-  if (ProvisioningProfile::doesCertificateExistWithSHA1(name, context)) return true;
+  const auto known = ProvisioningProfile::doesCertificateExistWithSHA1(name, context, error);
+  if (!known || *known) return known.has_value();
   return fail(error,
               fmt::format("iOS distribution certificate name ({}) does not match certificates "
                           "listed in the iOS distribution provisioning profile. Please choose a "

@@ -46,8 +46,8 @@ std::optional<EngineFailure> addOrvaneDylib(int binaryType, bool libraryType,
                                             const std::string& path, Settings settings,
                                             const WrapperLogger& logger) {
   try {
-    // What split and join answer is not asked for: a missing slice fails to open, and a missing
-    // or stale executable fails the check.
+    // What split and join answer is not asked for, as long as lipo answers at all: a missing slice
+    // fails to open, and a missing or stale executable fails the check.
     ArchPresence present{};
     ExtractArchsFromFatBinary(path, IsFatBinary(path), &present);
     const std::vector<std::string> slices = sliceFiles(path, present);

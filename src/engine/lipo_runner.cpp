@@ -1,8 +1,11 @@
 #include "engine/lipo_runner.h"
 
+#include <algorithm>
+#include <optional>
 #include <utility>
 #include <vector>
 
+#include "engine/engine_text.h"
 #include "host/files.h"
 #include "host/process.h"
 #include "macho/ArchName.h"
@@ -10,13 +13,20 @@
 namespace tovrek {
 namespace {
 
+[[noreturn]] void failToRun(const Outcome& outcome) {
+  macho::throwf("Failed to execute lipo with exit code: {}", outcome.status);
+}
+
 Outcome runLipo(std::vector<std::string> arguments, StandardError standardError) {
   Command command;
   command.argv = {"/usr/bin/lipo"};
   command.argv.insert(command.argv.end(), std::move_iterator(arguments.begin()),
                       std::move_iterator(arguments.end()));
   command.standardError = standardError;
-  return runQuietly(command);
+  Outcome outcome = runQuietly(command);
+  // An architecture must not be dropped, nor a file be taken for universal, for want of an answer.
+  if (outcome.signalled || outcome.status == kNotStarted) failToRun(outcome);
+  return outcome;
 }
 
 bool copyThinFile(const std::string& path, const std::string& slice) {
@@ -39,10 +49,16 @@ bool IsFatBinary(const std::string& path) {
 }
 
 bool ExtractArchsFromFatBinary(const std::string& path, bool isFat, ArchPresence* present) {
+  std::optional<Outcome> complaint;
   for (size_t i = 0; i < kDeviceArchs.size(); ++i) {
-    (*present)[i] =
-        runLipo({path, "-verify_arch", std::string(kDeviceArchs[i])}, StandardError::kCapture)
-            .status == 0;
+    Outcome outcome =
+        runLipo({path, "-verify_arch", std::string(kDeviceArchs[i])}, StandardError::kCapture);
+    (*present)[i] = outcome.status == 0;
+    if (!outcome.errorOutput.empty()) complaint = std::move(outcome);
+  }
+  // A plain "no" is silent. What lipo cannot read at all fails further on, by its number.
+  if (complaint && complaint->status != 0 && std::ranges::find(*present, true) != present->end()) {
+    failToRun(*complaint);
   }
   for (size_t i = 0; i < kDeviceArchs.size(); ++i) {
     if (!(*present)[i]) continue;

@@ -12,6 +12,9 @@ inline constexpr std::array<std::string_view, 3> kDeviceArchs = {"armv7", "armv7
 // One flag for each of kDeviceArchs: whether the executable has such a slice.
 using ArchPresence = std::array<bool, kDeviceArchs.size()>;
 
+// All that run `lipo` throw (macho::EngineText) where it could not be started or was ended by a
+// signal, and where it answers for one architecture but complains about another.
+
 // Where the slice lies between split and join: beside the executable.
 std::string sliceFileName(const std::string& path, std::string_view arch);
 

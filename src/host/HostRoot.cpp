@@ -1,26 +1,42 @@
 #include "host/HostRoot.h"
 
+#include <cerrno>
 #include <cstdlib>
 
-#include "host/files.h"
+#include "host/file_status.h"
 #include "host/host_info.h"
 #include "host/paths.h"
 
 namespace tovrek {
+namespace {
+
+// Stands for a host root of which nobody knows where it is: nothing below it can be run.
+constexpr char kUnknown[] = "/dev/null/host";
+
+bool isMissing(const std::string& path) {
+  return !statusOf(path) && (errno == ENOENT || errno == ENOTDIR);
+}
+
+}  // namespace
 
 std::string HostRoot::folder() {
   if (const char* named = std::getenv("TOVREK_HOST_ROOT"); named != nullptr && *named != '\0') {
     return standardizePath(named);
   }
-  const std::string beside = joinPath(programFolder(), "host");
-  return isDirectory(beside) ? beside : "";
+  const std::string programs = programFolder();
+  if (programs.empty()) return kUnknown;
+  const std::string beside = joinPath(programs, "host");
+  return isMissing(beside) ? "" : beside;
 }
 
 std::string HostRoot::resolve(const std::string& path) {
   const std::string root = folder();
   if (root.empty() || path.empty() || path.front() != '/') return path;
   const std::string replacement = joinPath(root, path);
-  return fileExists(replacement) ? replacement : path;
+  if (root == kUnknown) return replacement;
+  // Only what is not there is left to the system: its own program of that name is another one, and
+  // must not be run because ours could not be looked at.
+  return isMissing(replacement) ? path : replacement;
 }
 
 bool HostRoot::exists(const std::string& path) {

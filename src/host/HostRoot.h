@@ -13,7 +13,8 @@ class HostRoot {
  public:
   // The host root's folder, or empty when there is none.
   static std::string folder();
-  // For an absolute system path: the item below the host root when there is one, else `path`.
+  // For an absolute system path: the item below the host root when there is one, or when that
+  // cannot be found out, else `path`.
   static std::string resolve(const std::string& path);
   // Whether an item stands at resolve(path).
   static bool exists(const std::string& path);

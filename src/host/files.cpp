@@ -1,18 +1,15 @@
 #include "host/files.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 #include <memory>
 
 #include "host/AtomicFile.h"
 #include "host/file_io.h"
-#include "host/parallel.h"
 #include "host/paths.h"
 
 namespace tovrek {
@@ -24,91 +21,6 @@ bool statOf(const std::string& path, struct stat* info) {
 bool linkStatOf(const std::string& path, struct stat* info) {
   return ::lstat(path.c_str(), info) == 0;
 }
-
-struct FolderEntry {
-  std::string name;
-  ItemKind kind;
-};
-
-// Most file systems tell the kind with the name; the others must be asked for each item.
-ItemKind kindOfEntry(const std::string& folder, const dirent& entry) {
-  switch (entry.d_type) {
-    case DT_DIR:
-      return ItemKind::kDirectory;
-    case DT_LNK:
-      return ItemKind::kLink;
-    case DT_REG:
-      return ItemKind::kFile;
-    case DT_UNKNOWN:
-      break;
-    default:
-      return ItemKind::kOther;
-  }
-  struct stat info {};
-  return linkStatOf(joinPath(folder, entry.d_name), &info) ? kindOf(info) : ItemKind::kOther;
-}
-
-// Calls `take` for each entry, in the file system's order. False with errno when the folder cannot
-// be opened.
-template <class Take>
-bool forEachEntry(const std::string& path, const Take& take) {
-  const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(path.c_str()), &::closedir);
-  if (!folder) return false;
-  while (const dirent* entry = ::readdir(folder.get())) {
-    const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") take(*entry);
-  }
-  return true;
-}
-
-// The items of a tree, to be removed: first all files, on all processors, as giving the memory or
-// the blocks of many files back takes its time; then the folders, inner ones first.
-class Removal {
- public:
-  bool run(const std::string& path) {
-    collect(path);
-    constexpr size_t kFilesPerPart = 32;
-    forEachPart(files_.size(), kFilesPerPart, [this](size_t begin, size_t end) {
-      for (size_t i = begin; i < end; ++i) {
-        if (::unlink(files_[i].c_str()) != 0) note(errno);
-      }
-    });
-    for (size_t i = folders_.size(); i-- > 0;) {
-      if (::rmdir(folders_[i].c_str()) != 0) note(errno);
-    }
-    errno = firstFailure_;
-    return firstFailure_ == 0;
-  }
-
- private:
-  void collect(const std::string& path) {
-    struct stat info {};
-    if (!linkStatOf(path, &info)) return note(errno);
-    if (!S_ISDIR(info.st_mode)) {
-      files_.push_back(path);
-      return;
-    }
-    // Archives may hold folders that even their owner may not write; those are to go as well.
-    if ((info.st_mode & S_IRWXU) != S_IRWXU) ::chmod(path.c_str(), info.st_mode | S_IRWXU);
-    folders_.push_back(path);
-    std::vector<std::string> inner;
-    const bool opened = forEachEntry(path, [&](const dirent& entry) {
-      auto& list = kindOfEntry(path, entry) == ItemKind::kDirectory ? inner : files_;
-      list.push_back(joinPath(path, entry.d_name));
-    });
-    if (!opened) note(errno);
-    for (const std::string& folder : inner) collect(folder);
-  }
-
-  void note(int failure) {
-    int none = 0;
-    firstFailure_.compare_exchange_strong(none, failure);
-  }
-
-  std::vector<std::string> files_;
-  std::vector<std::string> folders_;
-  std::atomic<int> firstFailure_{0};
-};
 
 }  // namespace
 
@@ -248,46 +160,6 @@ bool createDirectories(const std::string& path, ErrorText* error) {
 
 bool createPrivateDirectory(const std::string& path, ErrorText* error) {
   return ::mkdir(path.c_str(), 0700) == 0 || failWithErrno(error);
-}
-
-bool removeItem(const std::string& path, ErrorText* error) {
-  return Removal().run(path) || failWithErrno(error);
-}
-
-std::optional<std::vector<std::string>> listDirectory(const std::string& path, ErrorText* error) {
-  std::vector<std::string> names;
-  if (!forEachEntry(path, [&](const dirent& entry) { names.emplace_back(entry.d_name); })) {
-    failWithErrno(error);
-    return std::nullopt;
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
-namespace {
-
-bool walkFolder(const std::string& root, const std::string& relative,
-                const std::function<bool(const WalkedItem&)>& visit) {
-  const std::string path = joinPath(root, relative);
-  std::vector<FolderEntry> entries;
-  const bool opened = forEachEntry(path, [&](const dirent& entry) {
-    entries.push_back({entry.d_name, kindOfEntry(path, entry)});
-  });
-  if (!opened) return false;
-  std::sort(entries.begin(), entries.end(),
-            [](const FolderEntry& a, const FolderEntry& b) { return a.name < b.name; });
-  for (const FolderEntry& entry : entries) {
-    const WalkedItem item{joinPath(relative, entry.name), entry.kind};
-    const bool descend = visit(item);
-    if (descend && item.kind == ItemKind::kDirectory) walkFolder(root, item.relativePath, visit);
-  }
-  return true;
-}
-
-}  // namespace
-
-bool walkDirectory(const std::string& root, const std::function<bool(const WalkedItem&)>& visit) {
-  return walkFolder(root, "", visit);
 }
 
 }  // namespace tovrek

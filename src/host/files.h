@@ -82,8 +82,15 @@ struct WalkedItem {
   std::string relativePath;  // from the root of the walk, without a leading "/"
   ItemKind kind;
 };
-// Depth first, a folder before its contents, links never followed. `visit` answers whether to
-// descend into a folder. A missing root visits nothing and is false.
-bool walkDirectory(const std::string& root, const std::function<bool(const WalkedItem&)>& visit);
+// Depth first, a folder before its contents, links never followed below the root. `visit` answers
+// whether to descend into a folder. Only a whole listing is one: false, with path and reason, as
+// soon as a folder or the kind of an item cannot be read; what was visited until then was visited.
+// A missing root visits nothing and is false.
+bool walkDirectory(const std::string& root, const std::function<bool(const WalkedItem&)>& visit,
+                   ErrorText* error = nullptr);
+// The same for a folder that need not be there: a missing one has no items and is true.
+bool walkDirectoryIfThere(const std::string& root,
+                          const std::function<bool(const WalkedItem&)>& visit,
+                          ErrorText* error = nullptr);
 
 }  // namespace tovrek

@@ -16,6 +16,8 @@
 
 #ifdef __APPLE__
 #include <mach-o/dyld.h>
+#else
+#include <sys/auxv.h>
 #endif
 
 namespace tovrek {
@@ -27,7 +29,11 @@ std::string programPath() {
   if (_NSGetExecutablePath(buffer.data(), &size) != 0) return "";
   return realPath(buffer.data()).value_or("");
 #else
-  return realPath("/proc/self/exe").value_or("");
+  if (const auto path = realPath("/proc/self/exe")) return *path;
+  // Without /proc: how the kernel was told to start it, which is no use when relative.
+  const auto* started = reinterpret_cast<const char*>(::getauxval(AT_EXECFN));
+  if (started == nullptr || *started != '/') return "";
+  return realPath(started).value_or("");
 #endif
 }
 

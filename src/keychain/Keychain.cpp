@@ -159,9 +159,11 @@ bool Keychain::readFolder(ErrorText* error) {
   if (auto unlocked = rememberedPassword(path_)) passwords.push_back(std::move(*unlocked));
   for (const std::string& name : *names) {
     const std::string file = joinPath(path_, name);
+    if (!isKeychainFileName(name) || isDirectory(file)) continue;
+    if (fileSize(file).value_or(0) > kLargestFile) continue;
     std::string bytes;
-    if (!isKeychainFileName(name) || fileSize(file).value_or(kLargestFile + 1) > kLargestFile ||
-        !isPlainFile(file) || !readFile(file, &bytes)) {
+    if (ErrorText reason; !readFile(file, &bytes, &reason)) {
+      unreadable_.push_back(fmt::format("{}: {}", file, reason.text()));
       continue;
     }
     if (canWait(name, bytes)) {

@@ -73,6 +73,9 @@ class Keychain {
   const std::vector<PrivateKey>& keys() const { return items_.keys; }
   const std::vector<DeferredKey>& deferredKeys() const { return deferred_; }
   bool hasKeys() const { return !items_.keys.empty() || !deferred_.empty(); }
+  // The files that the system did not let us read, with its reason, one line for each. What they
+  // hold is missing from all answers, which users have to be told.
+  const std::vector<std::string>& unreadable() const { return unreadable_; }
   // Why key files could not be read, one sentence for each.
   const std::vector<std::string>& problems() const { return problems_; }
   // Certificates whose private key is in this keychain too. Their chains are empty: see
@@ -98,6 +101,7 @@ class Keychain {
   std::string path_;
   Items items_;
   std::vector<DeferredKey> deferred_;
+  std::vector<std::string> unreadable_;
   std::vector<std::string> problems_;
 };
 

@@ -2,15 +2,62 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cctype>
+
 #include "host/files.h"
 #include "host/host_info.h"
 #include "host/paths.h"
 #include "host/scratch.h"
+#include "log/SystemLog.h"
 
 namespace tovrek {
+namespace {
+
+// The common parent of all scratch folders of this user. Temporary folders are shared by all users,
+// so a folder of another one, or one that others may enter, is left alone for one beside it.
+bool makeFamily(const std::string& systemFolder, std::string* family, ErrorText* error) {
+  constexpr char kName[] = "com.orvane.wex";
+  const std::string usual = joinPath(systemFolder, kName);
+  for (const std::string& path : {usual, fmt::format("{}-{}", usual, userId())}) {
+    *family = path;
+    if (createPrivateDirectory(path, error) || isPrivateDirectory(path)) return true;
+  }
+  if (itemExistsNoFollow(*family)) {
+    return fail(error, fmt::format("{} is not a private folder of this user", *family));
+  }
+  return false;
+}
+
+// Like those of uniqueString().
+bool isRunName(const std::string& name) {
+  return name.size() == 36 && std::ranges::all_of(name, [](unsigned char c) {
+           return std::isxdigit(c) != 0 || c == '-';
+         });
+}
+
+// Removes what runs that were killed have left. Whoever holds a folder's lock still works in it.
+std::vector<std::string> removeLeftovers(const std::string& family) {
+  std::vector<std::string> removed;
+  for (const std::string& name : listDirectory(family).value_or(std::vector<std::string>())) {
+    const std::string path = joinPath(family, name);
+    if (!isRunName(name) || !isPrivateDirectory(path)) continue;
+    FolderLock lock;
+    if (lock.take(path) && removeItem(path)) removed.push_back(path);
+  }
+  return removed;
+}
+
+}  // namespace
 
 TemporaryDirectory::~TemporaryDirectory() {
-  if (!tempDir_.empty() && itemExistsNoFollow(tempDir_)) removeItem(tempDir_);
+  if (tempDir_.empty()) return;
+  ErrorText reason;
+  // A second attempt costs nothing and gets over what was in the way for a moment.
+  if (removeItem(tempDir_, &reason) || removeItem(tempDir_, &reason)) return;
+  if (itemExistsNoFollow(tempDir_)) {
+    systemLog(fmt::format("WARNING: {} could not be removed: {}", tempDir_, reason.text()));
+  }
 }
 
 bool TemporaryDirectory::Create(ErrorText* error) {
@@ -21,6 +68,22 @@ bool TemporaryDirectory::CreateTempDirForCma(ErrorText* error) {
   return createTempDir(true, false, error);
 }
 
+bool TemporaryDirectory::makeFolder(const std::string& family, ErrorText* error) {
+  // Another run that clears up may take a folder for left over before its lock is held.
+  constexpr int kAttempts = 8;
+  for (int i = 0; i < kAttempts; ++i) {
+    const std::string folder = joinPath(family, uniqueString());
+    // Registered first: an interruption may come as soon as the folder is there.
+    removedOnSignal_.emplace(folder);
+    if (!createPrivateDirectory(folder, error)) return false;
+    tempDir_ = folder;
+    if (lock_.take(folder, error)) return true;
+    removeItem(folder);
+    tempDir_.clear();
+  }
+  return false;
+}
+
 bool TemporaryDirectory::createTempDir(bool create, bool andPackageDir, ErrorText* error) {
   if (!create) return false;
   const auto notCreated = [error](const ErrorText& why) {
@@ -29,17 +92,10 @@ bool TemporaryDirectory::createTempDir(bool create, bool andPackageDir, ErrorTex
   ErrorText reason;
   const auto systemFolder = systemTemporaryFolder(&reason);
   if (!systemFolder) return notCreated(reason);
-  const std::string family = joinPath(*systemFolder, "com.orvane.wex");
-  const std::string folder = joinPath(family, uniqueString());
-  if (itemExistsNoFollow(folder)) {
-    return fail(error, "Failed to create temp folder because folder already exits.");
-  }
-  // Registered first: an interruption may come as soon as the folder is there.
-  removedOnSignal_.emplace(folder);
-  if (!createDirectories(family, &reason) || !createPrivateDirectory(folder, &reason)) {
-    return notCreated(reason);
-  }
-  tempDir_ = folder;
+  std::string family;
+  if (!makeFamily(*systemFolder, &family, &reason)) return notCreated(reason);
+  leftovers_ = removeLeftovers(family);
+  if (!makeFolder(family, &reason)) return notCreated(reason);
   announceScratchFolder(tempDir_);
   if (andPackageDir) {
     packageDir_ = joinPath(tempDir_, "ORVANE_PACKAGE");

@@ -3,8 +3,10 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "host/ErrorText.h"
+#include "host/FolderLock.h"
 #include "host/signals.h"
 
 namespace tovrek {
@@ -31,11 +33,17 @@ class TemporaryDirectory {
   // Where the output package is put together; empty unless asked for.
   const std::string& packageDir() const { return packageDir_; }
   bool created() const { return created_; }
+  // Folders of killed runs of this user that were removed on the way.
+  const std::vector<std::string>& leftovers() const { return leftovers_; }
 
  private:
+  bool makeFolder(const std::string& family, ErrorText* error);
+
   std::string tempDir_;
   std::string packageDir_;
   bool created_ = false;
+  FolderLock lock_;
+  std::vector<std::string> leftovers_;
   std::optional<RemovedOnSignal> removedOnSignal_;
 };
 

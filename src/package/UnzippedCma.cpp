@@ -52,7 +52,7 @@ int UnzippedCma::ExecuteTaskIpa(const std::string& destination, std::string* out
 bool UnzippedCma::Unzip(ErrorText* error) {
   std::string output;
   if (ExecuteTask(tempDir_, &output) != 0) return fail(error, unzipFailure(output));
-  removeLinks(tempDir_);
+  if (!removeLinks(tempDir_, error)) return false;
   const auto manifest = firstEntryWithExtension(tempDir_, "xml");
   if (!manifest) {
     return fail(error, fmt::format("Manifest xml cannot be foung in directory ({})", tempDir_));
@@ -64,7 +64,7 @@ bool UnzippedCma::Unzip(ErrorText* error) {
 bool UnzippedCma::UnzipToGetIpaPath(ErrorText* error) {
   std::string output;
   if (ExecuteTask(tempDir_, &output) != 0) return fail(error, unzipFailure(output));
-  removeLinks(tempDir_);
+  if (!removeLinks(tempDir_, error)) return false;
   const auto ipa = firstEntryWithExtension(tempDir_, "ipa");
   if (!ipa) return fail(error, fmt::format("Ipa is not found in directory ({}) .", tempDir_));
   ipaName_ = *ipa;

@@ -36,8 +36,9 @@ bool identify(const WexManifestAppInfo& appInfo, const WexInfoPlistModifier& inf
 // The values that cover the app's files as they stand.
 bool seal(const std::string& bundlePath, const WrapperLogger& logger, MobileApp* app) {
   Digest contents(DigestAlgorithm::kSha256);
-  LookForRecursiveFileWith(bundlePath, contents, logger);
-  app->bundleCheckSum = CalulateSHA2StringFromData(contents);
+  if (LookForRecursiveFileWith(bundlePath, contents, logger)) {
+    app->bundleCheckSum = CalulateSHA2StringFromData(contents);
+  }
   if (app->bundleCheckSum.empty()) return failed(logger, "Error:- Could not generate checkSum");
   const auto key = GeneratePrivateKey(bundlePath, logger);
   if (!key) return failed(logger, "Error:- Could not Generate private key ");

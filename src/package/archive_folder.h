@@ -19,7 +19,8 @@ std::string unzipFailure(std::string_view output);
 
 // Takes every link out of an unpacked package. Packages are zipped without links; one that has
 // them would have the archive inside it, or a later step, write or read outside of the folder.
-void removeLinks(const std::string& folder);
+// False when one may have stayed.
+bool removeLinks(const std::string& folder, ErrorText* error);
 
 // The name of the first entry of the folder, in listing order, with exactly this extension.
 std::optional<std::string> firstEntryWithExtension(const std::string& folder,

@@ -110,11 +110,17 @@ size_t distance(std::string_view rest) {
   return rank;
 }
 
-std::optional<std::string> bestMatch(const AppBundle& bundle, const std::string& stem) {
+std::optional<std::string> bestMatch(const AppBundle& bundle, const std::string& stem,
+                                     const WrapperLogger& logger) {
   std::optional<std::string> best;
   size_t bestDistance = 0;
-  for (const std::string& name :
-       listDirectory(bundle.path()).value_or(std::vector<std::string>())) {
+  ErrorText reason;
+  const auto names = listDirectory(bundle.path(), &reason);
+  if (!names) {
+    logger.logError(fmt::format("{}: {}", bundle.path(), reason.text()));
+    return best;
+  }
+  for (const std::string& name : *names) {
     if (!name.starts_with(stem) || !endsWithPng(name) || !hasFile(bundle, name)) continue;
     const std::string nameStem = stemOf(name);
     if (nameStem.size() < stem.size()) continue;
@@ -165,7 +171,7 @@ std::optional<std::string> findAndCreateMatchingPatternForFile(const std::string
                     file));
     return file;
   }
-  const std::optional<std::string> match = bestMatch(*bundle, stem);
+  const std::optional<std::string> match = bestMatch(*bundle, stem, logger);
   if (!match) return std::nullopt;
   // An own converter, so that the settings of the run's stay as they are.
   IconConverter converter;

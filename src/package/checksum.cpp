@@ -30,32 +30,39 @@ class ContentWalk {
   ContentWalk(Digest& data, const WrapperLogger& logger)
       : data_([&data](std::string_view block) { data.update(block); }), logger_(logger) {}
 
-  void walk(const std::string& directory) {
+  // False, and logged, when a folder could not be read.
+  bool walk(const std::string& directory) {
     // Names relative to the working directory could lead back to where we are.
-    if (!open_.insert(directory).second) return;
-    walkDirectory(directory, [&](const WalkedItem& item) {
-      visit(directory, item);
-      return true;
-    });
+    if (!open_.insert(directory).second) return true;
+    bool whole = true;
+    ErrorText reason;
+    const auto take = [&](const WalkedItem& item) {
+      return whole = whole && visit(directory, item);
+    };
+    if (!walkDirectoryIfThere(directory, take, &reason)) {
+      logger_.logError(reason.text());
+      whole = false;
+    }
     open_.erase(directory);
+    return whole;
   }
 
  private:
   // The deep walk reaches the files of every folder by itself. A folder's own turn takes its
   // relative path, which normally names nothing in the working directory; servers know checksums
   // made this way, so it stays.
-  void visit(const std::string& directory, const WalkedItem& item) {
+  bool visit(const std::string& directory, const WalkedItem& item) {
     const std::string path = directory + "/" + item.relativePath;
     if (item.kind == ItemKind::kDirectory || (item.kind == ItemKind::kLink && isDirectory(path))) {
-      walk(item.relativePath);
-      return;
+      return walk(item.relativePath);
     }
     // The settings file holds the checksum itself.
-    if (containsIgnoringCase(path, "Orvane.plist")) return;
+    if (containsIgnoringCase(path, "Orvane.plist")) return true;
     const bool readable = item.kind != ItemKind::kLink || !leadsOutside(path, directory);
     if (!readable || !appendFile(path, data_)) {
       logger_.logError(fmt::format("Error reading file {}", item.relativePath));
     }
+    return true;
   }
 
   BlockStream data_;
@@ -65,9 +72,9 @@ class ContentWalk {
 
 }  // namespace
 
-void LookForRecursiveFileWith(const std::string& directory, Digest& data,
+bool LookForRecursiveFileWith(const std::string& directory, Digest& data,
                               const WrapperLogger& logger) {
-  ContentWalk(data, logger).walk(directory);
+  return ContentWalk(data, logger).walk(directory);
 }
 
 std::string CalulateMD5StringFromData(std::string_view data) {

@@ -10,9 +10,9 @@
 namespace tovrek {
 
 // Appends the contents of all files below the folder to `data`, in walk order; files that cannot
-// be read are logged and left out. The data is only ever hashed, so it is kept as a running
-// digest and not in memory.
-void LookForRecursiveFileWith(const std::string& directory, Digest& data,
+// be read are logged and left out, but a folder that cannot makes it false. The data is only ever
+// hashed, so it is kept as a running digest and not in memory.
+bool LookForRecursiveFileWith(const std::string& directory, Digest& data,
                               const WrapperLogger& logger);
 // 32 upper-case digits.
 std::string CalulateMD5StringFromData(std::string_view data);

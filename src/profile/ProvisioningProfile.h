@@ -63,8 +63,11 @@ class ProvisioningProfile {
   static void validateForiOS8Certificate(std::string_view certificateName,
                                          const PlistDictionary& profile, const WrapperLogger& log,
                                          ErrorText* error);
-  // Whether the keychain holds a certificate of this digest (hexadecimal, any case).
-  static bool doesCertificateExistWithSHA1(std::string_view sha1, const RunContext& context);
+  // Whether the keychain holds a certificate of this digest (hexadecimal, any case). No value
+  // when it could not be asked.
+  static std::optional<bool> doesCertificateExistWithSHA1(std::string_view sha1,
+                                                          const RunContext& context,
+                                                          ErrorText* error = nullptr);
   static bool doesCertificate(const Certificate& certificate, std::string_view sha1);
 
  private:

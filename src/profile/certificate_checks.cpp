@@ -64,13 +64,18 @@ void ProvisioningProfile::validateForiOS8Certificate(std::string_view certificat
   warnIfEmpty(error, kWarning);
 }
 
-bool ProvisioningProfile::doesCertificateExistWithSHA1(std::string_view sha1,
-                                                       const RunContext& context) {
+std::optional<bool> ProvisioningProfile::doesCertificateExistWithSHA1(std::string_view sha1,
+                                                                      const RunContext& context,
+                                                                      ErrorText* error) {
   const WrapperLogger& log = context.loggers.toolkit;
   Command command;
   command.argv = {"/usr/bin/security", "find-certificate", "-a", "-Z"};
   if (const auto keychain = context.keychain.namedKeychain()) command.argv.push_back(*keychain);
   const Outcome outcome = runQuietly(command);
+  if (outcome.signalled || outcome.status == kNotStarted) {
+    failWithStatus(error, "security", outcome.status);
+    return std::nullopt;
+  }
   if (outcome.status == kNoAccessForItem) {
     log.logDetailed("Cert query failed,No access for certificate item");
   }

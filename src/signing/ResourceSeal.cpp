@@ -40,12 +40,7 @@ std::optional<std::vector<Resource>> findResources(const SealRequest& request, E
   bool good = true;
   const auto note = [&](const WalkedItem& item) {
     if (isOutsideSeal(item.relativePath, request.executableName)) return false;
-    if (item.kind == ItemKind::kDirectory) {
-      if (!listDirectory(joinPath(request.root, item.relativePath))) {
-        good = fail(error, fmt::format("{}: folder cannot be read", item.relativePath));
-      }
-      return good;
-    }
+    if (item.kind == ItemKind::kDirectory) return good;
     Resource resource;
     resource.path = item.relativePath;
     resource.kind = item.kind;
@@ -59,8 +54,7 @@ std::optional<std::vector<Resource>> findResources(const SealRequest& request, E
     resources.push_back(std::move(resource));
     return good;
   };
-  if (!walkDirectory(request.root, note)) fail(error, "the bundle's folder cannot be read");
-  if (!good) return std::nullopt;
+  if (!walkDirectory(request.root, note, error) || !good) return std::nullopt;
   std::sort(resources.begin(), resources.end(),
             [](const Resource& a, const Resource& b) { return a.path < b.path; });
   return resources;

@@ -162,11 +162,11 @@ class SignatureFolder {
     if (!existed_) removeItem(path_);
     return false;
   }
-  void removeAllBut(const std::set<std::string>& kept) const {
-    const auto names = listDirectory(path_);
-    for (const std::string& name : names.value_or(std::vector<std::string>())) {
-      if (kept.count(name) == 0) removeItem(joinPath(path_, name));
-    }
+  bool removeAllBut(const std::set<std::string>& kept, ErrorText* error) const {
+    const auto names = listDirectory(path_, error);
+    return names && std::ranges::all_of(*names, [&](const std::string& name) {
+             return kept.contains(name) || removeItem(joinPath(path_, name), error);
+           });
   }
 
  private:
@@ -194,8 +194,7 @@ bool writeMachO(const CodeObject& object, const CodeFile& file, const SignatureC
                        writeImages(std::move(images), file.isUniversal(), contents, code, error) &&
                        (contents.dryRun || group.commit(error));
   if (!written || contents.dryRun) return folder.abandon() || written;
-  if (seal) folder.removeAllBut({kSealFile});
-  return true;
+  return !seal || folder.removeAllBut({kSealFile}, error);
 }
 
 bool writeBeside(const CodeObject& object, const CodeFile& file, const SignatureContents& contents,
@@ -225,8 +224,7 @@ bool writeBeside(const CodeObject& object, const CodeFile& file, const Signature
   if (!good || contents.dryRun || !group.commit(error)) {
     return folder.abandon() || (good && contents.dryRun);
   }
-  folder.removeAllBut(kept);
-  return true;
+  return folder.removeAllBut(kept, error);
 }
 
 bool removeSignatures(const CodeObject& object, const CodeFile& file, ErrorText* error) {

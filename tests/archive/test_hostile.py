@@ -1,9 +1,12 @@
 """Archives made to do harm, or damaged: one text, a status, and nothing outside the destination."""
 import os
+import shutil
 import struct
+import subprocess
 import zipfile
 
-from archive_testing import OUR_UNZIP, OUR_ZIP, ArchiveTest, snapshot, text
+from archive_testing import (OUR_UNZIP, OUR_ZIP, STOCK_UNZIP, STOCK_ZIP, ArchiveTest, snapshot,
+                             text)
 
 
 def link(name, target):
@@ -115,6 +118,44 @@ class Hostile(ArchiveTest):
         for what, data in (("half", whole[:len(whole) // 2]), ("no end", whole[:-1]),
                            ("empty file", b""), ("text", b"no archive " * 100)):
             self.refuse(what, data, 9, "End-of-central-directory signature not found")
+
+    def test_what_stock_unzip_takes(self):
+        """Bytes behind the archive, and DOS archives with backslashes: as the stock program does."""
+        self.write("in/a/b", b"contents")
+        subprocess.run([STOCK_ZIP, "-q", "-r", "../plain.zip", "."], cwd=self.path("in"), check=True)
+        with open(self.path("plain.zip"), "rb") as file:
+            plain = file.read()
+        info = zipfile.ZipInfo("a/b")
+        info.create_system = 0
+        with zipfile.ZipFile(self.path("dos.zip"), "w") as archive:
+            archive.writestr(info, b"contents")
+        with open(self.path("dos.zip"), "rb") as file:
+            dos = file.read().replace(b"a/b", b"a\\b")
+        for what, data in (("one byte", plain + b"\0"), ("text", plain + b"text " * 1000),
+                           ("60 KB", plain + b"\0" * 60000), ("backslashes", dos)):
+            with self.subTest(what):
+                self.write("test.zip", data)
+                seen = []
+                for program in (STOCK_UNZIP, OUR_UNZIP):
+                    shutil.rmtree(self.path("out"), ignore_errors=True)
+                    result = self.run_in(self.folder, program, "-q", "-d", "out", "test.zip")
+                    with open(self.path("out", "a", "b"), "rb") as file:
+                        seen.append((result.returncode, file.read()))
+                self.assertEqual(seen[0], seen[1])
+
+    def test_what_zip_cannot_read_is_told(self):
+        """A folder that may not be opened is missing from the archive, not from the answer."""
+        self.write("d/open/file", b"x")
+        self.write("d/shut/file", b"x")
+        os.chmod(self.path("d", "shut"), 0)
+        os.chmod(self.folder, 0o777)
+        user = 65534 if os.geteuid() == 0 else None
+        result = subprocess.run([OUR_ZIP, "-qr", "new.zip", "d"], cwd=self.folder, user=user,
+                                capture_output=True)
+        os.chmod(self.path("d", "shut"), 0o700)
+        self.assertEqual(result.returncode, 18)
+        self.assertIn(b"could not open for reading: d/shut: Permission denied", result.stderr)
+        self.assertIn("d/open/file", zipfile.ZipFile(self.path("new.zip")).namelist())
 
     def test_zip_with_bad_input(self):
         """An archive that cannot be extended, links in a circle, special files."""

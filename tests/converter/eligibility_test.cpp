@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <functional>
+
 #include "converter/inspection.h"
 #include "converter/library_check.h"
 #include "tests/converter/ConverterTest.h"
@@ -30,8 +32,8 @@ TEST_F(Eligibility, AsksOtoolAboutTheExecutable) {
   verifyIfApplicationIsAlreadyWrapped(log(), bundle(), &error);
   verifyIfApplicationIsAppStoreApp(log(), bundle(), nullptr);
   verifyIfAppBundleIsAlreadyWrapped(log(), bundle(), nullptr);
-  EXPECT_THAT(host.allCalls(app()),
-              ElementsAre("otool|-l|@/Demo", "otool|-l|@/Demo", "otool|-o|@/Demo"));
+  EXPECT_THAT(host.allCalls(app()), ElementsAre("otool|-l|@/Demo", "otool|-l|@/Demo",
+                                                "otool|-l|@/Demo", "otool|-o|@/Demo"));
 }
 
 TEST_F(Eligibility, NamesInBundlesStartNoProgram) {
@@ -72,12 +74,37 @@ TEST_F(Eligibility, AppStoreAppHasNoUnencryptedSlice) {
   }
 }
 
+TEST_F(Eligibility, SilenceOfAToolIsNoAnswer) {
+  symbols("_main");
+  for (const auto& [script, status] :
+       {std::pair<std::string, int>{"kill -9 $$", 137}, {"exit 127", 127}, {"exit 126", 126}}) {
+    SCOPED_TRACE(script);
+    const std::string text = fmt::format("Failed to execute otool with exit code: {}", status);
+    host.addTool("otool", script);
+    BundleInspection found;
+    const std::vector<std::function<bool()>> questions = {
+        [&] { return verifyIfApplicationIsAlreadyWrapped(log(), bundle(), &error).has_value(); },
+        [&] { return verifyIfApplicationIsAppStoreApp(log(), bundle(), &error).has_value(); },
+        [&] { return checkIfAppBundle(context, bundle(), &found, &error); }};
+    for (const auto& question : questions) {
+      error.clear();
+      EXPECT_FALSE(question());
+      EXPECT_EQ(error.text(), text);
+    }
+  }
+  otool("cryptid 0");
+  host.addTool("nm", "exit 127");
+  BundleInspection found;
+  EXPECT_FALSE(checkIfAppBundle(context, bundle(), &found, &error));
+  EXPECT_EQ(error.text(), "Failed to execute nm with exit code: 127");
+}
+
 TEST_F(Eligibility, WrappedAppIsRefused) {
   otool("name @executable_path/OrvaneDylib.bundle/OrvaneDylib.dylib");
-  EXPECT_TRUE(verifyIfApplicationIsAlreadyWrapped(log(), bundle(), &error));
+  EXPECT_EQ(verifyIfApplicationIsAlreadyWrapped(log(), bundle(), &error), true);
   EXPECT_EQ(error.text(), "ERROR: This app is already wrapped, and cannot be re-wrapped.");
   otool("name @executable_path/OrvaneDylib.bundle/OrvaneDylib.dylib", "", 1);
-  EXPECT_FALSE(verifyIfApplicationIsAlreadyWrapped(log(), bundle(), nullptr));
+  EXPECT_EQ(verifyIfApplicationIsAlreadyWrapped(log(), bundle(), nullptr), false);
 }
 
 TEST_F(Eligibility, LaunchHook) {
@@ -124,7 +151,7 @@ TEST_F(Eligibility, InspectionOfAnSdkApp) {
   write("Demo.app/OrvaneDylib.bundle/OrvaneDylib.dylib", "");
   BundleInspection found;
   found.hasMAMSDKFrameworks = false;
-  checkIfAppBundle(context, bundle(), &found);
+  EXPECT_TRUE(checkIfAppBundle(context, bundle(), &found, &error));
   EXPECT_TRUE(found.hasWEXSDKFramework && found.hasOpenSSLFIPSModule && found.hasOrvaneDylib &&
               found.hasMAMSDKFrameworks && found.hasDualModeFrameworks);
   EXPECT_FALSE(found.hasDefaultPoliciesXML);
@@ -133,7 +160,7 @@ TEST_F(Eligibility, InspectionOfAnSdkApp) {
             "DefaultPoliciesXML?0 OrvaneDylib?1 DualModeFrameworkFound?0 ORVMAMFrameworksFound?0\n"
             "WARNING: App will not work as expected when run in Premium/AppSpecific mode.\n");
   // A second look reports what the first one found.
-  checkIfAppBundle(context, bundle(), &found);
+  EXPECT_TRUE(checkIfAppBundle(context, bundle(), &found, &error));
   EXPECT_THAT(found.debugString, HasSubstr("DualModeFrameworkFound?1 ORVMAMFrameworksFound?1\n"));
 }
 
@@ -142,14 +169,14 @@ TEST_F(Eligibility, InspectionOfOtherApps) {
   symbols("_main", 1);
   write("Demo.app/default_policies.xml", "");
   BundleInspection found;
-  checkIfAppBundle(context, bundle(), &found);
+  EXPECT_TRUE(checkIfAppBundle(context, bundle(), &found, &error));
   EXPECT_FALSE(found.hasWEXSDKFramework || found.hasOpenSSLFIPSModule || found.hasOrvaneDylib);
   EXPECT_TRUE(found.hasDefaultPoliciesXML);
   EXPECT_THAT(found.debugString, HasSubstr("\noutputStr _main\n terminatedStatus 1\n"));
 
   // The markers count without any framework, the fingerprint only with one.
   symbols("_OrvSingleSignOn _FINGERPRINT_premain");
-  checkIfAppBundle(context, bundle(), &found);
+  EXPECT_TRUE(checkIfAppBundle(context, bundle(), &found, &error));
   EXPECT_TRUE(found.hasWEXSDKFramework);
   EXPECT_FALSE(found.hasOpenSSLFIPSModule);
 }

@@ -60,7 +60,12 @@ TEST_F(Copying, LinksThatLeadOutside) {
   link("../sub/file", "Demo.app/sub/inside");
   link("sub", "Demo.app/folder");
   link("..", "Demo.app/sub/root");
-  EXPECT_FALSE(linkLeadingOutside(app()));
+  const auto found = [this] {
+    std::optional<std::string> link;
+    EXPECT_TRUE(findLinkLeadingOutside(app(), &link, nullptr));
+    return link;
+  };
+  EXPECT_EQ(found(), std::nullopt);
   const std::pair<std::string, std::string> cases[] = {{"/etc/passwd", "absolute"},
                                                        {"../Data", "Demo.app/sub/../up"},
                                                        {"nothing", "dangling"},
@@ -69,9 +74,13 @@ TEST_F(Copying, LinksThatLeadOutside) {
   for (const auto& [target, name] : cases) {
     SCOPED_TRACE(name);
     link(target, "Demo.app/sub/link");
-    EXPECT_EQ(linkLeadingOutside(app()), "sub/link") << target;
+    EXPECT_EQ(found(), "sub/link") << target;
     removeItem(app() + "/sub/link");
   }
+  std::optional<std::string> link;
+  ErrorText error;
+  EXPECT_FALSE(findLinkLeadingOutside(app() + "/none", &link, &error));
+  EXPECT_EQ(error.text(), app() + "/none: No such file or directory");
 }
 
 TEST_F(Copying, RebuildKeepsWarningsAndGivesReasons) {

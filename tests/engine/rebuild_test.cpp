@@ -9,6 +9,7 @@
 #include "host/files.h"
 #include "macho/FatFile.h"
 #include "tests/engine/EngineRun.h"
+#include "tests/support/ScriptedHostRoot.h"
 
 namespace tovrek {
 namespace {
@@ -102,6 +103,29 @@ TEST_F(RebuildTest, NoDeviceSliceLosesTheFile) {
   EXPECT_NE(result.printed.find("addOrvaneDylib: check dylib failed: " + path + " 1100\n"),
             std::string::npos);
   EXPECT_FALSE(fileExists(path));
+}
+
+TEST_F(RebuildTest, SilenceOfLipoIsNoAnswer) {
+  const struct {
+    const char* script;
+    int status;
+  } cases[] = {
+      {"exit 127", 127},
+      {"kill -9 $$", 9},
+      {"case \"$2$3\" in -verify_archarmv7) exit 127;; esac; exit 0", 127},
+      {"case \"$2$3\" in -verify_archarmv7) echo cannot read >&2; exit 1;; esac; exit 0", 1},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.script);
+    test::ScriptedHostRoot host;
+    host.addTool("lipo", c.script);
+    const std::string path = program(image(kArm64));
+    const Rebuilt result = rebuild(2, path);
+    EXPECT_FALSE(result.done);
+    EXPECT_EQ(result.error.text(),
+              "Failed to execute lipo with exit code: " + std::to_string(c.status));
+    EXPECT_TRUE(fileExists(path));
+  }
 }
 
 TEST_F(RebuildTest, FailuresReachTheSlotAsTexts) {

@@ -1,6 +1,8 @@
 #include "host/files.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +13,7 @@
 #include "host/InputFile.h"
 #include "host/MappedFile.h"
 #include "host/scratch.h"
+#include "host/unique_fd.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace tovrek {
@@ -142,6 +145,50 @@ TEST(Files, WalkIsSortedAndFollowsNoLinks) {
   }));
   EXPECT_EQ(seen, (std::vector<std::string>{"B", "a", "b", "b/1", "b/2", "c.framework", "d"}));
   EXPECT_FALSE(walkDirectory(folder.file("missing"), [](const WalkedItem&) { return true; }));
+}
+
+TEST(Files, OnlyAWholeWalkIsOne) {
+  const TemporaryFolder folder;
+  folder.write("a/b/c/d/e/file", "");
+  const auto all = [](const WalkedItem&) { return true; };
+  ErrorText error;
+  EXPECT_FALSE(walkDirectory(folder.file("none"), all, &error));
+  EXPECT_EQ(error.text(), folder.file("none") + ": No such file or directory");
+  EXPECT_TRUE(walkDirectoryIfThere(folder.file("none"), all));
+  EXPECT_TRUE(walkDirectoryIfThere(folder.file("a/b/c/d/e/file"), all));
+
+  // Refuses to open folders at some depth, for root as well.
+  const int next = ::dup(0);
+  ::close(next);
+  rlimit before{};
+  ::getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit few{static_cast<rlim_t>(next) + 3, before.rlim_max};
+  ::setrlimit(RLIMIT_NOFILE, &few);
+  const bool whole = walkDirectory(folder.path(), all, &error);
+  const bool there = walkDirectoryIfThere(folder.path(), all);
+  ::setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_FALSE(whole || there);
+  EXPECT_EQ(error.text(), folder.file("a/b") + ": Too many open files");
+}
+
+TEST(Files, TreesDeeperThanAnyPathAreWalkedAndRemoved) {
+  const TemporaryFolder folder;
+  constexpr int kLevels = 300;
+  const std::string name(60, 'x');
+  ASSERT_TRUE(createPrivateDirectory(folder.file("tree")));
+  UniqueFd here(::open(folder.file("tree").c_str(), O_RDONLY | O_DIRECTORY));
+  for (int i = 0; i < kLevels; ++i) {
+    ASSERT_EQ(::mkdirat(here.get(), name.c_str(), 0700), 0);
+    here = UniqueFd(::openat(here.get(), name.c_str(), O_RDONLY | O_DIRECTORY));
+    const UniqueFd file(::openat(here.get(), "file", O_WRONLY | O_CREAT, 0600));
+    ASSERT_TRUE(file.valid());
+  }
+  int items = 0;
+  EXPECT_TRUE(walkDirectory(folder.file("tree"), [&](const WalkedItem&) { return ++items > 0; }));
+  EXPECT_EQ(items, 2 * kLevels);
+  ErrorText error;
+  EXPECT_TRUE(removeItem(folder.file("tree"), &error)) << error.text();
+  EXPECT_FALSE(itemExistsNoFollow(folder.file("tree")));
 }
 
 TEST(Files, AppendNeedsTheFile) {

@@ -53,7 +53,8 @@ TEST(Paths, JoinAndText) {
   EXPECT_EQ(joinPath("", "b"), "b");
   EXPECT_EQ(joinPath("/", "b"), "/b");
   EXPECT_EQ(trimmed(" \r\n x y\t\n"), "x y");
-  EXPECT_EQ(trimmed("\xC2\xA0\xE3\x80\x80 x\xE2\x80\x8Ay\xE2\x80\xA8\xE2\x80\xAF\v"), "x\xE2\x80\x8Ay");
+  EXPECT_EQ(trimmed("\xC2\xA0\xE3\x80\x80 x\xE2\x80\x8Ay\xE2\x80\xA8\xE2\x80\xAF\v"),
+            "x\xE2\x80\x8Ay");
   EXPECT_TRUE(equalsIgnoringCase("IPA", "ipa"));
   EXPECT_FALSE(equalsIgnoringCase("ipa", "ip"));
   EXPECT_TRUE(containsIgnoringCase("a/oRVANE.plist", "Orvane.plist"));

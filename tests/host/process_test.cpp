@@ -85,6 +85,12 @@ TEST(HostRoot, StandsInForSystemPathsOnly) {
   EXPECT_EQ(HostRoot::resolve("/usr/bin/tool"), tool);
   EXPECT_EQ(HostRoot::resolve("/bin/sh"), "/bin/sh");
   EXPECT_EQ(HostRoot::resolve("usr/bin/tool"), "usr/bin/tool");
+  // What stands there but cannot be looked at is not replaced by the system's program.
+  const std::string loop = root.file("usr/bin/cat");
+  ASSERT_EQ(::symlink(loop.c_str(), loop.c_str()), 0);
+  EXPECT_EQ(HostRoot::resolve("/usr/bin/cat"), loop);
+  Outcome outcome;
+  EXPECT_FALSE(runProcess({.argv = {"/usr/bin/cat"}}, &outcome));
   EXPECT_TRUE(HostRoot::exists("/usr/bin/tool"));
   EXPECT_EQ(run({.argv = {"/usr/bin/tool", "a b"}}).output, "stand-in a b\n");
   EXPECT_EQ(run({.argv = {"tool"}}).output, "stand-in \n") << "found in the child's PATH";

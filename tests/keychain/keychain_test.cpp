@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "host/files.h"
 #include "keychain/item_files.h"
@@ -102,6 +103,16 @@ TEST_F(KeychainTest, FolderFilledByHand) {
   ASSERT_TRUE(keychain);
   EXPECT_EQ(keychain->certificates().size(), 1u);
   EXPECT_EQ(keychain->identities().size(), 1u);
+  EXPECT_TRUE(keychain->unreadable().empty());
+
+  // What cannot be read is not passed over in silence.
+  const std::string loop = folder_.file("mine/loop.cer");
+  ASSERT_EQ(::symlink(loop.c_str(), loop.c_str()), 0);
+  const auto again = Keychain::open(path);
+  ASSERT_TRUE(again);
+  EXPECT_EQ(again->unreadable(),
+            std::vector<std::string>{loop + ": Too many levels of symbolic links"});
+  EXPECT_EQ(again->certificates().size(), 1u);
 }
 
 TEST_F(KeychainTest, SingleFiles) {

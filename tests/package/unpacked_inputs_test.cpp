@@ -1,9 +1,11 @@
 // Scratch folder, unpacked .ipa and .wex inputs, the app bundle: with the real zip and unzip.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
 
 #include "host/files.h"
+#include "host/host_info.h"
 #include "host/paths.h"
 #include "package/AppBundle.h"
 #include "package/TemporaryDirectory.h"
@@ -67,9 +69,44 @@ TEST_F(UnpackedInputs, ScratchFolderIsPrivateAndGoesWithItsOwner) {
 
 TEST_F(UnpackedInputs, ScratchFolderThatCannotBeMadeIsAnError) {
   folder_.write("com.orvane.wex", "a file in the way");
+  folder_.write(fmt::format("com.orvane.wex-{}", userId()), "and here");
   EXPECT_FALSE(scratch_.Create(&error_));
   EXPECT_EQ(error_.text().find("Failed to create temp folder. Error: "), 0u) << error_.text();
   EXPECT_FALSE(scratch_.created());
+}
+
+TEST_F(UnpackedInputs, ScratchFoldersOfOthersAreLeftAlone) {
+  const std::string usual = folder_.file("com.orvane.wex");
+  const std::string own = fmt::format("{}-{}", usual, userId());
+  // Open to others, and a link to somewhere else.
+  fs::create_directory(usual);
+  fs::permissions(usual, fs::perms::all);
+  fs::create_directory(folder_.file("elsewhere"));
+  for (int i = 0; i < 2; ++i) {
+    TemporaryDirectory scratch;
+    ASSERT_TRUE(scratch.Create(&error_)) << error_.text();
+    EXPECT_EQ(deletingLastPathComponent(scratch.tempDir()), own);
+    EXPECT_TRUE(isPrivateDirectory(own));
+    fs::remove_all(usual);
+    fs::create_directory_symlink(folder_.file("elsewhere"), usual);
+  }
+}
+
+TEST_F(UnpackedInputs, WhatKilledRunsLeftIsRemoved) {
+  TemporaryDirectory running;
+  ASSERT_TRUE(running.Create(&error_)) << error_.text();
+  const std::string family = deletingLastPathComponent(running.tempDir());
+  const std::string killed = joinPath(family, uniqueString());
+  fs::create_directories(killed + "/Payload");
+  fs::permissions(killed, fs::perms::owner_all);
+  fs::create_directory(family + "/mine");
+
+  TemporaryDirectory next;
+  ASSERT_TRUE(next.Create(&error_)) << error_.text();
+  EXPECT_EQ(next.leftovers(), std::vector<std::string>{killed});
+  EXPECT_FALSE(fileExists(killed));
+  EXPECT_TRUE(fileExists(running.tempDir())) << "its run holds the lock";
+  EXPECT_TRUE(fileExists(family + "/mine"));
 }
 
 TEST_F(UnpackedInputs, IpaGivesItsApp) {

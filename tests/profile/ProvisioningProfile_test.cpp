@@ -201,19 +201,19 @@ TEST_F(SignedProfile, FindsCertificatesOfTheKeychainByDigest) {
   ASSERT_EQ(runTool(log, {security, "create-keychain", "-p", "", keychain}), 0);
   ASSERT_EQ(runTool(log, {security, "import", identity_.certificate, "-k", keychain}), 0);
 
-  EXPECT_FALSE(ProvisioningProfile::doesCertificateExistWithSHA1(digest, context))
+  EXPECT_EQ(ProvisioningProfile::doesCertificateExistWithSHA1(digest, context), false)
       << "in no keychain yet";
   PellRequest& request = context.keychain;
   request.setKeychainPath(keychain);
-  EXPECT_FALSE(ProvisioningProfile::doesCertificateExistWithSHA1(digest, context))
+  EXPECT_EQ(ProvisioningProfile::doesCertificateExistWithSHA1(digest, context), false)
       << "path without flag";
   request.setPellRequestFlag(true);
-  EXPECT_TRUE(ProvisioningProfile::doesCertificateExistWithSHA1(digest, context));
+  EXPECT_EQ(ProvisioningProfile::doesCertificateExistWithSHA1(digest, context), true);
   for (char& c : digest) c = static_cast<char>(std::toupper(c));
-  EXPECT_TRUE(ProvisioningProfile::doesCertificateExistWithSHA1(digest, context));
+  EXPECT_EQ(ProvisioningProfile::doesCertificateExistWithSHA1(digest, context), true);
   EXPECT_TRUE(ProvisioningProfile::doesCertificate(*certificate, digest));
-  EXPECT_FALSE(ProvisioningProfile::doesCertificateExistWithSHA1(digest.substr(1), context));
-  EXPECT_FALSE(ProvisioningProfile::doesCertificateExistWithSHA1("", context));
+  EXPECT_EQ(ProvisioningProfile::doesCertificateExistWithSHA1(digest.substr(1), context), false);
+  EXPECT_EQ(ProvisioningProfile::doesCertificateExistWithSHA1("", context), false);
   EXPECT_FALSE(ProvisioningProfile::doesCertificate(*certificate, ""));
 }
 
@@ -244,7 +244,7 @@ TEST(ProfileTools, NamesTheKeychainInTheCall) {
   EXPECT_FALSE(ProvisioningProfile::extractProvisioningProfileData("/p", context, &error));
   context.keychain.setPellRequestFlag(true);
   EXPECT_FALSE(ProvisioningProfile::extractProvisioningProfileData("/p", context, &error));
-  EXPECT_FALSE(ProvisioningProfile::doesCertificateExistWithSHA1("00", context));
+  EXPECT_EQ(ProvisioningProfile::doesCertificateExistWithSHA1("00", context), false);
   EXPECT_THAT(::testing::internal::GetCapturedStderr(),
               HasSubstr("extractProvisioningProfileData failed to extract any data from current "
                         "provisioning profile."));

@@ -90,7 +90,7 @@ std::vector<std::string> resourceDifferences(const CodeObject& object, const std
       differences.push_back("file modified: " + full);
     }
   }
-  walkDirectory(object.root, [&](const WalkedItem& item) {
+  const auto compare = [&](const WalkedItem& item) {
     if (isUnsealed(item.relativePath, object)) return false;
     const auto known = expected.find(item.relativePath);
     if (item.kind == ItemKind::kDirectory) return known == expected.end();
@@ -99,7 +99,11 @@ std::vector<std::string> resourceDifferences(const CodeObject& object, const std
       differences.push_back("file added: " + joinPath(object.root, item.relativePath));
     }
     return true;
-  });
+  };
+  ErrorText reason;
+  if (!walkDirectory(object.root, compare, &reason)) {
+    differences.push_back("folder unreadable: " + reason.text());
+  }
   std::stable_sort(differences.begin(), differences.end());
   return differences;
 }
@@ -121,13 +125,15 @@ std::vector<NestedCode> nestedCode(const CodeObject& object, const std::string& 
 
 std::vector<std::string> linksLeadingOut(const CodeObject& object) {
   std::vector<std::string> stray;
-  walkDirectory(object.root, [&](const WalkedItem& item) {
+  const auto check = [&](const WalkedItem& item) {
     if (item.kind != ItemKind::kLink) return true;
     const std::string path = joinPath(object.root, item.relativePath);
     const auto target = realPath(path);
     if (!target || !(*target + "/").starts_with(object.root + "/")) stray.push_back(path);
     return true;
-  });
+  };
+  // What nobody could look into may hold such a link.
+  if (!walkDirectory(object.root, check)) stray.push_back(object.root);
   return stray;
 }
 
