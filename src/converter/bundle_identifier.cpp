@@ -62,7 +62,9 @@ bool changeBundleIdentifier(Run& run, ErrorText* /*error*/) {
   run.progressor.SetProgress("Replacing bundle identifier...");
   run.log().logBasic("Replacing bundle identifier with " + shown(run.replacementBundleID));
   ErrorText reason;
-  if (!doAppBundleIDChange(run.replacementBundleID, run.payloadDir, &reason)) {
+  // An app that is used where it stands keeps its identifier, which matters when another was asked.
+  const bool isKept = run.payloadDir.empty() && run.replacementBundleID == run.originalBundleID;
+  if (!doAppBundleIDChange(run.replacementBundleID, run.payloadDir, &reason) && !isKept) {
     run.log().logWarning("The bundle identifier was not replaced in " + reason.text());
   }
   return true;

@@ -27,6 +27,9 @@ TEAM_ID = "com.apple.developer.team-identifier"
 APP_GROUPS = "com.apple.security.application-groups"
 DATA_PROTECTION = "com.apple.developer.default-data-protection"
 
+# What makes a whole chain of the certificates below.
+ISSUERS = [os.path.join(IDENTITIES, name + ".pem") for name in ("intermediate", "root")]
+
 NO_UNIT = "WARNING: Your certificate does not contain the team identifier required for iOS 8."
 APP_STORE = "ERROR: The app (*) is an AppStore app."
 
@@ -145,6 +148,7 @@ class SmallAppTest(WholeProgramTest):
             for index, (name, subject) in enumerate(cls.SUBJECTS.items())}
         everyone = b"".join(read(path) for path in cls.certificates.values())
         if everyone:
+            everyone += b"".join(read(path) for path in ISSUERS)
             cls.security("import", write(everyone, cls.path("everyone.pem")))
 
     def wrap_folder(self, folder, *options, name="Small", **keywords):

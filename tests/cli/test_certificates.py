@@ -44,7 +44,7 @@ class Certificates(SmallAppTest):
         again = makers.certificate(self.path("again.pem"), ALPHA)
         home = {"XDG_DATA_HOME": self.path("home of twins")}
         key = os.path.join(IDENTITIES, "admin.key")
-        for file in (key, self.certificates["Alpha Signer"], again):
+        for file in (key, self.certificates["Alpha Signer"], again, *makers.ISSUERS):
             self.security("import", file, **home)
         profile = self.profile_with(again)
         self.wrap_small(cert="Alpha Signer", profile=profile, environment=home, status=254,

@@ -206,7 +206,7 @@ class Fingerprint(SdkApp):
 
     def test_signing_a_package(self):
         self.app("signed/package/Payload", SDK_APP_WITH_FINGERPRINT)
-        os.mkdir(self.path("wex"))
+        write(b"<MobileAppPackage/>", self.path("wex", "manifest.xml"))
         pack(self.path("signed", "package"), self.path("wex", "Gauge.ipa"))
         pack(self.path("wex"), self.path("Gauge.wex"))
         words = ("Sign", "-Cert", ADMIN, "-Profile", PROFILE, "-in", "Gauge.wex", *LOG)

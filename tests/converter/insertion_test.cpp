@@ -77,9 +77,8 @@ TEST_F(Copying, LinksThatLeadOutside) {
     EXPECT_EQ(found(), "sub/link") << target;
     removeItem(app() + "/sub/link");
   }
-  std::optional<std::string> link;
-  ErrorText error;
-  EXPECT_FALSE(findLinkLeadingOutside(app() + "/none", &link, &error));
+  std::optional<std::string> foundLink;
+  EXPECT_FALSE(findLinkLeadingOutside(app() + "/none", &foundLink, &error));
   EXPECT_EQ(error.text(), app() + "/none: No such file or directory");
 }
 

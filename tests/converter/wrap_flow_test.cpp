@@ -110,8 +110,8 @@ TEST_F(WrapFlow, IconsAreNotWorthAFailure) {
 
 TEST_F(WrapFlow, FailuresBeforeAnythingIsSigned) {
   const std::pair<std::function<void()>, std::string> cases[] = {
-      // The app's executable is none.
-      {[] {}, "ERROR: Failed to open application binary image."},
+      // There is no lipo to ask which slices the executable has.
+      {[] {}, "Failed to execute lipo with exit code: 127"},
       {[&] { removeItem(folder.file("Data/WEXSDK")); },
        "A required file at this location does not exist: " +
            folder.file("Data/WEXSDK/OrvaneLogger.framework/OrvaneLogger")},

@@ -120,8 +120,11 @@ TEST_F(SecurityTest, FindsCertificates) {
   const std::string der = derOf(id.certificate);
   const std::string digests = "SHA-256 hash: " + hexUpper(digestOf(DigestAlgorithm::kSha256, der)) +
                               "\nSHA-1 hash: " + upperDigest(id) + "\n";
-  expectRun({"security", "find-certificate", "-a", "-Z", "-p"}, 0,
+  // Without a keychain's name those of the system come behind the user's.
+  expectRun({"security", "find-certificate", "-a", "-Z", "-p", dataFolder() + "/keychain"}, 0,
             digests + contentsOf(id.certificate));
+  EXPECT_THAT(run({"security", "find-certificate", "-a", "-Z", "-p"}).output,
+              StartsWith(digests + contentsOf(id.certificate) + "SHA-256 hash: "));
 
   const Outcome shown = run({"security", "find-certificate", "-c", "IPHONE distribution", "-Z"});
   EXPECT_EQ(shown.status, 0);
