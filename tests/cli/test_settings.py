@@ -54,6 +54,13 @@ class SettingsFile(WholeProgramTest):
         self.assertEqual((result.returncode, result_text(result)),
                          (255, f"Settings file {path}: No such file or directory"))
 
+    def test_mistakes_obey_the_display_level(self):
+        for level, lines in (("0", 0), ("1", 1)):
+            result = self.wrap(DEMO_APP, self.path("out.wex"), "-logDisplayLevel", level,
+                               environment=self.conf("colour = yes"))
+            self.assertEqual(result.returncode, 255)
+            self.assertEqual(result.stderr.count("[CommandLine] Settings file"), lines, level)
+
     def test_arguments_must_be_utf8(self):
         result = self.run_toolkit([os.path.join(TOOLKIT, "Tovrek"), "Wrap", b"-in", b"a\xffb"],
                                   self.conf(""))
