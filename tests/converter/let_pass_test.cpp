@@ -54,6 +54,8 @@ TEST_F(LetPass, IsWarnedOfWithFileAndReason) {
        "The bundle identifier was not replaced in " + plist + ": "},
       {[&] {
          auto flow = run();
+         flow.originalBundleID = "com.example.old";
+         flow.replacementBundleID = "com.example.new";
          EXPECT_TRUE(changeBundleIdentifier(flow, &error));
        },
        "The bundle identifier was not replaced in an app that was given unpacked"},
@@ -88,6 +90,13 @@ TEST_F(LetPass, IsWarnedOfWithFileAndReason) {
            "/Info.plist: No such file or directory"},
   };
   for (const auto& c : cases) EXPECT_THAT(warningsOf(c.action), HasSubstr(c.warning));
+}
+
+// The app keeps the identifier that it was to have: nothing was let pass.
+TEST_F(LetPass, IsNoMatterWhereNothingWasAsked) {
+  auto flow = run();
+  flow.originalBundleID = flow.replacementBundleID = "com.example.old";
+  EXPECT_EQ(warningsOf([&] { EXPECT_TRUE(changeBundleIdentifier(flow, &error)); }), "");
 }
 
 }  // namespace
