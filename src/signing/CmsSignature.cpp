@@ -106,7 +106,7 @@ bool CmsSignature::readSigner(ErrorText* error) {
 }
 
 bool CmsSignature::isSignatureOver(std::string_view content, ErrorText* error) const {
-  const BioOwner source = readingFrom(content);
+  const BioOwner source = detachedContent(content);
   constexpr unsigned kFlags = CMS_BINARY | CMS_DETACHED | CMS_NO_SIGNER_CERT_VERIFY;
   if (CMS_verify(cms_.get(), nullptr, nullptr, source.get(), nullptr, kFlags) == 1) return true;
   return fail(error, opensslReason());

@@ -118,7 +118,7 @@ bool isSigned(CMS_SignerInfo* signer, std::string_view bytes) {
 
 // The library's own comparison of the digest in the attributes.
 bool vouchesFor(CMS_ContentInfo* message, std::string_view content) {
-  const BioOwner source = readingFrom(content);
+  const BioOwner source = detachedContent(content);
   constexpr unsigned kFlags =
       CMS_BINARY | CMS_DETACHED | CMS_NO_SIGNER_CERT_VERIFY | CMS_NO_ATTR_VERIFY;
   return CMS_verify(message, nullptr, nullptr, source.get(), nullptr, kFlags) == 1;
