@@ -130,5 +130,6 @@ std::string SymbolWords<P>::text() const {
 
 #define TOVREK_INSTANTIATE(P) template class SymbolWords<P>;
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::nm

@@ -167,5 +167,6 @@ Listed listSymbols(const macho::Image<P>& image, const NmOptions& options, std::
 #define TOVREK_INSTANTIATE(P) \
   template Listed listSymbols(const macho::Image<P>&, const NmOptions&, std::string_view, Output*);
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::nm

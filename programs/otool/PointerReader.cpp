@@ -152,5 +152,6 @@ std::optional<Target> PointerReader<P>::at(uint64_t address) const {
 
 #define TOVREK_INSTANTIATE(P) template class PointerReader<P>;
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::otool

@@ -56,5 +56,6 @@ void listLibraryId(const macho::Image<P>& image, Output* output) {
   template void listLibraries(const macho::Image<P>&, Output*); \
   template void listLibraryId(const macho::Image<P>&, Output*);
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::otool

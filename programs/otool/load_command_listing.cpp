@@ -270,5 +270,6 @@ void listLoadCommands(const macho::Image<P>& image, bool verbose, Output* output
 
 #define TOVREK_INSTANTIATE(P) template void listLoadCommands(const macho::Image<P>&, bool, Output*);
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::otool

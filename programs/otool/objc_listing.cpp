@@ -426,5 +426,6 @@ bool listObjectiveC(const macho::Image<P>& image, Output* output) {
 
 #define TOVREK_INSTANTIATE(P) template bool listObjectiveC(const macho::Image<P>&, Output*);
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::otool

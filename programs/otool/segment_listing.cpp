@@ -128,5 +128,6 @@ void listSegment(const macho::Image<P>& image, const macho::CommandView& command
 #define TOVREK_INSTANTIATE(P) \
   template void listSegment(const macho::Image<P>&, const macho::CommandView&, bool, Output*);
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::otool

@@ -162,5 +162,6 @@ void listThread(uint32_t cputype, const macho::CommandView& command, Output* out
 #define TOVREK_INSTANTIATE(P) \
   template void listThread<P>(uint32_t, const macho::CommandView&, Output*);
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::otool

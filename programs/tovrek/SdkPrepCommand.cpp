@@ -19,7 +19,7 @@ bool takeUrl(OptionTarget& target, const std::string& value) {
 }
 
 // Judged by its leading digits, stored as typed. The activation mode has no number here.
-bool takeAppMode(OptionTarget& target, const std::string& value) {
+bool takeModeNumber(OptionTarget& target, const std::string& value) {
   const long mode = std::strtol(value.c_str(), nullptr, 10);
   if (mode != 1 && mode != 2 && mode != 3 && mode != 5) {
     return failInvalidValue(target.error, "-appMode");
@@ -30,7 +30,7 @@ bool takeAppMode(OptionTarget& target, const std::string& value) {
   return true;
 }
 
-bool takeAppType(OptionTarget& target, const std::string& value) {
+bool takeModeName(OptionTarget& target, const std::string& value) {
   constexpr std::array<std::pair<const char*, const char*>, 5> kCodes = {{{"premium", "1"},
                                                                           {"general", "2"},
                                                                           {"enterprise", "3"},
@@ -47,7 +47,7 @@ bool takeAppType(OptionTarget& target, const std::string& value) {
   return failInvalidValue(target.error, "-appType");
 }
 
-OptionTable options() {
+OptionTable sdkPrepOptions() {
   using R = Request;
   return {
       valueOption("-in", &R::inputFile, "inputFile ({})", Form::kStandardizedPath),
@@ -62,8 +62,8 @@ OptionTable options() {
       valueOption("-excludedDevices", &R::excludedDevices, "excludedDevices ({})",
                   Form::kWithoutQuotes),
       checkedOption("-storeURL", takeUrl),
-      checkedOption("-appMode", takeAppMode),
-      checkedOption("-appType", takeAppType),
+      checkedOption("-appMode", takeModeNumber),
+      checkedOption("-appType", takeModeName),
       valueOption("-policyXML", &R::appSpecificPolicyFilepath, "policyXML ({})",
                   Form::kStandardizedPath),
       valueOption("-entitlements", &R::entitlementsPath, "entitlements ({})",
@@ -77,7 +77,7 @@ OptionTable options() {
 
 }  // namespace
 
-SdkPrepCommand::SdkPrepCommand() : WexToolkitCommand("SdkPrep", options(), helpText) {}
+SdkPrepCommand::SdkPrepCommand() : WexToolkitCommand("SdkPrep", sdkPrepOptions(), helpText) {}
 
 bool SdkPrepCommand::finish(Request& request, ErrorText*) {
   request.isUpdate = true;

@@ -39,7 +39,7 @@ Option embedBundleOption() {
       }};
 }
 
-OptionTable options() {
+OptionTable setInfoOptions() {
   using R = Request;
   return {
       valueOption("-in", &R::inputFile, "inputFile ({})", Form::kStandardizedPath),
@@ -60,7 +60,7 @@ OptionTable options() {
 
 }  // namespace
 
-SetInfoCommand::SetInfoCommand() : WexToolkitCommand("SetInfo", options(), helpText) {}
+SetInfoCommand::SetInfoCommand() : WexToolkitCommand("SetInfo", setInfoOptions(), helpText) {}
 
 bool SetInfoCommand::finish(Request& request, ErrorText*) {
   request.isUpdate = true;

@@ -7,7 +7,7 @@
 namespace tovrek {
 namespace {
 
-OptionTable options() {
+OptionTable signOptions() {
   using R = Request;
   return {
       valueOption("-Cert", &R::certificate, "certificate ({})"),
@@ -40,7 +40,7 @@ std::string outputBeside(const std::string& input) {
 
 }  // namespace
 
-SignCommand::SignCommand() : WexToolkitCommand("Sign", options(), helpText) {}
+SignCommand::SignCommand() : WexToolkitCommand("Sign", signOptions(), helpText) {}
 
 bool SignCommand::finish(Request& request, ErrorText* error) {
   if (!checkKinds(request, error)) return false;

@@ -131,5 +131,6 @@ void Insertion<P>::moveEncryptionBehindCommands() {
 
 #define TOVREK_INSTANTIATE(P) template class Insertion<P>;
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

@@ -114,5 +114,6 @@ void checkHeaderRoom(const Image<P>& image, const LibraryPaths& paths, const std
   template void checkHeaderRoom<P>(const Image<P>&, const LibraryPaths&, const std::string&,   \
                                    const WrapperLogger&);
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

@@ -28,5 +28,6 @@ void MachOChecker<Arch>::doCheck(ByteView bytes, const CheckOptions& options,
 
 #define TOVREK_INSTANTIATE(Arch) template class MachOChecker<Arch>;
 TOVREK_FOR_EACH_ARCH(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

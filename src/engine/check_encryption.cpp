@@ -9,7 +9,7 @@ namespace {
 
 using Errors = MachORebuildErrors;
 
-constexpr uint32_t kPage = 4096;
+constexpr uint32_t kEncryptionPage = 4096;
 
 }  // namespace
 
@@ -20,8 +20,8 @@ void checkEncryption(const Image<P>& image, const AcceptanceRules& rules) {
   const bool idle = rules.idleEncryptionInLibraries && encryption.cryptid == 0;
   if (image.header.filetype != MH_EXECUTE && !idle) throw Errors::kEncryptionNotExecutable;
   if (encryption.cryptoff < image.commandsEnd()) throw Errors::kEncryptionOverCommands;
-  if (encryption.cryptoff % kPage != 0) throw Errors::kEncryptionOffsetUnaligned;
-  if (encryption.cryptsize % kPage != 0) throw Errors::kEncryptionSizeUnaligned;
+  if (encryption.cryptoff % kEncryptionPage != 0) throw Errors::kEncryptionOffsetUnaligned;
+  if (encryption.cryptsize % kEncryptionPage != 0) throw Errors::kEncryptionSizeUnaligned;
   const uint64_t end = uint64_t{encryption.cryptoff} + encryption.cryptsize;
   for (const Segment<P>& each : image.segments) {
     const macho_segment_command<P>& segment = each.record;
@@ -35,5 +35,6 @@ void checkEncryption(const Image<P>& image, const AcceptanceRules& rules) {
 #define TOVREK_INSTANTIATE(P) \
   template void checkEncryption<P>(const Image<P>&, const AcceptanceRules&);
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

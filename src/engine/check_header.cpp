@@ -36,5 +36,6 @@ void checkStaticFlags(const Image<P>& image) {
   template void checkMachHeader<P>(const Image<P>&, const AcceptanceRules&); \
   template void checkStaticFlags<P>(const Image<P>&);
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

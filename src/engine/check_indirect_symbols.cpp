@@ -44,5 +44,6 @@ void checkIndirectSymbolTable(const Image<P>& image) {
 
 #define TOVREK_INSTANTIATE(P) template void checkIndirectSymbolTable<P>(const Image<P>&);
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

@@ -114,5 +114,6 @@ void checkInitTerms(const Image<P>& image, const SegmentFacts<P>& facts, uint64_
 #define TOVREK_INSTANTIATE(P) \
   template void checkInitTerms<P>(const Image<P>&, const SegmentFacts<P>&, uint64_t);
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

@@ -61,5 +61,6 @@ void checkOrderOfLoadDylibCommands(const Image<P>& image, bool sdkOrder, bool li
 #define TOVREK_INSTANTIATE(P) \
   template void checkOrderOfLoadDylibCommands<P>(const Image<P>&, bool, bool);
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

@@ -130,5 +130,6 @@ void checkLinkEdit(const Image<P>& image, const AcceptanceRules& rules) {
 #define TOVREK_INSTANTIATE(P) \
   template void checkLinkEdit<P>(const Image<P>&, const AcceptanceRules&);
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

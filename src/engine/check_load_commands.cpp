@@ -69,5 +69,6 @@ SegmentFacts<typename Arch::P> checkLoadCommands(const Image<typename Arch::P>& 
   template SegmentFacts<typename Arch::P> checkLoadCommands<Arch>( \
       const Image<typename Arch::P>&, const AcceptanceRules&, const WrapperLogger&);
 TOVREK_FOR_EACH_ARCH(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

@@ -170,5 +170,6 @@ void checkRelocations(const Image<typename Arch::P>& image,
   template void checkRelocations<Arch>(const Image<typename Arch::P>&, \
                                        const SegmentFacts<typename Arch::P>&);
 TOVREK_FOR_EACH_ARCH(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

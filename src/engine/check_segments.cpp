@@ -115,5 +115,6 @@ void checkRequiredSegments(const Image<P>& image, const SegmentFacts<P>& facts) 
   template SegmentFacts<P> checkSegments<P>(const Image<P>&); \
   template void checkRequiredSegments<P>(const Image<P>&, const SegmentFacts<P>&);
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

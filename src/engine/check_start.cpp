@@ -61,5 +61,6 @@ void checkEntryPoint(const Image<typename Arch::P>& image,
   template void checkEntryPoint<Arch>(const Image<typename Arch::P>&,    \
                                       const SegmentFacts<typename Arch::P>&);
 TOVREK_FOR_EACH_ARCH(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

@@ -112,5 +112,6 @@ void checkSymbolTable(const Image<P>& image) {
 
 #define TOVREK_INSTANTIATE(P) template void checkSymbolTable<P>(const Image<P>&);
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

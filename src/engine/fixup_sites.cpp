@@ -143,5 +143,6 @@ FixupSites collectFixupSites(const Image<P>& image, uint64_t relocationBase) {
                                                             const SegmentFacts<P>&); \
   template FixupSites collectFixupSites<P>(const Image<P>&, uint64_t);
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

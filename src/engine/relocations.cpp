@@ -22,5 +22,6 @@ uint64_t relocBase(const Image<typename Arch::P>& image,
   template uint64_t relocBase<Arch>(const Image<typename Arch::P>&, \
                                     const SegmentFacts<typename Arch::P>&);
 TOVREK_FOR_EACH_ARCH(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

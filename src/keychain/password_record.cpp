@@ -18,8 +18,8 @@ namespace tovrek::keychain {
 namespace {
 
 constexpr std::string_view kScheme = "pbkdf2-sha256";
-constexpr int kRounds = 100000;
-constexpr int kMostRounds = 10000000;  // a damaged record must not keep us busy for hours
+constexpr int kRecordRounds = 100000;
+constexpr int kMostRecordRounds = 10000000;  // a damaged record must not keep us busy for hours
 
 // `salt` is taken as it is written, hexadecimal digits and all.
 std::string digestOfPassword(std::string_view password, std::string_view salt, int rounds) {
@@ -40,10 +40,11 @@ bool writePasswordRecord(const std::string& folder, std::string_view password, E
     return fail(error, "no random numbers");
   }
   const std::string salt = hexLower(std::string(random.begin(), random.end()));
-  const std::string digest = digestOfPassword(password, salt, kRounds);
+  const std::string digest = digestOfPassword(password, salt, kRecordRounds);
   if (digest.empty()) return fail(error, "the password cannot be digested");
   return writeFileAtomically(joinPath(folder, kPasswordRecordName),
-                             fmt::format("{} {} {} {}\n", kScheme, kRounds, salt, digest), error);
+                             fmt::format("{} {} {} {}\n", kScheme, kRecordRounds, salt, digest),
+                             error);
 }
 
 bool fitsPasswordRecord(const std::string& folder, std::string_view password) {
@@ -55,7 +56,7 @@ bool fitsPasswordRecord(const std::string& folder, std::string_view password) {
   std::string scheme, salt, expected;
   int rounds = 0;
   if (!(words >> scheme >> rounds >> salt >> expected) || scheme != kScheme || rounds < 1 ||
-      rounds > kMostRounds) {
+      rounds > kMostRecordRounds) {
     return false;
   }
   const std::string digest = digestOfPassword(password, salt, rounds);

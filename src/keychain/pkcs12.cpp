@@ -99,14 +99,14 @@ class BagReader {
 
 // Programs write some thousands, or a million. Far more keeps a processor busy for hours before
 // the password is even known to be wrong.
-constexpr int64_t kMostRounds = 10'000'000;
+constexpr int64_t kMostMacRounds = 10'000'000;
 
 bool isMacAffordable(const PKCS12* file) {
   const ASN1_INTEGER* rounds = nullptr;
   PKCS12_get0_mac(nullptr, nullptr, nullptr, &rounds, file);
   int64_t count = 1;
   return rounds == nullptr ||
-         (ASN1_INTEGER_get_int64(&count, rounds) == 1 && count >= 0 && count <= kMostRounds);
+         (ASN1_INTEGER_get_int64(&count, rounds) == 1 && count >= 0 && count <= kMostMacRounds);
 }
 
 bool fits(PKCS12* file, const char* password) {

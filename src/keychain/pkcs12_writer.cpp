@@ -10,7 +10,7 @@ namespace tovrek::keychain {
 
 namespace {
 
-constexpr int kRounds = 100000;
+constexpr int kContainerRounds = 100000;
 
 // A key and its certificate carry one identifier, by which readers pair them.
 bool addIdentifier(PKCS12_SAFEBAG* bag, const std::string& id) {
@@ -26,7 +26,7 @@ bool addCertificate(STACK_OF(PKCS12_SAFEBAG) * bags, const Certificate& certific
 }
 
 bool addKey(STACK_OF(PKCS12_SAFEBAG) * bags, const PrivateKey& key, const std::string& password) {
-  return !isOnToken(key) && addIdentifier(PKCS12_add_key(&bags, key.get(), 0, kRounds,
+  return !isOnToken(key) && addIdentifier(PKCS12_add_key(&bags, key.get(), 0, kContainerRounds,
                                                          NID_aes_256_cbc, password.c_str()),
                                           publicKeyId(key));
 }
@@ -44,8 +44,8 @@ std::string writePkcs12(const Items& items, const std::string& password) {
   for (const PrivateKey& key : items.keys) good = good && addKey(keys.get(), key, password);
   STACK_OF(PKCS7)* all = safes.get();
   if (good && !items.certificates.empty()) {
-    good =
-        PKCS12_add_safe(&all, certificates.get(), NID_aes_256_cbc, kRounds, password.c_str()) == 1;
+    good = PKCS12_add_safe(&all, certificates.get(), NID_aes_256_cbc, kContainerRounds,
+                           password.c_str()) == 1;
   }
   // The keys are encrypted one by one.
   if (good && !items.keys.empty()) {
@@ -53,8 +53,8 @@ std::string writePkcs12(const Items& items, const std::string& password) {
   }
   const Pkcs12Owner file(good && sk_PKCS7_num(all) > 0 ? PKCS12_add_safes(all, 0) : nullptr);
   std::string der;
-  if (file &&
-      PKCS12_set_mac(file.get(), password.c_str(), -1, nullptr, 0, kRounds, EVP_sha256()) == 1) {
+  if (file && PKCS12_set_mac(file.get(), password.c_str(), -1, nullptr, 0, kContainerRounds,
+                             EVP_sha256()) == 1) {
     der = encoded([&](unsigned char** out) { return i2d_PKCS12(file.get(), out); });
   }
   ERR_clear_error();

@@ -72,4 +72,9 @@ class BasicByteView {
 using ByteView = BasicByteView<const std::byte>;
 using EditableByteView = BasicByteView<std::byte>;
 
+// The bytes of a text, which must outlive the view.
+inline ByteView viewOf(std::string_view text) {
+  return std::as_bytes(std::span(text));
+}
+
 }  // namespace tovrek::macho

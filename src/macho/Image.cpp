@@ -175,5 +175,6 @@ std::string_view Image<P>::symbolName(const macho_nlist<P>& symbol) const {
 
 #define TOVREK_INSTANTIATE(P) template struct Image<P>;
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

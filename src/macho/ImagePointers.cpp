@@ -72,5 +72,6 @@ bool ImagePointers<P>::record(const CommandView& command) {
 
 #define TOVREK_INSTANTIATE(P) template struct ImagePointers<P>;
 TOVREK_FOR_EACH_MODEL(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

@@ -28,5 +28,6 @@ void PointerOffsets::wexUpdateAddressOffsets(EditableByteView image, const std::
   template void PointerOffsets::wexUpdateAddressOffsets<Arch>(                                \
       EditableByteView, const std::string&, uint64_t, uint64_t);
 TOVREK_FOR_EACH_ARCH(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

@@ -33,5 +33,6 @@ uint32_t wexClassProcess(ByteView image, const std::string& name, uint64_t /*siz
   template std::byte* updateFunctionPtr<Arch>(uint64_t, uint64_t, std::byte*, int64_t); \
   template uint32_t wexClassProcess<Arch>(ByteView, const std::string&, uint64_t);
 TOVREK_FOR_EACH_ARCH(TOVREK_INSTANTIATE)
+#undef TOVREK_INSTANTIATE
 
 }  // namespace tovrek::macho

@@ -11,11 +11,8 @@ using test::checkBytes;
 using test::kArm64;
 using test::kArmv7;
 using test::MachOBuilder;
+using test::soundImage;
 using test::stored;
-
-std::string image(const test::TestArch& arch) {
-  return MachOBuilder(arch).build();
-}
 
 std::string badImage(const test::TestArch& arch) {
   MachOBuilder b(arch);
@@ -26,21 +23,23 @@ std::string badImage(const test::TestArch& arch) {
 TEST(FatCheck, WalksSlicesInOrderUpToAnUnknownOne) {
   const test::TestArch unknown{"", false, false, 99, 0};
   const test::TestArch order{"", true, false, 0, 0};
-  EXPECT_EQ(checkBytes(buildFat({{kArmv7, image(kArmv7)}, {kArm64, image(kArm64)}})), "ok");
-  EXPECT_EQ(checkBytes(buildFat({{kArmv7, image(kArmv7)}, {kArm64, badImage(kArm64)}})), "1108");
+  EXPECT_EQ(checkBytes(buildFat({{kArmv7, soundImage(kArmv7)}, {kArm64, soundImage(kArm64)}})),
+            "ok");
+  EXPECT_EQ(checkBytes(buildFat({{kArmv7, soundImage(kArmv7)}, {kArm64, badImage(kArm64)}})),
+            "1108");
   EXPECT_EQ(checkBytes(buildFat({{unknown, "x"}, {kArm64, badImage(kArm64)}})), "ok");
-  EXPECT_EQ(checkBytes(buildFat({{kArmv7, image(kArm64)}})), "1104");
-  std::string file = buildFat({{kArm64, image(kArm64)}});
+  EXPECT_EQ(checkBytes(buildFat({{kArmv7, soundImage(kArm64)}})), "1104");
+  std::string file = buildFat({{kArm64, soundImage(kArm64)}});
   test::patch(&file, 16, stored(order, 0xfffffff0, 4));
   EXPECT_EQ(checkBytes(file), "1104") << "offset beyond the file";
-  file = buildFat({{kArm64, image(kArm64)}});
+  file = buildFat({{kArm64, soundImage(kArm64)}});
   test::patch(&file, 4, stored(order, 0xffffffff, 4));
   EXPECT_EQ(checkBytes(file), "ok") << "the zeros behind the table are an unknown architecture";
   EXPECT_EQ(checkBytes(std::string("\xca\xfe\xba\xbe\xff\xff\xff\xff", 8)), "1104");
 }
 
 TEST(FatCheck, OverlappingSlicesAreNotCheckedAgainAndAgain) {
-  const std::vector<test::FatMember> members(3, {kArm64, image(kArm64)});
+  const std::vector<test::FatMember> members(3, {kArm64, soundImage(kArm64)});
   std::string file = buildFat(members);
   const test::TestArch order{"", true, false, 0, 0};
   for (size_t i = 0; i < 3; ++i) {

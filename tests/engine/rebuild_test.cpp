@@ -20,11 +20,8 @@ using test::kArmv7;
 using test::kArmv7s;
 using test::MachOBuilder;
 using test::ScopedEnvironment;
+using test::soundImage;
 using test::TemporaryFolder;
-
-std::string image(const test::TestArch& arch) {
-  return MachOBuilder(arch).build();
-}
 
 struct Rebuilt {
   bool done = false;
@@ -58,10 +55,10 @@ class RebuildTest : public testing::Test {
 };
 
 TEST_F(RebuildTest, KeepsDeviceSlicesAndLeavesNoOthers) {
-  const std::string path = program(buildFat({{test::kI386, image(test::kI386)},
-                                             {kArmv7, image(kArmv7)},
-                                             {kArmv7s, image(kArmv7s)},
-                                             {kArm64, image(kArm64)}}));
+  const std::string path = program(buildFat({{test::kI386, soundImage(test::kI386)},
+                                             {kArmv7, soundImage(kArmv7)},
+                                             {kArmv7s, soundImage(kArmv7s)},
+                                             {kArm64, soundImage(kArm64)}}));
   const Rebuilt result = rebuild(2, path);
   EXPECT_TRUE(result.done);
   EXPECT_FALSE(result.error.isSet()) << result.error.text();
@@ -87,7 +84,7 @@ TEST_F(RebuildTest, KeepsDeviceSlicesAndLeavesNoOthers) {
 }
 
 TEST_F(RebuildTest, ThinProgramComesBackUniversal) {
-  const std::string path = program(image(kArm64));
+  const std::string path = program(soundImage(kArm64));
   folder_.write("App-arm64", "left over from a broken run");
   EXPECT_TRUE(rebuild(1, path).done);
   const std::string bytes = test::contentsOf(path);
@@ -97,7 +94,7 @@ TEST_F(RebuildTest, ThinProgramComesBackUniversal) {
 }
 
 TEST_F(RebuildTest, NoDeviceSliceLosesTheFile) {
-  const std::string path = program(image(test::kX86_64));
+  const std::string path = program(soundImage(test::kX86_64));
   const Rebuilt result = rebuild(2, path);
   EXPECT_EQ(result.error.text(), "ERROR: Failed to open application binary image.");
   EXPECT_NE(result.printed.find("addOrvaneDylib: check dylib failed: " + path + " 1100\n"),
@@ -119,7 +116,7 @@ TEST_F(RebuildTest, SilenceOfLipoIsNoAnswer) {
     SCOPED_TRACE(c.script);
     test::ScriptedHostRoot host;
     host.addTool("lipo", c.script);
-    const std::string path = program(image(kArm64));
+    const std::string path = program(soundImage(kArm64));
     const Rebuilt result = rebuild(2, path);
     EXPECT_FALSE(result.done);
     EXPECT_EQ(result.error.text(),
@@ -155,7 +152,8 @@ TEST_F(RebuildTest, FailuresReachTheSlotAsTexts) {
   EXPECT_FALSE(result.done);
   EXPECT_FALSE(result.error.isSet());
   WrapperLogger logger("Test", std::nullopt);
-  EXPECT_TRUE(MachORebuilder().initForLibraryType(false, program(image(kArm64)), logger, nullptr));
+  EXPECT_TRUE(
+      MachORebuilder().initForLibraryType(false, program(soundImage(kArm64)), logger, nullptr));
 }
 
 // One slice without room refuses the whole file, though the other could be changed.
@@ -165,7 +163,7 @@ TEST_F(RebuildTest, StrictRoomIsAskedOfAllSlicesFirst) {
   auto& sections = tight.segment("__TEXT").sections;
   sections.insert(sections.begin(), sections[0]);
   sections[0]["offset"] = measured.commandsEnd() + 80 + 100;
-  const std::string before = buildFat({{kArmv7, image(kArmv7)}, {kArm64, tight.build()}});
+  const std::string before = buildFat({{kArmv7, soundImage(kArmv7)}, {kArm64, tight.build()}});
   const std::string path = program(before);
   Settings strict;
   strict.strictHeaderRoom = true;
@@ -188,7 +186,8 @@ TEST_F(RebuildTest, TracesGoToTheCallersLog) {
   const std::string log = folder_.write("run.log", "");
   WrapperLogger logger("Test", log);
   logger.setLogFileWriteLevel(3);
-  EXPECT_TRUE(MachORebuilder().initForLibraryType(false, program(image(kArm64)), logger, nullptr));
+  EXPECT_TRUE(
+      MachORebuilder().initForLibraryType(false, program(soundImage(kArm64)), logger, nullptr));
   const std::string text = test::contentsOf(log);
   EXPECT_NE(text.find("[MachORebuildLib] checkLoadCommands: i 0 cmd 0x"), std::string::npos);
   EXPECT_NE(text.find(" code 0x19 cmdsize 72 Mask 0x7\n"), std::string::npos);

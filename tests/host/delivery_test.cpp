@@ -18,16 +18,16 @@ namespace fs = std::filesystem;
 
 enum class Standing { kNothing, kFile, kLinkToFile, kFolder, kLinkToNothing };
 
-struct Case {
+struct DeliveryCase {
   Standing standing;
   bool delivered;
 };
 
-constexpr Case kCases[] = {{Standing::kNothing, true},
-                           {Standing::kFile, true},
-                           {Standing::kLinkToFile, true},
-                           {Standing::kFolder, false},
-                           {Standing::kLinkToNothing, false}};
+constexpr DeliveryCase kCases[] = {{Standing::kNothing, true},
+                                   {Standing::kFile, true},
+                                   {Standing::kLinkToFile, true},
+                                   {Standing::kFolder, false},
+                                   {Standing::kLinkToNothing, false}};
 
 void prepare(Standing standing, const TemporaryFolder& folder) {
   folder.write("keep/old", "old");
@@ -54,7 +54,7 @@ void prepare(Standing standing, const TemporaryFolder& folder) {
 TEST(Delivery, ReplacesFilesAndNothingElse) {
   for (const char* origin : {"", "/dev/shm"}) {
     for (const Source source : {Source::kKept, Source::kSpent}) {
-      for (const Case& c : kCases) {
+      for (const DeliveryCase& c : kCases) {
         SCOPED_TRACE(std::string(origin) + " " + std::to_string(static_cast<int>(c.standing)));
         const TemporaryFolder folder;
         prepare(c.standing, folder);

@@ -36,10 +36,6 @@ TEST(ChainedPointer, Of32Bits) {
   EXPECT_EQ(chainedPointerSize(99), 0u);
 }
 
-ByteView viewOf(const std::string& bytes) {
-  return std::as_bytes(std::span(bytes));
-}
-
 // Two imports of each form, "_a" and "_long".
 template <class Order>
 std::string tables(uint32_t importsFormat, uint32_t symbolsFormat = 0) {

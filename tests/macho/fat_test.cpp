@@ -29,10 +29,6 @@ std::string patched(std::string file, uint64_t at, uint64_t word) {
   return file;
 }
 
-ByteView viewOf(const std::string& file) {
-  return std::as_bytes(std::span(file));
-}
-
 // A file whose table has 64-bit offsets.
 std::string wideFile() {
   const std::string inner = image(kArm64);

@@ -8,14 +8,14 @@ namespace tovrek::macho {
 namespace {
 
 using namespace std::string_literals;
-using Kind = OpcodeDamage::Kind;
+using Damage = OpcodeDamage::Kind;
 using Stream = LoaderOpcodes::Stream;
 
 struct Case {
   Stream stream;
   std::string opcodes;
   std::string runs;  // "segment:offset*count+stride=name " for each; "?" without a segment
-  Kind damage = Kind::kNone;
+  Damage damage = Damage::kNone;
   Leb128 number = Leb128::kRead;
   uint8_t opcode = 0;
 };
@@ -69,22 +69,22 @@ TEST(LoaderOpcodes, RunsOfBindStreams) {
 TEST(LoaderOpcodes, DamageEndsTheStream) {
   const std::string tooBig = "\xff\xff\xff\xff\xff\xff\xff\xff\xff\x7f"s;
   const Case cases[] = {
-      {Stream::kRebase, "\x51\x90\x51"s, "?:0x0*0x1+8 ", Kind::kOpcode, Leb128::kRead, 0x90},
-      {Stream::kRebase, "\xff"s, "", Kind::kOpcode, Leb128::kRead, 0xf0},
-      {Stream::kBind, "\xd1"s, "", Kind::kOpcode, Leb128::kRead, 0xd0},
-      {Stream::kBindWithThreads, "\xe0"s, "", Kind::kOpcode, Leb128::kRead, 0xe0},
-      {Stream::kBindWithThreads, "\xd0"s, "", Kind::kUnsigned, Leb128::kCutOff},
-      {Stream::kRebase, "\x23"s, "", Kind::kSegment},
-      {Stream::kBind, "\x73\x00"s, "", Kind::kSegment},
-      {Stream::kRebase, "\x20"s, "", Kind::kUnsigned, Leb128::kCutOff},
-      {Stream::kRebase, "\x20" + tooBig, "", Kind::kUnsigned, Leb128::kTooBig},
-      {Stream::kRebase, "\x80\x01"s, "", Kind::kUnsigned, Leb128::kCutOff},
-      {Stream::kBind, "\x60\x80"s, "", Kind::kSigned, Leb128::kCutOff},
-      {Stream::kBind, "\x60" + std::string(10, '\x80') + "\x01", "", Kind::kSigned,
+      {Stream::kRebase, "\x51\x90\x51"s, "?:0x0*0x1+8 ", Damage::kOpcode, Leb128::kRead, 0x90},
+      {Stream::kRebase, "\xff"s, "", Damage::kOpcode, Leb128::kRead, 0xf0},
+      {Stream::kBind, "\xd1"s, "", Damage::kOpcode, Leb128::kRead, 0xd0},
+      {Stream::kBindWithThreads, "\xe0"s, "", Damage::kOpcode, Leb128::kRead, 0xe0},
+      {Stream::kBindWithThreads, "\xd0"s, "", Damage::kUnsigned, Leb128::kCutOff},
+      {Stream::kRebase, "\x23"s, "", Damage::kSegment},
+      {Stream::kBind, "\x73\x00"s, "", Damage::kSegment},
+      {Stream::kRebase, "\x20"s, "", Damage::kUnsigned, Leb128::kCutOff},
+      {Stream::kRebase, "\x20" + tooBig, "", Damage::kUnsigned, Leb128::kTooBig},
+      {Stream::kRebase, "\x80\x01"s, "", Damage::kUnsigned, Leb128::kCutOff},
+      {Stream::kBind, "\x60\x80"s, "", Damage::kSigned, Leb128::kCutOff},
+      {Stream::kBind, "\x60" + std::string(10, '\x80') + "\x01", "", Damage::kSigned,
        Leb128::kTooBig},
   };
   for (const Case& each : cases) expectRuns(each);
-  expectRuns({Stream::kBind, "\x70\x00"s, "", Kind::kSegment}, 0);
+  expectRuns({Stream::kBind, "\x70\x00"s, "", Damage::kSegment}, 0);
 }
 
 }  // namespace

@@ -25,6 +25,11 @@ std::shared_ptr<EVP_PKEY> keyIn(const std::string& path) {
 
 }  // namespace
 
+const TestAuthority& TestAuthority::shared() {
+  static const TestAuthority authority;
+  return authority;
+}
+
 TestAuthority::TestAuthority() {
   IdentityRequest request;
   request.subject = "/O=Test Authority/CN=Test Root";

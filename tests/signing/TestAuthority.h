@@ -12,6 +12,8 @@ namespace tovrek::test {
 class TestAuthority {
  public:
   TestAuthority();
+  // Made once for all tests of a program.
+  static const TestAuthority& shared();
 
   // "iPhone Distribution: Example (ABCDE12345)", marked as a distribution certificate.
   const signing::SigningIdentity& identity() const { return marked_; }

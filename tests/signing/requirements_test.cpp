@@ -15,11 +15,6 @@ namespace {
 using test::ScopedEnvironment;
 using test::TestAuthority;
 
-const TestAuthority& authority() {
-  static const TestAuthority shared;
-  return shared;
-}
-
 std::string word(uint32_t value) {
   std::string bytes;
   appendBig32(&bytes, value);
@@ -36,7 +31,7 @@ std::string requirement(const std::string& words) {
 }
 
 TEST(Requirements, AppleFormByteForByte) {
-  const ScopedEnvironment trust("TOVREK_TRUSTED_ROOT_SHA1", authority().rootSha1());
+  const ScopedEnvironment trust("TOVREK_TRUSTED_ROOT_SHA1", TestAuthority::shared().rootSha1());
   const std::string cn = "iPhone Distribution: Example (ABCDE12345)";
   const std::string body =
       word(6) + word(2) + text("com.example.app") + word(6) + word(15) + word(6) + word(11) +
@@ -44,7 +39,8 @@ TEST(Requirements, AppleFormByteForByte) {
       text(std::string("\x2a\x86\x48\x86\xf7\x63\x64\x06\x02\x01", 10)) + word(0);
   const std::string expected =
       word(0xfade0c01) + word(0xb0) + word(1) + word(3) + word(0x14) + requirement(body);
-  const std::string set = defaultRequirementSet("com.example.app", authority().identity().chain);
+  const std::string set =
+      defaultRequirementSet("com.example.app", TestAuthority::shared().identity().chain);
   EXPECT_EQ(hexLower(set), hexLower(expected));
   EXPECT_EQ(requirementSetText(set),
             "designated => identifier \"com.example.app\" and anchor apple generic and "
@@ -53,12 +49,12 @@ TEST(Requirements, AppleFormByteForByte) {
 }
 
 TEST(Requirements, OtherChainsAreKnownByACertificate) {
-  const CertificateChain full = authority().identity().chain;
+  const CertificateChain full = TestAuthority::shared().identity().chain;
   const auto shaOf = [](const CertificateChain& chain, int slot) {
     return hexLower(chain.at(slot)->sha1());
   };
   const CertificateChain alone({full.certificates()[2]});  // self-signed, with organisation
-  const CertificateChain nameless = authority().selfSignedWithoutOrganization();
+  const CertificateChain nameless = TestAuthority::shared().selfSignedWithoutOrganization();
   const CertificateChain authorities({full.certificates()[1], full.certificates()[2]});
   struct Case {
     const char* what;
@@ -221,7 +217,7 @@ TEST(Requirements, SetsOfText) {
   }
 
   // The default joins a set that states no designated requirement, and no other.
-  const CertificateChain chain = authority().selfSignedWithoutOrganization();
+  const CertificateChain chain = TestAuthority::shared().selfSignedWithoutOrganization();
   const std::string host =
       makeSuperBlob(kRequirementSetMagic, *parseRequirementSet("host => always", &error));
   EXPECT_THAT(requirementSetText(withDesignatedRequirement(host, "a", chain)),
@@ -258,7 +254,7 @@ TEST(Requirements, Satisfaction) {
   context.entitlements.set("off", false);
   context.cdHashes = {"H"};
   context.platform = 2;
-  context.chain = authority().identity().chain;
+  context.chain = TestAuthority::shared().identity().chain;
   const std::string leafSha1 = context.chain.leaf().sha1();
   struct Case {
     const char* what;
@@ -298,11 +294,11 @@ TEST(Requirements, Satisfaction) {
 }
 
 TEST(Chain, TeamNeedsAppleAndTheMark) {
-  const CertificateChain marked = authority().identity().chain;
-  const CertificateChain unmarked = authority().identityWithoutMark().chain;
+  const CertificateChain marked = TestAuthority::shared().identity().chain;
+  const CertificateChain unmarked = TestAuthority::shared().identityWithoutMark().chain;
   EXPECT_EQ(marked.teamId(), "");
   EXPECT_FALSE(marked.isApples());
-  const ScopedEnvironment trust("TOVREK_TRUSTED_ROOT_SHA1", authority().rootSha1());
+  const ScopedEnvironment trust("TOVREK_TRUSTED_ROOT_SHA1", TestAuthority::shared().rootSha1());
   EXPECT_EQ(marked.teamId(), "ABCDE12345");
   EXPECT_TRUE(marked.isAppleDevelopment());
   EXPECT_EQ(unmarked.teamId(), "");
@@ -310,9 +306,9 @@ TEST(Chain, TeamNeedsAppleAndTheMark) {
 }
 
 TEST(Chain, IsOrderedByWhoIssuedWhom) {
-  const auto& all = authority().identity().chain.certificates();
+  const auto& all = TestAuthority::shared().identity().chain.certificates();
   const auto chain = CertificateChain::build(
-      all[0], {all[2], authority().selfSignedWithoutOrganization().leaf(), all[1]});
+      all[0], {all[2], TestAuthority::shared().selfSignedWithoutOrganization().leaf(), all[1]});
   ASSERT_EQ(chain.size(), 3u);
   EXPECT_EQ(chain.at(1)->der(), all[1].der());
   EXPECT_EQ(chain.at(-1)->der(), all[2].der());

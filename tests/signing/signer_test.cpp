@@ -24,17 +24,12 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using namespace test;  // NOLINT(google-build-using-namespace): builders all over the file
 
-const TestAuthority& authority() {
-  static const TestAuthority shared;
-  return shared;
-}
-
 constexpr const char* kEntitlementsText =
     "<plist version=\"1.0\"><dict><key>get-task-allow</key><true/></dict></plist>";
 
 SignOptions withIdentity() {
   SignOptions options;
-  options.identity = authority().identity();
+  options.identity = TestAuthority::shared().identity();
   options.force = true;
   return options;
 }
@@ -258,7 +253,7 @@ TEST(Signer, TakesOverWhatIsToBePreserved) {
   const std::string set(*Opened(path).signature().component(kRequirementsSlot));
 
   SignOptions second = withIdentity();
-  second.identity = authority().identityWithoutMark();
+  second.identity = TestAuthority::shared().identityWithoutMark();
   second.preserve = {true, true, true, true, true, false};
   ASSERT_TRUE(signs(path, second));
   const Opened opened(path);
@@ -278,13 +273,13 @@ TEST(Signer, TakesOverWhatIsToBePreserved) {
 }
 
 TEST(Signer, TeamIsPreservedOrRefused) {
-  const ScopedEnvironment trust("TOVREK_TRUSTED_ROOT_SHA1", authority().rootSha1());
+  const ScopedEnvironment trust("TOVREK_TRUSTED_ROOT_SHA1", TestAuthority::shared().rootSha1());
   const TemporaryFolder folder;
   const std::string path = folder.write("tool", SignableImage().build());
   ASSERT_TRUE(signs(path, withIdentity()));
   EXPECT_EQ(Opened(path).signature().best().info().teamId, "ABCDE12345");
   SignOptions options = withIdentity();
-  options.identity = authority().identityWithoutMark();
+  options.identity = TestAuthority::shared().identityWithoutMark();
   options.preserve.teamId = true;
   EXPECT_EQ(refusal(path, options),
             "team identifier ABCDE12345 cannot be preserved: the identity is of no team");

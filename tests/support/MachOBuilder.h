@@ -165,6 +165,11 @@ class MachOBuilder {
   uint64_t commandsEnd_ = 0;
 };
 
+// An image as the builder makes it, without a change.
+inline std::string soundImage(const TestArch& arch) {
+  return MachOBuilder(arch).build();
+}
+
 // A universal file of the images, each at a multiple of `align` bytes.
 struct FatMember {
   TestArch arch;

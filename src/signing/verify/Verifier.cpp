@@ -39,7 +39,7 @@ constexpr uint32_t kLastKnownSlot = 0x10002;
 constexpr ptrdiff_t kBlobAlignment = 8;
 
 // Bundles in bundles; a seal that leads further was made to.
-constexpr int kDeepestNesting = 64;
+constexpr int kDeepestNestedCode = 64;
 
 // Whether the item lies below the bundle's own folder, links resolved: a seal that names the bundle
 // itself, or code elsewhere, would be followed for ever or out of it.
@@ -251,7 +251,7 @@ bool Verifier::checkNested() {
     options.strict = options_.strict;
     options.depth = options_.depth + 1;
     if (requirement) options.requirement = requirement->blob();
-    if (requirement && options.depth <= kDeepestNesting && liesInside(object_, nested.path)) {
+    if (requirement && options.depth <= kDeepestNestedCode && liesInside(object_, nested.path)) {
       const Verdict inner = verifyCode(nested.path, options);
       if (inner.valid && inner.satisfiesRequirement) continue;
     }

@@ -8,7 +8,7 @@
 namespace tovrek::signing {
 namespace {
 
-constexpr int kDeepestNesting = 100;
+constexpr int kDeepestEntitlement = 100;
 
 // Two's complement, most significant byte first.
 std::optional<PlistValue> integerFrom(std::string_view bytes) {
@@ -69,7 +69,7 @@ std::optional<PlistValue> Decoder::dictionary(std::string_view contents, int dep
 }
 
 std::optional<PlistValue> Decoder::value(const DerReader::Element& element, int depth) const {
-  if (depth > kDeepestNesting) return std::nullopt;
+  if (depth > kDeepestEntitlement) return std::nullopt;
   const std::string_view bytes = element.contents;
   switch (element.tag) {
     case DerReader::kBoolean:

@@ -14,7 +14,7 @@
 namespace tovrek::signing {
 namespace {
 
-constexpr int kDeepestNesting = 64;
+constexpr int kDeepestElement = 64;
 
 // One element of BER; the mark that ends an indefinite length is not among its contents.
 struct Element {
@@ -25,7 +25,7 @@ struct Element {
 };
 
 std::optional<Element> take(std::string_view* rest, int depth = 0) {
-  if (rest->empty() || depth > kDeepestNesting) return std::nullopt;
+  if (rest->empty() || depth > kDeepestElement) return std::nullopt;
   const unsigned char* at = asBytes(*rest);
   Element element;
   long length = 0;
