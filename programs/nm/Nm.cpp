@@ -66,16 +66,7 @@ void Lister::listSlice(const ObjectFile& file, const Slice& slice) {
 }  // namespace
 
 int run(const Arguments& arguments, const Streams& streams) {
-  if (arguments.words == std::vector<std::string>{"--help"}) {
-    streams.out(kUsage);
-    return 0;
-  }
-  NmOptions options;
-  ErrorText error;
-  if (!options.parse(arguments.words, &error)) {
-    return listing::refuseUsage("nm", error.text(), kUsage, streams);
-  }
-  return Lister(options, streams).run();
+  return listing::runListing<NmOptions, Lister>("nm", kUsage, arguments, streams);
 }
 
 }  // namespace tovrek::nm

@@ -6,40 +6,20 @@
 
 namespace tovrek {
 
-bool NmOptions::takeLetter(char letter, ErrorText* error) {
-  switch (letter) {
-    case 'a':
-      return debugSymbols = true;
-    case 'g':
-      return externalOnly = true;
-    case 'u':
-      return undefinedOnly = true;
-    case 'U':
-      return definedOnly = true;
-    case 'j':
-      return namesOnly = true;
-    case 'm':
-      return inWords = true;
-    case 'A':
-    case 'o':
-      return fileOnEachLine = true;
-    case 'r':
-      return reverse = true;
-    case 'n':
-    case 'v':
-      order = Order::kAddress;
-      return true;
-    case 'p':
-      order = Order::kNone;
-      return true;
-    default:
-      return fail(error, fmt::format("unknown option \"-{}\"", letter));
+bool NmOptions::takeOrder(char letter, ErrorText* error) {
+  if (letter != 'n' && letter != 'v' && letter != 'p') {
+    return fail(error, fmt::format("unknown option \"-{}\"", letter));
   }
+  order = letter == 'p' ? Order::kNone : Order::kAddress;
+  return true;
 }
 
 bool NmOptions::parse(const std::vector<std::string>& arguments, ErrorText* error) {
-  const auto take = [this](char letter, ErrorText* reason) { return takeLetter(letter, reason); };
-  if (!parseWords(arguments, take, error)) return false;
+  const Switch switches[] = {{"a", &debugSymbols}, {"g", &externalOnly},   {"u", &undefinedOnly},
+                             {"U", &definedOnly},  {"j", &namesOnly},      {"m", &inWords},
+                             {"r", &reverse},      {"Ao", &fileOnEachLine}};
+  const auto take = [this](char letter, ErrorText* reason) { return takeOrder(letter, reason); };
+  if (!parseWords(arguments, switches, take, error)) return false;
   if (undefinedOnly && definedOnly) return fail(error, "-u and -U can't be used together");
   if (files.empty()) files.emplace_back("a.out");
   return true;

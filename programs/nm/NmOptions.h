@@ -26,7 +26,7 @@ struct NmOptions : listing::ListingOptions {
   bool parse(const std::vector<std::string>& arguments, ErrorText* error);
 
  private:
-  bool takeLetter(char letter, ErrorText* error);
+  bool takeOrder(char letter, ErrorText* error);
 };
 
 }  // namespace tovrek

@@ -9,7 +9,7 @@ enum TypeBits : uint8_t {
   kExternal = 0x01,
   kTypeMask = 0x0e,
   kPrivateExternal = 0x10,
-  kDebuggerMask = 0xe0,
+  kDebuggerMask = 0xe0
 };
 
 enum Type : uint8_t {
@@ -17,7 +17,7 @@ enum Type : uint8_t {
   kAbsolute = 0x2,
   kIndirect = 0xa,
   kPrebound = 0xc,
-  kInSection = 0xe,
+  kInSection = 0xe
 };
 
 enum Description : uint16_t {
@@ -30,7 +30,7 @@ enum Description : uint16_t {
   kWeakDefinition = 0x80,
   kResolver = 0x100,
   kAltEntry = 0x200,
-  kColdFunction = 0x400,
+  kColdFunction = 0x400
 };
 
 }  // namespace tovrek::nm

@@ -80,16 +80,7 @@ void Lister::listImage(const macho::Image<P>& image) {
 }  // namespace
 
 int run(const Arguments& arguments, const Streams& streams) {
-  if (arguments.words == std::vector<std::string>{"--help"}) {
-    streams.out(kUsage);
-    return 0;
-  }
-  OtoolOptions options;
-  ErrorText error;
-  if (!options.parse(arguments.words, &error)) {
-    return listing::refuseUsage("otool", error.text(), kUsage, streams);
-  }
-  return Lister(options, streams).run();
+  return listing::runListing<OtoolOptions, Lister>("otool", kUsage, arguments, streams);
 }
 
 }  // namespace tovrek::otool

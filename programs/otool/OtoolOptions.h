@@ -21,9 +21,6 @@ struct OtoolOptions : listing::ListingOptions {
 
   // False, with the reason, for a line that makes no sense.
   bool parse(const std::vector<std::string>& arguments, ErrorText* error);
-
- private:
-  bool takeLetter(char letter, ErrorText* error);
 };
 
 }  // namespace tovrek

@@ -67,6 +67,12 @@ class ObjcLister {
   std::string named(const Target& target) const;
   void field(std::string_view label, uint64_t value, std::string_view note = "");
   void textField(std::string_view label, const Target& target);
+  // The address of a list, and what is in it.
+  void listPart(std::string_view label, const Target& target, ListEntry listEntries,
+                std::string_view note = "") {
+    field(label, target.address, note);
+    if (target.address != 0) (this->*listEntries)(target.address);
+  }
 
   void listSections(std::string_view name, std::string_view oldName, ListEntry listEntry);
   void listImageInfo();
@@ -78,6 +84,7 @@ class ObjcLister {
   void listLayout(uint64_t address);
   // `tabs` stands before each line of the list.
   void listMethods(uint64_t address, std::string_view tabs);
+  void listPlainMethods(uint64_t address) { listMethods(address, ""); }
   void listMethod(uint64_t address, std::string_view tabs);
   void listRelativeMethod(uint64_t address, bool direct, std::string_view tabs);
   void listProtocols(uint64_t address);
@@ -210,21 +217,14 @@ void ObjcLister<P>::listClassData(uint64_t address, bool* isMeta) {
   field("               ivarLayout", layout);
   listLayout(layout);
   textField("                     name", pointer(pointers, 1));
-  const uint64_t methods = pointer(pointers, 2).address;
-  field("              baseMethods", methods, " (struct method_list_t *)");
-  if (methods != 0) listMethods(methods, "");
-  const uint64_t protocols = pointer(pointers, 3).address;
-  field("            baseProtocols", protocols);
-  if (protocols != 0) listProtocols(protocols);
-  const uint64_t ivars = pointer(pointers, 4).address;
-  field("                    ivars", ivars);
-  if (ivars != 0) listIvars(ivars);
+  listPart("              baseMethods", pointer(pointers, 2), &ObjcLister::listPlainMethods,
+           " (struct method_list_t *)");
+  listPart("            baseProtocols", pointer(pointers, 3), &ObjcLister::listProtocols);
+  listPart("                    ivars", pointer(pointers, 4), &ObjcLister::listIvars);
   const uint64_t weak = pointer(pointers, 5).address;
   field("           weakIvarLayout", weak);
   listLayout(weak);
-  const uint64_t properties = pointer(pointers, 6).address;
-  field("           baseProperties", properties);
-  if (properties != 0) listProperties(properties);
+  listPart("           baseProperties", pointer(pointers, 6), &ObjcLister::listProperties);
 }
 
 template <class P>
@@ -403,18 +403,10 @@ void ObjcLister<P>::listCategory(uint64_t address) {
   output_->print("               cls {:#x}{}{}\n", cls.address, cls.import.empty() ? "" : " ",
                  cls.import);
   if (cls.address != 0 && cls.import.empty()) listClass(cls.address);
-  const uint64_t instanceMethods = pointer(address, 2).address;
-  field("   instanceMethods", instanceMethods);
-  if (instanceMethods != 0) listMethods(instanceMethods, "");
-  const uint64_t classMethods = pointer(address, 3).address;
-  field("      classMethods", classMethods);
-  if (classMethods != 0) listMethods(classMethods, "");
-  const uint64_t protocols = pointer(address, 4).address;
-  field("         protocols", protocols);
-  if (protocols != 0) listProtocols(protocols);
-  const uint64_t properties = pointer(address, 5).address;
-  field("instanceProperties", properties);
-  if (properties != 0) listProperties(properties);
+  listPart("   instanceMethods", pointer(address, 2), &ObjcLister::listPlainMethods);
+  listPart("      classMethods", pointer(address, 3), &ObjcLister::listPlainMethods);
+  listPart("         protocols", pointer(address, 4), &ObjcLister::listProtocols);
+  listPart("instanceProperties", pointer(address, 5), &ObjcLister::listProperties);
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+// security cms: decoding, signing and showing of messages, such as provisioning profiles.
 #include <fmt/format.h>
 
 #include "formats/hex.h"

@@ -1,3 +1,5 @@
+// security find-certificate: by name, mail address or all, from the user's keychains and then from
+// the one of Apple's public certificates.
 #include <fmt/format.h>
 
 #include "formats/Digest.h"

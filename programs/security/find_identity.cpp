@@ -1,3 +1,4 @@
+// security find-identity: certificates with a key, first all that match, then those that may sign.
 #include <fmt/format.h>
 
 #include <algorithm>

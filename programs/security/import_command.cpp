@@ -1,3 +1,4 @@
+// security import: keys and certificates from PKCS #12, PEM and DER files.
 #include <fmt/format.h>
 
 #include <algorithm>

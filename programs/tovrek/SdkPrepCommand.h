@@ -10,10 +10,8 @@ namespace tovrek {
 class SdkPrepCommand : public WexToolkitCommand {
  public:
   SdkPrepCommand();
-  static std::string helpText();
 
  protected:
-  bool finish(Request& request, ErrorText* error) override;
   bool refuseUnknown(const std::string& argument, ErrorText* error) override;
 };
 

@@ -1,6 +1,7 @@
 #include "programs/tovrek/SetInfoCommand.h"
 
 #include "log/SystemLog.h"
+#include "programs/tovrek/help.h"
 
 namespace tovrek {
 namespace {
@@ -41,13 +42,8 @@ Option embedBundleOption() {
 
 OptionTable setInfoOptions() {
   using R = Request;
-  return {
-      valueOption("-in", &R::inputFile, "inputFile ({})", Form::kStandardizedPath),
-      valueOption("-out", &R::outputFile, "outputFile ({})", Form::kTrimmed),
+  return withCommon({
       valueOption("-appDesc", &R::description, "package description ({})", Form::kWithoutQuotes),
-      valueOption("-logFile", &R::logFile, "logFile name ({})"),
-      levelOption("-logWriteLevel", &R::logWriteLevel),
-      levelOption("-logDisplayLevel", &R::logDisplayLevel),
       valueOption("-minPlatform", &R::minPlatform, "minPlatform ({})"),
       valueOption("-maxPlatform", &R::maxPlatform, "maxPlatform ({})"),
       valueOption("-excludedDevices", &R::excludedDevices, "excludedDevices ({})"),
@@ -55,40 +51,12 @@ OptionTable setInfoOptions() {
       embedBundleOption(),
       valueOption("-policyXML", &R::appSpecificPolicyFilepath, "policyXML ({})",
                   Form::kStandardizedPath),
-  };
+  });
 }
 
 }  // namespace
 
-SetInfoCommand::SetInfoCommand() : WexToolkitCommand("SetInfo", setInfoOptions(), helpText) {}
-
-bool SetInfoCommand::finish(Request& request, ErrorText*) {
-  request.isUpdate = true;
-  return true;
-}
-
-std::string SetInfoCommand::helpText() {
-  return "--------------------------------------------------------- \n"
-         "SetInfo Command \n"
-         "Tovrek SetInfo -in INPUTFILE -out OUTPUTFILE -appDesc DESCRIPTION  \n\n"
-         " -in INPUTFILE              ==>  (Required)Name of the input app file\n"
-         " -out OUTPUTFILE            ==>  (Required)Name of the output wex file\n"
-         " -appDesc DESCRIPTION       ==>  (Optional)Description of the package \n"
-         " -minPlatform  VERSION      ==>  (Optional)Minimum supported platform version \n"
-         " -maxPlatform  VERSION      ==>  (Optional)Maximum supported platform version \n"
-         " -excludedDevices DEVICES   ==>  (Optional)A list of device type the App is not allowed "
-         "to "
-         "run \n"
-         " -storeURL url              ==>  (Optional)http://adhoc.example.com/store/sample.ipa\n"
-         " -embedBundle bundlePath    ==>  (Optional)/Users/admin/Documents/sample.ipa\n\n"
-         " Note: -storeURL and -embedBundle options should not be used at the same time. \n"
-         "\n---------------EXAMPLE-------------------- \n\n"
-         "SetInfo -in \"input.wex -out \"output.wex\"  -appDesc \"Application description\" "
-         "-minPlatform \"7.1\" \n"
-         "SetInfo -in \"input.wex -out \"output.wex\" -embedBundle "
-         "\"/Users/admin/Documents/sample.ipa\" \n"
-         "Note: This command only works on .wex files \n  "
-         "\n---------------EXAMPLE-------------------- \n";
-}
+SetInfoCommand::SetInfoCommand()
+    : WexToolkitCommand("SetInfo", setInfoOptions(), setInfoHelp, markUpdate) {}
 
 }  // namespace tovrek

@@ -10,10 +10,6 @@ namespace tovrek {
 class SetInfoCommand : public WexToolkitCommand {
  public:
   SetInfoCommand();
-  static std::string helpText();
-
- protected:
-  bool finish(Request& request, ErrorText* error) override;
 };
 
 }  // namespace tovrek

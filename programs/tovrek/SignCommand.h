@@ -10,10 +10,6 @@ namespace tovrek {
 class SignCommand : public WexToolkitCommand {
  public:
   SignCommand();
-  static std::string helpText();
-
- protected:
-  bool finish(Request& request, ErrorText* error) override;
 };
 
 }  // namespace tovrek

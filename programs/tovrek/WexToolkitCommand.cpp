@@ -10,10 +10,12 @@
 
 namespace tovrek {
 
-WexToolkitCommand::WexToolkitCommand(std::string word, OptionTable table, std::string (*help)())
+WexToolkitCommand::WexToolkitCommand(std::string word, OptionTable table, std::string (*help)(),
+                                     Finish finish)
     : word_(std::move(word)),
       table_(std::move(table)),
       help_(help),
+      finish_(std::move(finish)),
       supportedParams_({"-in", "-out", "-logFile", "-logWriteLevel", "-logDisplayLevel", "-help"}) {
   // Names of the common list come again here, and are then reported twice.
   for (const Option& option : table_) supportedParams_.push_back(option.name);
@@ -35,7 +37,7 @@ bool WexToolkitCommand::validateParams(const std::vector<std::string>& arguments
   for (size_t next = 1; next < arguments.size();) {
     if (!readOption(arguments, &next, target)) return false;
   }
-  return finish(request, error);
+  return finish_(request, error);
 }
 
 // Reads the option at `*next` with its value and moves `*next` behind them.

@@ -1,6 +1,7 @@
 // What the commands have in common: reading options by a table.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,11 +32,13 @@ class WexToolkitCommand {
   void setSupportedParams(std::vector<std::string> names) { supportedParams_ = std::move(names); }
 
  protected:
-  // `word` is the command word as messages spell it.
-  WexToolkitCommand(std::string word, OptionTable table, std::string (*help)());
-
   // Runs after the last option.
-  virtual bool finish(Request& request, ErrorText* error) = 0;
+  using Finish = std::function<bool(Request& request, ErrorText* error)>;
+  // `word` is the command word as messages spell it.
+  WexToolkitCommand(std::string word, OptionTable table, std::string (*help)(), Finish finish);
+
+  // The end of commands that change what an earlier one made.
+  static bool markUpdate(Request& request, ErrorText*) { return request.isUpdate = true; }
   // An argument that is no option.
   virtual bool refuseUnknown(const std::string& argument, ErrorText* error);
 
@@ -46,6 +49,7 @@ class WexToolkitCommand {
   std::string word_;
   OptionTable table_;
   std::string (*help_)();
+  Finish finish_;
   std::vector<std::string> supportedParams_;
   bool helpShown_ = false;
 };

@@ -4,6 +4,7 @@
 
 #include "host/paths.h"
 #include "log/SystemLog.h"
+#include "programs/tovrek/help.h"
 
 namespace tovrek {
 namespace {
@@ -74,19 +75,14 @@ Option packageAppOption(bool* requested) {
 }
 
 // `packageAppRequested` is set when the option is met.
-OptionTable options(bool* packageAppRequested) {
+OptionTable wrapOptions(bool* packageAppRequested) {
   using R = Request;
-  return {
+  return withCommon({
       valueOption("-Cert", &R::certificate, "certificate ({})"),
       valueOption("-Profile", &R::provisionProfile, "provisionProfile ({})"),
-      valueOption("-in", &R::inputFile, "inputFile ({})", Form::kStandardizedPath),
-      valueOption("-out", &R::outputFile, "outputFile ({})", Form::kTrimmed),
       checkedOption("-outBundle", takeOutBundle),
       valueOption("-appDesc", &R::description, "package description ({})"),
       valueOption("-bundleID", &R::replacementBundleID, "bundle identifier ({})"),
-      valueOption("-logFile", &R::logFile, "logFile name ({})"),
-      levelOption("-logWriteLevel", &R::logWriteLevel),
-      levelOption("-logDisplayLevel", &R::logDisplayLevel),
       valueOption("-appName", &R::appFriendlyName, "appname ({})"),
       flagOption("-upgrade", &R::preserveUpgradeCompatibility, true, ""),
       valueOption("-minPlatform", &R::minPlatform, "minPlatform ({})"),
@@ -109,63 +105,18 @@ OptionTable options(bool* packageAppRequested) {
                  "Use network only lib "),
       valueOption("-adalClientID", &R::adalClientId, "ADAL Client ID ({}) ", Form::kTrimmed),
       valueOption("-adalNSGResource", &R::adalNSGResource, "ADAL NSG Resource ({}) "),
-  };
+  });
 }
 
 }  // namespace
 
-WrapCommand::WrapCommand() : WexToolkitCommand("Wrap", options(&packageAppRequested_), helpText) {}
-
-bool WrapCommand::finish(Request& request, ErrorText*) {
-  // An SDK app is embedded only when asked for; what -appType set before does not count.
-  request.packageApp = !request.isSDK || packageAppRequested_;
-  return true;
-}
-
-std::string WrapCommand::helpText() {
-  return "--------------------------------------------------------- \n"
-         "Wrap Command \n"
-         "Tovrek Wrap -in INPUTFILE -out OUTPUTFILE -Cert CERTIFICATE -Profile PROFILE -appDesc "
-         "DESCRIPTION\n\n"
-         " -Cert CERTIFICATE           ==>  (Required)Name of the certificate to sign the app "
-         "with\n"
-         " -Profile PROFILE            ==>  (Required) Name of the provisioning profile to sign "
-         "the "
-         "app with\n"
-         " -in INPUTFILE               ==>  (Required) Name of the input app file\n"
-         " -out OUTPUTFILE             ==>  (Required) Name of the output wex file\n"
-         " -outBundle OUTPUTBUNDLEFILE ==>  (Optional) Name of the output bundle (ipa) file\n"
-         " -appName NAME               ==>  (Optional) Friendly name of the app \n"
-         " -bundleID BUNDLEID          ==>  (Optional) Bundle ID to be used for the wrapped app \n"
-         " -upgrade                    ==>  (Optional) Preserve in-place upgrade capabilty (not "
-         "recommended for new apps)\n"
-         " -appDesc DESCRIPTION        ==>  (Optional) Description of the package \n"
-         " -minPlatform VERSION        ==>  (Optional) Minimum supported platform version \n"
-         " -maxPlatform VERSION        ==>  (Optional) Maximum supported platform version \n"
-         " -excludedDevices DEVICES    ==>  (Optional) List of device types the app is not allowed "
-         "to "
-         "install on \n"
-         " -logFile LOGFILE            ==>  (Optional) Name of the log file \n"
-         " -logWriteLevel 0-4          ==>  (Optional) Log level for file output \n"
-         " -logDisplayLevel 0-4        ==>  (Optional) Log level for standard output \n"
-         " -storeURL URL               ==>  (Optional; SDK) For example, "
-         "http://adhoc.example.com/store/sample.ipa \n"
-         " -policyXML POLICYFILE       ==>  (Optional) Defaults to using the internal policy "
-         "definition\n"
-         " -noStripExtensions          ==>  (Optional) Retain iOS extensions in the app\n"
-         " -adalClientID ADALCLIENTID  ==>  (Optional) Store or overwrite specified Intune ADAL "
-         "ClientId setting in info.plist (supports multi tenant Intune ClientId)\n"
-         " -adalNSGResource RESOURCE   ==>  (Optional) Store or overwrite specified Intune ADAL "
-         "Gatewell Gateway Resource setting in info.plist (supports multi tenant Intune ClientId)\n"
-         " -useNetworkOnlyLib          ==>  (Optional) Uses the WEX Network Only library "
-         "implementation, which can only be configured and managed by Microsoft Intune\n"
-         "\n---------------EXAMPLE-------------------- \n\n"
-         "Tovrek Wrap -Cert \"iPhone Distribution: Example Corporation\" -Profile "
-         "\"distribution.mobileprovision\" -in \"input.ipa\" -out \"output.wex\" -appdesc \"Test "
-         "App "
-         "Version 1.0\" -minPlatform \"7.0\" -maxPlatform \"9.0\" \n "
-         "\n---------------EXAMPLE-------------------- \n"
-         "--------------------------------------------------------- \n\n";
-}
+WrapCommand::WrapCommand()
+    : WexToolkitCommand("Wrap", wrapOptions(&packageAppRequested_), wrapHelp,
+                        [this](Request& request, ErrorText*) {
+                          // An SDK app is embedded only when asked for; what -appType set before
+                          // does not count.
+                          request.packageApp = !request.isSDK || packageAppRequested_;
+                          return true;
+                        }) {}
 
 }  // namespace tovrek

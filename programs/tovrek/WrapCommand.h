@@ -10,10 +10,6 @@ namespace tovrek {
 class WrapCommand : public WexToolkitCommand {
  public:
   WrapCommand();
-  static std::string helpText();
-
- protected:
-  bool finish(Request& request, ErrorText* error) override;
 
  private:
   bool packageAppRequested_ = false;

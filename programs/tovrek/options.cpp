@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -106,6 +107,19 @@ bool failInvalidValue(ErrorText* error, std::string_view option) {
 
 bool failMissingArgument(ErrorText* error, std::string_view option) {
   return fail(error, fmt::format("A required command line argument ({}) is missing. ", option));
+}
+
+OptionTable withCommon(OptionTable own) {
+  using R = Request;
+  OptionTable table = {
+      valueOption("-in", &R::inputFile, "inputFile ({})", Form::kStandardizedPath),
+      valueOption("-out", &R::outputFile, "outputFile ({})", Form::kTrimmed),
+      valueOption("-logFile", &R::logFile, "logFile name ({})"),
+      levelOption("-logWriteLevel", &R::logWriteLevel),
+      levelOption("-logDisplayLevel", &R::logDisplayLevel),
+  };
+  std::ranges::move(own, std::back_inserter(table));
+  return table;
 }
 
 }  // namespace tovrek

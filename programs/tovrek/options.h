@@ -60,6 +60,9 @@ Option checkedOption(std::string name,
 enum class UrlForm { kStrict, kEscaped };
 bool takeStoreUrl(OptionTarget& target, const std::string& value, UrlForm form);
 
+// The options of every command (input, output, log), then those of its own.
+OptionTable withCommon(OptionTable own);
+
 // Prints "Option: <text>\n".
 void printTrace(std::string_view text);
 

@@ -3,20 +3,17 @@
 
 #include "log/SystemLog.h"
 #include "programs/tovrek/CommandLineProcessor.h"
-#include "programs/tovrek/SdkPrepCommand.h"
-#include "programs/tovrek/SetInfoCommand.h"
-#include "programs/tovrek/SignCommand.h"
-#include "programs/tovrek/WrapCommand.h"
+#include "programs/tovrek/help.h"
 
 namespace tovrek {
 
 void CommandLineProcessor::printCommandUsage() const {
   // Of several words, the first in this order.
   constexpr std::pair<CommandWord, std::string (*)()> kHelp[] = {
-      {CommandWord::kWrap, WrapCommand::helpText},
-      {CommandWord::kSetInfo, SetInfoCommand::helpText},
-      {CommandWord::kSign, SignCommand::helpText},
-      {CommandWord::kSdkPrep, SdkPrepCommand::helpText}};
+      {CommandWord::kWrap, wrapHelp},
+      {CommandWord::kSetInfo, setInfoHelp},
+      {CommandWord::kSign, signHelp},
+      {CommandWord::kSdkPrep, sdkPrepHelp}};
   for (const auto& [word, help] : kHelp) {
     if (words_.contains(word)) return systemLog("\n" + help());
   }
@@ -29,7 +26,7 @@ void CommandLineProcessor::printUsage() {
       "Usage: Tovrek [ Wrap | Sign | SetInfo | GetInfo ] -Cert CERTIFICATE -Profile PROFILE -in "
       "INPUTFILE -out OUTPUTFILE -appDesc DESCRIPTION -logFile LOGFILE -logWriteLevel LEVEL "
       "-logDisplayLevel LEVEL\n\n");
-  printOut(fmt::format("Full help of Wrap script, with example \n{}", WrapCommand::helpText()));
+  printOut(fmt::format("Full help of Wrap script, with example \n{}", wrapHelp()));
   printOut("\nExample script for updating WEX package for ISV: \n");
   printOut(
       "    Tovrek SetInfo -in \"/Users/admin/Apps/input.wex\" -out "

@@ -3,15 +3,17 @@
 
 namespace tovrek::unzip {
 
-inline constexpr int kDone = 0;
-inline constexpr int kWarning = 1;
-inline constexpr int kDamaged = 2;
-inline constexpr int kNoMemory = 4;
-inline constexpr int kNoArchive = 9;
-inline constexpr int kBadOptions = 10;
-inline constexpr int kNothingMatched = 11;
-inline constexpr int kCannotWrite = 50;
-inline constexpr int kUnknownMethod = 81;
-inline constexpr int kEncrypted = 82;
+enum Status : int {
+  kDone = 0,
+  kWarning = 1,
+  kDamaged = 2,
+  kNoMemory = 4,
+  kNoArchive = 9,
+  kBadOptions = 10,
+  kNothingMatched = 11,
+  kCannotWrite = 50,
+  kUnknownMethod = 81,
+  kEncrypted = 82
+};
 
 }  // namespace tovrek::unzip

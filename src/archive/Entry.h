@@ -14,11 +14,9 @@ struct Entry {
   uint16_t madeBy = 0;
   uint16_t flags = 0;
   uint16_t method = kStored;
-  uint16_t dosTime = 0;
-  uint16_t dosDate = 0;
+  uint16_t dosTime = 0, dosDate = 0;
   uint32_t crc = 0;
-  uint64_t compressedSize = 0;
-  uint64_t size = 0;
+  uint64_t compressedSize = 0, size = 0;
   uint32_t attributes = 0;
   uint64_t headerOffset = 0;
   uint64_t dataOffset = 0;  // where the packed bytes begin

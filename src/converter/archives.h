@@ -19,17 +19,4 @@ bool ZipToIpaFromWex(const Run& run, const std::string& sourceDir, const Unzippe
 // device of that name stays, and is no failure.
 bool ZiptoPackage(const Run& run, const std::string& packageDir, ErrorText* error);
 
-// --- Steps ---
-
-// Chooses where the .ipa is to stand: in the package, by the name of the input. That of an SDK app
-// which is published instead stands beside the package.
-bool nameIpa(Run& run, ErrorText* error);
-bool nameSdkIpa(Run& run, ErrorText* error);
-bool writeIpa(Run& run, ErrorText* error);
-// An app that was given unpacked is packed by the developer tools.
-bool writeSdkIpa(Run& run, ErrorText* error);
-bool writeIpaOfPackage(Run& run, ErrorText* error);
-// Unless only the .ipa was asked for. Fails where the package lacks its manifest.
-bool writePackage(Run& run, ErrorText* error);
-
 }  // namespace tovrek::converter

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "converter/common.h"
+#include "converter/steps.h"
 #include "host/files.h"
 
 namespace tovrek::converter {

@@ -19,12 +19,4 @@ bool changeBundleIDForFile(const std::string& plistPath, const std::string& bund
                            const std::optional<std::string>& newBundleId, PlistFormat format,
                            ErrorText* error = nullptr);
 
-// --- Steps ---
-
-// Notes the app's identifier, which also is the new one when none was asked for.
-bool takeBundleIdentifiers(Run& run, ErrorText* error);
-// Not in a renewal: the identifier stays, and so must the record of the one that the app had
-// before it was wrapped.
-bool changeBundleIdentifier(Run& run, ErrorText* error);
-
 }  // namespace tovrek::converter

@@ -8,6 +8,7 @@
 #include "converter/codesign_commands.h"
 #include "converter/common.h"
 #include "converter/insertion.h"
+#include "converter/steps.h"
 #include "host/HostRoot.h"
 #include "host/files.h"
 #include "host/host_info.h"

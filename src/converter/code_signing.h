@@ -33,16 +33,4 @@ bool EmbedOpenSSLFipsFingerprint(const WrapperLogger& log, const std::string& ap
 // Logs the reason, and how to get the developer tools when they are missing; false.
 bool failSigning(const WrapperLogger& log, const char* reason);
 
-// --- Steps ---
-
-bool dropOldSignature(Run& run, ErrorText* error);
-// The inserted library.
-bool signLibrary(Run& run, ErrorText* error);
-bool signFrameworks(Run& run, ErrorText* error);
-// Those that were not stripped.
-bool signExtensions(Run& run, ErrorText* error);
-// Where the app holds the SDK's crypto module.
-bool stampFingerprint(Run& run, ErrorText* error);
-bool signApp(Run& run, ErrorText* error);
-
 }  // namespace tovrek::converter

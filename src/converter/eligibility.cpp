@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "converter/otool_questions.h"
+#include "converter/steps.h"
 #include "profile/ProvisioningProfile.h"
 
 namespace tovrek::converter {

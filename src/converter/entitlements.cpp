@@ -6,6 +6,7 @@
 
 #include "converter/codesign_commands.h"
 #include "converter/common.h"
+#include "converter/steps.h"
 #include "host/clock.h"
 #include "host/files.h"
 #include "host/paths.h"

@@ -31,17 +31,4 @@ std::string generatePlistXMLStringFromDictionary(const PlistDictionary& dictiona
 bool checkWexKeychainEntitlementInFile(const WrapperLogger& log, const std::string& path,
                                        ErrorText* error);
 
-// --- Steps ---
-
-// Decodes the profile. One that cannot be decoded fails with the entitlements.
-bool readProfile(Run& run, ErrorText* error);
-// One that could not be decoded has no date, and passes.
-bool refuseExpiredProfile(Run& run, ErrorText* error);
-bool makeEntitlements(Run& run, ErrorText* error);
-// After that step, for a renewal. The groups that wrapping adds are there from the last time;
-// without this every renewal would make the list longer.
-bool dropRepeatedGroups(Run& run, ErrorText* error);
-// The entitlements that the developer is going to sign with, if given, hold our group.
-bool requireManagementGroup(Run& run, ErrorText* error);
-
 }  // namespace tovrek::converter

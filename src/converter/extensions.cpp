@@ -1,6 +1,7 @@
 #include "converter/extensions.h"
 
 #include "converter/common.h"
+#include "converter/steps.h"
 #include "host/files.h"
 
 namespace tovrek::converter {

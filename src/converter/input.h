@@ -22,17 +22,4 @@ bool refuseLinksOutside(const WrapperLogger& log, const std::string& folder, Err
 // Tells, at detailed level, what killed runs had left and this one has removed.
 void logLeftovers(const Run& run);
 
-// --- Steps ---
-
-// An .ipa or .app, unless it was unpacked before.
-bool unpackApp(Run& run, ErrorText* error);
-// An app that its developer has unpacked, used where it stands.
-bool openAppFolder(Run& run, ErrorText* error);
-// A package and the .ipa in it.
-bool unpackPackage(Run& run, ErrorText* error);
-bool refuseLinksOutOfApp(Run& run, ErrorText* error);
-bool refuseLinksOutOfPackage(Run& run, ErrorText* error);
-// What an archive unpacked to the package folder is not to get into the package.
-bool emptyPackageFolder(Run& run, ErrorText* error);
-
 }  // namespace tovrek::converter

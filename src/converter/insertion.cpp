@@ -4,6 +4,7 @@
 
 #include "converter/common.h"
 #include "converter/library_check.h"
+#include "converter/steps.h"
 #include "engine/MachORebuilder.h"
 #include "host/files.h"
 #include "host/paths.h"

@@ -26,19 +26,4 @@ bool MachORebuild(const Run& run, const std::string& bundlePath, ExecutableKind 
 bool machOCheckDylibLoadOrder(const Run& run, const std::string& bundlePath, LibraryKind library,
                               ErrorText* error);
 
-// --- Steps ---
-
-// The management library; for an app built with our SDK only what goes with it.
-bool insertLibrary(Run& run, ErrorText* error);
-bool insertSdkResources(Run& run, ErrorText* error);
-bool insertLogger(Run& run, ErrorText* error);
-// Both for a developer's app, unless its mode needs none.
-bool embedManagementFiles(Run& run, ErrorText* error);
-bool warnOfOldHost(Run& run, ErrorText* error);
-bool announceRebuild(Run& run, ErrorText* error);
-bool rebuildExecutable(Run& run, ErrorText* error);
-// That a developer's app loads the SDK's libraries in the order they need.
-bool checkLoadOrder(Run& run, ErrorText* error);
-bool placeProfile(Run& run, ErrorText* error);
-
 }  // namespace tovrek::converter

@@ -1,8 +1,8 @@
-#include "converter/manifest.h"
-
+// The package's manifest: building it, and filling in what is known only in the end.
 #include <fmt/format.h>
 
 #include "converter/common.h"
+#include "converter/steps.h"
 #include "package/ManifestData.h"
 #include "package/intune_detection.h"
 #include "package/manifest_edits.h"

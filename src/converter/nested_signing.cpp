@@ -1,5 +1,5 @@
-#include "converter/nested_signing.h"
-
+// The code inside the app that Sign signs anew when the settings say so: frameworks, extensions and
+// the watch app, from the inside out.
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -7,6 +7,7 @@
 #include "converter/code_signing.h"
 #include "converter/common.h"
 #include "converter/extensions.h"
+#include "converter/steps.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "package/signed_entitlements.h"

@@ -1,6 +1,7 @@
-#include "converter/output.h"
-
+// What leaves the scratch folder: the steps that write the files which the user asked for. A file
+// that stands there, be it the input, is replaced once the new one is whole and on the disk.
 #include "converter/common.h"
+#include "converter/steps.h"
 #include "host/files.h"
 
 namespace tovrek::converter {

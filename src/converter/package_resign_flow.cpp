@@ -5,15 +5,9 @@
 
 #include <set>
 
-#include "converter/archives.h"
-#include "converter/bundle_identifier.h"
-#include "converter/code_signing.h"
 #include "converter/common.h"
-#include "converter/entitlements.h"
 #include "converter/flow.h"
-#include "converter/input.h"
-#include "converter/insertion.h"
-#include "converter/nested_signing.h"
+#include "converter/steps.h"
 #include "formats/XmlDocument.h"
 #include "host/clock.h"
 #include "host/files.h"

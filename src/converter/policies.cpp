@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "converter/common.h"
+#include "converter/steps.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"

@@ -14,7 +14,4 @@ bool copyPolicyXMLToDir(const Run& run, const std::string& packageDir, const std
 bool constructDefaultWexPolicesXMLFile(const WrapperLogger& log, const std::string& source,
                                        const std::string& target, ErrorText* error);
 
-// Step: the policies go into app and package, the languages into the package only.
-bool placePolicies(Run& run, ErrorText* error);
-
 }  // namespace tovrek::converter

@@ -1,16 +1,7 @@
 #include "converter/resign_flow.h"
 
-#include "converter/archives.h"
-#include "converter/bundle_identifier.h"
-#include "converter/code_signing.h"
-#include "converter/eligibility.h"
-#include "converter/entitlements.h"
-#include "converter/extensions.h"
 #include "converter/flow.h"
-#include "converter/input.h"
-#include "converter/insertion.h"
-#include "converter/nested_signing.h"
-#include "converter/output.h"
+#include "converter/steps.h"
 
 namespace tovrek::converter {
 namespace {
@@ -25,17 +16,11 @@ bool signLibraryOfRenewal(Run& run, ErrorText* error) {
 bool resignApp(Run& run, ErrorText* error) {
   return takeSteps(
       {
-          unpackApp,
-          refuseLinksOutOfApp,
-          emptyPackageFolder,
-          inspectApp,
+          openApp,
           refuseSdkApp,
           refuseOrRenewWrappedApp,
           refuseUnsupportedApp,
-          takeBundleIdentifiers,
-          readProfile,
-          refuseExpiredProfile,
-          makeEntitlements,
+          planSignature,
           dropRepeatedGroups,
           stripOrKeepExtensions,
           checkCertificate,

@@ -1,14 +1,8 @@
 #include "converter/sdk_prep_flow.h"
 
-#include "converter/archives.h"
-#include "converter/bundle_identifier.h"
-#include "converter/code_signing.h"
-#include "converter/entitlements.h"
 #include "converter/flow.h"
 #include "converter/input.h"
-#include "converter/insertion.h"
-#include "converter/manifest.h"
-#include "converter/policies.h"
+#include "converter/steps.h"
 
 namespace tovrek::converter {
 namespace {

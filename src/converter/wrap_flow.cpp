@@ -2,35 +2,19 @@
 // changes its files before the signatures.
 #include "converter/wrap_flow.h"
 
-#include "converter/archives.h"
-#include "converter/bundle_identifier.h"
-#include "converter/code_signing.h"
-#include "converter/eligibility.h"
-#include "converter/entitlements.h"
-#include "converter/extensions.h"
 #include "converter/flow.h"
-#include "converter/input.h"
-#include "converter/insertion.h"
-#include "converter/manifest.h"
-#include "converter/output.h"
-#include "converter/policies.h"
+#include "converter/steps.h"
 
 namespace tovrek::converter {
 
 bool wrapApp(Run& run, ErrorText* error) {
   return takeSteps(
       {
-          unpackApp,
-          refuseLinksOutOfApp,
-          emptyPackageFolder,
-          inspectApp,
+          openApp,
           refuseSdkApp,
           refuseWrappedApp,
           refuseUnsupportedApp,
-          takeBundleIdentifiers,
-          readProfile,
-          refuseExpiredProfile,
-          makeEntitlements,
+          planSignature,
           stripOrReportExtensions,
           checkCertificate,
           insertLibrary,
@@ -60,15 +44,9 @@ bool wrapApp(Run& run, ErrorText* error) {
 bool wrapSdkApp(Run& run, ErrorText* error) {
   return takeSteps(
       {
-          unpackApp,
-          refuseLinksOutOfApp,
-          emptyPackageFolder,
-          inspectApp,
+          openApp,
           refuseUnsupportedApp,
-          takeBundleIdentifiers,
-          readProfile,
-          refuseExpiredProfile,
-          makeEntitlements,
+          planSignature,
           stripOrReportExtensions,
           checkCertificate,
           insertSdkResources,

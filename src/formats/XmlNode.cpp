@@ -1,3 +1,4 @@
+// Elements of a document that libxml2 holds: their texts, attributes and children.
 #include <cassert>
 
 #include "formats/XmlDocument.h"

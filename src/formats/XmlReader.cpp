@@ -44,19 +44,6 @@ void onError(void* context, xmlErrorPtr error) {
   if (fault.empty()) fault = describeXmlError(error);
 }
 
-// No declarations of any kind are taken in, so there are no entities but the predefined ones.
-xmlSAXHandler handlers() {
-  xmlSAXHandler result{};
-  result.initialized = XML_SAX2_MAGIC;
-  result.startElementNs = onStart;
-  result.endElementNs = onEnd;
-  result.characters = onCharacters;
-  result.ignorableWhitespace = onCharacters;
-  result.cdataBlock = onCharacters;
-  result.serror = onError;
-  return result;
-}
-
 struct ContextFreer {
   void operator()(xmlParserCtxt* context) const noexcept {
     xmlFreeDoc(context->myDoc);  // made by libxml2 itself where entities are declared
@@ -69,7 +56,7 @@ struct ContextFreer {
 bool readXml(std::string_view bytes, XmlEvents& events) {
   // Pieces keep libxml2's sizes, which are ints, out of the question.
   constexpr size_t kPiece = size_t{1} << 20;
-  xmlSAXHandler callbacks = handlers();
+  xmlSAXHandler callbacks = saxHandlers(onStart, onEnd, onCharacters, onError);
   Reading reading{events, {}};
   const std::unique_ptr<xmlParserCtxt, ContextFreer> context(
       xmlCreatePushParserCtxt(&callbacks, &reading, nullptr, 0, nullptr));

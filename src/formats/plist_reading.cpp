@@ -1,3 +1,4 @@
+// Property lists of either form, told apart by their first bytes, and access to their values.
 #include <string_view>
 #include <unordered_map>
 

@@ -289,16 +289,8 @@ std::optional<PlistValue> readXmlPlist(std::string_view bytes, const PlistLimits
     *reason = "out of memory";
     return std::nullopt;
   }
-  // No declarations of any kind are taken in, so there are no entities but the predefined ones.
-  xmlSAXHandler callbacks{};
-  callbacks.initialized = XML_SAX2_MAGIC;
-  callbacks.startElementNs = onStart;
-  callbacks.endElementNs = onEnd;
-  callbacks.characters = onCharacters;
-  callbacks.ignorableWhitespace = onCharacters;
-  callbacks.cdataBlock = onCharacters;
+  xmlSAXHandler callbacks = saxHandlers(onStart, onEnd, onCharacters, onError);
   callbacks.reference = onReference;
-  callbacks.serror = onError;
   *context->sax = callbacks;
   Reading reading{XmlPlistReader(limits), {}, {}};
   context->_private = &reading;

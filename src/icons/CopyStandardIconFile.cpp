@@ -1,3 +1,4 @@
+// One icon of an app to the package: converted where it is platform-optimised, else as it is.
 #include <array>
 #include <string>
 #include <string_view>

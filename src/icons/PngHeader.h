@@ -23,13 +23,9 @@ struct PngPass {
 };
 
 struct PngHeader {
-  uint32_t width = 0;
-  uint32_t height = 0;
-  int bitDepth = 0;
-  int colorType = 0;
-  int compression = 0;
-  int filter = 0;
-  int interlace = 0;
+  uint32_t width = 0, height = 0;
+  int bitDepth = 0, colorType = 0;
+  int compression = 0, filter = 0, interlace = 0;
 
   // Parses and checks the chunk's data. None, with the reason, for what the format excludes.
   static std::optional<PngHeader> parse(std::string_view data, ErrorText* error);

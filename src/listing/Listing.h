@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "host/Streams.h"
+#include "host/program.h"
 #include "listing/ListingOptions.h"
 #include "listing/Output.h"
 #include "macho/ObjectFile.h"
@@ -50,5 +51,21 @@ class Listing {
 // Tells of arguments that make no sense, with the usage; gives the exit status.
 int refuseUsage(std::string_view program, const std::string& reason, std::string_view usage,
                 const Streams& streams);
+
+// The whole of a program that lists: "--help", options, files. Gives the exit status.
+template <class Options, class Lister>
+int runListing(std::string_view program, std::string_view usage, const Arguments& arguments,
+               const Streams& streams) {
+  if (arguments.words == std::vector<std::string>{"--help"}) {
+    streams.out(usage);
+    return 0;
+  }
+  Options options;
+  ErrorText error;
+  if (!options.parse(arguments.words, &error)) {
+    return refuseUsage(program, error.text(), usage, streams);
+  }
+  return Lister(options, streams).run();
+}
 
 }  // namespace tovrek::listing

@@ -2,13 +2,25 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <string_view>
 
 #include "macho/ArchName.h"
 
 namespace tovrek::listing {
+namespace {
 
-bool ListingOptions::parseWords(const std::vector<std::string>& arguments, const TakeLetter& take,
+bool switchOn(std::span<const ListingOptions::Switch> switches, char letter) {
+  const auto meant = std::ranges::find_if(switches, [letter](const auto& each) {
+    return each.letters.find(letter) != std::string_view::npos;
+  });
+  return meant != switches.end() && (*meant->flag = true);
+}
+
+}  // namespace
+
+bool ListingOptions::parseWords(const std::vector<std::string>& arguments,
+                                std::span<const Switch> switches, const TakeLetter& take,
                                 ErrorText* error) {
   constexpr std::string_view kArch = "--arch=";
   bool optionsOver = false;
@@ -29,7 +41,7 @@ bool ListingOptions::parseWords(const std::vector<std::string>& arguments, const
       archs.push_back(name);
     } else {
       for (const char letter : std::string_view(word).substr(1)) {
-        if (!take(letter, error)) return false;
+        if (!switchOn(switches, letter) && !take(letter, error)) return false;
       }
     }
   }

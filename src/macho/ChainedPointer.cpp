@@ -23,16 +23,25 @@ class Bits {
   uint64_t raw_;
 };
 
-ChainedPointer decode64(Bits bits, bool targetIsOffset) {
+// Formats with a bit that tells binds from rebases, and the width of their fields.
+struct PlainFields {
+  uint32_t bindBit, nextWidth;  // the distance lies below that bit
+  uint32_t ordinalWidth, addendWidth;
+  uint32_t targetWidth, highWidth;
+};
+constexpr PlainFields kFields64{63, 12, 24, 8, 36, 8};
+constexpr PlainFields kFields32{31, 5, 20, 6, 26, 0};
+
+ChainedPointer decodePlain(Bits bits, const PlainFields& fields, bool targetIsOffset) {
   ChainedPointer pointer;
-  pointer.next = bits.word(51, 12) * 4;
-  pointer.isBind = bits.flag(63);
+  pointer.next = bits.word(fields.bindBit - fields.nextWidth, fields.nextWidth) * 4;
+  pointer.isBind = bits.flag(fields.bindBit);
   if (pointer.isBind) {
-    pointer.ordinal = bits.word(0, 24);
-    pointer.addend = static_cast<int64_t>(bits.at(24, 8));
+    pointer.ordinal = bits.word(0, fields.ordinalWidth);
+    pointer.addend = static_cast<int64_t>(bits.at(fields.ordinalWidth, fields.addendWidth));
   } else {
-    pointer.target = bits.at(0, 36);
-    pointer.high8 = static_cast<uint8_t>(bits.at(36, 8));
+    pointer.target = bits.at(0, fields.targetWidth);
+    pointer.high8 = static_cast<uint8_t>(bits.at(fields.targetWidth, fields.highWidth));
     pointer.targetIsOffset = targetIsOffset;
   }
   return pointer;
@@ -55,19 +64,6 @@ ChainedPointer decodeArm64e(Bits bits, bool targetIsOffset, uint32_t stride,
     pointer.target = bits.at(0, 43);
     pointer.high8 = static_cast<uint8_t>(bits.at(43, 8));
     pointer.targetIsOffset = targetIsOffset;
-  }
-  return pointer;
-}
-
-ChainedPointer decode32(Bits bits) {
-  ChainedPointer pointer;
-  pointer.next = bits.word(26, 5) * 4;
-  pointer.isBind = bits.flag(31);
-  if (pointer.isBind) {
-    pointer.ordinal = bits.word(0, 20);
-    pointer.addend = static_cast<int64_t>(bits.at(20, 6));
-  } else {
-    pointer.target = bits.at(0, 26);
   }
   return pointer;
 }
@@ -117,11 +113,11 @@ std::optional<ChainedPointer> decodeChainedPointer(uint16_t format, uint64_t raw
     case DYLD_CHAINED_PTR_ARM64E_USERLAND24:
       return decodeArm64e(bits, true, 8, 24);
     case DYLD_CHAINED_PTR_64:
-      return decode64(bits, false);
+      return decodePlain(bits, kFields64, false);
     case DYLD_CHAINED_PTR_64_OFFSET:
-      return decode64(bits, true);
+      return decodePlain(bits, kFields64, true);
     case DYLD_CHAINED_PTR_32:
-      return decode32(bits);
+      return decodePlain(bits, kFields32, false);
     case DYLD_CHAINED_PTR_32_CACHE:
       return decodeRebase32(bits, 30, true);
     case DYLD_CHAINED_PTR_32_FIRMWARE:

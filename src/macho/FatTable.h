@@ -10,10 +10,8 @@ namespace tovrek::macho {
 
 // One image inside a file. `align` is a power of two.
 struct FatSlice {
-  uint32_t cputype = 0;
-  uint32_t cpusubtype = 0;
-  uint64_t offset = 0;
-  uint64_t size = 0;
+  uint32_t cputype = 0, cpusubtype = 0;
+  uint64_t offset = 0, size = 0;
   uint32_t align = 0;
 };
 

@@ -14,8 +14,7 @@ namespace tovrek::macho {
 struct CommandView {
   uint32_t index = 0;
   uint64_t offset = 0;
-  uint32_t cmd = 0;
-  uint32_t cmdsize = 0;
+  uint32_t cmd = 0, cmdsize = 0;
   ByteView bytes;
 
   uint64_t end() const { return offset + cmdsize; }

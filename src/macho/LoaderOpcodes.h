@@ -14,9 +14,7 @@ namespace tovrek::macho {
 // `count` places, `stride` bytes apart, from `offset` in the segment on.
 struct SiteRun {
   uint32_t segment = 0;
-  uint64_t offset = 0;
-  uint64_t count = 0;
-  uint64_t stride = 0;
+  uint64_t offset = 0, count = 0, stride = 0;
   bool hasSegment = false;  // false: the codes named no segment so far
   std::string_view name;    // of the symbol to bind
   // The places make a table of symbols instead, to which pointers carry numbers.

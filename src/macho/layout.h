@@ -31,7 +31,7 @@ enum FileType : uint32_t { MH_EXECUTE = 2, MH_DYLIB = 6, MH_DYLINKER = 7, MH_BUN
 enum HeaderFlag : uint32_t {
   MH_SPLIT_SEGS = 0x20,
   MH_NO_REEXPORTED_DYLIBS = 0x100000,
-  MH_PIE = 0x200000,
+  MH_PIE = 0x200000
 };
 
 inline constexpr uint32_t kRequiredByDyld = 0x80000000;
@@ -87,7 +87,7 @@ enum LoadCommand : uint32_t {
   LC_ATOM_INFO = 0x36,
   LC_FUNCTION_VARIANTS = 0x37,
   LC_FUNCTION_VARIANT_FIXUPS = 0x38,
-  LC_TARGET_TRIPLE = 0x39,
+  LC_TARGET_TRIPLE = 0x39
 };
 
 enum Protection : uint32_t { VM_PROT_READ = 1, VM_PROT_WRITE = 2, VM_PROT_EXECUTE = 4 };
@@ -101,7 +101,7 @@ enum SectionType : uint32_t {
   S_MOD_INIT_FUNC_POINTERS = 0x9,
   S_MOD_TERM_FUNC_POINTERS = 0xa,
   S_THREAD_LOCAL_ZEROFILL = 0x12,
-  S_ATTR_LOC_RELOC = 0x100,
+  S_ATTR_LOC_RELOC = 0x100
 };
 
 // Sections that take up memory but no room in the file.

@@ -4,7 +4,6 @@
 
 #include "host/files.h"
 #include "host/paths.h"
-#include "log/SystemLog.h"
 #include "package/archive_folder.h"
 
 namespace tovrek {
@@ -12,11 +11,7 @@ namespace tovrek {
 std::shared_ptr<UnzippedCma> UnzippedCma::UnzippedIpaObjForInputFile(const std::string& path,
                                                                      TemporaryDirectory* tempDir,
                                                                      ErrorText* error) {
-  if (error != nullptr) error->clear();
-  if (tempDir == nullptr) {
-    systemLog("ERROR: No temp dir object passed.");
-    return nullptr;
-  }
+  if (!isFolderGiven(tempDir, error)) return nullptr;
   if (!equalsIgnoringCase(pathExtension(path), "wex")) {
     fail(error, "Unknown input file.");
     return nullptr;

@@ -1,7 +1,6 @@
 #include "package/UnzippedIpa.h"
 
 #include "host/paths.h"
-#include "log/SystemLog.h"
 #include "package/archive_folder.h"
 
 namespace tovrek {
@@ -9,11 +8,7 @@ namespace tovrek {
 std::shared_ptr<UnzippedIpa> UnzippedIpa::UnzippedIpaObjForInputFile(const std::string& path,
                                                                      TemporaryDirectory* tempDir,
                                                                      ErrorText* error) {
-  if (error != nullptr) error->clear();
-  if (tempDir == nullptr) {
-    systemLog("ERROR: No temp dir object passed.");
-    return nullptr;
-  }
+  if (!isFolderGiven(tempDir, error)) return nullptr;
   const std::string extension = pathExtension(path);
   if (equalsIgnoringCase(extension, "app")) return initWithApp(path, *tempDir);
   if (!equalsIgnoringCase(extension, "ipa")) {

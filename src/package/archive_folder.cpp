@@ -5,6 +5,7 @@
 #include "host/files.h"
 #include "host/paths.h"
 #include "host/process.h"
+#include "log/SystemLog.h"
 
 namespace tovrek {
 namespace {
@@ -29,6 +30,12 @@ std::string archiveArgument(const std::string& path) {
 }
 
 }  // namespace
+
+bool isFolderGiven(const TemporaryDirectory* folder, ErrorText* error) {
+  if (error != nullptr) error->clear();
+  if (folder == nullptr) systemLog("ERROR: No temp dir object passed.");
+  return folder != nullptr;
+}
 
 int runUnzip(const std::string& archive, const std::string& destination, std::string* output) {
   Command command;

@@ -9,6 +9,11 @@
 
 namespace tovrek {
 
+class TemporaryDirectory;
+
+// Whether there is a scratch folder to unpack into. Clears the slot; the log is told if not.
+bool isFolderGiven(const TemporaryDirectory* folder, ErrorText* error);
+
 // Runs unzip on the archive. Answers its exit status, 127 when it could not be started; `output`
 // (may be null) gets its standard output.
 int runUnzip(const std::string& archive, const std::string& destination, std::string* output);

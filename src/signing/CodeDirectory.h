@@ -37,7 +37,7 @@ enum CodeDirectoryFlags : uint32_t {
   kHostFlag = 0x1,
   kAdhocFlag = 0x2,
   kRuntimeFlag = 0x10000,
-  kLinkerSignedFlag = 0x20000,
+  kLinkerSignedFlag = 0x20000
 };
 
 enum ExecSegFlags : uint64_t {
@@ -47,7 +47,7 @@ enum ExecSegFlags : uint64_t {
   kExecSegJit = 0x40,
   kExecSegSkipLibraryValidation = 0x80,
   kExecSegCanLoadCdHash = 0x100,
-  kExecSegCanExecCdHash = 0x200,
+  kExecSegCanExecCdHash = 0x200
 };
 
 // The first version that describes the executable segment.

@@ -17,7 +17,7 @@ enum Platform : uint32_t {
   kPlatformMacos = 1,
   kPlatformIos = 2,
   kPlatformTvos = 3,
-  kPlatformWatchos = 4,
+  kPlatformWatchos = 4
 };
 
 struct MachOImage {

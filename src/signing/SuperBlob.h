@@ -21,7 +21,7 @@ enum BlobMagic : uint32_t {
   kEmbeddedSignatureMagic = 0xfade0cc0,
   kEntitlementsMagic = 0xfade7171,
   kDerEntitlementsMagic = 0xfade7172,
-  kWrapperMagic = 0xfade0b01,
+  kWrapperMagic = 0xfade0b01
 };
 inline constexpr size_t kBlobHeaderSize = 8;
 
@@ -36,7 +36,7 @@ enum Slot : uint32_t {
   kLastSpecialSlot = 11,
   kAlternateCodeDirectorySlot = 0x1000,
   kLastAlternateCodeDirectorySlot = 0x1004,
-  kCmsSlot = 0x10000,
+  kCmsSlot = 0x10000
 };
 
 // `payload` with a header in front.

@@ -50,7 +50,7 @@ enum class RequirementOperands {
   kSlotKeyAndMatch,
   kNumber,
   kOneExpression,
-  kTwoExpressions,
+  kTwoExpressions
 };
 // None for an operator that is not known.
 std::optional<RequirementOperands> operandsOf(RequirementOp op);
@@ -70,7 +70,7 @@ enum class RequirementMatch : uint32_t {
   kAfter = 11,
   kOnOrBefore = 12,
   kOnOrAfter = 13,
-  kAbsent = 14,
+  kAbsent = 14
 };
 
 // Types of the entries in a requirement set.

@@ -1,7 +1,6 @@
 // The command line: what is accepted, printed and answered.
 #include "programs/codesign/Codesign.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "formats/Digest.h"
@@ -10,15 +9,12 @@
 #include "tests/support/SignableImage.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/called_program.h"
+#include "tests/support/matchers.h"
 #include "tests/support/openssl_identity.h"
 
 namespace tovrek::codesign {
 namespace {
 
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::MatchesRegex;
-using ::testing::StartsWith;
 using namespace test;  // NOLINT(google-build-using-namespace): builders all over the file
 
 constexpr const char* kEntitlementsText =

@@ -5,18 +5,15 @@
 
 #include <functional>
 
-#include "converter/output.h"
+#include "converter/steps.h"
 #include "host/process.h"
 #include "package/TemporaryDirectory.h"
 #include "package/UnzippedCma.h"
 #include "tests/converter/ConverterTest.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::MatchesRegex;
 
 // Names in an archive, sorted; the real unzip lists them.
 std::vector<std::string> namesIn(const std::string& archive) {

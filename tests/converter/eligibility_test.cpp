@@ -7,12 +7,10 @@
 #include "converter/inspection.h"
 #include "converter/library_check.h"
 #include "tests/converter/ConverterTest.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 class Eligibility : public ConverterTest {
  protected:

@@ -4,12 +4,10 @@
 
 #include "converter/bundle_identifier.h"
 #include "tests/converter/ConverterTest.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 PlistValue list(const std::vector<std::string>& texts) {
   return PlistValue::Array(texts.begin(), texts.end());

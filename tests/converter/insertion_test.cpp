@@ -4,11 +4,10 @@
 
 #include "converter/common.h"
 #include "tests/converter/ConverterTest.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
-
-using ::testing::HasSubstr;
 
 class Copying : public ConverterTest {
  protected:

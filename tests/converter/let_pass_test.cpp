@@ -7,13 +7,13 @@
 #include "converter/code_signing.h"
 #include "converter/entitlements.h"
 #include "converter/policies.h"
+#include "converter/steps.h"
 #include "package/WexInfoPlistModifier.h"
 #include "tests/converter/ConverterTest.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
-
-using ::testing::HasSubstr;
 
 class LetPass : public ConverterTest {
  protected:

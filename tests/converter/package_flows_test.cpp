@@ -1,9 +1,8 @@
 #include "tests/converter/FlowTest.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
-
-using ::testing::HasSubstr;
 
 // A package with a manifest and an .ipa, as a wrap leaves it.
 class Packages : public FlowTest {

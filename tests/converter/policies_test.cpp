@@ -3,11 +3,10 @@
 #include <fmt/format.h>
 
 #include "tests/converter/ConverterTest.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
-
-using ::testing::HasSubstr;
 
 std::string policies(const std::string& name) {
   return fmt::format(

@@ -1,10 +1,8 @@
 #include "tests/converter/FlowTest.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 using ResignFlow = FlowTest;
 

@@ -4,15 +4,10 @@
 #include "converter/code_signing.h"
 #include "host/host_info.h"
 #include "tests/converter/ConverterTest.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
-
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
 
 constexpr char kTeamOnError[] = "echo TeamIdentifier=ABCDE12345 >&2";
 constexpr char kKeepEntitlements[] = "--preserve-metadata=requirements,entitlements";

@@ -1,17 +1,15 @@
 #include "converter/validation.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>
 
 #include "tests/support/ScriptedHostRoot.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek {
 namespace {
-
-using ::testing::ElementsAre;
 
 constexpr char kProfileXml[] =
     "<plist version=\"1.0\"><dict><key>Name</key><string>x</string></dict></plist>";

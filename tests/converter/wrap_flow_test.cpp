@@ -2,12 +2,10 @@
 
 #include "tests/converter/FlowTest.h"
 #include "tests/support/PngBuilder.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 
 // What a conversion that inserts the management files needs besides.
 class WrapFlow : public FlowTest {

@@ -1,19 +1,17 @@
 // The engine against files that other programs made, and the image builder against a program that
 // reads such files.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include "engine/MachORebuildLib.h"
 #include "host/process.h"
 #include "tests/engine/EngineRun.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek {
 namespace {
 
 using test::MachOBuilder;
-using testing::HasSubstr;
-using testing::Not;
 
 bool isFound(std::string_view program) {
   return !program.empty() && !program.ends_with("-NOTFOUND");

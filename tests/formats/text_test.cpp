@@ -1,14 +1,12 @@
 // Base64 and UTF-8.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "formats/WEX_Base64.h"
 #include "formats/utf8.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek {
 namespace {
-
-using testing::Optional;
 
 TEST(Base64, EncodesWithAndWithoutLines) {
   const std::vector<std::pair<std::string, std::string>> vectors = {

@@ -1,5 +1,4 @@
 // Sound icons: pixels, chunks and files after the conversion.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -9,6 +8,7 @@
 #include "icons/IconConverter.h"
 #include "tests/icons/decoded.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek {
 namespace {
@@ -20,8 +20,6 @@ using test::Picture;
 using test::pngChunk;
 using test::pngFile;
 using test::PngForm;
-using testing::HasSubstr;
-using testing::Not;
 
 class Conversion : public testing::Test {
  protected:

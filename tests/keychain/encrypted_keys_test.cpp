@@ -1,6 +1,5 @@
 // Keychains whose keys are stored under the password, and what unlocking leaves behind.
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -12,12 +11,11 @@
 #include "keychain/removal.h"
 #include "keychain/settings.h"
 #include "keychain/unlocking.h"
+#include "tests/support/matchers.h"
 #include "tests/support/openssl_identity.h"
 
 namespace tovrek::keychain {
 namespace {
-
-using testing::HasSubstr;
 
 class EncryptedKeys : public testing::Test {
  protected:

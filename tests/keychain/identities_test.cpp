@@ -1,8 +1,8 @@
 #include "keychain/identities.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/support/matchers.h"
 #include "tests/support/openssl_identity.h"
 
 namespace tovrek::keychain {
@@ -11,7 +11,6 @@ namespace {
 using test::IdentityFiles;
 using test::IdentityRequest;
 using test::makeIdentity;
-using testing::HasSubstr;
 
 class Identities : public testing::Test {
  protected:

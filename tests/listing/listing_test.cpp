@@ -20,7 +20,7 @@ struct Options : ListingOptions {
       letters += letter;
       return true;
     };
-    return parseWords(words, take, error);
+    return parseWords(words, {}, take, error);
   }
 };
 

@@ -3,6 +3,7 @@
 
 #include "programs/nm/symbol_listing.h"
 #include "tests/support/MachOBuilder.h"
+#include "tests/support/changed_bytes.h"
 
 namespace tovrek::test {
 namespace {
@@ -29,15 +30,11 @@ Result listAll(const std::string& bytes) {
 // The worth is in the sanitizers: nothing outside the image is touched.
 TEST(NmDamage, ChangedBytesAreSurvived) {
   for (const TestArch& arch : kSixArchs) {
-    std::string bytes = MachOBuilder(arch).build();
+    const std::string bytes = soundImage(arch);
     EXPECT_GT(listAll(bytes).size, 50u);
-    for (size_t at = 4; at < bytes.size(); at += at < 0x700 ? 3 : 13) {
-      for (const char value : {'\x01', '\xff'}) {
-        const char old = std::exchange(bytes[at], value);
-        EXPECT_LT(listAll(bytes).size, 8u << 20);
-        bytes[at] = old;
-      }
-    }
+    forEachChangedByte(bytes, 3, 13, [](const std::string& changed) {
+      EXPECT_LT(listAll(changed).size, 8u << 20);
+    });
   }
 }
 

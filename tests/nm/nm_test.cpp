@@ -1,14 +1,13 @@
 // nm beside llvm-nm.
-#include <gmock/gmock.h>
 
 #include "macho/ArchName.h"
 #include "tests/support/MachOBuilder.h"
 #include "tests/support/listing/ListingTest.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
 
-using testing::HasSubstr;
 using Words = std::vector<std::string>;
 
 class Nm : public ListingTest {};

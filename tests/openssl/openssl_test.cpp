@@ -1,16 +1,15 @@
 // openssl as Apple's answers.
-#include <gmock/gmock.h>
 
 #include "host/files.h"
 #include "programs/openssl/openssl_arguments.h"
 #include "programs/openssl/subject_answer.h"
 #include "tests/support/CompanionTest.h"
+#include "tests/support/matchers.h"
 #include "tests/support/openssl_identity.h"
 
 namespace tovrek::test {
 namespace {
 
-using testing::StartsWith;
 using Words = std::vector<std::string>;
 
 using Openssl = CompanionTest;

@@ -1,5 +1,4 @@
 // Damaged files: listed as far as they can be read, in bounded time and space.
-#include <gmock/gmock.h>
 
 #include "macho/ChainedPointer.h"
 #include "macho/Image.h"
@@ -9,13 +8,12 @@
 #include "programs/otool/objc_listing.h"
 #include "tests/otool/PlainImage.h"
 #include "tests/support/MachOBuilder.h"
+#include "tests/support/changed_bytes.h"
 #include "tests/support/listing/ListingTest.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
-
-using testing::EndsWith;
-using testing::HasSubstr;
 
 struct Listed {
   uint64_t size = 0;
@@ -53,14 +51,9 @@ TEST_F(Damage, ChangedBytesAreSurvived) {
   const std::string narrow = contentsOf(object("armv7"));
   EXPECT_GT(listAll(plain).size, 10000u);
   for (const std::string* original : {&plain, &chained, &narrow}) {
-    std::string bytes = *original;
-    for (size_t at = 4; at < bytes.size(); at += at < 0x700 ? 13 : 211) {
-      for (const char value : {'\x01', '\xff'}) {
-        const char old = std::exchange(bytes[at], value);
-        EXPECT_LT(listAll(bytes).size, 8u << 20);
-        bytes[at] = old;
-      }
-    }
+    forEachChangedByte(*original, 13, 211, [](const std::string& changed) {
+      EXPECT_LT(listAll(changed).size, 8u << 20);
+    });
   }
 }
 

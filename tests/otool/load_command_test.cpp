@@ -1,14 +1,13 @@
 // otool -l, -h, -f, -L and -D.
-#include <gmock/gmock.h>
 
 #include "macho/ArchName.h"
 #include "tests/support/MachOBuilder.h"
 #include "tests/support/listing/ListingTest.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
 
-using testing::HasSubstr;
 using Words = std::vector<std::string>;
 
 class LoadCommands : public ListingTest {

@@ -1,5 +1,4 @@
 // otool -o with the pointers of an image in each form that linkers write.
-#include <gmock/gmock.h>
 
 #include <map>
 #include <sstream>
@@ -7,11 +6,10 @@
 #include "macho/ChainedPointer.h"
 #include "tests/otool/PlainImage.h"
 #include "tests/support/listing/ListingTest.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
-
-using testing::HasSubstr;
 
 class Objc : public ListingTest {
  protected:

@@ -1,7 +1,6 @@
 // Checksums over bundles, digests and the package key.
 #include "package/checksum.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -10,11 +9,10 @@
 
 #include "package/package_key.h"
 #include "tests/package/package_testing.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek {
 namespace {
-
-using testing::MatchesRegex;
 
 std::string checksum(const std::string& directory) {
   Digest data(DigestAlgorithm::kSha256);

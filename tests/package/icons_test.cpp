@@ -1,5 +1,4 @@
 // Which files are an app's icons, and their sizes in the manifest.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -9,15 +8,13 @@
 #include "package/icon_sizes.h"
 #include "tests/package/package_testing.h"
 #include "tests/support/PngBuilder.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek {
 namespace {
 
 using test::noisePicture;
 using test::pngFile;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
-using testing::Optional;
 
 class Icons : public testing::Test {
  protected:

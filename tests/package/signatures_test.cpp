@@ -1,5 +1,4 @@
 // Entitlements, profiles, access groups and the search for Intune.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "host/files.h"
@@ -10,13 +9,10 @@
 #include "package/signed_entitlements.h"
 #include "tests/package/package_testing.h"
 #include "tests/support/ScriptedHostRoot.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek {
 namespace {
-
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Optional;
 
 constexpr const char* kDeclaration = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 

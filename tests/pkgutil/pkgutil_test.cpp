@@ -1,16 +1,13 @@
 // pkgutil: the tools are there when the companions that stand in for them are.
 #include "programs/pkgutil/Pkgutil.h"
 
-#include <gmock/gmock.h>
-
 #include "tests/support/CompanionTest.h"
 #include "tests/support/called_program.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
 
-using testing::ContainsRegex;
-using testing::StartsWith;
 using Words = std::vector<std::string>;
 
 using Pkgutil = CompanionTest;
@@ -31,31 +28,20 @@ TEST_F(Pkgutil, LooksForTheTools) {
   }
   EXPECT_EQ(ask({"--pkg-info=com.example.other"}).output, "");
   EXPECT_EQ(ask({"--pkg-info=com.example.other"}).status, 1);
-  const struct {
-    Words words;
-    int status;
-    std::string output;  // the beginning of it
-  } cases[] = {
-      {{}, 1, ""},
-      {{"--nonsense"}, 1, ""},
-      {{"--pkg-info"}, 1, ""},
-      {{"--pkg-info", id, "more"}, 1, ""},
-      {{"--help", "more"}, 1, ""},
-      {{"--help"}, 0, "Usage: pkgutil"},
-      {{"--volume", "/", "--pkg-info", id}, 0, "package-id: " + id + "\n"},
-      {{"--pkgs"}, 0, id + "\ncom.apple.pkg.DeveloperToolsCLI\n"},
-      {{"--pkgs=.*(CLTools|none).*"}, 0, id + "\n"},
-      {{"--pkgs=CLTools"}, 1, ""},
-      {{"--pkgs=("}, 1, ""},
-      {{"--pkg-info-plist", id}, 0, "<?xml "},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(testing::PrintToString(c.words));
-    const Outcome outcome = ask(c.words);
-    EXPECT_EQ(outcome.status, c.status);
-    EXPECT_EQ(outcome.output.empty(), c.output.empty());
-    EXPECT_THAT(outcome.output, StartsWith(c.output));
-  }
+  const std::string usage = "Usage: pkgutil";
+  expectAnswers(pkgutil::run,
+                {{{}, 1, "", usage},
+                 {{"--nonsense"}, 1, "", usage},
+                 {{"--pkg-info"}, 1, "", usage},
+                 {{"--pkg-info", id, "more"}, 1, "", usage},
+                 {{"--help", "more"}, 1, "", usage},
+                 {{"--help"}, 0, usage, ""},
+                 {{"--volume", "/", "--pkg-info", id}, 0, "package-id: " + id + "\n", ""},
+                 {{"--pkgs"}, 0, id + "\ncom.apple.pkg.DeveloperToolsCLI\n", ""},
+                 {{"--pkgs=.*(CLTools|none).*"}, 0, id + "\n", ""},
+                 {{"--pkgs=CLTools"}, 1, "", ""},
+                 {{"--pkgs=("}, 1, "", "'(' is no regular expression\n"},
+                 {{"--pkg-info-plist", id}, 0, "<?xml ", ""}});
   const std::string plist = folder_.write("info.plist", ask({"--pkg-info-plist", id}).output);
   Outcome lint;
   ASSERT_TRUE(runProcess(shellCommand("xmllint --noout '" + plist + "' 2>&1"), &lint));

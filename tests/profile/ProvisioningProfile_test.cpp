@@ -1,6 +1,5 @@
 #include "profile/ProvisioningProfile.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cctype>
@@ -9,16 +8,12 @@
 #include "host/files.h"
 #include "tests/support/ScriptedHostRoot.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/matchers.h"
 #include "tests/support/openssl_identity.h"
 #include "tools/tool_run.h"
 
 namespace tovrek {
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
 
 constexpr char kTeamWarning[] =
     "WARNING: Your provisioning profile does not contain the team identifier entitlement required "

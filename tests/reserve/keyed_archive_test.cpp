@@ -1,13 +1,11 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "formats/WEX_Base64.h"
 #include "reserve/KeyedArchiver.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek {
 namespace {
-
-using testing::Optional;
 
 TEST(KeyedArchive, CarriesObjectsAsTextInTwoLayers) {
   PlistDictionary inner;

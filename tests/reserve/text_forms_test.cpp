@@ -1,5 +1,4 @@
 // Obfuscation, escaping, checksum files.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "formats/PlistValue.h"
@@ -7,11 +6,10 @@
 #include "reserve/escaping.h"
 #include "reserve/obfuscation.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek {
 namespace {
-
-using testing::Optional;
 
 TEST(Obfuscation, IsItsOwnInverse) {
   EXPECT_THAT(obfuscate("abc", "\x01"), Optional(std::string("`cb")));

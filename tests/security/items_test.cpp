@@ -1,17 +1,16 @@
 // Commands of `security` that hand items out, delete them or judge them.
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include "formats/Certificate.h"
 #include "host/files.h"
 #include "programs/security/interactive.h"
 #include "tests/security/SecurityTest.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
 
 using security::wordsOf;
-using testing::HasSubstr;
 using Words = std::vector<std::string>;
 
 // Two identities "One" and "Two" and the certificate "Root" that issued the first.

@@ -1,17 +1,13 @@
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 
 #include "formats/Certificate.h"
 #include "formats/Digest.h"
 #include "host/files.h"
 #include "tests/security/SecurityTest.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
-
-using testing::ContainsRegex;
-using testing::HasSubstr;
-using testing::StartsWith;
 
 // The steps of a build server's script, written for a Mac.
 TEST_F(SecurityTest, BuildServerScript) {

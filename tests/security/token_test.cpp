@@ -1,16 +1,14 @@
 // Keys on a token, through the programs that use them.
-#include <gmock/gmock.h>
 
 #include "formats/Certificate.h"
 #include "host/files.h"
 #include "tests/security/SecurityTest.h"
 #include "tests/support/SignableImage.h"
 #include "tests/support/SoftToken.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
-
-using testing::HasSubstr;
 
 class TokenTest : public SecurityTest {
  protected:

@@ -1,5 +1,4 @@
 // Bundles: what their seal lists, and what the verifier says of later changes.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,12 +12,11 @@
 #include "signing/verify/Verifier.h"
 #include "tests/support/SignableImage.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::signing {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using namespace test;  // NOLINT(google-build-using-namespace): builders all over the file
 
 constexpr const char* kInfo =

@@ -2,7 +2,6 @@
 #include "signing/Signer.h"
 
 #include <fmt/format.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -16,12 +15,11 @@
 #include "signing/verify/Verifier.h"
 #include "tests/signing/TestAuthority.h"
 #include "tests/support/SignableImage.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::signing {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using namespace test;  // NOLINT(google-build-using-namespace): builders all over the file
 
 constexpr const char* kEntitlementsText =

@@ -1,14 +1,12 @@
 #include "tools/host_checks.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/support/ScriptedHostRoot.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek {
 namespace {
-
-using ::testing::ElementsAre;
 
 class HostChecks : public ::testing::Test {
  protected:

@@ -1,10 +1,10 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "context/PellRequest.h"
 #include "tests/support/ScriptedHostRoot.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/matchers.h"
 #include "tools/PellKeychainHelper.h"
 #include "tools/XcrunHelper.h"
 #include "tools/splitting.h"
@@ -12,10 +12,6 @@
 
 namespace tovrek {
 namespace {
-
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 const WrapperLogger log("ToolkitLib", std::nullopt);
 

@@ -1,20 +1,14 @@
 // The command line as text in, text and request out.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>
 
 #include "programs/tovrek/CommandLineProcessor.h"
 #include "tests/support/ScriptedHostRoot.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek {
 namespace {
-
-using ::testing::AllOf;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
 
 using Words = std::vector<std::string>;
 

@@ -1,16 +1,12 @@
 // xcode-select: what is missing on this host, and options of which nothing depends.
-#include <gmock/gmock.h>
 
 #include "programs/xcode-select/XcodeSelect.h"
 #include "tests/support/CompanionTest.h"
 #include "tests/support/called_program.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
-
-using testing::HasSubstr;
-using testing::StartsWith;
-using Words = std::vector<std::string>;
 
 using XcodeSelect = CompanionTest;
 
@@ -21,24 +17,14 @@ TEST_F(XcodeSelect, AnswersAndRefusals) {
               install.status == 0 ? HasSubstr("are installed\n") : HasSubstr("sudo apt install "));
   expectRun({"xcode-select", "-p"}, 0, hostRoot() + "\n");
   EXPECT_THAT(called(xcode_select::run, {"-v"}).output, StartsWith("xcode-select version "));
-  const struct {
-    Words words;
-    int status;
-    std::string errorOutput;  // the beginning of it
-  } cases[] = {
-      {{}, 1, "xcode-select: error: no command option given\nUsage: "},
-      {{"--nonsense"}, 1, "xcode-select: error: invalid argument '--nonsense'\nUsage: "},
-      {{"-p", "more"}, 1, "xcode-select: error: invalid argument 'more'\nUsage: "},
-      {{"-s"}, 1, "xcode-select: error: -s needs a folder\nUsage: "},
-      {{"-s", "/Applications/Xcode.app"}, 0, "xcode-select: note: this host has one set"},
-      {{"--reset"}, 0, "xcode-select: note: this host has one set"},
-  };
-  for (const auto& c : cases) {
-    const Outcome outcome = called(xcode_select::run, c.words);
-    EXPECT_EQ(outcome.status, c.status) << testing::PrintToString(c.words);
-    EXPECT_EQ(outcome.output, "");
-    EXPECT_THAT(outcome.errorOutput, StartsWith(c.errorOutput));
-  }
+  expectAnswers(
+      xcode_select::run,
+      {{{}, 1, "", "xcode-select: error: no command option given\nUsage: "},
+       {{"--nonsense"}, 1, "", "xcode-select: error: invalid argument '--nonsense'\nUsage: "},
+       {{"-p", "more"}, 1, "", "xcode-select: error: invalid argument 'more'\nUsage: "},
+       {{"-s"}, 1, "", "xcode-select: error: -s needs a folder\nUsage: "},
+       {{"-s", "/Applications/Xcode.app"}, 0, "", "xcode-select: note: this host has one set"},
+       {{"--reset"}, 0, "", "xcode-select: note: this host has one set"}});
 }
 
 }  // namespace

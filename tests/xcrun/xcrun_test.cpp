@@ -1,17 +1,14 @@
 // xcrun: finding tools, and packages made of apps.
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "host/files.h"
 #include "tests/support/CompanionTest.h"
+#include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
 
-using testing::ContainsRegex;
-using testing::EndsWith;
-using testing::HasSubstr;
 using Words = std::vector<std::string>;
 
 using Xcrun = CompanionTest;

@@ -1,0 +1,17 @@
+// Runs of steps that several flows take.
+#include "converter/flow.h"
+#include "converter/inspection.h"
+#include "converter/steps.h"
+
+namespace tovrek::converter {
+
+bool openApp(Run& run, ErrorText* error) {
+  return takeSteps({unpackApp, refuseLinksOutOfApp, emptyPackageFolder, inspectApp}, run, error);
+}
+
+bool planSignature(Run& run, ErrorText* error) {
+  return takeSteps({takeBundleIdentifiers, readProfile, refuseExpiredProfile, makeEntitlements},
+                   run, error);
+}
+
+}  // namespace tovrek::converter
