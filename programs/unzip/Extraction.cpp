@@ -69,7 +69,7 @@ class Extraction {
     writeFiles();
     makeLinks();
     finishFolders();
-    return plan_.endedByInput ? std::max<int>(status_, kWarning) : status_;
+    return plan_.endedByInput ? std::max(status_, kWarning) : status_;
   }
 
  private:
@@ -83,7 +83,7 @@ class Extraction {
 
   void take(const Result& result) {
     if (!result.text.empty()) streams_.error(result.text);
-    status_ = std::max<int>(status_, result.status);
+    status_ = std::max(status_, result.status);
   }
 
   // The permission bits an item gets; set-id bits are dropped.

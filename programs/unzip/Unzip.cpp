@@ -79,11 +79,11 @@ int refuseUnreadable(const Entries& entries, const Streams& streams) {
     if (entry->isEncrypted()) {
       streams.error(fmt::format("   skipping: {}  encrypted entries are not supported\n",
                                 paddedName(entry->name)));
-      status = std::max<int>(status, kEncrypted);
+      status = std::max(status, kEncrypted);
     } else if (entry->method != archive::kStored && entry->method != archive::kDeflated) {
       streams.error(fmt::format("   skipping: {}  unsupported compression method {}\n",
                                 paddedName(entry->name), entry->method));
-      status = std::max<int>(status, kUnknownMethod);
+      status = std::max(status, kUnknownMethod);
     }
   }
   return status;
@@ -169,17 +169,17 @@ int processArchive(const std::string& path, const UnzipOptions& options, const S
   if (reader.hadBackslashes()) {
     streams.error(
         fmt::format("warning:  {} appears to use backslashes as path separators\n", path));
-    status = std::max<int>(status, kWarning);
+    status = std::max(status, kWarning);
   }
   if (const int refused = refuseUnreadable(entries, streams); refused != kDone) return refused;
   if (entries.empty()) return status;
   if (options.action == Action::kTest) {
-    return std::max<int>(status, testEntries(path, reader, entries, options, streams));
+    return std::max(status, testEntries(path, reader, entries, options, streams));
   }
   if (options.action == Action::kPipe) {
-    return std::max<int>(status, pipeEntries(reader, entries, streams));
+    return std::max(status, pipeEntries(reader, entries, streams));
   }
-  return std::max<int>(status, extractEntries(path, reader, entries, options, streams));
+  return std::max(status, extractEntries(path, reader, entries, options, streams));
 }
 
 }  // namespace
@@ -204,7 +204,7 @@ int run(const Arguments& arguments, const Streams& streams) {
   }
   int status = kDone;
   for (const std::string& path : archives) {
-    status = std::max<int>(status, processArchive(path, options, streams));
+    status = std::max(status, processArchive(path, options, streams));
   }
   return status;
 }

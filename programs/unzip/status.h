@@ -3,17 +3,8 @@
 
 namespace tovrek::unzip {
 
-enum Status : int {
-  kDone = 0,
-  kWarning = 1,
-  kDamaged = 2,
-  kNoMemory = 4,
-  kNoArchive = 9,
-  kBadOptions = 10,
-  kNothingMatched = 11,
-  kCannotWrite = 50,
-  kUnknownMethod = 81,
-  kEncrypted = 82
-};
+inline constexpr int kDone = 0, kWarning = 1, kDamaged = 2, kNoMemory = 4, kNoArchive = 9,
+                     kBadOptions = 10, kNothingMatched = 11, kCannotWrite = 50, kUnknownMethod = 81,
+                     kEncrypted = 82;
 
 }  // namespace tovrek::unzip

@@ -3,15 +3,8 @@
 
 namespace tovrek::zip {
 
-enum Status : int {
-  kDone = 0,
-  kDamagedArchive = 3,
-  kReadFailed = 11,
-  kNothingToDo = 12,
-  kWriteFailed = 14,
-  kCannotCreate = 15,
-  kBadArguments = 16,
-  kSomeUnreadable = 18
-};
+inline constexpr int kDone = 0, kDamagedArchive = 3, kReadFailed = 11, kNothingToDo = 12,
+                     kWriteFailed = 14, kCannotCreate = 15, kBadArguments = 16,
+                     kSomeUnreadable = 18;
 
 }  // namespace tovrek::zip
