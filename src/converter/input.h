@@ -16,9 +16,6 @@ std::shared_ptr<UnzippedIpa> unzipIpa(const std::optional<std::string>& inputPat
                                       std::shared_ptr<TemporaryDirectory>* tempDir,
                                       ErrorText* error);
 
-// Fails, in the log too, when the folder holds a link that leads out of it.
-bool refuseLinksOutside(const WrapperLogger& log, const std::string& folder, ErrorText* error);
-
 // Tells, at detailed level, what killed runs had left and this one has removed.
 void logLeftovers(const Run& run);
 
@@ -30,8 +27,9 @@ bool unpackApp(Run& run, ErrorText* error);
 bool openAppFolder(Run& run, ErrorText* error);
 // A package and the .ipa in it.
 bool unpackPackage(Run& run, ErrorText* error);
-bool refuseLinksOutOfApp(Run& run, ErrorText* error);
-bool refuseLinksOutOfPackage(Run& run, ErrorText* error);
+// Judges the links of app or package once more: what is about to be signed and packed has changed
+// since it was taken in, and with it what links lead to.
+bool refuseBadLinks(Run& run, ErrorText* error);
 // What an archive unpacked to the package folder is not to get into the package.
 bool emptyPackageFolder(Run& run, ErrorText* error);
 

@@ -134,7 +134,6 @@ bool resignPackage(Run& run, ErrorText* error) {
   return takeSteps(
       {
           unpackPackage,
-          refuseLinksOutOfPackage,
           emptyPackageFolder,
           moveMetadata,
           moveLanguageFiles,
@@ -144,6 +143,7 @@ bool resignPackage(Run& run, ErrorText* error) {
           readProfile,
           makeEntitlements,
           placeProfile,
+          refuseBadLinks,
           dropOldSignature,
           signLibraryOrStampFingerprint,
           signAgain,

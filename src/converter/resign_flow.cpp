@@ -26,7 +26,6 @@ bool resignApp(Run& run, ErrorText* error) {
   return takeSteps(
       {
           unpackApp,
-          refuseLinksOutOfApp,
           emptyPackageFolder,
           inspectApp,
           refuseSdkApp,
@@ -43,6 +42,7 @@ bool resignApp(Run& run, ErrorText* error) {
           changeBundleIdentifier,
           placeProfile,
           nameIpa,
+          refuseBadLinks,
           dropOldSignature,
           signLibraryOfRenewal,
           signAgain,

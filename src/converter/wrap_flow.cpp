@@ -21,7 +21,6 @@ bool wrapApp(Run& run, ErrorText* error) {
   return takeSteps(
       {
           unpackApp,
-          refuseLinksOutOfApp,
           emptyPackageFolder,
           inspectApp,
           refuseSdkApp,
@@ -44,6 +43,7 @@ bool wrapApp(Run& run, ErrorText* error) {
           nameIpa,
           buildManifest,
           copyIcons,
+          refuseBadLinks,
           dropOldSignature,
           signLibrary,
           signFrameworks,
@@ -61,7 +61,6 @@ bool wrapSdkApp(Run& run, ErrorText* error) {
   return takeSteps(
       {
           unpackApp,
-          refuseLinksOutOfApp,
           emptyPackageFolder,
           inspectApp,
           refuseUnsupportedApp,
@@ -81,6 +80,7 @@ bool wrapSdkApp(Run& run, ErrorText* error) {
           nameSdkIpa,
           buildManifest,
           copyIcons,
+          refuseBadLinks,
           dropOldSignature,
           signFrameworks,
           signExtensions,
