@@ -5,7 +5,7 @@ import unittest
 
 import judging
 import makers
-from harness import ADMIN, DEMO_APP, SDK_APP, SDK_ENTITLEMENTS, read, write
+from harness import ADMIN, DEMO_APP, SDK_APP, SDK_ENTITLEMENTS, copy_toolkit, read, write
 from judging import companion
 
 APP = "Payload/Small.app"
@@ -151,6 +151,30 @@ class Escapes(judging.AttackTest):
                     app = bundle("Small", **links)
                     self.held([companion("codesign"), *words, app], (0, 1),
                               may_change={self.given("Small.app")})
+
+    def test_kernel_alone(self):
+        """A companion that a hostile app has taken over writes to the victim, or tries to."""
+        toolkit = copy_toolkit(self.path("out", "toolkit"))
+        program = os.path.join(toolkit, "host", "usr", "bin", "unzip")
+        os.remove(program)
+        canary = self.path("outside", "canary")
+        write(f'#!/bin/sh\necho x 2>/dev/null >"{canary}"\nmv "{self.secret}" "{canary}.2"\n'
+              f'ln -s x "{canary}.3"\nexec {companion("unzip")} "$@"\n'.encode(), program)
+        os.chmod(program, 0o755)
+        command = self.wrap_words(self.archive(), "-logWriteLevel", "4")
+        command[0] = os.path.join(toolkit, "Tovrek")
+        self.held(command, (0,), {"TOVREK_CONFINE": "1"})
+        log = read(self.path("out", "log"))
+        if b"does not support" in log:
+            self.skipTest("this kernel has no Landlock")
+        self.assertIn(b"Confinement: on", log)
+        self.assertTrue(os.path.exists(self.path("out", "out.wex")))
+        # It would have worked.
+        with self.assertRaises(AssertionError):
+            self.held(command, (0,))
+        os.rename(canary + ".2", self.secret)
+        os.remove(canary)
+        os.remove(canary + ".3")
 
     def test_nested_code_of_seals(self):
         for name in (".", "..", "../../outside/victim", "Small", "x/../.."):
