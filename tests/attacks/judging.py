@@ -49,7 +49,7 @@ def everything_below(folder, without):
 
 def holds_secret(path):
     """Whether the secret is in a file, or in what is packed in it."""
-    if not os.path.isfile(path):
+    if os.path.islink(path) or not os.path.isfile(path):
         return False
     if zipfile.is_zipfile(path):
         with zipfile.ZipFile(path) as archive:
