@@ -4,8 +4,20 @@
 
 #include <algorithm>
 
+#include "host/ItemPath.h"
+#include "host/files.h"
+#include "host/paths.h"
+#include "signing/CodeObject.h"
+
 namespace tovrek::codesign {
 namespace {
+
+// Code of strangers: nothing in its bundle is read or replaced through a link.
+void guardCode(const std::string& path) {
+  const std::string real = realPath(path).value_or("");
+  const std::string folder = isDirectory(real) ? real : deletingLastPathComponent(real);
+  if (itemExistsNoFollow(joinPath(folder, signing::kInfoPlistFile))) guardFolder(folder);
+}
 
 int runOn(const std::string& path, const Options& options, const Streams& streams) {
   switch (options.operation) {
@@ -43,6 +55,7 @@ int run(const Arguments& arguments, const Streams& streams) {
   }
   int status = kSuccess;
   for (const std::string& path : options.paths) {
+    guardCode(path);
     status = std::max(status, runOn(path, options, streams));
     if (status != kSuccess && !options.goOn) break;
   }

@@ -17,6 +17,7 @@
 #include "host/version.h"
 #include "log/TKProgressor.h"
 #include "programs/tovrek/CommandLineProcessor.h"
+#include "programs/tovrek/confine_run.h"
 #include "programs/tovrek/constants.h"
 #include "programs/tovrek/result_output.h"
 #include "settings/settings_file.h"
@@ -131,6 +132,8 @@ int run(const Arguments& arguments, const Streams& streams) {
     reportError(error.text(), log, streams);
     return kExitBadInput;
   }
+  // Before anything of the input is touched.
+  if (arguments.ownsProcess) confineRun(*request, log);
   return runRequest(*request, context, progressor, streams);
 }
 

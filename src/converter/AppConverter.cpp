@@ -12,6 +12,7 @@
 #include "converter/set_info_flow.h"
 #include "converter/wrap_flow.h"
 #include "log/SystemLog.h"
+#include "package/app_links.h"
 
 namespace tovrek {
 
@@ -40,6 +41,15 @@ bool AppConverter::unzipIpaAndProcessConverterParameters(const Request& request,
                                                          UnpackedInput* input, ErrorText* error) {
   input->ipa = converter::unzipIpa(request.inputFile, &input->directory, error);
   if (!input->ipa) return false;
+
+  // What has links that are not accepted is not looked into: the conversion refuses it first.
+  const std::string& app = input->ipa->appPath();
+  const std::string scratch = input->directory->tempDir() + "/";
+  const bool unpacked = app.starts_with(scratch);
+  const bool judged = unpacked ? refuseLinks(input->directory->tempDir(),
+                                             app.substr(scratch.size()), nullptr, nullptr)
+                               : refuseLinks(app, "", nullptr, nullptr);
+  if (!judged) return true;
 
   ErrorText previous;
   const auto bundle = UnzippedIpa::appBundleForUnzippedIpa(input->ipa.get(), &previous);

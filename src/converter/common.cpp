@@ -84,17 +84,4 @@ bool liesInside(const std::string& path, const std::string& folder) {
   return realItem && realFolder && isBelow(*realItem, *realFolder);
 }
 
-bool findLinkLeadingOutside(const std::string& folder, std::optional<std::string>* found,
-                            ErrorText* error) {
-  found->reset();
-  const auto check = [&](const WalkedItem& item) {
-    // A link to nowhere counts as well: a program that writes to it would make the target.
-    const bool outside =
-        item.kind == ItemKind::kLink && !liesInside(joinPath(folder, item.relativePath), folder);
-    if (outside && !*found) *found = item.relativePath;
-    return !*found;
-  };
-  return walkDirectory(folder, check, error);
-}
-
 }  // namespace tovrek::converter

@@ -40,10 +40,5 @@ bool failToRemove(const ErrorText& reason, ErrorText* error);
 
 // Whether `path`, all links resolved, is `folder` or lies below it. False for a missing item.
 bool liesInside(const std::string& path, const std::string& folder);
-// An archive is made by strangers, and most of what the pipeline does to an app follows links.
-// Apps with a link that leads out of them are not installable anyway. Finds the first such
-// link, relative to the folder. False when the folder cannot be searched.
-bool findLinkLeadingOutside(const std::string& folder, std::optional<std::string>* found,
-                            ErrorText* error);
 
 }  // namespace tovrek::converter

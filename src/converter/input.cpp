@@ -2,9 +2,14 @@
 
 #include <fmt/format.h>
 
+#include <optional>
+#include <vector>
+
 #include "converter/common.h"
 #include "converter/steps.h"
+#include "host/ItemPath.h"
 #include "host/files.h"
+#include "package/app_links.h"
 
 namespace tovrek::converter {
 
@@ -24,18 +29,6 @@ std::shared_ptr<UnzippedIpa> unzipIpa(const std::optional<std::string>& inputPat
   return ipa;
 }
 
-bool refuseLinksOutside(const WrapperLogger& log, const std::string& folder, ErrorText* error) {
-  std::optional<std::string> link;
-  if (ErrorText reason; !findLinkLeadingOutside(folder, &link, &reason)) {
-    log.logError(reason.text());
-    return fail(error, reason.text());
-  }
-  if (!link) return true;
-  const std::string text = fmt::format("The input holds a link that leads out of it: {}", *link);
-  log.logError(text);
-  return fail(error, text);
-}
-
 namespace {
 
 // Every later step would take such an app for one without names, and complain of other files.
@@ -44,6 +37,35 @@ bool refuseUnreadableApp(const Run& run, ErrorText* error) {
   if (run.bundle->infoPlistIsReadable(&reason)) return true;
   run.log().logError(reason.text());
   return fail(error, reason.text());
+}
+
+// The app's place in the scratch folder; none for an app that is used where it stands.
+std::optional<std::string> placeInScratch(const Run& run) {
+  const std::string scratch = run.input.directory ? run.scratch() + "/" : "";
+  if (scratch.empty() || !run.appPath.starts_with(scratch)) return std::nullopt;
+  return run.appPath.substr(scratch.size());
+}
+
+bool judgeInput(const Run& run, std::vector<std::string>* dangling, ErrorText* error) {
+  const auto place = placeInScratch(run);
+  const bool isFolder = !run.package && !place;  // an app used where it stands
+  const auto app = run.package ? std::nullopt : std::optional(place.value_or(""));
+  ErrorText reason;
+  if (refuseLinks(isFolder ? run.appPath : run.scratch(), app, dangling, &reason)) return true;
+  run.log().logError(reason.text());
+  return fail(error, reason.text());
+}
+
+// Before anything in the app is looked at.
+bool takeApp(Run& run, ErrorText* error) {
+  guardFolder(run.appPath);
+  std::vector<std::string> dangling;
+  if (!judgeInput(run, &dangling, error)) return false;
+  for (const std::string& link : dangling) {
+    run.log().logWarning("The app holds a link whose target does not exist: " + link);
+  }
+  run.bundle = AppBundle::open(run.appPath);
+  return true;
 }
 
 }  // namespace
@@ -69,7 +91,7 @@ bool unpackApp(Run& run, ErrorText* error) {
 
   run.appPath = input.ipa->appPath();
   run.payloadDir = input.ipa->payloadDir();
-  run.bundle = AppBundle::open(run.appPath);
+  if (!takeApp(run, error)) return false;
   if (run.bundle) return refuseUnreadableApp(run, error);
   run.log().logError("Failed to get the input app file NSBundle object.");
   return fail(error, "Failed to get the input app file NSBundle object.");
@@ -77,7 +99,7 @@ bool unpackApp(Run& run, ErrorText* error) {
 
 bool openAppFolder(Run& run, ErrorText* error) {
   run.appPath = run.request.inputFile.value_or("");
-  run.bundle = AppBundle::open(run.appPath);
+  if (isDirectory(run.appPath) && !takeApp(run, error)) return false;
   if (run.bundle) return refuseUnreadableApp(run, error);
   run.log().logError("Failed to get the input app NSBundle object.");
   return false;
@@ -96,12 +118,8 @@ bool unpackPackage(Run& run, ErrorText* error) {
   return !run.bundle || refuseUnreadableApp(run, error);
 }
 
-bool refuseLinksOutOfApp(Run& run, ErrorText* error) {
-  return refuseLinksOutside(run.log(), run.appPath, error);
-}
-
-bool refuseLinksOutOfPackage(Run& run, ErrorText* error) {
-  return refuseLinksOutside(run.log(), run.scratch(), error);
+bool refuseBadLinks(Run& run, ErrorText* error) {
+  return judgeInput(run, nullptr, error);
 }
 
 bool emptyPackageFolder(Run& run, ErrorText* error) {

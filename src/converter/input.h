@@ -16,9 +16,6 @@ std::shared_ptr<UnzippedIpa> unzipIpa(const std::optional<std::string>& inputPat
                                       std::shared_ptr<TemporaryDirectory>* tempDir,
                                       ErrorText* error);
 
-// Fails, in the log too, when the folder holds a link that leads out of it.
-bool refuseLinksOutside(const WrapperLogger& log, const std::string& folder, ErrorText* error);
-
 // Tells, at detailed level, what killed runs had left and this one has removed.
 void logLeftovers(const Run& run);
 

@@ -128,7 +128,6 @@ bool resignPackage(Run& run, ErrorText* error) {
   return takeSteps(
       {
           unpackPackage,
-          refuseLinksOutOfPackage,
           emptyPackageFolder,
           moveMetadata,
           moveLanguageFiles,
@@ -138,6 +137,7 @@ bool resignPackage(Run& run, ErrorText* error) {
           readProfile,
           makeEntitlements,
           placeProfile,
+          refuseBadLinks,
           dropOldSignature,
           signLibraryOrStampFingerprint,
           signAgain,

@@ -28,6 +28,7 @@ bool resignApp(Run& run, ErrorText* error) {
           changeBundleIdentifier,
           placeProfile,
           nameIpa,
+          refuseBadLinks,
           dropOldSignature,
           signLibraryOfRenewal,
           signAgain,

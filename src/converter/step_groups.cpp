@@ -6,7 +6,7 @@
 namespace tovrek::converter {
 
 bool openApp(Run& run, ErrorText* error) {
-  return takeSteps({unpackApp, refuseLinksOutOfApp, emptyPackageFolder, inspectApp}, run, error);
+  return takeSteps({unpackApp, emptyPackageFolder, inspectApp}, run, error);
 }
 
 bool planSignature(Run& run, ErrorText* error) {

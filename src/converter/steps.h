@@ -15,8 +15,9 @@ bool unpackApp(Run& run, ErrorText* error);
 bool openAppFolder(Run& run, ErrorText* error);
 // A package and the .ipa in it.
 bool unpackPackage(Run& run, ErrorText* error);
-bool refuseLinksOutOfApp(Run& run, ErrorText* error);
-bool refuseLinksOutOfPackage(Run& run, ErrorText* error);
+// Judges the links of app or package once more: what is about to be signed and packed has changed
+// since it was taken in, and with it what links lead to.
+bool refuseBadLinks(Run& run, ErrorText* error);
 // What an archive unpacked to the package folder is not to get into the package.
 bool emptyPackageFolder(Run& run, ErrorText* error);
 
@@ -31,7 +32,7 @@ bool refuseUnsupportedApp(Run& run, ErrorText* error);
 // Warns of a certificate that may not serve.
 bool checkCertificate(Run& run, ErrorText* error);
 
-// What every app goes through first: unpackApp, refuseLinksOutOfApp, emptyPackageFolder, inspectApp.
+// What every app goes through first: unpackApp, emptyPackageFolder, inspectApp.
 bool openApp(Run& run, ErrorText* error);
 
 // --- Identifier, entitlements and profile. ---

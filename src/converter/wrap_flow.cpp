@@ -10,6 +10,7 @@ namespace tovrek::converter {
 bool wrapApp(Run& run, ErrorText* error) {
   return takeSteps(
       {
+          // What it is, and whether it may go on.
           openApp,
           refuseSdkApp,
           refuseWrappedApp,
@@ -17,6 +18,7 @@ bool wrapApp(Run& run, ErrorText* error) {
           planSignature,
           stripOrReportExtensions,
           checkCertificate,
+          // What is changed in it.
           insertLibrary,
           insertLogger,
           warnOfOldHost,
@@ -26,13 +28,17 @@ bool wrapApp(Run& run, ErrorText* error) {
           placeProfile,
           placePolicies,
           nameIpa,
+          // What is told about it.
           buildManifest,
           copyIcons,
+          // Its signatures, from the inside out.
+          refuseBadLinks,
           dropOldSignature,
           signLibrary,
           signFrameworks,
           signExtensions,
           signApp,
+          // Where it goes.
           writeIpa,
           copyOutputBundle,
           completeManifest,
@@ -44,11 +50,13 @@ bool wrapApp(Run& run, ErrorText* error) {
 bool wrapSdkApp(Run& run, ErrorText* error) {
   return takeSteps(
       {
+          // What it is, and whether it may go on.
           openApp,
           refuseUnsupportedApp,
           planSignature,
           stripOrReportExtensions,
           checkCertificate,
+          // What is changed in it.
           insertSdkResources,
           insertLogger,
           warnOfOldHost,
@@ -57,13 +65,17 @@ bool wrapSdkApp(Run& run, ErrorText* error) {
           placeProfile,
           placePolicies,
           nameSdkIpa,
+          // What is told about it.
           buildManifest,
           copyIcons,
+          // Its signatures, from the inside out.
+          refuseBadLinks,
           dropOldSignature,
           signFrameworks,
           signExtensions,
           stampFingerprint,
           signApp,
+          // Where it goes.
           writeSdkIpa,
           copyOutputBundle,
           completeManifestOfSdkApp,

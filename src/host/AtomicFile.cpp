@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "host/ItemPath.h"
 #include "host/file_io.h"
+#include "host/host_info.h"
 #include "host/paths.h"
 #include "host/scratch.h"
 #include "host/signals.h"
@@ -18,10 +20,8 @@ namespace {
 
 // A new file beside `target` that only this process knows, for writing; its name goes to `path`.
 UniqueFd createTemporaryBeside(const std::string& target, std::string* path) {
-  std::string pattern = joinPath(containingFolder(target), ".tovrek-XXXXXX");
-  UniqueFd fd(::mkostemp(pattern.data(), O_CLOEXEC));
-  *path = pattern;
-  return fd;
+  *path = joinPath(containingFolder(target), ".tovrek-" + uniqueString());
+  return ItemPath(*path).open(O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
 }
 
 // That of the old file when one of this user's stands there. Never its set-id bits, and nothing of
@@ -44,7 +44,8 @@ struct AtomicFile::State {
         guard(temporary),
         lasting(wanted == Lasting::kYes && !isScratchFile(path)) {}
   ~State() {
-    if (!committed) ::unlink(temporary.c_str());
+    const ItemPath item(temporary);
+    if (!committed && item.reached()) ::unlinkat(item.folder(), item.name(), 0);
   }
 
   std::string path;
@@ -108,10 +109,7 @@ bool AtomicFile::flush(ErrorText* error) {
 }
 
 bool AtomicFile::commit(ErrorText* error, std::optional<uint32_t> mode) {
-  const auto replace = [](const std::string& from, const std::string& to) {
-    return ::rename(from.c_str(), to.c_str()) == 0;
-  };
-  return finish(mode.value_or(modeForNewFile(state_->path)), replace, error);
+  return finish(mode.value_or(modeForNewFile(state_->path)), renameReplacing, error);
 }
 
 bool AtomicFile::commitNew(uint32_t mode, ErrorText* error) {

@@ -4,13 +4,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/ItemPath.h"
 #include "host/file_io.h"
 
 namespace tovrek {
 
 bool InputFile::open(const std::string& path, ErrorText* error) {
   struct stat info {};
-  fd_ = UniqueFd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  fd_ = ItemPath(path).open(O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (!fd_.valid() || ::fstat(fd_.get(), &info) != 0) {
     failWithErrno(error);
     fd_.close();

@@ -1,4 +1,5 @@
 // copyItem and moveItem: copies that never merge with or write through what stands at the target.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #ifdef __linux__
@@ -9,6 +10,7 @@
 
 #include "host/AtomicFile.h"
 #include "host/InputFile.h"
+#include "host/ItemPath.h"
 #include "host/file_io.h"
 #include "host/files.h"
 #include "host/paths.h"
@@ -20,15 +22,23 @@ bool copyFile(const std::string& from, const std::string& to, uint32_t mode, Err
   InputFile source;
   AtomicFile target;
   return source.open(from, error) && target.open(to, error, AtomicFile::Lasting::kNo) &&
-         target.write(source, error) && target.commitNew(mode & 07777, error);
+         target.write(source, error) && target.commitNew(mode & 0777, error);
 }
 
 bool copyLink(const std::string& from, const std::string& to, ErrorText* error) {
   const auto target = linkTarget(from, error);
-  return target && (::symlink(target->c_str(), to.c_str()) == 0 || failWithErrno(error));
+  const ItemPath item(to);
+  return target &&
+         ((item.reached() && ::symlinkat(target->c_str(), item.folder(), item.name()) == 0) ||
+          failWithErrno(error));
 }
 
 bool copyTree(const std::string& from, const std::string& to, ErrorText* error);
+
+bool setMode(const std::string& folder, uint32_t mode) {
+  const UniqueFd fd = ItemPath(folder).open(O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  return fd.valid() && ::fchmod(fd.get(), mode) == 0;
+}
 
 bool copyFolder(const std::string& from, const std::string& to, uint32_t mode, ErrorText* error) {
   // Writable while it is filled; the source's own mode comes last.
@@ -39,7 +49,7 @@ bool copyFolder(const std::string& from, const std::string& to, uint32_t mode, E
                              [&](const std::string& name) {
                                return copyTree(joinPath(from, name), joinPath(to, name), error);
                              }) &&
-         (::chmod(to.c_str(), mode & 07777) == 0 || failWithErrno(error));
+         (setMode(to, mode & 0777) || failWithErrno(error));
 }
 
 bool copyTree(const std::string& from, const std::string& to, ErrorText* error) {

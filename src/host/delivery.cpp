@@ -23,8 +23,7 @@ bool flushFile(const std::string& path) {
 bool install(const std::string& beside, const std::string& to, bool replaces, ErrorText* error) {
   const bool lasting = !isScratchFile(to);
   if (lasting && !flushFile(beside)) return failWithErrno(error);
-  const bool renamed =
-      replaces ? ::rename(beside.c_str(), to.c_str()) == 0 : renameWithoutReplacing(beside, to);
+  const bool renamed = replaces ? renameReplacing(beside, to) : renameWithoutReplacing(beside, to);
   return (renamed && (!lasting || flushFolderOf(to))) || failWithErrno(error);
 }
 

@@ -7,6 +7,7 @@
 
 #include <vector>
 
+#include "host/ItemPath.h"
 #include "host/files.h"
 #include "host/paths.h"
 
@@ -38,18 +39,32 @@ bool writeAllAt(int fd, std::string_view bytes, uint64_t offset) {
 }
 
 bool renameWithoutReplacing(const std::string& from, const std::string& to) {
+  const ItemPath source(from);
+  const ItemPath target(to);
+  if (!source.reached() || !target.reached()) return false;
 #ifdef __linux__
-  if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (::renameat2(source.folder(), source.name(), target.folder(), target.name(),
+                  RENAME_NOREPLACE) == 0) {
+    return true;
+  }
   if (errno != EINVAL && errno != ENOSYS) return false;
 #elif defined(__APPLE__)
-  return ::renamex_np(from.c_str(), to.c_str(), RENAME_EXCL) == 0;
+  return ::renameatx_np(source.folder(), source.name(), target.folder(), target.name(),
+                        RENAME_EXCL) == 0;
 #endif
   // File systems without that call: the small race between test and rename is accepted there.
   if (itemExistsNoFollow(to)) {
     errno = EEXIST;
     return false;
   }
-  return ::rename(from.c_str(), to.c_str()) == 0;
+  return ::renameat(source.folder(), source.name(), target.folder(), target.name()) == 0;
+}
+
+bool renameReplacing(const std::string& from, const std::string& to) {
+  const ItemPath source(from);
+  const ItemPath target(to);
+  return source.reached() && target.reached() &&
+         ::renameat(source.folder(), source.name(), target.folder(), target.name()) == 0;
 }
 
 bool flushFolderOf(const std::string& path) {

@@ -26,7 +26,9 @@ bool writeAll(int fd, std::string_view bytes);
 // The same at a place of its own, from where the file's position stays.
 bool writeAllAt(int fd, std::string_view bytes, uint64_t offset);
 
-// The same as rename(2), but fails with EEXIST when anything stands at `to`.
+// The same as rename(2); below guarded folders (see ItemPath.h) through no link.
+bool renameReplacing(const std::string& from, const std::string& to);
+// The same, but fails with EEXIST when anything stands at `to`.
 bool renameWithoutReplacing(const std::string& from, const std::string& to);
 
 ItemKind kindOf(const struct stat& info);

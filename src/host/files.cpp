@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "host/AtomicFile.h"
+#include "host/ItemPath.h"
 #include "host/file_io.h"
 #include "host/paths.h"
 
@@ -95,13 +96,16 @@ std::optional<std::string> realPath(const std::string& path) {
 }
 
 bool readFile(const std::string& path, std::string* contents, ErrorText* error) {
-  const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  const ItemPath item(path);
+  // What strangers have made is not waited for.
+  const UniqueFd fd = item.open(O_RDONLY | O_CLOEXEC | (item.guarded() ? O_NONBLOCK : 0));
   struct stat info {};
   if (!fd.valid() || ::fstat(fd.get(), &info) != 0) return failWithErrno(error);
   if (S_ISDIR(info.st_mode)) {
     errno = EISDIR;
     return failWithErrno(error);
   }
+  if (item.guarded() && !S_ISREG(info.st_mode)) return fail(error, "Not a regular file");
   contents->clear();
   contents->resize(static_cast<size_t>(info.st_size));
   size_t filled = 0;
@@ -137,12 +141,12 @@ bool writeFileOrDevice(const std::string& path, std::string_view contents, Error
   if (!statOf(path, &info) || S_ISREG(info.st_mode)) {
     return writeFileAtomically(path, contents, error);
   }
-  const UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  const UniqueFd fd = ItemPath(path).open(O_WRONLY | O_CLOEXEC);
   return (fd.valid() && writeAll(fd.get(), contents)) || failWithErrno(error);
 }
 
 bool appendToFile(const std::string& path, std::string_view text) {
-  UniqueFd fd(::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+  UniqueFd fd = ItemPath(path).open(O_WRONLY | O_APPEND | O_CLOEXEC);
   return fd.valid() && writeAll(fd.get(), text) && fd.close();
 }
 
@@ -154,12 +158,16 @@ bool createDirectories(const std::string& path, ErrorText* error) {
   if (isDirectory(path)) return true;
   const std::string parent = deletingLastPathComponent(path);
   if (!parent.empty() && !isDirectory(parent) && !createDirectories(parent, error)) return false;
-  if (::mkdir(path.c_str(), 0777) == 0 || (errno == EEXIST && isDirectory(path))) return true;
+  const ItemPath item(path);
+  const bool made = item.reached() && ::mkdirat(item.folder(), item.name(), 0777) == 0;
+  if (made || (errno == EEXIST && isDirectory(path))) return true;
   return failWithErrno(error);
 }
 
 bool createPrivateDirectory(const std::string& path, ErrorText* error) {
-  return ::mkdir(path.c_str(), 0700) == 0 || failWithErrno(error);
+  const ItemPath item(path);
+  return (item.reached() && ::mkdirat(item.folder(), item.name(), 0700) == 0) ||
+         failWithErrno(error);
 }
 
 }  // namespace tovrek

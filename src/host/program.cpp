@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <exception>
 
+#include "host/confinement.h"
 #include "host/signals.h"
 
 namespace tovrek {
@@ -42,11 +43,14 @@ int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules)
   if (!openClosedStreams()) return kNoStreams;
   // A file that may not grow further is an error to report, as a full disk is.
   ::signal(SIGXFSZ, SIG_IGN);
+  forbidCoreDumps();
   if (rules.cleansUpOnSignals) installSignalHandlers();
   const Streams streams;
-  if (rules.onUncaught == nullptr) return run(argumentsOf(argc, argv), streams);
+  Arguments arguments = argumentsOf(argc, argv);
+  arguments.ownsProcess = true;
+  if (rules.onUncaught == nullptr) return run(arguments, streams);
   try {
-    return run(argumentsOf(argc, argv), streams);
+    return run(arguments, streams);
   } catch (const std::exception& failure) {
     return rules.onUncaught(failure.what(), streams);
   } catch (...) {

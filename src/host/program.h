@@ -13,6 +13,7 @@ namespace tovrek {
 struct Arguments {
   std::string program{};             // the name that it was called by; empty when it got none
   std::vector<std::string> words{};  // what follows the name
+  bool ownsProcess = false;          // nothing but this run depends on what the process may do
 };
 
 // Runs a program; answers its exit status.

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "host/ItemPath.h"
 #include "host/files.h"
 
 namespace tovrek {
@@ -15,6 +16,7 @@ void announceScratchFolder(const std::string& folder) {
   // Programs may come to know their files by either name.
   const std::string real = realPath(folder).value_or(folder);
   ::setenv(kVariable, (real == folder ? real : folder + ":" + real).c_str(), 1);
+  guardFolder(folder);
 }
 
 bool isScratchFile(const std::string& path) {

@@ -11,6 +11,7 @@
 #include <climits>
 #include <memory>
 
+#include "host/ItemPath.h"
 #include "host/file_io.h"
 #include "host/files.h"
 #include "host/parallel.h"
@@ -67,7 +68,7 @@ class Walk {
       : root_(std::move(root)), visit_(visit), error_(error) {}
 
   bool run(bool mayBeMissing) {
-    const UniqueFd root(::open(root_.c_str(), kFolder));
+    const UniqueFd root = ItemPath(root_).open(kFolder);
     const bool missing = !root.valid() && (errno == ENOENT || errno == ENOTDIR);
     return (missing && mayBeMissing) || walk(root, "");
   }
@@ -119,12 +120,13 @@ class Walk {
 class Removal {
  public:
   bool run(const std::string& path) {
+    const ItemPath item(path);
     struct stat info {};
-    if (::lstat(path.c_str(), &info) != 0) {
+    if (!item.reached() || ::fstatat(item.folder(), item.name(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
       note(errno);
     } else if (S_ISDIR(info.st_mode)) {
       removeFolder(path, info.st_mode);
-    } else if (::unlink(path.c_str()) != 0) {
+    } else if (::unlinkat(item.folder(), item.name(), 0) != 0) {
       note(errno);
     }
     errno = firstFailure_;
@@ -225,7 +227,7 @@ bool removeItem(const std::string& path, ErrorText* error) {
 
 std::optional<std::vector<std::string>> listDirectory(const std::string& path, ErrorText* error) {
   std::vector<std::string> names;
-  const UniqueFd folder(::open(path.c_str(), kFolder));
+  const UniqueFd folder = ItemPath(path).open(kFolder);
   const bool whole = folder.valid() && forEachEntry(folder.get(), [&](const dirent& entry) {
                        names.emplace_back(entry.d_name);
                        return true;

@@ -4,6 +4,7 @@
 
 #include "host/files.h"
 #include "host/paths.h"
+#include "package/app_links.h"
 #include "package/archive_folder.h"
 
 namespace tovrek {
@@ -47,7 +48,7 @@ int UnzippedCma::ExecuteTaskIpa(const std::string& destination, std::string* out
 bool UnzippedCma::Unzip(ErrorText* error) {
   std::string output;
   if (ExecuteTask(tempDir_, &output) != 0) return fail(error, unzipFailure(output));
-  if (!removeLinks(tempDir_, error)) return false;
+  if (!refuseLinks(tempDir_, std::nullopt, nullptr, error)) return false;
   const auto manifest = firstEntryWithExtension(tempDir_, "xml");
   if (!manifest) {
     return fail(error, fmt::format("Manifest xml cannot be foung in directory ({})", tempDir_));
@@ -59,7 +60,7 @@ bool UnzippedCma::Unzip(ErrorText* error) {
 bool UnzippedCma::UnzipToGetIpaPath(ErrorText* error) {
   std::string output;
   if (ExecuteTask(tempDir_, &output) != 0) return fail(error, unzipFailure(output));
-  if (!removeLinks(tempDir_, error)) return false;
+  if (!refuseLinks(tempDir_, std::nullopt, nullptr, error)) return false;
   const auto ipa = firstEntryWithExtension(tempDir_, "ipa");
   if (!ipa) return fail(error, fmt::format("Ipa is not found in directory ({}) .", tempDir_));
   ipaName_ = *ipa;
@@ -70,6 +71,7 @@ bool UnzippedCma::UnzipToGetIpaPath(ErrorText* error) {
 bool UnzippedCma::UnzipWithPayload(ErrorText* error) {
   std::string output;
   if (ExecuteTaskIpa(tempDir_, &output) != 0) return fail(error, unzipFailure(output));
+  if (!refuseLinks(tempDir_, std::nullopt, nullptr, error)) return false;
   const auto app = findPayloadApp(tempDir_, &payloadDir_, error);
   if (!app) return false;
   appPath_ = *app;

@@ -49,19 +49,6 @@ std::string unzipFailure(std::string_view output) {
   return fmt::format("Unzip command failed. {}", output);
 }
 
-bool removeLinks(const std::string& folder, ErrorText* error) {
-  bool removed = true;
-  const auto take = [&](const WalkedItem& item) {
-    const std::string path = joinPath(folder, item.relativePath);
-    ErrorText reason;
-    if (item.kind == ItemKind::kLink && !removeItem(path, &reason)) {
-      removed = fail(error, fmt::format("{}: {}", path, reason.text()));
-    }
-    return removed;
-  };
-  return walkDirectory(folder, take, error) && removed;
-}
-
 std::optional<std::string> firstEntryWithExtension(const std::string& folder,
                                                    std::string_view extension) {
   const auto names = listDirectory(folder);

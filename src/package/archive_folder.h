@@ -22,11 +22,6 @@ int runUnzip(const std::string& archive, const std::string& destination, std::st
 // `output` is often empty.
 std::string unzipFailure(std::string_view output);
 
-// Takes every link out of an unpacked package. Packages are zipped without links; one that has
-// them would have the archive inside it, or a later step, write or read outside of the folder.
-// False when one may have stayed.
-bool removeLinks(const std::string& folder, ErrorText* error);
-
 // The name of the first entry of the folder, in listing order, with exactly this extension.
 std::optional<std::string> firstEntryWithExtension(const std::string& folder,
                                                    std::string_view extension);

@@ -59,7 +59,9 @@ class ContentWalk {
     // The settings file holds the checksum itself.
     if (containsIgnoringCase(path, "Orvane.plist")) return true;
     const bool readable = item.kind != ItemKind::kLink || !leadsOutside(path, directory);
-    if (!readable || !appendFile(path, data_)) {
+    // Files of the app are not opened through links.
+    const std::string file = item.kind == ItemKind::kLink ? realPath(path).value_or(path) : path;
+    if (!readable || !appendFile(file, data_)) {
       logger_.logError(fmt::format("Error reading file {}", item.relativePath));
     }
     return true;

@@ -54,33 +54,6 @@ TEST_F(Copying, ProfileIsReplaced) {
   EXPECT_EQ(error.text(), "A required file at this location does not exist: /nowhere");
 }
 
-TEST_F(Copying, LinksThatLeadOutside) {
-  write("Demo.app/sub/file", "");
-  link("../sub/file", "Demo.app/sub/inside");
-  link("sub", "Demo.app/folder");
-  link("..", "Demo.app/sub/root");
-  const auto found = [this] {
-    std::optional<std::string> link;
-    EXPECT_TRUE(findLinkLeadingOutside(app(), &link, nullptr));
-    return link;
-  };
-  EXPECT_EQ(found(), std::nullopt);
-  const std::pair<std::string, std::string> cases[] = {{"/etc/passwd", "absolute"},
-                                                       {"../Data", "Demo.app/sub/../up"},
-                                                       {"nothing", "dangling"},
-                                                       {app() + ".other", "sibling"}};
-  createDirectories(app() + ".other");
-  for (const auto& [target, name] : cases) {
-    SCOPED_TRACE(name);
-    link(target, "Demo.app/sub/link");
-    EXPECT_EQ(found(), "sub/link") << target;
-    removeItem(app() + "/sub/link");
-  }
-  std::optional<std::string> foundLink;
-  EXPECT_FALSE(findLinkLeadingOutside(app() + "/none", &foundLink, &error));
-  EXPECT_EQ(error.text(), app() + "/none: No such file or directory");
-}
-
 TEST_F(Copying, RebuildKeepsWarningsAndGivesReasons) {
   error.set("warning");
   EXPECT_FALSE(MachORebuild(run(), "/nowhere", ExecutableKind::kApplication, &error));

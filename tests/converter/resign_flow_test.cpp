@@ -83,7 +83,8 @@ TEST_F(ResignFlow, LinksOutOfTheArchiveAreRefused) {
     SCOPED_TRACE(name);
     link(outside, "Payload/Demo.app/" + name);
     EXPECT_FALSE(create());
-    EXPECT_EQ(error.text(), "The input holds a link that leads out of it: " + name);
+    EXPECT_EQ(error.text(), "The input holds a link that is not accepted: Payload/Demo.app/" +
+                                name + " (it stands in place of a file or folder of the app)");
     removeItem(folder.file("Payload/Demo.app/" + name));
     removeItem(*request.inputFile);
   }
@@ -95,8 +96,13 @@ TEST_F(ResignFlow, LinksOutOfTheArchiveAreRefused) {
 TEST_F(ResignFlow, ArchiveBringsNothingIntoThePackage) {
   write("ORVANE_PACKAGE/planted.txt", "");
   write("outside", "untouched");
-  link(folder.file("outside"), "ORVANE_PACKAGE/Demo.ipa");
   EXPECT_TRUE(create({"Payload", "ORVANE_PACKAGE"})) << error.text();
+  removeItem(*request.inputFile);
+  link(folder.file("outside"), "ORVANE_PACKAGE/Demo.ipa");
+  EXPECT_FALSE(create({"Payload", "ORVANE_PACKAGE"}));
+  EXPECT_EQ(error.text(),
+            "The input holds a link that is not accepted: ORVANE_PACKAGE/Demo.ipa (it lies beside "
+            "the app)");
   EXPECT_EQ(contentsOf(folder.file("outside")), "untouched");
 }
 

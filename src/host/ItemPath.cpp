@@ -1,0 +1,143 @@
+#include "host/ItemPath.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+#ifdef __linux__
+#include <linux/openat2.h>
+#include <sys/syscall.h>
+#endif
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <string_view>
+
+#include "host/files.h"
+
+namespace tovrek {
+namespace {
+
+constexpr const char* kGuarded = "TOVREK_GUARDED";
+// Each begins with a slash and has no empty component, so that this is in none of them.
+constexpr std::string_view kSeparator = "//";
+#ifdef O_PATH
+constexpr int kFolder = O_PATH | O_DIRECTORY | O_CLOEXEC;
+#else
+constexpr int kFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+#endif
+
+// The guarded folder that an absolute path lies below; empty for none.
+std::string_view folderAround(std::string_view path, std::string_view list) {
+  for (std::string_view rest = list; !rest.empty();) {
+    const std::string_view folder = rest.substr(0, rest.find(kSeparator));
+    rest.remove_prefix(std::min(rest.size(), folder.size() + kSeparator.size()));
+    const bool inside = path.starts_with(folder) && path.substr(folder.size()).starts_with('/');
+    if (!folder.empty() && inside) return folder;
+  }
+  return {};
+}
+
+std::string_view guardedFolders() {
+  const char* list = std::getenv(kGuarded);
+  return list == nullptr ? "" : list;
+}
+
+// From the root, without empty and "." components and slashes at the end; ".." stays, since what
+// it leads to depends on what stands there.
+std::string absolutePath(const std::string& path) {
+  std::string whole = path;
+  if (!path.starts_with('/')) {
+    std::array<char, PATH_MAX> here{};
+    if (::getcwd(here.data(), here.size()) == nullptr) return path;
+    whole = std::string(here.data()) + "/" + path;
+  }
+  std::string result;
+  for (size_t at = 0; at < whole.size();) {
+    const size_t end = std::min(whole.find('/', at), whole.size());
+    const std::string_view component = std::string_view(whole).substr(at, end - at);
+    if (!component.empty() && component != ".") result.append("/").append(component);
+    at = end + 1;
+  }
+  return result;
+}
+
+// Kernels before Linux 5.6 and some sandboxes have no openat2.
+UniqueFd openStepByStep(UniqueFd folder, const std::string& below) {
+  size_t depth = 0;
+  for (size_t at = 0; at < below.size() && folder.valid();) {
+    const size_t end = std::min(below.find('/', at), below.size());
+    const std::string component = below.substr(at, end - at);
+    at = end + 1;
+    if (component == ".." && depth == 0) {
+      errno = EXDEV;
+      return UniqueFd();
+    }
+    depth = component == ".." ? depth - 1 : depth + 1;
+    folder = UniqueFd(::openat(folder.get(), component.c_str(), kFolder | O_NOFOLLOW));
+  }
+  return folder;
+}
+
+UniqueFd openBelow(UniqueFd root, const std::string& below) {
+  if (!root.valid() || below.empty()) return root;
+#ifdef __linux__
+  open_how how{};
+  how.flags = kFolder;
+  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
+  const long fd = ::syscall(SYS_openat2, root.get(), below.c_str(), &how, sizeof(how));
+  if (fd >= 0) return UniqueFd(static_cast<int>(fd));
+  if (errno != ENOSYS && errno != EPERM) return UniqueFd();
+#endif
+  return openStepByStep(std::move(root), below);
+}
+
+}  // namespace
+
+void guardFolder(const std::string& folder) {
+  // Programs may come to know its files by either name.
+  const std::string given = absolutePath(folder);
+  const std::string real = realPath(folder).value_or(given);
+  std::string list(guardedFolders());
+  for (const std::string& name : {given, real}) {
+    if (!folderAround(name + "/", list).empty()) continue;
+    if (!list.empty()) list += kSeparator;
+    list += name;
+  }
+  ::setenv(kGuarded, list.c_str(), 1);
+}
+
+ItemPath::ItemPath(const std::string& path) : name_(path) {
+  const std::string_view guarded = guardedFolders();
+  if (path.empty() || guarded.empty()) return;
+  const std::string absolute = absolutePath(path);
+  const std::string root(folderAround(absolute, guarded));
+  if (!root.empty()) reach(root, absolute.substr(root.size() + 1));
+}
+
+void ItemPath::reach(const std::string& root, const std::string& below) {
+  guarded_ = true;
+  const size_t slash = below.rfind('/');
+  const std::string parent = slash == std::string::npos ? "" : below.substr(0, slash);
+  name_ = slash == std::string::npos ? below : below.substr(slash + 1);
+  if (name_ == "..") {
+    // No name of an item; what it would lead to has one of its own.
+    reached_ = false;
+    errno = EINVAL;
+    return;
+  }
+  folder_ = openBelow(UniqueFd(::open(root.c_str(), kFolder)), parent);
+  reached_ = folder_.valid();
+}
+
+int ItemPath::folder() const {
+  return guarded_ ? folder_.get() : AT_FDCWD;
+}
+
+UniqueFd ItemPath::open(int flags, unsigned mode) const {
+  if (!reached_) return UniqueFd();
+  return UniqueFd(::openat(folder(), name(), guarded_ ? flags | O_NOFOLLOW : flags, mode));
+}
+
+}  // namespace tovrek
