@@ -38,7 +38,8 @@ void AppConverter::initializeLogging(const Request& request, RunContext& context
 bool AppConverter::unzipIpaAndProcessConverterParameters(const Request& request,
                                                          const RunContext& context,
                                                          UnpackedInput* input, ErrorText* error) {
-  input->ipa = converter::unzipIpa(request.inputFile, &input->directory, error);
+  input->ipa =
+      converter::unzipIpa(request.inputFile, &input->directory, error, context.loggers.toolkit);
   if (!input->ipa) return false;
 
   ErrorText previous;

@@ -14,13 +14,13 @@ namespace tovrek::converter {
 // on failure. The slot for the reason reads "Invalid input" after a success.
 std::shared_ptr<UnzippedIpa> unzipIpa(const std::optional<std::string>& inputPath,
                                       std::shared_ptr<TemporaryDirectory>* tempDir,
-                                      ErrorText* error);
+                                      ErrorText* error, const WrapperLogger& log);
 
 // Fails, in the log too, when the folder holds a link that leads out of it.
 bool refuseLinksOutside(const WrapperLogger& log, const std::string& folder, ErrorText* error);
 
-// Tells, at detailed level, what killed runs had left and this one has removed.
-void logLeftovers(const Run& run);
+// Tells what killed runs had left and this one has removed.
+void logLeftovers(const WrapperLogger& log, const TemporaryDirectory& directory);
 
 // --- Steps ---
 

@@ -42,6 +42,9 @@ int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules)
   if (!openClosedStreams()) return kNoStreams;
   // A file that may not grow further is an error to report, as a full disk is.
   ::signal(SIGXFSZ, SIG_IGN);
+  // Where the parent ignores the ends of children, so would this program: the system then keeps
+  // no exit status of theirs.
+  ::signal(SIGCHLD, SIG_DFL);
   if (rules.cleansUpOnSignals) installSignalHandlers();
   const Streams streams;
   if (rules.onUncaught == nullptr) return run(argumentsOf(argc, argv), streams);

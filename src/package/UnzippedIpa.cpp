@@ -8,7 +8,8 @@ namespace tovrek {
 
 std::shared_ptr<UnzippedIpa> UnzippedIpa::UnzippedIpaObjForInputFile(const std::string& path,
                                                                      TemporaryDirectory* tempDir,
-                                                                     ErrorText* error) {
+                                                                     ErrorText* error,
+                                                                     const WrapperLogger* log) {
   if (error != nullptr) error->clear();
   if (tempDir == nullptr) {
     systemLog("ERROR: No temp dir object passed.");
@@ -22,6 +23,7 @@ std::shared_ptr<UnzippedIpa> UnzippedIpa::UnzippedIpaObjForInputFile(const std::
   }
   if (!tempDir->created() && !tempDir->Create(error)) return nullptr;
   std::shared_ptr<UnzippedIpa> ipa = initWithIpa(path, *tempDir);
+  ipa->log_ = log;
   return ipa->Unzip(error) ? ipa : nullptr;
 }
 
@@ -43,7 +45,7 @@ std::shared_ptr<UnzippedIpa> UnzippedIpa::initWithApp(const std::string& path,
 }
 
 int UnzippedIpa::ExecuteTask(const std::string& destination, std::string* output) const {
-  return runUnzip(inputIpa_, destination, output);
+  return runUnzip(inputIpa_, destination, output, log_);
 }
 
 bool UnzippedIpa::Unzip(ErrorText* error) {
