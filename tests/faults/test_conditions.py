@@ -20,7 +20,7 @@ from trials import Runner, Trial, files_below, is_lasting, may_mount
 BUILD = os.environ["TOVREK_BUILD"]
 SUPERVISOR = os.environ["TOVREK_FAULT_SUPERVISOR"]
 # scripts/faults asks for more than fits into a test.
-KILLS = int(os.environ.get("TOVREK_FAULT_KILLS", "8"))
+KILLS = int(os.environ.get("TOVREK_FAULT_KILLS", "5"))
 BY_NAME = {command.name: command for command in COMMANDS}
 COMPANIONS = os.path.join(BUILD, "tovrek", "host", "usr", "bin")
 DEMO = os.path.join(BUILD, "demo")

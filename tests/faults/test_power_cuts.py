@@ -18,7 +18,7 @@ from trials import Runner, Trial
 BUILD = os.environ["TOVREK_BUILD"]
 SUPERVISOR = os.environ["TOVREK_FAULT_SUPERVISOR"]
 # scripts/faults asks for more than fits into a test.
-CUTS = int(os.environ.get("TOVREK_FAULT_CUTS", "5"))
+CUTS = int(os.environ.get("TOVREK_FAULT_CUTS", "4"))
 SHUT_DOWN = 0x8004587D  # EXT4_IOC_SHUTDOWN
 WITHOUT_JOURNAL = 2
 SIZE = 32 << 20
