@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <exception>
+#include <new>
 
 #include "host/signals.h"
 
@@ -14,6 +15,7 @@ namespace {
 
 // As sysexits.h numbers a failure of the system.
 constexpr int kNoStreams = 71;
+constexpr int kNoMemory = 71;
 
 Arguments argumentsOf(int argc, char** argv) {
   Arguments arguments;
@@ -47,12 +49,17 @@ int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules)
   ::signal(SIGCHLD, SIG_DFL);
   if (rules.cleansUpOnSignals) installSignalHandlers();
   const Streams streams;
-  if (rules.onUncaught == nullptr) return run(argumentsOf(argc, argv), streams);
   try {
     return run(argumentsOf(argc, argv), streams);
+  } catch (const std::bad_alloc& failure) {
+    if (rules.onUncaught != nullptr) return rules.onUncaught(failure.what(), streams);
+    streams.error("out of memory\n");
+    return kNoMemory;
   } catch (const std::exception& failure) {
+    if (rules.onUncaught == nullptr) throw;
     return rules.onUncaught(failure.what(), streams);
   } catch (...) {
+    if (rules.onUncaught == nullptr) throw;
     return rules.onUncaught(nullptr, streams);
   }
 }
