@@ -1,5 +1,5 @@
-"""Runs under conditions that are more than one failing call: full disks, small files, missing streams,
-kills at any moment, a log that others write to. Random moments are drawn from a fixed seed."""
+"""Runs under conditions that are more than one failing call: full disks, small files, missing
+streams, kills at any moment, a log that others write to. Random moments are drawn from a fixed seed."""
 import collections
 import contextlib
 import dataclasses
@@ -166,7 +166,7 @@ class Conditions(unittest.TestCase):
         return collections.Counter(re.sub(r"New\d*\.wex", "New.wex", text).splitlines())
 
     def test_a_parent_that_ignores_the_ends_of_children(self):
-        # Such a parent makes the system forget exit statuses, and a failing tool would seem to succeed.
+        # The system then forgets exit statuses, and a failing tool would seem to succeed.
         command = BY_NAME["sign-ipa"]
         runner = Runner(self.bench, command)
         ignoring = {"preexec_fn": lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN)}
@@ -203,7 +203,8 @@ class Conditions(unittest.TestCase):
             work = os.path.join(folder, "work")
             os.makedirs(os.path.join(work, "folder"))
             os.mkdir(os.path.join(folder, "scratch"))
-            for source, target in (("Example.mobileprovision", ""), ("Fieldbook.ipa", "archive.zip"),
+            for source, target in (("Example.mobileprovision", ""),
+                                   ("Fieldbook.ipa", "archive.zip"),
                                    ("sdk/Gauge.app/Gauge", "tool"),
                                    ("Example.mobileprovision", "folder")):
                 shutil.copy(os.path.join(DEMO, source), os.path.join(work, target))

@@ -1,5 +1,5 @@
-"""What is left after a power cut: the output lies on a file system of its own, which is shut down at
-once and writes nothing more, not even its journal. What comes back is what the disk had."""
+"""What is left after a power cut: the output lies on a file system of its own, which is shut down
+at once and writes nothing more, not even its journal. What comes back is what the disk had."""
 import contextlib
 import fcntl
 import os
