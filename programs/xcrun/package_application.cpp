@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "host/delivery.h"
 #include "host/files.h"
 #include "host/host_info.h"
 #include "host/paths.h"
@@ -66,12 +67,10 @@ bool signApp(const std::string& identity, const std::string& app, const Streams*
   return runStep(command, output, error);
 }
 
-// A file that stands at the target goes only once the new one is complete.
 bool deliver(const std::string& made, const std::string& target, ErrorText* error) {
   ErrorText reason;
-  const bool delivered =
-      (!isPlainFile(target) || removeItem(target, &reason)) && moveItem(made, target, &reason);
-  return delivered || fail(error, fmt::format("cannot write '{}': {}", target, reason.text()));
+  return deliverFile(made, target, Source::kSpent, &reason) ||
+         fail(error, fmt::format("cannot write '{}': {}", target, reason.text()));
 }
 
 }  // namespace

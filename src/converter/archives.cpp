@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "converter/common.h"
 #include "converter/steps.h"
 #include "host/file_status.h"
@@ -24,10 +26,49 @@ std::string asOperand(const std::string& name) {
 
 // Most of the app is as it was in the input. Our own zip takes the packed form of files that have
 // not changed from the archive named by this variable; others do not know it.
-std::vector<std::pair<std::string, std::string>> packedSource(const std::string& path) {
+std::vector<std::pair<std::string, std::string>> packedSource(const WrapperLogger& log,
+                                                              const std::string& path) {
   const auto absolute = realPath(path);  // zip runs in another folder
-  if (!absolute) return {};
+  if (!absolute) {
+    if (isThere(path).value_or(true)) {
+      log.logWarning("The app is packed anew, as its archive cannot be found: " + path);
+    }
+    return {};
+  }
   return {{"TOVREK_PACKED_SOURCE", *absolute}};
+}
+
+// The files of a store's that go beside the app.
+bool findStoreFiles(const std::string& folder, std::vector<std::string>* found, ErrorText* error) {
+  const auto names = listDirectory(folder, error);
+  if (!names) return false;
+  for (const char* name : {"iTunesArtwork", "iTunesMetadata.plist"}) {
+    // One that cannot be looked at is left for zip to complain of.
+    const bool isListed = std::ranges::find(*names, name) != names->end();
+    if (isListed && !isDirectory(joinPath(folder, name))) found->emplace_back(name);
+  }
+  return true;
+}
+
+// As runTool(), and what zip says when it fails is an error in the log: which file, and why.
+int runZip(const WrapperLogger& log, const std::vector<std::string>& argv,
+           const std::string& workingDirectory,
+           const std::vector<std::pair<std::string, std::string>>& environment = {}) {
+  Command command;
+  command.argv = argv;
+  command.workingDirectory = workingDirectory;
+  command.environment = environment;
+  Outcome outcome;
+  if (ErrorText reason; !runProcess(command, &outcome, &reason)) {
+    log.logError(fmt::format("zip: {}", reason.text()));
+    return kNotStarted;
+  }
+  if (outcome.status == 0) {
+    log.logDetailed(outcome.output);
+  } else {
+    log.logError(outcome.output);
+  }
+  return outcome.status;
 }
 
 // `unpackedFrom` is the archive that the app came from.
@@ -45,10 +86,11 @@ bool zipApp(const WrapperLogger& log, const char* options, const std::string& ip
   if (itemExistsNoFollow(archive)) removeItem(archive);
 
   std::vector<std::string> command = {kZip, options, asOperand(ipaName), "Payload"};
-  for (const char* name : {"iTunesArtwork", "iTunesMetadata.plist"}) {
-    if (isPlainFile(joinPath(sourceDir, name))) command.push_back(name);
+  ErrorText reason;
+  if (!findStoreFiles(sourceDir, &command, &reason)) {
+    return fail(error, fmt::format("{}: {}", sourceDir, reason.text()));
   }
-  const int status = runTool(log, command, sourceDir, packedSource(source));
+  const int status = runZip(log, command, sourceDir, packedSource(log, source));
   if (source != unpackedFrom && !source.empty()) removeItem(source);
 
   const std::string target = standardizePath(joinPath(targetDir, ipaName));
@@ -75,7 +117,7 @@ bool ZipToIpaFromWex(const Run& run, const std::string& sourceDir, const Unzippe
 bool ZiptoPackage(const Run& run, const std::string& packageDir, ErrorText* error) {
   const std::string name = uniqueString() + ".zip";
   const std::string archive = standardizePath(joinPath(packageDir, name));
-  const int status = runTool(run.log(), {kZip, "-qr", name, "."}, packageDir);
+  const int status = runZip(run.log(), {kZip, "-qr", name, "."}, packageDir);
   if (status != 0) return failWithStatus(error, "zip", status);
   if (!isPlainFile(archive)) {
     return fail(error, fmt::format("Failed to generate this file: {}", archive));

@@ -15,16 +15,17 @@ namespace tovrek::converter {
 
 std::shared_ptr<UnzippedIpa> unzipIpa(const std::optional<std::string>& inputPath,
                                       std::shared_ptr<TemporaryDirectory>* tempDir,
-                                      ErrorText* error) {
+                                      ErrorText* error, const WrapperLogger& log) {
   fail(error, "Invalid input");
   if (!inputPath || tempDir == nullptr) return nullptr;
   if (!*tempDir) {
     *tempDir = std::make_shared<TemporaryDirectory>();
     if (!(*tempDir)->Create(error)) return nullptr;
+    logLeftovers(log, **tempDir);
   }
   // Unpacking clears the slot that it is given; ours keeps its text after a success.
   ErrorText reason;
-  auto ipa = UnzippedIpa::UnzippedIpaObjForInputFile(*inputPath, tempDir->get(), &reason);
+  auto ipa = UnzippedIpa::UnzippedIpaObjForInputFile(*inputPath, tempDir->get(), &reason, &log);
   if (!ipa && error != nullptr) *error = reason;
   return ipa;
 }
@@ -70,9 +71,9 @@ bool takeApp(Run& run, ErrorText* error) {
 
 }  // namespace
 
-void logLeftovers(const Run& run) {
-  for (const std::string& folder : run.input.directory->leftovers()) {
-    run.log().logDetailed("Removed what an interrupted run had left: " + folder);
+void logLeftovers(const WrapperLogger& log, const TemporaryDirectory& directory) {
+  for (const std::string& folder : directory.leftovers()) {
+    log.logBasic("Removed what an interrupted run had left: " + folder);
   }
 }
 
@@ -81,13 +82,15 @@ bool unpackApp(Run& run, ErrorText* error) {
   UnpackedInput& input = run.input;
   if (!input.ipa) {
     input.directory.reset();
-    input.ipa = unzipIpa(run.request.inputFile, &input.directory, error);
+    input.ipa = unzipIpa(run.request.inputFile, &input.directory, error, run.log());
     if (!input.ipa) return false;
   }
   // An .app needs no folder to be unpacked.
   if (!input.directory) input.directory = std::make_shared<TemporaryDirectory>();
-  if (!input.directory->created() && !input.directory->Create(error)) return false;
-  logLeftovers(run);
+  if (!input.directory->created()) {
+    if (!input.directory->Create(error)) return false;
+    logLeftovers(run.log(), *input.directory);
+  }
 
   run.appPath = input.ipa->appPath();
   run.payloadDir = input.ipa->payloadDir();
@@ -109,13 +112,15 @@ bool unpackPackage(Run& run, ErrorText* error) {
   run.progressor.SetProgress("Unzipping...");
   run.input.directory = std::make_shared<TemporaryDirectory>();
   if (!run.input.directory->Create(error)) return false;
-  logLeftovers(run);
-  run.package = UnzippedCma::UnzippedIpaObjForInputFile(run.request.inputFile.value_or(""),
-                                                        run.input.directory.get(), error);
+  logLeftovers(run.log(), *run.input.directory);
+  run.package = UnzippedCma::UnzippedIpaObjForInputFile(
+      run.request.inputFile.value_or(""), run.input.directory.get(), error, &run.log());
   if (!run.package) return false;
   run.appPath = run.package->appPath();
   run.bundle = AppBundle::open(run.appPath);
-  return !run.bundle || refuseUnreadableApp(run, error);
+  if (run.bundle) return refuseUnreadableApp(run, error);
+  run.log().logError("Failed to get the input app NSBundle object.");
+  return true;
 }
 
 bool refuseBadLinks(Run& run, ErrorText* error) {

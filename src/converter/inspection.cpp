@@ -153,10 +153,11 @@ bool verifyIfApplicationIsLinkedWithMDKSDK(const WrapperLogger& log, const AppBu
 }
 
 bool verifyIfItNotANativeiOSApp(const std::string& appPath, ErrorText* error) {
-  const auto names = listDirectory(appPath);
-  const bool foreign = names && std::any_of(names->begin(), names->end(), [](const auto& name) {
-                         return name.ends_with(".dll");
-                       });
+  ErrorText reason;
+  const auto names = listDirectory(appPath, &reason);
+  if (!names) return fail(error, fmt::format("{}: {}", appPath, reason.text()));
+  const bool foreign = std::any_of(names->begin(), names->end(),
+                                   [](const auto& name) { return name.ends_with(".dll"); });
   if (!foreign) return true;
   return fail(error,
               "The app seems not to be native iOS app , it could be build using cross platform "

@@ -20,15 +20,16 @@ std::string manifestAppMode(const Request& request) {
   return isTold ? request.appMode.value_or("") : std::string();
 }
 
-WexManifestAppInfo appInfoFor(const Run& run) {
+WexManifestAppInfo appInfoFor(const Run& run, ErrorText* error) {
   const Request& request = run.request;
   WexManifestAppInfo info;
   info.ipaFilename = run.outputIPAFileName;
   info.appBundle = run.bundle;
   if (isPublished(request)) info.appStoreURL = manifestStoreUrl(request.appStoreUrl);
   info.appMode = manifestAppMode(request);
-  info.isIntuneApp = detectIntuneInAppBundle(
-      run.bundle ? run.bundle->path() : "", request.entitlementsPath, run.context.loggers.manifest);
+  info.isIntuneApp =
+      detectIntuneInAppBundle(run.bundle ? run.bundle->path() : "", request.entitlementsPath,
+                              run.context.loggers.manifest, error);
   info.description = request.description;
   info.packageId = request.packageId;
   info.teamId = request.teamId;
@@ -39,7 +40,9 @@ WexManifestAppInfo appInfoFor(const Run& run) {
 
 // `keepsLimits`: those that the app brought along and no option names stay.
 void complete(Run& run, const std::string& ipaPath, bool keepsLimits) {
-  run.manifest->GeneratePackageSizeWithIpaFile(ipaPath);
+  if (!run.manifest->GeneratePackageSizeWithIpaFile(ipaPath)) {
+    run.log().logWarning("manifest.xml has no size of the app");
+  }
   ManifestData data(run.request.appFriendlyName);
   data.minPlatform = run.request.minPlatform;
   data.maxPlatform = run.request.maxPlatform;
@@ -57,7 +60,10 @@ bool buildManifest(Run& run, ErrorText* error) {
   run.progressor.SetProgress("Generating manifest xml...");
   const ManifestFiles files{run.packageDir(), joinPath(run.packageDir(), "manifest.xml"),
                             run.policyLanguages};
-  run.manifest = std::make_unique<ManifestLibInterface>(appInfoFor(run), files, run.context);
+  ErrorText unanswered;
+  run.manifest =
+      std::make_unique<ManifestLibInterface>(appInfoFor(run, &unanswered), files, run.context);
+  if (unanswered.isSet()) return fail(error, unanswered.text());
   return run.manifest->buildManifestXml() == 0 ||
          fail(error, "Failed to generate this file: manifest.xml");
 }

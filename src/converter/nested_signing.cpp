@@ -101,7 +101,9 @@ bool fitNestedBundle(const Run& run, const std::string& path,
       !replaceByCopy(run.request.provisionProfile.value_or(""), ownProfile, error)) {
     return false;
   }
-  const auto old = signedEntitlements(path);
+  ErrorText unanswered;
+  const auto old = signedEntitlements(path, &unanswered);
+  if (unanswered.isSet()) return fail(error, unanswered.text());
   if (!old || old->empty()) return true;
   std::vector<std::string> lost;
   std::string xml = serializePlist(fittedTo(*profile, *old, identifier, &lost), PlistFormat::kXml);

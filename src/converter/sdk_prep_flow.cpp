@@ -10,7 +10,7 @@ namespace {
 bool makeScratchFolder(Run& run, ErrorText* error) {
   run.input.directory = std::make_shared<TemporaryDirectory>();
   if (!run.input.directory->Create(error)) return false;
-  logLeftovers(run);
+  logLeftovers(run.log(), *run.input.directory);
   return true;
 }
 

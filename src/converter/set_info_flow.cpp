@@ -5,6 +5,7 @@
 #include "converter/archives.h"
 #include "converter/common.h"
 #include "converter/flow.h"
+#include "converter/input.h"
 #include "host/files.h"
 #include "log/SystemLog.h"
 #include "package/manifest_edits.h"
@@ -65,7 +66,9 @@ bool updatePackage(Run& run, ErrorText* error) {
 bool extractAndUpdateWexPackageInTempDir(const Run& run, TemporaryDirectory& directory,
                                          ErrorText* error) {
   if (!directory.CreateTempDirForCma(error)) return false;
+  logLeftovers(run.log(), directory);
   const auto package = UnzippedCma::initWithCma(run.request.inputFile.value_or(""), directory);
+  package->setLog(&run.log());
   return package->Unzip(error) && updateWEXpackage(run, *package);
 }
 

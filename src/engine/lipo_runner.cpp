@@ -85,7 +85,13 @@ bool CreateFatBinaryFromArchs(const std::string& path, const ArchPresence& prese
   if (outcome.errorOutput.find(macho::kUnknownArchFlag) != std::string::npos) {
     return true;
   }
-  for (const std::string& slice : slices) removeItem(slice);
+  for (const std::string& slice : slices) {
+    // One that stays would be packed with the app.
+    ErrorText reason;
+    if (itemExistsNoFollow(slice) && !removeItem(slice, &reason) && !removeItem(slice, &reason)) {
+      macho::throwf("{} could not be removed: {}", slice, reason.text());
+    }
+  }
   return outcome.status == 0;
 }
 

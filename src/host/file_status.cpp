@@ -37,6 +37,14 @@ std::optional<FileStatus> statusNoFollow(const std::string& path) {
   return statusFrom(info);
 }
 
+std::optional<bool> isThere(const std::string& path, ErrorText* error) {
+  struct stat info {};
+  if (::stat(path.c_str(), &info) == 0) return true;
+  if (errno == ENOENT || errno == ENOTDIR) return false;
+  failWithErrno(error);
+  return std::nullopt;
+}
+
 std::optional<std::string> linkTarget(const std::string& path, ErrorText* error) {
   std::string target(PATH_MAX, '\0');
   const ssize_t length = ::readlink(path.c_str(), target.data(), target.size());

@@ -30,6 +30,9 @@ std::optional<FileStatus> statusOf(const std::string& path);
 // Of a link itself.
 std::optional<FileStatus> statusNoFollow(const std::string& path);
 
+// Whether anything stands at the path; none, with the reason, when the system does not tell.
+std::optional<bool> isThere(const std::string& path, ErrorText* error = nullptr);
+
 // What a link leads to, as it stands there; none, with the reason, when it cannot be read.
 std::optional<std::string> linkTarget(const std::string& path, ErrorText* error = nullptr);
 

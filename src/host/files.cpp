@@ -6,21 +6,40 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
 #include "host/AtomicFile.h"
 #include "host/ItemPath.h"
+#include "host/Streams.h"
 #include "host/file_io.h"
 #include "host/paths.h"
 
 namespace tovrek {
 namespace {
 
+// Whether the last call failed because the system could not find out, which is no answer.
+bool isUnanswered() {
+  return errno == EIO || errno == ENOMEM || errno == EINTR || errno == ESTALE;
+}
+
+// Asks a question whose callers take failure for "no". What was in the way for a moment is got over
+// by asking again; what stays there is told, since a file that cannot be looked at is taken for
+// missing.
+template <typename Question>
+bool ask(const std::string& path, const Question& question) {
+  if (question()) return true;
+  if (!isUnanswered()) return false;
+  if (question()) return true;
+  if (isUnanswered()) printError("WARNING: " + path + ": " + std::strerror(errno) + "\n");
+  return false;
+}
+
 bool statOf(const std::string& path, struct stat* info) {
-  return ::stat(path.c_str(), info) == 0;
+  return ask(path, [&] { return ::stat(path.c_str(), info) == 0; });
 }
 bool linkStatOf(const std::string& path, struct stat* info) {
-  return ::lstat(path.c_str(), info) == 0;
+  return ask(path, [&] { return ::lstat(path.c_str(), info) == 0; });
 }
 
 }  // namespace
@@ -89,8 +108,11 @@ std::optional<uint32_t> fileMode(const std::string& path) {
 }
 
 std::optional<std::string> realPath(const std::string& path) {
-  const std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr),
-                                                             &std::free);
+  std::unique_ptr<char, decltype(&std::free)> resolved(nullptr, &std::free);
+  ask(path, [&] {
+    resolved.reset(::realpath(path.c_str(), nullptr));
+    return resolved != nullptr;
+  });
   if (!resolved) return std::nullopt;
   return std::string(resolved.get());
 }

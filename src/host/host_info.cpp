@@ -81,7 +81,10 @@ int processId() {
 }
 
 std::string userName() {
-  if (const passwd* entry = ::getpwuid(::getuid()); entry != nullptr) return entry->pw_name;
+  const passwd* entry = ::getpwuid(::getuid());
+  // A table of users that could not be read for a moment looks like one without this user.
+  if (entry == nullptr) entry = ::getpwuid(::getuid());
+  if (entry != nullptr) return entry->pw_name;
   const char* user = std::getenv("USER");
   return user != nullptr && *user != '\0' ? user : fmt::format("{}", ::getuid());
 }

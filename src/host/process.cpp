@@ -100,21 +100,25 @@ std::string findProgram(const std::string& name) {
 }
 
 // Reads both pipes, and feeds the input, until all are closed; one alone could block the child.
-void exchange(Pipe& input, Pipe& output, Pipe& errors, std::string_view text, Outcome* outcome) {
+// False, with errno, when something may be missing from the output.
+bool exchange(Pipe& input, Pipe& output, Pipe& errors, std::string_view text, Outcome* outcome) {
   std::array<char, 65536> buffer;
   // A blocking write of more than the pipe holds would wait for a child that waits for us.
   ::fcntl(input.writeEnd.get(), F_SETFL, O_NONBLOCK);
   if (text.empty()) input.writeEnd.close();
+  int failure = 0;
   while (output.readEnd.valid() || errors.readEnd.valid() || input.writeEnd.valid()) {
     std::array<pollfd, 3> watched = {pollfd{output.readEnd.get(), POLLIN, 0},
                                      pollfd{errors.readEnd.get(), POLLIN, 0},
                                      pollfd{input.writeEnd.get(), POLLOUT, 0}};
-    if (::poll(watched.data(), watched.size(), -1) < 0 && errno != EINTR) return;
+    if (::poll(watched.data(), watched.size(), -1) < 0 && errno != EINTR) return false;
     const auto drain = [&](const pollfd& state, UniqueFd& end, std::string* sink) {
       if (state.revents == 0 || !end.valid()) return;
       const ssize_t got = ::read(end.get(), buffer.data(), buffer.size());
       if (got > 0) sink->append(buffer.data(), static_cast<size_t>(got));
-      if (got == 0 || (got < 0 && errno != EINTR)) end.close();
+      const bool failed = got < 0 && errno != EINTR;
+      if (failed) failure = errno;
+      if (got == 0 || failed) end.close();
     };
     drain(watched[0], output.readEnd, &outcome->output);
     drain(watched[1], errors.readEnd, &outcome->errorOutput);
@@ -124,6 +128,8 @@ void exchange(Pipe& input, Pipe& output, Pipe& errors, std::string_view text, Ou
       if (text.empty() || (put < 0 && errno != EINTR && errno != EAGAIN)) input.writeEnd.close();
     }
   }
+  errno = failure;
+  return failure == 0;
 }
 
 // Starts the child with its pipes; the parent's copies of the child's ends are closed.
@@ -186,7 +192,11 @@ bool runProcess(const Command& command, Outcome* outcome, ErrorText* error) {
     if (result != 0) return fail(error, std::strerror(result));
     setRunningChild(child);
   }
-  exchange(input, output, errors, command.input, outcome);
+  const int lost = exchange(input, output, errors, command.input, outcome) ? 0 : errno;
+  // Nobody reads or writes on: the child is not to wait for that.
+  input.writeEnd.close();
+  output.readEnd.close();
+  errors.readEnd.close();
 
   // Only learn of the end first: a child that is reaped must not be signalled any more.
   siginfo_t ended{};
@@ -196,8 +206,12 @@ bool runProcess(const Command& command, Outcome* outcome, ErrorText* error) {
   const SignalsBlocked blocked;
   setRunningChild(0);
   int status = 0;
-  while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  pid_t reaped = 0;
+  while ((reaped = ::waitpid(child, &status, 0)) < 0 && errno == EINTR) {
   }
+  if (reaped < 0) return failWithErrno(error);
+  // Half an output is no answer.
+  if (lost != 0) return fail(error, std::strerror(lost));
   outcome->signalled = WIFSIGNALED(status);
   outcome->status = outcome->signalled ? WTERMSIG(status) : WEXITSTATUS(status);
   return true;

@@ -31,7 +31,8 @@ struct Outcome {
 };
 
 // Runs the program, reads its output to the end and waits for it. False, with the reason, when
-// it could not be started; a non-zero status is an Outcome.
+// it could not be started, or its output or status could not be had; a non-zero status is an
+// Outcome.
 //
 // The child gets LC_ALL=C.UTF-8, <host root>/usr/bin in front of PATH, none of the variables by
 // which zip and unzip take hidden options, and default signal handling. Standard output of this

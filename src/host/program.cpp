@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <exception>
+#include <new>
 
 #include "host/confinement.h"
 #include "host/signals.h"
@@ -15,6 +16,7 @@ namespace {
 
 // As sysexits.h numbers a failure of the system.
 constexpr int kNoStreams = 71;
+constexpr int kNoMemory = 71;
 
 Arguments argumentsOf(int argc, char** argv) {
   Arguments arguments;
@@ -44,16 +46,24 @@ int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules)
   // A file that may not grow further is an error to report, as a full disk is.
   ::signal(SIGXFSZ, SIG_IGN);
   forbidCoreDumps();
+  // Where the parent ignores the ends of children, so would this program: the system then keeps
+  // no exit status of theirs.
+  ::signal(SIGCHLD, SIG_DFL);
   if (rules.cleansUpOnSignals) installSignalHandlers();
   const Streams streams;
   Arguments arguments = argumentsOf(argc, argv);
   arguments.ownsProcess = true;
-  if (rules.onUncaught == nullptr) return run(arguments, streams);
   try {
     return run(arguments, streams);
+  } catch (const std::bad_alloc& failure) {
+    if (rules.onUncaught != nullptr) return rules.onUncaught(failure.what(), streams);
+    streams.error("out of memory\n");
+    return kNoMemory;
   } catch (const std::exception& failure) {
+    if (rules.onUncaught == nullptr) throw;
     return rules.onUncaught(failure.what(), streams);
   } catch (...) {
+    if (rules.onUncaught == nullptr) throw;
     return rules.onUncaught(nullptr, streams);
   }
 }

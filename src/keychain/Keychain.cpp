@@ -189,6 +189,13 @@ std::optional<Keychain> Keychain::open(const std::string& path, ErrorText* error
   return keychain;
 }
 
+Keychain Keychain::unreadableAt(const std::string& path, std::string_view reason) {
+  Keychain keychain;
+  keychain.path_ = path;
+  keychain.unreadable_.push_back(fmt::format("{}: {}", path, reason));
+  return keychain;
+}
+
 bool Keychain::holdsKey(const std::string& id) const {
   const auto isIt = [&](const PrivateKey& mine) { return publicKeyId(mine) == id; };
   return std::ranges::find(deferred_, id, &DeferredKey::id) != deferred_.end() ||

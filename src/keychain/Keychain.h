@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "formats/Certificate.h"
@@ -65,6 +66,9 @@ class Keychain {
   // Encrypted files are tried with no password, then with that of the unlocked keychain and with
   // $TOVREK_KEYCHAIN_PASSWORD. Those named by their key's digest are read when the key is used.
   static std::optional<Keychain> open(const std::string& path, ErrorText* error = nullptr);
+
+  // One without items that stands for what is there at the path and cannot be read.
+  static Keychain unreadableAt(const std::string& path, std::string_view reason);
 
   const std::string& path() const { return path_; }
   // Each certificate once, in the order of the file names.

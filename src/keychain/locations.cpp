@@ -149,7 +149,12 @@ std::optional<Keychain> openKeychain(std::string_view nameOrPath, ErrorText* err
 std::vector<Keychain> openSearchList() {
   std::vector<Keychain> result;
   for (const std::string& path : searchList()) {
-    if (auto keychain = Keychain::open(path)) result.push_back(std::move(*keychain));
+    ErrorText reason;
+    if (auto keychain = Keychain::open(path, &reason)) {
+      result.push_back(std::move(*keychain));
+    } else if (itemExistsNoFollow(path)) {
+      result.push_back(Keychain::unreadableAt(path, reason.text()));
+    }
   }
   return result;
 }

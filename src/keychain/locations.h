@@ -36,7 +36,8 @@ bool setSearchList(const std::vector<std::string>& paths, ErrorText* error);
 
 // Opens one keychain by name or path; the reason for none reads on after the name.
 std::optional<Keychain> openKeychain(std::string_view nameOrPath, ErrorText* error = nullptr);
-// Opens the keychains of the search list that exist. None of them is needed.
+// Opens the keychains of the search list that exist. None of them is needed; one that cannot be
+// read is there with its reason among Keychain::unreadable().
 std::vector<Keychain> openSearchList();
 
 // Makes the folder with mode 0700. The password is remembered as a salted digest, so that unlocking

@@ -4,6 +4,7 @@
 
 #include "formats/XmlDocument.h"
 #include "host/files.h"
+#include "host/host_info.h"
 #include "host/paths.h"
 #include "package/MobileAppPackage.h"
 #include "package/app_finishing.h"
@@ -51,7 +52,13 @@ int ManifestLibInterface::buildManifestXml() {
   root.append(std::move(*packageInfo));
   root.append(std::move(*mobileApp));
   root.append(policiesElement(files_.policyLanguageFiles));
-  XmlDocument(root).save(files_.manifestXMLPath, XmlLayout::kCompact);
+  if (userName().find_first_not_of("0123456789") == std::string::npos) {
+    logger.logWarning("manifest.xml names its maker by number, as the system tells no name");
+  }
+  ErrorText reason;
+  if (!XmlDocument(root).save(files_.manifestXMLPath, XmlLayout::kCompact, &reason)) {
+    logger.logError(fmt::format("{}: {}", files_.manifestXMLPath, reason.text()));
+  }
   return 0;
 }
 
@@ -96,10 +103,11 @@ bool ManifestLibInterface::copyIcon(const std::string& name) {
   return true;
 }
 
-void ManifestLibInterface::GeneratePackageSizeWithIpaFile(const std::string& ipaPath) {
+bool ManifestLibInterface::GeneratePackageSizeWithIpaFile(const std::string& ipaPath) {
   const std::string& url = appInfo_.appStoreURL;
-  ModifyPackageSize(files_.manifestXMLPath, ipaPath,
-                    url.empty() ? std::optional(url) : std::nullopt, context_.loggers.manifest);
+  return ModifyPackageSize(files_.manifestXMLPath, ipaPath,
+                           url.empty() ? std::optional(url) : std::nullopt,
+                           context_.loggers.manifest);
 }
 
 }  // namespace tovrek

@@ -32,12 +32,12 @@ class ManifestLibInterface {
 
   // Finishes the app and writes what the manifest says about it. 0, or -1 when the document could
   // not be built (logged). Edits made to the app on the way stay. A failed write of the manifest
-  // is not detected.
+  // is only logged.
   int buildManifestXml();
   // 0 when at least one icon was copied, else -1.
   int copyIconFiles();
-  // Fills in the size, once the signed .ipa exists.
-  void GeneratePackageSizeWithIpaFile(const std::string& ipaPath);
+  // Fills in the size, once the signed .ipa exists. False, and logged, when it could not.
+  bool GeneratePackageSizeWithIpaFile(const std::string& ipaPath);
 
  private:
   int refuse(const char* section) const;

@@ -22,6 +22,8 @@ bool makeFamily(const std::string& systemFolder, std::string* family, ErrorText*
   for (const std::string& path : {usual, fmt::format("{}-{}", usual, userId())}) {
     *family = path;
     if (createPrivateDirectory(path, error) || isPrivateDirectory(path)) return true;
+    // The second is for where the first is another's, not for where none can be made.
+    if (!itemExistsNoFollow(path)) return false;
   }
   if (itemExistsNoFollow(*family)) {
     return fail(error, fmt::format("{} is not a private folder of this user", *family));

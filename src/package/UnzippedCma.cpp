@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "host/file_status.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "package/app_links.h"
@@ -11,7 +12,8 @@ namespace tovrek {
 
 std::shared_ptr<UnzippedCma> UnzippedCma::UnzippedIpaObjForInputFile(const std::string& path,
                                                                      TemporaryDirectory* tempDir,
-                                                                     ErrorText* error) {
+                                                                     ErrorText* error,
+                                                                     const WrapperLogger* log) {
   if (!isFolderGiven(tempDir, error)) return nullptr;
   if (!equalsIgnoringCase(pathExtension(path), "wex")) {
     fail(error, "Unknown input file.");
@@ -19,6 +21,7 @@ std::shared_ptr<UnzippedCma> UnzippedCma::UnzippedIpaObjForInputFile(const std::
   }
   if (!tempDir->created() && !tempDir->Create(error)) return nullptr;
   std::shared_ptr<UnzippedCma> package = initWithwexipa(path, *tempDir);
+  package->log_ = log;
   const bool unpacked = package->UnzipToGetIpaPath(error) && package->UnzipWithPayload(error);
   return unpacked ? package : nullptr;
 }
@@ -38,11 +41,11 @@ std::shared_ptr<UnzippedCma> UnzippedCma::initWithwexipa(const std::string& path
 }
 
 int UnzippedCma::ExecuteTask(const std::string& destination, std::string* output) const {
-  return runUnzip(inputcma_, destination, output);
+  return runUnzip(inputcma_, destination, output, log_);
 }
 
 int UnzippedCma::ExecuteTaskIpa(const std::string& destination, std::string* output) const {
-  return runUnzip(ipaPath_, destination, output);
+  return runUnzip(ipaPath_, destination, output, log_);
 }
 
 bool UnzippedCma::Unzip(ErrorText* error) {
@@ -77,7 +80,10 @@ bool UnzippedCma::UnzipWithPayload(ErrorText* error) {
   appPath_ = *app;
   const std::string library =
       fmt::format("{}/{}", appPath_, "OrvaneDylib.bundle/OrvaneDylib.dylib");
-  if (!fileExists(library)) isSDKApp_ = true;
+  ErrorText reason;
+  const auto wrapped = isThere(library, &reason);
+  if (!wrapped) return fail(error, fmt::format("{}: {}", library, reason.text()));
+  isSDKApp_ = !*wrapped;
   return true;
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "host/ErrorText.h"
+#include "log/WrapperLogger.h"
 #include "package/TemporaryDirectory.h"
 
 namespace tovrek {
@@ -16,9 +17,9 @@ class UnzippedCma {
  public:
   // Unpacks the package and its .ipa, creating `tempDir` when that was not done. Null, with the
   // reason, on failure; null without a text when no folder object is given.
-  static std::shared_ptr<UnzippedCma> UnzippedIpaObjForInputFile(const std::string& path,
-                                                                 TemporaryDirectory* tempDir,
-                                                                 ErrorText* error);
+  static std::shared_ptr<UnzippedCma> UnzippedIpaObjForInputFile(
+      const std::string& path, TemporaryDirectory* tempDir, ErrorText* error,
+      const WrapperLogger* log = nullptr);
   // Neither of these two unpacks anything.
   static std::shared_ptr<UnzippedCma> initWithCma(const std::string& path,
                                                   const TemporaryDirectory& tempDir);
@@ -47,11 +48,14 @@ class UnzippedCma {
   // The app lacks the management library: it was built against the SDK instead of wrapped.
   bool isSDKApp() const { return isSDKApp_; }
   const std::string& tempDir() const { return tempDir_; }
+  // What unzip complains of goes to this log too, which has to outlive the object.
+  void setLog(const WrapperLogger* log) { log_ = log; }
   void setIpaPath(std::string path) { ipaPath_ = std::move(path); }
   void setIpaName(std::string name) { ipaName_ = std::move(name); }
 
  private:
   UnzippedCma() = default;
+  const WrapperLogger* log_ = nullptr;
   std::string inputcma_;
   std::string cmaName_;
   std::string payloadDir_;

@@ -7,7 +7,8 @@ namespace tovrek {
 
 std::shared_ptr<UnzippedIpa> UnzippedIpa::UnzippedIpaObjForInputFile(const std::string& path,
                                                                      TemporaryDirectory* tempDir,
-                                                                     ErrorText* error) {
+                                                                     ErrorText* error,
+                                                                     const WrapperLogger* log) {
   if (!isFolderGiven(tempDir, error)) return nullptr;
   const std::string extension = pathExtension(path);
   if (equalsIgnoringCase(extension, "app")) return initWithApp(path, *tempDir);
@@ -17,6 +18,7 @@ std::shared_ptr<UnzippedIpa> UnzippedIpa::UnzippedIpaObjForInputFile(const std::
   }
   if (!tempDir->created() && !tempDir->Create(error)) return nullptr;
   std::shared_ptr<UnzippedIpa> ipa = initWithIpa(path, *tempDir);
+  ipa->log_ = log;
   return ipa->Unzip(error) ? ipa : nullptr;
 }
 
@@ -38,7 +40,7 @@ std::shared_ptr<UnzippedIpa> UnzippedIpa::initWithApp(const std::string& path,
 }
 
 int UnzippedIpa::ExecuteTask(const std::string& destination, std::string* output) const {
-  return runUnzip(inputIpa_, destination, output);
+  return runUnzip(inputIpa_, destination, output, log_);
 }
 
 bool UnzippedIpa::Unzip(ErrorText* error) {

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "host/ErrorText.h"
+#include "log/WrapperLogger.h"
 #include "package/AppBundle.h"
 #include "package/TemporaryDirectory.h"
 
@@ -19,9 +20,9 @@ class UnzippedIpa {
   // Unpacks an .ipa (creating `tempDir` when that was not done) or takes an .app as it stands;
   // the extension is compared without case. Null, with the reason, on failure; null without a
   // text when no folder object is given.
-  static std::shared_ptr<UnzippedIpa> UnzippedIpaObjForInputFile(const std::string& path,
-                                                                 TemporaryDirectory* tempDir,
-                                                                 ErrorText* error);
+  static std::shared_ptr<UnzippedIpa> UnzippedIpaObjForInputFile(
+      const std::string& path, TemporaryDirectory* tempDir, ErrorText* error,
+      const WrapperLogger* log = nullptr);
   // Neither of these two unpacks anything.
   static std::shared_ptr<UnzippedIpa> initWithIpa(const std::string& path,
                                                   const TemporaryDirectory& tempDir);
@@ -44,6 +45,7 @@ class UnzippedIpa {
 
  private:
   UnzippedIpa() = default;
+  const WrapperLogger* log_ = nullptr;
   std::string inputIpa_;
   std::string tempDir_;
   std::string ipaName_;

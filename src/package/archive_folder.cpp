@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "host/Streams.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "host/process.h"
@@ -37,10 +38,15 @@ bool isFolderGiven(const TemporaryDirectory* folder, ErrorText* error) {
   return folder != nullptr;
 }
 
-int runUnzip(const std::string& archive, const std::string& destination, std::string* output) {
+int runUnzip(const std::string& archive, const std::string& destination, std::string* output,
+             const WrapperLogger* log) {
   Command command;
   command.argv = {"/usr/bin/unzip", "-q", "-d", destination, archiveArgument(archive)};
+  command.standardError = StandardError::kCapture;
   const Outcome outcome = runQuietly(command);
+  printError(outcome.errorOutput);
+  const std::string complaint(trimmed(outcome.errorOutput));
+  if (log != nullptr && outcome.status != 0 && !complaint.empty()) log->logError(complaint);
   if (output != nullptr) *output = outcome.output;
   return outcome.status;
 }

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "host/ErrorText.h"
+#include "log/WrapperLogger.h"
 
 namespace tovrek {
 
@@ -15,8 +16,10 @@ class TemporaryDirectory;
 bool isFolderGiven(const TemporaryDirectory* folder, ErrorText* error);
 
 // Runs unzip on the archive. Answers its exit status, 127 when it could not be started; `output`
-// (may be null) gets its standard output.
-int runUnzip(const std::string& archive, const std::string& destination, std::string* output);
+// (may be null) gets its standard output. What it complains of when it fails is shown, and is an
+// error in `log` (may be null).
+int runUnzip(const std::string& archive, const std::string& destination, std::string* output,
+             const WrapperLogger* log);
 
 // What both unpackers say when unzip fails; unzip writes its complaints to standard error, so
 // `output` is often empty.

@@ -7,6 +7,7 @@
 #include "package/AppBundle.h"
 #include "package/binary_symbols.h"
 #include "package/keychain_groups.h"
+#include "tools/tool_run.h"
 
 namespace tovrek {
 namespace {
@@ -55,11 +56,12 @@ bool signatureListsAccessGroup(const std::string& app, const WrapperLogger& logg
   return found;
 }
 
-bool executableHasSymbol(const std::string& app, const WrapperLogger& logger) {
+bool executableHasSymbol(const std::string& app, const WrapperLogger& logger, ErrorText* error) {
   const std::optional<AppBundle> bundle = AppBundle::open(app);
   const std::optional<std::string> executable = bundle ? bundle->executablePath() : std::nullopt;
   int status = 0;
   const std::string symbols = executable ? getSymbolsFromBinaryPath(*executable, &status) : "";
+  if (status == kNotStarted) return failWithStatus(error, "nm", status);
   const bool found = symbols.find(kSymbol) != std::string::npos;
   note(logger, fmt::format("Symbols: L{}, terminatedStatus: {}", symbols.size(), status));
   logger.logBasic(fmt::format("Intune Symbols found: {}", found ? 1 : 0));
@@ -70,7 +72,7 @@ bool executableHasSymbol(const std::string& app, const WrapperLogger& logger) {
 
 bool detectIntuneInAppBundle(const std::string& appBundlePath,
                              const std::optional<std::string>& entitlementsFile,
-                             const WrapperLogger& logger) {
+                             const WrapperLogger& logger, ErrorText* error) {
   if (appBundlePath.empty()) {
     note(logger, "ERROR: Empty app bundle passed.");
     return false;
@@ -78,7 +80,7 @@ bool detectIntuneInAppBundle(const std::string& appBundlePath,
   return hasFramework(appBundlePath, logger) || hasResources(appBundlePath, logger) ||
          fileListsAccessGroup(entitlementsFile, logger) ||
          signatureListsAccessGroup(appBundlePath, logger) ||
-         executableHasSymbol(appBundlePath, logger);
+         executableHasSymbol(appBundlePath, logger, error);
 }
 
 }  // namespace tovrek

@@ -52,7 +52,10 @@ std::optional<XmlDocument> loadManifest(const std::string& path, const WrapperLo
 
 bool writeManifest(const XmlDocument& document, const std::string& path, const std::string& failure,
                    const WrapperLogger& logger) {
-  return document.save(path, XmlLayout::kCompact) || failed(logger, failure);
+  ErrorText reason;
+  if (document.save(path, XmlLayout::kCompact, &reason)) return true;
+  failed(logger, fmt::format("{}: {}", path, reason.text()));
+  return failed(logger, failure);
 }
 
 // Loads the manifest, sets the one node at `xpath` and writes it back.
@@ -147,7 +150,7 @@ bool ModifyPackageSize(const std::string& manifestPath, const std::string& ipaPa
                                          fmt::format("{}", *size))) {
     return failed(logger, "The manifest.xml file has multiple entry of PackageSize element");
   }
-  return document->save(manifestPath, XmlLayout::kCompact);
+  return writeManifest(*document, manifestPath, "Could not update manifest file", logger);
 }
 
 bool ManifestUpdateInternalPurposeOnly(XmlDocument& document, const std::string& xpath,

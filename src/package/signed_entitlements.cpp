@@ -16,8 +16,11 @@ Outcome askCodesign(const std::string& path, StandardError complaints) {
 
 }  // namespace
 
-std::optional<PlistDictionary> signedEntitlements(const std::string& path) {
+std::optional<PlistDictionary> signedEntitlements(const std::string& path, ErrorText* error) {
   const Outcome outcome = askCodesign(path, StandardError::kCapture);
+  if (outcome.signalled || outcome.status == kNotStarted) {
+    failWithStatus(error, "codesign", outcome.status);
+  }
   const auto plist = outcome.status == 0 ? parsePlist(outcome.output) : std::nullopt;
   if (!plist || plist->dictionary() == nullptr) return std::nullopt;
   return *plist->dictionary();

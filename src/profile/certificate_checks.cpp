@@ -29,7 +29,7 @@ std::string derOfCertificateNamed(std::string_view name, const PlistDictionary& 
 }
 
 // The subject line that "openssl" prints for the certificate; empty when it cannot be had.
-std::string subjectOf(const std::string& der) {
+std::string subjectOf(const std::string& der, const WrapperLogger& log) {
   const std::optional<std::string> folder = systemTemporaryFolder();
   if (!folder) return {};
   const double milliseconds = (currentTime() - kReferenceDateOffset) * 1000;
@@ -40,7 +40,10 @@ std::string subjectOf(const std::string& der) {
   Command command;
   command.argv = {"/usr/bin/openssl", "x509", "-inform", "der", "-in", path, "-subject", "-noout"};
   const Outcome outcome = runQuietly(command);
-  removeItem(path);
+  ErrorText reason;
+  if (!removeItem(path) && !removeItem(path, &reason)) {
+    log.logWarning(fmt::format("{} could not be removed: {}", path, reason.text()));
+  }
   return outcome.output;
 }
 
@@ -57,7 +60,8 @@ bool hasOrganizationalUnit(std::string_view subject) {
 void ProvisioningProfile::validateForiOS8Certificate(std::string_view certificateName,
                                                      const PlistDictionary& profile,
                                                      const WrapperLogger& log, ErrorText* error) {
-  if (hasOrganizationalUnit(subjectOf(derOfCertificateNamed(certificateName, profile)))) return;
+  const std::string der = derOfCertificateNamed(certificateName, profile);
+  if (hasOrganizationalUnit(subjectOf(der, log))) return;
   constexpr char kWarning[] =
       "WARNING: Your certificate does not contain the team identifier required for iOS 8.";
   log.logBasic(kWarning);

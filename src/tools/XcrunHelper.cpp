@@ -5,6 +5,7 @@
 
 #include <vector>
 
+#include "host/file_status.h"
 #include "host/files.h"
 #include "host/process.h"
 #include "log/SystemLog.h"
@@ -40,6 +41,8 @@ bool XcrunHelper::StartXCRun(const WrapperLogger& log, ErrorText* error) const {
   const std::vector<std::string> arguments = packagerArguments(*this);
   systemLog(fmt::format("(\n    {}\n)", fmt::join(arguments, ",\n    ")));
 
+  const std::string package = outPackagePath.value_or("");
+  const auto before = statusOf(package);
   Command command;
   command.argv = {"/usr/bin/xcrun"};
   command.argv.insert(command.argv.end(), arguments.begin(), arguments.end());
@@ -52,8 +55,10 @@ bool XcrunHelper::StartXCRun(const WrapperLogger& log, ErrorText* error) const {
     systemLog(fmt::format("xcrun returns code {}. output: {}", outcome.status, outcome.output));
   }
 
-  const std::string package = outPackagePath.value_or("");
-  if (!isPlainFile(package)) {
+  // An older one that stands there yet is not what was wanted.
+  const auto after = statusOf(package);
+  const bool isOld = outcome.status != 0 && before && after && before->identity == after->identity;
+  if (isOld || !isPlainFile(package)) {
     return fail(error, fmt::format("Failed to generate this file: {}", package));
   }
   log.logDetailed(fmt::format("Generated output ipa file at: {}", package));

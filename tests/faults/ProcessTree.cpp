@@ -4,6 +4,8 @@
 #include <limits.h>
 #include <signal.h>
 #include <sys/ptrace.h>
+#include <sys/syscall.h>
+#include <sys/user.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -29,6 +31,21 @@ bool isOfCrash(int signal) {
 
 void resume(pid_t process, int signal) {
   ::ptrace(PTRACE_CONT, process, nullptr, reinterpret_cast<void*>(static_cast<intptr_t>(signal)));
+}
+
+// A signal that comes before the watcher has taken the question for a call breaks the call off. A
+// shell that handles the signal would see a close() that failed and has closed nothing, which no
+// kernel does: it is made to be asked again, as it is for signals without a handler.
+void restartClose([[maybe_unused]] pid_t process) {
+#if defined(__x86_64__)
+  constexpr long long kRestartUnlessHandled = -512, kRestart = -513;  // as the kernel has them
+  user_regs_struct registers{};
+  if (::ptrace(PTRACE_GETREGS, process, nullptr, &registers) != 0) return;
+  const auto result = static_cast<long long>(registers.rax);
+  if (registers.orig_rax != SYS_close || result != kRestartUnlessHandled) return;
+  registers.rax = static_cast<unsigned long long>(kRestart);
+  ::ptrace(PTRACE_SETREGS, process, nullptr, &registers);
+#endif
 }
 
 }  // namespace
@@ -77,6 +94,7 @@ void ProcessTree::noteStop(pid_t process, int status) {
     return;
   }
   if (event != 0) return resume(process, 0);
+  restartClose(process);
   if (isOfCrash(signal)) failing_[process] = programOf(process);
   resume(process, signal);
 }

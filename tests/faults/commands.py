@@ -47,7 +47,7 @@ class Bench:
         FOLDER/run PROCESS         the run that a process of the sweep is at
     """
 
-    def __init__(self, folder, toolkit, supervisor, trusted_root="", seconds=20):
+    def __init__(self, folder, toolkit, supervisor, trusted_root="", seconds=40):
         self.folder = folder
         self.toolkit = toolkit
         self.supervisor = supervisor

@@ -26,7 +26,9 @@ from judging import BAD, RIGHT, Reference, first_difference, judge  # noqa: E402
 from results import Results  # noqa: E402
 from trials import Runner, Trial, all_places, choose, may_mount  # noqa: E402
 
-SHORT_RUNS, SHORT_SIGNALS, FULL_SIGNALS = 2, 1, 60
+FULL_SIGNALS = 60
+# A sample is drawn from one run of each group and command. It has to fit into a test.
+SAMPLE = 100
 
 
 def arguments_of(words):
@@ -41,7 +43,7 @@ def arguments_of(words):
     parser.add_argument("--group", metavar="NAME", action="append",
                         help="only this group of disturbances; may be given several times")
     parser.add_argument("--sample", action="store_true",
-                        help=f"{SHORT_RUNS} runs of each group and command, instead of all")
+                        help=f"{SAMPLE} runs of all groups and commands, instead of all")
     parser.add_argument("--runs", type=int, metavar="N", help="N runs of each group and command")
     parser.add_argument("--minutes", type=float, metavar="N", help="as many runs, in any order, as "
                                                                   "can be made in that time")
@@ -100,8 +102,8 @@ class Sweep:
         disks = may_mount(self.bench.folder)
         if not disks:
             print("Left out: full disks, as no file system can be mounted.")
-        runs = arguments.runs or (SHORT_RUNS if arguments.sample else 0)
-        signals = SHORT_SIGNALS if arguments.sample else arguments.runs or FULL_SIGNALS
+        runs = arguments.runs or (1 if arguments.sample else 0)
+        signals = runs or FULL_SIGNALS
         found = []
         for command in self.commands.values():
             places = all_places(self.counts[command.name], disks)
@@ -109,6 +111,8 @@ class Sweep:
                 places = {group: where for group, where in places.items()
                           if group in arguments.group}
             found += choose(command.name, places, runs, signals, arguments.seed)
+        if arguments.sample and len(found) > SAMPLE:
+            found = random.Random(arguments.seed).sample(found, SAMPLE)
         return found
 
     def run(self):

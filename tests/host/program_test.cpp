@@ -6,7 +6,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <functional>
+#include <new>
 #include <stdexcept>
 
 #include "host/files.h"
@@ -52,6 +54,17 @@ TEST(Program, TakesTheCommandLineApartAndAnswersForExceptions) {
     EXPECT_EQ(status, c.status) << c.given;
     EXPECT_EQ(given, c.given);
   }
+}
+
+int takeAllMemory(const Arguments&, const Streams&) {
+  throw std::bad_alloc();
+}
+
+TEST(Program, WithoutMemoryEndsWithAText) {
+  std::array<char*, 1> words = {nullptr};
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(runProgram(0, words.data(), takeAllMemory, {}), 71);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "out of memory\n");
 }
 
 // The status of a process that prepares itself and is then the program.

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include "context/PellRequest.h"
+#include "host/files.h"
 #include "tests/support/ScriptedHostRoot.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/matchers.h"
@@ -94,6 +95,14 @@ TEST_F(Packager, FailsWithoutAPlainFile) {
   ErrorText error;
   EXPECT_FALSE(helper().StartXCRun(log, &error));
   EXPECT_EQ(error.text(), expected);
+
+  // What stood there before is no result of a run that failed.
+  folder_.write("A.ipa", "older");
+  host_.addTool("xcrun", "exit 1");
+  error.clear();
+  EXPECT_FALSE(helper().StartXCRun(log, &error));
+  EXPECT_EQ(error.text(), expected);
+  ASSERT_TRUE(removeItem(output_));
 
   folder_.write("A.ipa/inside", "");
   error.clear();
