@@ -14,6 +14,7 @@
 #include "converter/input.h"
 #include "converter/insertion.h"
 #include "converter/nested_signing.h"
+#include "converter/result_check.h"
 #include "formats/XmlDocument.h"
 #include "host/clock.h"
 #include "host/files.h"
@@ -147,6 +148,7 @@ bool resignPackage(Run& run, ErrorText* error) {
           dropOldSignature,
           signLibraryOrStampFingerprint,
           signAgain,
+          checkResult,
           writeIpaOfPackage,
           renewManifest,
           writePackage,

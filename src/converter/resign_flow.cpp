@@ -11,6 +11,7 @@
 #include "converter/insertion.h"
 #include "converter/nested_signing.h"
 #include "converter/output.h"
+#include "converter/result_check.h"
 
 namespace tovrek::converter {
 namespace {
@@ -46,6 +47,7 @@ bool resignApp(Run& run, ErrorText* error) {
           dropOldSignature,
           signLibraryOfRenewal,
           signAgain,
+          checkResult,
           writeIpa,
           deliverIpa,
       },

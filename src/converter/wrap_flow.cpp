@@ -14,6 +14,7 @@
 #include "converter/manifest.h"
 #include "converter/output.h"
 #include "converter/policies.h"
+#include "converter/result_check.h"
 
 namespace tovrek::converter {
 
@@ -49,6 +50,7 @@ bool wrapApp(Run& run, ErrorText* error) {
           signFrameworks,
           signExtensions,
           signApp,
+          checkResult,
           writeIpa,
           copyOutputBundle,
           completeManifest,
@@ -86,6 +88,7 @@ bool wrapSdkApp(Run& run, ErrorText* error) {
           signExtensions,
           stampFingerprint,
           signApp,
+          checkResult,
           writeSdkIpa,
           copyOutputBundle,
           completeManifestOfSdkApp,

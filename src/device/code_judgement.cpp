@@ -40,13 +40,10 @@ SignedCode CodeJudge::judge(const std::string& path) {
 }
 
 void CodeJudge::judgeVerdict(const signing::Verdict& verdict) {
-  // A chain that is not whole is told of where the chain is read.
-  if (verdict.valid || verdict.lines.empty() || verdict.lines[0] == signing::kNotTrusted) {
-    if (verdict.valid && !verdict.satisfiesDesignated) {
-      refuse(kSignatureInvalid, "it does not satisfy its designated requirement");
-    }
-    return;
-  }
+  // A chain that is not whole is told of where the chain is read. Designated requirements are not
+  // for devices: apps may keep that of their first signer.
+  const bool isWhole = verdict.valid || verdict.lines.empty();
+  if (isWhole || verdict.lines[0] == signing::kNotTrusted) return;
   if (verdict.lines[0] == signing::kNotSigned) {
     return refuse(kSignatureMissing, signing::kNotSigned);
   }
