@@ -10,6 +10,7 @@
 #include "converter/code_signing.h"
 #include "converter/common.h"
 #include "converter/entitlements.h"
+#include "converter/extension_fitting.h"
 #include "converter/flow.h"
 #include "converter/input.h"
 #include "converter/insertion.h"
@@ -143,8 +144,10 @@ bool resignPackage(Run& run, ErrorText* error) {
           // The profile is matched against the identifier that the app has.
           takeBundleIdentifiers,
           readProfile,
+          readProfilesFolder,
           makeEntitlements,
           placeProfile,
+          fitExtensions,
           dropOldSignature,
           signLibraryOrStampFingerprint,
           signAgain,

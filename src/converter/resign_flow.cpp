@@ -5,6 +5,7 @@
 #include "converter/code_signing.h"
 #include "converter/eligibility.h"
 #include "converter/entitlements.h"
+#include "converter/extension_fitting.h"
 #include "converter/extensions.h"
 #include "converter/flow.h"
 #include "converter/input.h"
@@ -36,6 +37,7 @@ bool resignApp(Run& run, ErrorText* error) {
           takeBundleIdentifiers,
           readProfile,
           refuseExpiredProfile,
+          readProfilesFolder,
           makeEntitlements,
           dropRepeatedGroups,
           stripOrKeepExtensions,
@@ -44,6 +46,7 @@ bool resignApp(Run& run, ErrorText* error) {
           changeBundleIdentifier,
           placeProfile,
           nameIpa,
+          fitExtensions,
           dropOldSignature,
           signLibraryOfRenewal,
           signAgain,

@@ -7,6 +7,7 @@
 #include "converter/code_signing.h"
 #include "converter/eligibility.h"
 #include "converter/entitlements.h"
+#include "converter/extension_fitting.h"
 #include "converter/extensions.h"
 #include "converter/flow.h"
 #include "converter/input.h"
@@ -31,6 +32,7 @@ bool wrapApp(Run& run, ErrorText* error) {
           takeBundleIdentifiers,
           readProfile,
           refuseExpiredProfile,
+          readProfilesFolder,
           makeEntitlements,
           stripOrReportExtensions,
           checkCertificate,
@@ -45,6 +47,7 @@ bool wrapApp(Run& run, ErrorText* error) {
           nameIpa,
           buildManifest,
           copyIcons,
+          fitExtensions,
           dropOldSignature,
           signLibrary,
           signFrameworks,
@@ -70,6 +73,7 @@ bool wrapSdkApp(Run& run, ErrorText* error) {
           takeBundleIdentifiers,
           readProfile,
           refuseExpiredProfile,
+          readProfilesFolder,
           makeEntitlements,
           stripOrReportExtensions,
           checkCertificate,
@@ -83,6 +87,7 @@ bool wrapSdkApp(Run& run, ErrorText* error) {
           nameSdkIpa,
           buildManifest,
           copyIcons,
+          fitExtensions,
           dropOldSignature,
           signFrameworks,
           signExtensions,
