@@ -54,6 +54,8 @@ struct Run {
   BundleInspection inspection;
   bool isRenewal = false;  // Sign, of an .ipa that is wrapped already
   std::optional<std::string> originalBundleID;
+  // What identifiers inside the app begin with: also that from before an earlier wrapping.
+  std::optional<std::string> formerBundleID;
   std::optional<std::string> replacementBundleID;
 
   // --- Its new signature ---

@@ -4,6 +4,8 @@
 
 #include <set>
 
+#include "converter/common.h"
+
 namespace tovrek::converter {
 namespace {
 
@@ -48,21 +50,20 @@ bool renameBundle(const Run& run, const std::string& path, const std::set<std::s
 }  // namespace
 
 bool renamesExtensions(const Run& run) {
-  return run.context.settings.renameExtensions && !run.isRenewal && run.originalBundleID &&
-         !run.originalBundleID->empty() && run.replacementBundleID &&
-         run.originalBundleID != run.replacementBundleID;
+  return run.context.settings.renameExtensions && !isEmpty(run.formerBundleID) &&
+         !isEmpty(run.replacementBundleID) && run.formerBundleID != run.replacementBundleID;
 }
 
 std::string renamedIdentifier(const Run& run, const std::string& identifier) {
   if (!renamesExtensions(run)) return identifier;
-  const std::string& old = *run.originalBundleID;
+  const std::string& old = *run.formerBundleID;
   if (identifier != old && !identifier.starts_with(old + ".")) return identifier;
   return *run.replacementBundleID + identifier.substr(old.size());
 }
 
 bool renameBundles(const Run& run, const std::vector<std::string>& bundles, ErrorText* error) {
   if (!renamesExtensions(run)) return true;
-  std::set<std::string> names = {*run.originalBundleID};
+  std::set<std::string> names = {*run.formerBundleID};
   for (const std::string& path : bundles) {
     const auto bundle = AppBundle::open(path);
     if (bundle) names.insert(stringForKeyOr(bundle->infoPlist(), kIdentifier, ""));

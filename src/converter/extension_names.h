@@ -9,7 +9,8 @@
 
 namespace tovrek::converter {
 
-// Whether the run gives the app another identifier and a setting says that nested ones follow.
+// Whether the run gives the app another identifier, or wrapping has given it one before, and a
+// setting says that nested ones follow.
 bool renamesExtensions(const Run& run);
 
 // The identifier with the app's new one in place of its old one, where it is that or begins with it
