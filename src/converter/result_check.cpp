@@ -18,7 +18,8 @@ bool checkResult(Run& run, ErrorText* error) {
     if (refusals++ == 0) first = text;
     run.log().logWarning("verifyResult: a device would refuse " + text);
   };
-  if (!device::judgeApp(run.appPath, currentTime(), &findings, &reason)) {
+  if (!device::judgeApp(run.appPath, currentTime(), &findings, &reason,
+                        signing::DigestsToCheck::kStrongest)) {
     refuse(fmt::format("{}: it cannot be read: {}", run.appPath, reason.text()));
   }
   for (const device::Finding& finding : findings) {

@@ -16,7 +16,7 @@ class CodeJudge {
   CodeJudge(const std::string& place, double now, Findings* findings)
       : place_(place), now_(now), findings_(*findings) {}
 
-  SignedCode judge(const std::string& path);
+  SignedCode judge(const std::string& path, signing::DigestsToCheck digests);
 
  private:
   void refuse(std::string_view code, std::string reason) {
@@ -32,9 +32,11 @@ class CodeJudge {
   Findings& findings_;
 };
 
-SignedCode CodeJudge::judge(const std::string& path) {
+SignedCode CodeJudge::judge(const std::string& path, signing::DigestsToCheck digests) {
   SignedCode code;
-  judgeVerdict(signing::verifyCode(path));
+  signing::VerifyOptions options;
+  options.digests = digests;
+  judgeVerdict(signing::verifyCode(path, options));
   readSignature(path, &code);
   return code;
 }
@@ -104,8 +106,8 @@ void CodeJudge::judgeDates(const Certificate& certificate) {
 }  // namespace
 
 SignedCode judgeCode(const std::string& path, const std::string& place, double now,
-                     Findings* findings) {
-  return CodeJudge(place, now, findings).judge(path);
+                     signing::DigestsToCheck digests, Findings* findings) {
+  return CodeJudge(place, now, findings).judge(path, digests);
 }
 
 }  // namespace tovrek::device

@@ -3,7 +3,8 @@ import hashlib
 import os
 from datetime import datetime
 
-from harness import ADMIN, IDENTITIES, der_of, read, remove, result_text, write
+from harness import (ADMIN, IDENTITIES, PROFILE, TOOLKIT, changed_app, der_of, pack, read, remove,
+                     result_text, write)
 from makers import APP_ID, IDENTIFIER, ISSUERS, TEAM, SmallAppTest, certificate, profile, small_app
 
 DEVICES = {"ProvisionsAllDevices": True, "Platform": ["iOS"]}
@@ -93,3 +94,32 @@ class ResultCheck(SmallAppTest):
                 "a device takes with limits Small.app: the provisioning profile is for "
                 "development: debuggers may attach (profile-development)"])
         self.assertEqual(self.wrapped("strict")[1], [])
+
+    def test_code_that_keeps_a_broken_signature(self):
+        # Sign leaves frameworks as they are.
+        with changed_app() as (folder, app):
+            ledger = os.path.join(app, "Frameworks", "Ledger.framework")
+            write(b"added later", ledger, "later.txt")
+            paper = os.path.join(ledger, "Frameworks", "Paper.framework", "Paper")
+            code = bytearray(read(paper))
+            code[code.rindex(b"__LINKEDIT") + 0x800] ^= 1
+            write(code, paper)
+            write(b"no signature at all", app, "plain.dylib")
+            pack(folder, self.path("Broken.ipa"))
+        conf = write(b"verifyResult = strict\n", self.path("conf"))
+        result = self.run_toolkit(
+            [os.path.join(TOOLKIT, "Tovrek"), "Sign", "-Cert", ADMIN, "-Profile", PROFILE, "-in",
+             self.path("Broken.ipa"), "-out", self.path("signed.ipa"), "-logFile",
+             self.path("Orvane.log")], {"TOVREK_CONF": conf})
+        self.assertEqual(result.returncode, 254, result.stderr)
+        self.assertFalse(os.path.exists(self.path("signed.ipa")))
+        frameworks = "Fieldbook.app/Frameworks/Ledger.framework"
+        for text in (f"{frameworks}: a sealed resource is missing or invalid; file added: /.*/"
+                     r"later\.txt.*\(signature-invalid\)",
+                     rf"{frameworks}/Frameworks/Paper.framework: invalid signature .*"
+                     r"\(signature-invalid\)",
+                     r"Fieldbook.app/plain.dylib: code object is not signed at all "
+                     r"\(signature-missing\)",
+                     rf"{frameworks}: it is signed by the team SAMPLE0001, the app by EXAMPLE123 "
+                     r"\(team-mismatch\)"):
+            self.assertRegex(result.stderr, "verifyResult: a device would refuse " + text)
