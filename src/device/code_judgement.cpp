@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include "host/clock.h"
-#include "signing/CmsSignature.h"
 #include "signing/CodeSignature.h"
 #include "signing/verify/Verifier.h"
 #include "signing/verify/message_check.h"
@@ -36,8 +35,13 @@ SignedCode CodeJudge::judge(const std::string& path, signing::DigestsToCheck dig
   SignedCode code;
   signing::VerifyOptions options;
   options.digests = digests;
-  judgeVerdict(signing::verifyCode(path, options));
+  const signing::Verdict verdict = signing::verifyCode(path, options);
+  judgeVerdict(verdict);
   readSignature(path, &code);
+  if (verdict.enclosed.empty()) return code;
+  code.signer = verdict.enclosed.leaf();
+  if (code.team.empty()) code.team = code.signer->organizationalUnit().value_or("");
+  judgeChain(verdict.enclosed);
   return code;
 }
 
@@ -68,12 +72,7 @@ void CodeJudge::readSignature(const std::string& path, SignedCode* code) {
   if (signature->isAdhoc()) {
     return refuse(kSignatureAdhoc, "it is signed without a certificate");
   }
-  const auto cms = signing::CmsSignature::parse(signature->cms());
-  if (!cms || cms->chain().empty()) return;
-  code->signer = cms->chain().leaf();
   code->team = signature->best().info().teamId;
-  if (code->team.empty()) code->team = code->signer->organizationalUnit().value_or("");
-  judgeChain(cms->chain());
 }
 
 // A device knows the roots and has no intermediates of its own.

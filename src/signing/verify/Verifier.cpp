@@ -205,7 +205,8 @@ bool Verifier::checkMessage(const CodeSignature& signature) {
   if (signature.isAdhoc()) return signature.cms().empty() || failed(kInvalidSignature);
   const auto cms = CmsSignature::parse(signature.cms());
   if (!cms) return failed(kInvalidSignature);
-  CertificateChain chain = cms->chain().completed();
+  verdict_.enclosed = cms->chain();
+  CertificateChain chain = verdict_.enclosed.completed();
   if (const char* fault = messageFault(signature, *cms, chain)) return failed(fault);
   chain_ = std::move(chain);
   return true;

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "signing/CertificateChain.h"
 #include "signing/verify/resource_check.h"
 
 namespace tovrek::signing {
@@ -33,6 +34,8 @@ struct Verdict {
   bool satisfiesRequirement = false;
   // What is wrong, the main statement first; then "file modified: ..." and the like.
   std::vector<std::string> lines;
+  // The certificates that the last message read encloses; empty without a readable one.
+  CertificateChain enclosed;
 };
 
 // Checks all architectures of what `path` denotes, and the resources of a bundle. The signer's

@@ -56,7 +56,9 @@ bool isAsSealed(const Sealed& sealed, std::string_view bytes, DigestsToCheck dig
          hasDigest(DigestAlgorithm::kSha256, sealed.sha256);
 }
 
-bool isUnchanged(const std::string& path, const Sealed& sealed, DigestsToCheck digests) {
+// `size` is none for a link that points nowhere.
+bool isUnchanged(const std::string& path, std::optional<uint64_t> size, const Sealed& sealed,
+                 DigestsToCheck digests) {
   if (sealed.isNested) return true;
   if (isSymbolicLink(path)) {
     std::error_code code;
@@ -64,7 +66,7 @@ bool isUnchanged(const std::string& path, const Sealed& sealed, DigestsToCheck d
            std::filesystem::read_symlink(path, code).string() == sealed.link && !code;
   }
   // To map a small file costs more than to copy it.
-  if (fileSize(path).value_or(0) <= kLargestCopy) {
+  if (size.value_or(0) <= kLargestCopy) {
     std::string bytes;
     return readFile(path, &bytes) && isAsSealed(sealed, bytes, digests);
   }
@@ -74,8 +76,9 @@ bool isUnchanged(const std::string& path, const Sealed& sealed, DigestsToCheck d
 
 // What is wrong with one sealed file; empty when it is as it was.
 std::string differenceOf(const std::string& path, const Sealed& sealed, DigestsToCheck digests) {
-  if (!itemExistsNoFollow(path)) return sealed.optional ? "" : "file missing: " + path;
-  return isUnchanged(path, sealed, digests) ? "" : "file modified: " + path;
+  const auto size = fileSize(path);
+  if (!size && !itemExistsNoFollow(path)) return sealed.optional ? "" : "file missing: " + path;
+  return isUnchanged(path, size, sealed, digests) ? "" : "file modified: " + path;
 }
 
 // In the root of a bundle, what never belongs to the seal.
