@@ -6,15 +6,8 @@
 namespace tovrek::converter {
 namespace {
 
-constexpr char kBetaReports[] = "beta-reports-active";  // means nothing but to the public store
 constexpr char kAppGroups[] = "com.apple.security.application-groups";
 constexpr std::string_view kGroupPrefix = "group.";
-
-// Values that are not up to the bundle: switches, and texts that leave no choice.
-bool isFixed(const PlistValue& granted) {
-  const std::string* text = granted.string();
-  return granted.boolean() || (text && text->find('*') == std::string::npos);
-}
 
 // Texts of the old team become those of the new one.
 PlistValue repointed(const PlistValue& value, const std::string& from, const std::string& to) {
@@ -46,6 +39,11 @@ PlistValue renamedGroups(const PlistValue& granted, const PlistValue& wanted,
 
 }  // namespace
 
+bool isFixed(const PlistValue& granted) {
+  const std::string* text = granted.string();
+  return granted.boolean() || (text && text->find('*') == std::string::npos);
+}
+
 PlistDictionary nestedEntitlements(const device::Profile& profile, const PlistDictionary& old,
                                    const std::string& bundleIdentifier, const Renaming& renamed,
                                    std::vector<std::string>* lost) {
@@ -59,7 +57,7 @@ PlistDictionary nestedEntitlements(const device::Profile& profile, const PlistDi
     if (granted && key == kAppGroups) wanted = renamedGroups(*granted, wanted, renamed);
     const auto part = granted ? device::grantedPart(*granted, wanted) : std::nullopt;
     if (part) result.set(key, *part);
-    if ((!part || *part != wanted) && key != kBetaReports) lost->push_back(key);
+    if ((!part || *part != wanted) && key != kStoreReports) lost->push_back(key);
   }
   for (const auto& [key, granted] : profile.entitlements) {
     if (isFixed(granted)) result.set(key, granted);

@@ -10,6 +10,12 @@
 
 namespace tovrek::converter {
 
+// An entitlement that means nothing but to the public store.
+inline constexpr char kStoreReports[] = "beta-reports-active";
+
+// Whether a granted value is not up to the bundle: switches, and texts that leave no choice.
+bool isFixed(const PlistValue& granted);
+
 // What a nested bundle is to be called, where the app got a new identifier.
 using Renaming = std::function<std::string(const std::string& identifier)>;
 

@@ -8,6 +8,7 @@
 #include "converter/common.h"
 #include "converter/extension_fitting.h"
 #include "converter/extensions.h"
+#include "converter/nested_entitlements.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "package/signed_entitlements.h"
@@ -16,7 +17,6 @@ namespace tovrek::converter {
 namespace {
 
 constexpr char kApplicationIdentifier[] = "application-identifier";
-constexpr char kBetaReports[] = "beta-reports-active";  // means nothing but to the public store
 constexpr char kProfileName[] = "embedded.mobileprovision";
 constexpr const char* kExtensionFolders[] = {"PlugIns", "Extensions", "Watch"};
 // The extensions and the watch app, inner ones first.
@@ -48,12 +48,6 @@ bool covers(const std::string& granted, const std::string& identifier) {
   return identifier.starts_with(granted.substr(0, granted.size() - 1));
 }
 
-// Values that are not up to the app: switches, and texts that leave no choice.
-bool isFixed(const PlistValue& granted) {
-  const std::string* text = granted.string();
-  return granted.boolean() || (text && text->find('*') == std::string::npos);
-}
-
 // The old entitlements as far as the profile grants them; `lost` gets the keys of the others.
 PlistDictionary fittedTo(const PlistDictionary& profile, const PlistDictionary& old,
                          const std::string& identifier, std::vector<std::string>* lost) {
@@ -64,7 +58,7 @@ PlistDictionary fittedTo(const PlistDictionary& profile, const PlistDictionary& 
       fitted.set(key, identifier);
     } else if (granted) {
       fitted.set(key, isFixed(*granted) ? *granted : value);
-    } else if (key != kBetaReports) {
+    } else if (key != kStoreReports) {
       lost->push_back(key);
     }
   }
