@@ -6,7 +6,9 @@
 
 #include "converter/code_signing.h"
 #include "converter/common.h"
+#include "converter/extension_fitting.h"
 #include "converter/extensions.h"
+#include "converter/nested_entitlements.h"
 #include "converter/steps.h"
 #include "host/files.h"
 #include "host/paths.h"
@@ -16,7 +18,6 @@ namespace tovrek::converter {
 namespace {
 
 constexpr char kApplicationIdentifier[] = "application-identifier";
-constexpr char kBetaReports[] = "beta-reports-active";  // means nothing but to the public store
 constexpr char kProfileName[] = "embedded.mobileprovision";
 constexpr const char* kExtensionFolders[] = {"PlugIns", "Extensions", "Watch"};
 // The extensions and the watch app, inner ones first.
@@ -48,12 +49,6 @@ bool covers(const std::string& granted, const std::string& identifier) {
   return identifier.starts_with(granted.substr(0, granted.size() - 1));
 }
 
-// Values that are not up to the app: switches, and texts that leave no choice.
-bool isFixed(const PlistValue& granted) {
-  const std::string* text = granted.string();
-  return granted.boolean() || (text && text->find('*') == std::string::npos);
-}
-
 // The old entitlements as far as the profile grants them; `lost` gets the keys of the others.
 PlistDictionary fittedTo(const PlistDictionary& profile, const PlistDictionary& old,
                          const std::string& identifier, std::vector<std::string>* lost) {
@@ -64,7 +59,7 @@ PlistDictionary fittedTo(const PlistDictionary& profile, const PlistDictionary& 
       fitted.set(key, identifier);
     } else if (granted) {
       fitted.set(key, isFixed(*granted) ? *granted : value);
-    } else if (key != kBetaReports) {
+    } else if (key != kStoreReports) {
       lost->push_back(key);
     }
   }
@@ -126,11 +121,24 @@ bool signNestedBundle(const Run& run, const std::string& path, ErrorText* error)
   return signAsNew(run, path, entitlementPath, error);
 }
 
+// The bundles that were fitted, and the frameworks that hold one of them or are signed anyway.
+bool signAllFitted(const Run& run, bool frameworksToo, ErrorText* error) {
+  const bool frameworks = frameworksToo || hasFitted(run, FittedPlace::kInFrameworks);
+  if (frameworks && !(signFitted(run, FittedPlace::kInFrameworks, error) &&
+                      CodeSignFrameworks(run, run.appPath, error))) {
+    return failSigning(run.log(), "Codesign of embedded frameworks failed");
+  }
+  return signFitted(run, FittedPlace::kElsewhere, error)
+             ? signAsNew(run, run.appPath, run.entitlementPath, error)
+             : failSigning(run.log(), "Codesign of extensions failed");
+}
+
 }  // namespace
 
 bool signAgain(Run& run, ErrorText* error) {
   const Settings& settings = run.context.settings;
   const bool all = settings.resignNested || run.isRenewal;
+  if (!run.nested.empty()) return signAllFitted(run, all, error);
   std::vector<std::string> bundles;
   if ((all || settings.keepExtensionsOnSign) && !findNestedBundles(run.appPath, &bundles, error)) {
     return failSigning(run.log(), "Codesign of extensions failed");

@@ -6,7 +6,9 @@
 #include <set>
 
 #include "converter/common.h"
+#include "converter/extension_fitting.h"
 #include "converter/flow.h"
+#include "converter/result_check.h"
 #include "converter/steps.h"
 #include "formats/XmlDocument.h"
 #include "host/clock.h"
@@ -135,12 +137,15 @@ bool resignPackage(Run& run, ErrorText* error) {
           // The profile is matched against the identifier that the app has.
           takeBundleIdentifiers,
           readProfile,
+          readProfilesFolder,
           makeEntitlements,
           placeProfile,
           refuseBadLinks,
+          fitExtensions,
           dropOldSignature,
           signLibraryOrStampFingerprint,
           signAgain,
+          checkResult,
           writeIpaOfPackage,
           renewManifest,
           writePackage,

@@ -1,6 +1,8 @@
 #include "converter/resign_flow.h"
 
+#include "converter/extension_fitting.h"
 #include "converter/flow.h"
+#include "converter/result_check.h"
 #include "converter/steps.h"
 
 namespace tovrek::converter {
@@ -29,9 +31,11 @@ bool resignApp(Run& run, ErrorText* error) {
           placeProfile,
           nameIpa,
           refuseBadLinks,
+          fitExtensions,
           dropOldSignature,
           signLibraryOfRenewal,
           signAgain,
+          checkResult,
           writeIpa,
           deliverIpa,
       },

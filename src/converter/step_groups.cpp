@@ -1,4 +1,5 @@
 // Runs of steps that several flows take.
+#include "converter/extension_fitting.h"
 #include "converter/flow.h"
 #include "converter/inspection.h"
 #include "converter/steps.h"
@@ -10,7 +11,8 @@ bool openApp(Run& run, ErrorText* error) {
 }
 
 bool planSignature(Run& run, ErrorText* error) {
-  return takeSteps({takeBundleIdentifiers, readProfile, refuseExpiredProfile, makeEntitlements},
+  return takeSteps({takeBundleIdentifiers, readProfile, refuseExpiredProfile, readProfilesFolder,
+                    makeEntitlements},
                    run, error);
 }
 

@@ -49,7 +49,7 @@ bool readProfile(Run& run, ErrorText* error);
 bool refuseExpiredProfile(Run& run, ErrorText* error);
 bool makeEntitlements(Run& run, ErrorText* error);
 // What the new signature is to say: takeBundleIdentifiers, readProfile, refuseExpiredProfile,
-// makeEntitlements.
+// readProfilesFolder, makeEntitlements.
 bool planSignature(Run& run, ErrorText* error);
 // After these, for a renewal. The groups that wrapping adds are there from the last time;
 // without this every renewal would make the list longer.

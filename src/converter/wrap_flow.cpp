@@ -2,7 +2,9 @@
 // changes its files before the signatures.
 #include "converter/wrap_flow.h"
 
+#include "converter/extension_fitting.h"
 #include "converter/flow.h"
+#include "converter/result_check.h"
 #include "converter/steps.h"
 
 namespace tovrek::converter {
@@ -33,11 +35,13 @@ bool wrapApp(Run& run, ErrorText* error) {
           copyIcons,
           // Its signatures, from the inside out.
           refuseBadLinks,
+          fitExtensions,
           dropOldSignature,
           signLibrary,
           signFrameworks,
           signExtensions,
           signApp,
+          checkResult,
           // Where it goes.
           writeIpa,
           copyOutputBundle,
@@ -70,11 +74,13 @@ bool wrapSdkApp(Run& run, ErrorText* error) {
           copyIcons,
           // Its signatures, from the inside out.
           refuseBadLinks,
+          fitExtensions,
           dropOldSignature,
           signFrameworks,
           signExtensions,
           stampFingerprint,
           signApp,
+          checkResult,
           // Where it goes.
           writeSdkIpa,
           copyOutputBundle,

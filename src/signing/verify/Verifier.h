@@ -7,6 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "signing/CertificateChain.h"
+#include "signing/verify/resource_check.h"
+
 namespace tovrek::signing {
 
 inline constexpr const char* kInvalidSignature =
@@ -18,6 +21,7 @@ struct VerifyOptions {
   // Also refuse what a cautious system does not load: bytes behind the signature, and links that
   // lead out of the bundle.
   bool strict = false;
+  DigestsToCheck digests = DigestsToCheck::kAll;
   // How many bundles this one lies in, as far as one call has followed their seals.
   int depth = 0;
 };
@@ -30,6 +34,8 @@ struct Verdict {
   bool satisfiesRequirement = false;
   // What is wrong, the main statement first; then "file modified: ..." and the like.
   std::vector<std::string> lines;
+  // The certificates that the last message read encloses; empty without a readable one.
+  CertificateChain enclosed;
 };
 
 // Checks all architectures of what `path` denotes, and the resources of a bundle. The signer's
