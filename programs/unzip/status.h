@@ -12,6 +12,6 @@ inline constexpr int kBadOptions = 10;
 inline constexpr int kNothingMatched = 11;
 inline constexpr int kCannotWrite = 50;
 inline constexpr int kUnknownMethod = 81;
-inline constexpr int kEncrypted = 82;
+inline constexpr int kEncrypted = 5;
 
 }  // namespace tovrek::unzip
