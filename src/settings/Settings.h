@@ -12,6 +12,12 @@ struct Settings {
   bool keepPlistLimits = false;       // Wrap leaves limits alone that no option gives
   bool refreshOnResign = false;       // signing a .wex anew renews its manifest
   bool keepExtensionsOnSign = false;  // Sign keeps PlugIns and Watch
+  bool failUnpacking = false;         // an input that cannot be unpacked fails the run
+
+  // Whether the file names these settings: only then the log tells what they would have changed.
+  bool namesModernImages = false;
+  bool namesStrictHeaderRoom = false;
+  bool namesResignWrapped = false;
 };
 
 }  // namespace tovrek

@@ -16,15 +16,17 @@ namespace {
 struct NamedSetting {
   std::string_view name;
   bool Settings::*field;
+  bool Settings::*named = nullptr;  // where it matters whether the file names it
 };
-constexpr std::array<NamedSetting, 7> kNamedSettings = {{
-    {"modernImages", &Settings::modernImages},
-    {"strictHeaderRoom", &Settings::strictHeaderRoom},
+constexpr std::array<NamedSetting, 8> kNamedSettings = {{
+    {"modernImages", &Settings::modernImages, &Settings::namesModernImages},
+    {"strictHeaderRoom", &Settings::strictHeaderRoom, &Settings::namesStrictHeaderRoom},
     {"resignNested", &Settings::resignNested},
-    {"resignWrapped", &Settings::resignWrapped},
+    {"resignWrapped", &Settings::resignWrapped, &Settings::namesResignWrapped},
     {"keepPlistLimits", &Settings::keepPlistLimits},
     {"refreshOnResign", &Settings::refreshOnResign},
     {"keepExtensionsOnSign", &Settings::keepExtensionsOnSign},
+    {"failUnpacking", &Settings::failUnpacking},
 }};
 
 std::optional<size_t> indexOf(std::string_view name) {
@@ -56,7 +58,9 @@ class SettingsReader {
     if (value != "yes" && value != "no") {
       return fail(reason, fmt::format("\"{}\" must be yes or no, not \"{}\"", name, value));
     }
-    out_.*kNamedSettings[*index].field = value == "yes";
+    const NamedSetting& setting = kNamedSettings[*index];
+    out_.*setting.field = value == "yes";
+    if (setting.named != nullptr) out_.*setting.named = true;
     return true;
   }
 
