@@ -4,6 +4,7 @@
 
 #include "host/files.h"
 #include "host/paths.h"
+#include "host/utf8.h"
 #include "package/AppBundle.h"
 #include "package/binary_symbols.h"
 #include "package/keychain_groups.h"
@@ -61,7 +62,7 @@ bool executableHasSymbol(const std::string& app, const WrapperLogger& logger) {
   int status = 0;
   const std::string symbols = executable ? getSymbolsFromBinaryPath(*executable, &status) : "";
   const bool found = symbols.find(kSymbol) != std::string::npos;
-  note(logger, fmt::format("Symbols: L{}, terminatedStatus: {}", symbols.size(), status));
+  note(logger, fmt::format("Symbols: L{}, terminatedStatus: {}", utf16Length(symbols), status));
   logger.logBasic(fmt::format("Intune Symbols found: {}", found ? 1 : 0));
   return found;
 }
