@@ -36,8 +36,13 @@ bool setSearchList(const std::vector<std::string>& paths, ErrorText* error);
 
 // Opens one keychain by name or path; the reason for none reads on after the name.
 std::optional<Keychain> openKeychain(std::string_view nameOrPath, ErrorText* error = nullptr);
-// Opens the keychains of the search list that exist. None of them is needed.
-std::vector<Keychain> openSearchList();
+// Opens the keychains of the search list. None of them is needed; of those that could not be
+// opened, `unopened` gets the paths with the system's reasons.
+struct Unopened {
+  std::string path, reason;
+  bool isMissing = false;  // there is nothing of that name
+};
+std::vector<Keychain> openSearchList(std::vector<Unopened>* unopened = nullptr);
 
 // Makes the folder with mode 0700. The password is remembered as a salted digest, so that unlocking
 // with another one fails; with none given any password will do. Keys are protected by the modes of
