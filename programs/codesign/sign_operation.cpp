@@ -27,13 +27,14 @@ bool chooseIdentity(const std::string& path, const Options& options, const Strea
                     signing::SigningIdentity* identity, ErrorText* error) {
   if (options.identity == "-") return true;
   std::vector<keychain::Keychain> keychains;
+  std::vector<keychain::Unopened> unopened;
   if (options.keychain) {
     ErrorText reason;
     auto opened = keychain::openKeychain(*options.keychain, &reason);
     if (!opened) return fail(error, *options.keychain + ": " + reason.text());
     keychains.push_back(std::move(*opened));
   } else {
-    keychains = keychain::openSearchList();
+    keychains = keychain::openSearchList(&unopened);
   }
   for (const keychain::Keychain& each : keychains) {
     for (const std::string& line : each.unreadable()) streams.error("codesign: " + line + "\n");
@@ -41,8 +42,11 @@ bool chooseIdentity(const std::string& path, const Options& options, const Strea
   const auto found = keychain::findSigningIdentity(keychains, options.identity);
   if (found.outcome == keychain::Lookup::kNoChain) return fail(error, noChainText(path, found));
   if (!found.identity) {
-    const std::string detail = found.detail.empty() ? "" : " (" + found.detail + ")";
-    return fail(error, found.text + detail);
+    std::string detail = found.detail;
+    for (const keychain::Unopened& each : unopened) {
+      detail += fmt::format(" {}: {}.", each.path, each.reason);
+    }
+    return fail(error, detail.empty() ? found.text : found.text + " (" + detail + ")");
   }
   std::vector<Certificate> certificates = found.identity->chain;
   certificates.insert(certificates.begin(), found.identity->leaf);

@@ -110,7 +110,7 @@ int findIdentity(const Words& words, const Streams& streams) {
     streams.out("\n  Valid identities only\n");
   }
   printList(identities, true, streams);
-  return kSuccess;
+  return status;
 }
 
 }  // namespace tovrek::security

@@ -30,8 +30,12 @@ std::optional<std::vector<keychain::Keychain>> chosenKeychains(
     const std::vector<std::string>& names, std::string_view call, int* status,
     const Streams& streams) {
   if (names.empty()) {
-    auto searched = keychain::openSearchList();
+    std::vector<keychain::Unopened> unopened;
+    auto searched = keychain::openSearchList(&unopened);
     tellUnreadable(searched, streams);
+    for (const keychain::Unopened& each : unopened) {
+      if (!each.isMissing) *status = reportFailure(each.path + ": " + each.reason, streams);
+    }
     return searched;
   }
   std::vector<keychain::Keychain> result;

@@ -20,7 +20,13 @@ int createKeychain(const Words& words, const Streams& streams) {
     const std::string path = keychain::resolveKeychain(name);
     const std::string call = fmt::format("SecKeychainCreate {}", name);
     if (itemExistsNoFollow(path)) return reportStatus(call, OsStatus::kDuplicateKeychain, streams);
-    const std::string password = passwordFrom(*options, 'p', "password for new keychain: ");
+    const auto password = givenPassword(*options, 'p', "password for new keychain: ");
+    // A script that forgot it would have a keychain that any password opens.
+    if (!password) {
+      return reportFailure(
+          fmt::format("{}: no password was given: -p PASSWORD, or -p \"\" for none", call),
+          streams);
+    }
     ErrorText error;
     switch (keychain::createKeychain(path, password, &error, keychain::encryptsNewKeychains())) {
       case keychain::CreateResult::kCreated:

@@ -7,11 +7,15 @@
 namespace tovrek::security {
 
 std::string passwordFrom(const Options& options, char letter, const std::string& prompt) {
-  if (const auto given = options.value(letter)) return *given;
+  return givenPassword(options, letter, prompt).value_or("");
+}
+
+std::optional<std::string> givenPassword(const Options& options, char letter,
+                                         const std::string& prompt) {
+  if (const auto given = options.value(letter)) return std::string(*given);
   if (inputIsTyped()) return readUnseen(prompt);
   std::string line;
-  std::getline(std::cin, line);
-  return line;
+  return std::getline(std::cin, line) ? std::optional(line) : std::nullopt;
 }
 
 }  // namespace tovrek::security

@@ -11,14 +11,15 @@
 #include "context/RunContext.h"
 #include "converter/AppConverter.h"
 #include "converter/validation.h"
-#include "formats/utf8.h"
 #include "host/host_info.h"
 #include "host/paths.h"
+#include "host/utf8.h"
 #include "host/version.h"
 #include "log/TKProgressor.h"
 #include "programs/tovrek/CommandLineProcessor.h"
 #include "programs/tovrek/confine_run.h"
 #include "programs/tovrek/constants.h"
+#include "programs/tovrek/explain.h"
 #include "programs/tovrek/result_output.h"
 #include "settings/settings_file.h"
 #include "tools/host_checks.h"
@@ -30,6 +31,8 @@ int refuseArguments(const CommandLineProcessor& processor, const ErrorText& erro
                     const Streams& streams) {
   if (error.isSet()) streams.error(fmt::format("\n{}\n", error.text()));
   processor.printCommandUsage();
+  // Behind the usage, which leaves nothing else on a screen.
+  if (error.isSet()) explain({.text = trimmed(error.text())}, streams);
   return kExitBadInput;
 }
 
@@ -68,17 +71,27 @@ bool runAction(AppConverter& converter, const Request& request, ErrorText* error
   return converter.CreatePackage(error);
 }
 
+std::string appOf(const UnpackedInput& input) {
+  return input.ipa ? input.ipa->appPath() : "";
+}
+
 int convert(const Request& request, UnpackedInput input, RunContext& context,
             TKProgressor& progressor, const Streams& streams) {
   const WrapperLogger& log = context.loggers.commandLine;
   const std::string contentPath = joinPath(programFolder(), "Data");
   log.logBasic(fmt::format("Content path: {}", contentPath));
+  // The app is looked at once more to explain a refusal.
+  const std::shared_ptr<TemporaryDirectory> scratch = input.directory;
+  const std::string appPath = appOf(input);
   AppConverter converter(request, context, progressor, contentPath, std::move(input));
   ErrorText error;
   const bool succeeded = runAction(converter, request, &error);
   // Never announced as a success: without a text nothing more is printed, and a warning that
   // came with a success is printed like an error.
   writeOutResultWithErrorStr(false, error.isSet() ? &error.text() : nullptr, request, log, streams);
+  if (!succeeded && error.isSet()) {
+    explain({error.text(), &request, &context, request.certificate, appPath}, streams);
+  }
   return succeeded ? kExitSuccess : kExitConversionFailed;
 }
 
@@ -90,7 +103,8 @@ int runRequest(const Request& request, RunContext& context, TKProgressor& progre
   if (needsUnpacking(request) &&
       !AppConverter::unzipIpaAndProcessConverterParameters(request, context, &input, &error)) {
     reportError(error.text(), context.loggers.commandLine, streams);
-    return kExitSuccess;
+    explain({error.text(), &request, &context, request.certificate, appOf(input)}, streams);
+    return context.settings.failUnpacking ? kExitConversionFailed : kExitSuccess;
   }
   return convert(request, std::move(input), context, progressor, streams);
 }
@@ -101,14 +115,18 @@ int run(const Arguments& arguments, const Streams& streams) {
   streams.out(fmt::format("\n{}, version {}.{} (Env:{})\n\n", kToolTitle, kToolVersion, kToolBuild,
                           kEnvironment));
   if (!verifyIfOSVerisonIsMavericksandAbove()) {
-    streams.error("\nThis application requires OS X 10.9 (Mavericks) or later.\n");
+    constexpr char kTooOld[] = "This application requires OS X 10.9 (Mavericks) or later.";
+    streams.error(fmt::format("\n{}\n", kTooOld));
+    explain({.text = kTooOld}, streams);
     return kExitBadInput;
   }
 
   RunContext context;
   const WrapperLogger& log = context.loggers.commandLine;
   if (const std::string* word = argumentNotInUtf8(arguments.words)) {
-    reportError("ERROR: This argument is not valid UTF-8: " + escaped(*word), log, streams);
+    const std::string text = "ERROR: This argument is not valid UTF-8: " + escaped(*word);
+    reportError(text, log, streams);
+    explain({.text = text}, streams);
     return kExitBadInput;
   }
   CommandLineProcessor processor(context.keychain);
@@ -122,14 +140,17 @@ int run(const Arguments& arguments, const Streams& streams) {
   context.loggers.commandLine.setLogDisplayLevel(request->logDisplayLevel);
   if (!readSettings(&context.settings, &error)) {
     reportError(error.text(), log, streams);
+    explain({.text = error.text()}, streams);
     return kExitBadInput;
   }
   setUpCommandLineLog(*request, context.loggers.commandLine);
   CLProgressor progressor(context.loggers.commandLine);
   AppConverter::initializeLogging(*request, context);
   progressor.SetProgress("Validating input parameters...");
+  const std::optional<std::string> certificate = request->certificate;
   if (!validate(*request, context, &error)) {
     reportError(error.text(), log, streams);
+    explain({error.text(), &*request, &context, certificate, ""}, streams);
     return kExitBadInput;
   }
   // Before anything of the input is touched.

@@ -40,9 +40,9 @@ struct Worker {
 // False with errno when the file could not be written; damaged contents are a `fault`.
 bool writeContents(const archive::ArchiveReader& reader, const Entry& entry, const NewFile& file,
                    Worker* worker, std::string* fault) {
-  if (entry.method == archive::kDeflated && entry.size > kLargestInMemory) {
+  if (entry.method != archive::kStored && entry.size > kLargestInMemory) {
     return file.writeMapped(entry.size, [&](std::span<std::byte> target) {
-      const bool sound = worker->inflater.inflate(reader.packed(entry), target);
+      const bool sound = unpackInto(reader, entry, &worker->inflater, target);
       *fault = sound ? contentsFault(entry, target) : kBadData;
     });
   }

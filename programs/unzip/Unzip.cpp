@@ -12,12 +12,14 @@
 #include "archive/patterns.h"
 #include "host/files.h"
 #include "host/paths.h"
+#include "host/utf8.h"
 #include "programs/unzip/Extraction.h"
 #include "programs/unzip/UnzipOptions.h"
 #include "programs/unzip/contents.h"
 #include "programs/unzip/listing.h"
 #include "programs/unzip/padded_name.h"
 #include "programs/unzip/status.h"
+#include "programs/unzip/unpack_entry.h"
 
 namespace tovrek::unzip {
 namespace {
@@ -80,7 +82,7 @@ int refuseUnreadable(const Entries& entries, const Streams& streams) {
       streams.error(fmt::format("   skipping: {}  encrypted entries are not supported\n",
                                 paddedName(entry->name)));
       status = std::max(status, kEncrypted);
-    } else if (entry->method != archive::kStored && entry->method != archive::kDeflated) {
+    } else if (!isKnownMethod(entry->method)) {
       streams.error(fmt::format("   skipping: {}  unsupported compression method {}\n",
                                 paddedName(entry->name), entry->method));
       status = std::max(status, kUnknownMethod);
@@ -155,6 +157,7 @@ int processArchive(const std::string& path, const UnzipOptions& options, const S
   if (introduces) streams.out(fmt::format("Archive:  {}\n", path));
   ArchiveReader reader;
   if (const int failed = openArchive(path, streams, &reader); failed != kDone) return failed;
+  reader.decodeNames();
   if (introduces && !reader.comment().empty()) streams.out(reader.comment() + "\n");
   if (reader.entries().empty()) {
     streams.error(fmt::format("warning [{}]:  zipfile is empty\n", path));
@@ -170,6 +173,11 @@ int processArchive(const std::string& path, const UnzipOptions& options, const S
     streams.error(
         fmt::format("warning:  {} appears to use backslashes as path separators\n", path));
     status = std::max(status, kWarning);
+  }
+  for (const Entry* entry : entries) {
+    if (!isUtf8(entry->name)) {
+      streams.error(fmt::format("warning:  {} is no name in UTF-8\n", entry->name));
+    }
   }
   if (const int refused = refuseUnreadable(entries, streams); refused != kDone) return refused;
   if (entries.empty()) return status;

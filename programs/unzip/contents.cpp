@@ -26,7 +26,7 @@ void forEachContents(const ArchiveReader& reader, const Entries& entries, const 
   archive::OrderedWork jobs;
   jobs.count = entries.size();
   jobs.weight = [&](size_t i) {
-    return entries[i]->method == archive::kDeflated ? entries[i]->size : 0;
+    return entries[i]->method == archive::kStored ? 0 : entries[i]->size;
   };
   jobs.work = [&](size_t worker, size_t i) {
     Unpacked& result = results[i];

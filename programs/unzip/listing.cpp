@@ -26,6 +26,7 @@ std::string saved(uint64_t size, uint64_t packed) {
 
 std::string methodName(const Entry& entry) {
   if (entry.method == archive::kStored) return "Stored";
+  if (entry.method == archive::kBzip2) return "BZip2";
   if (entry.method != archive::kDeflated) return fmt::format("Unk:{:03}", entry.method);
   constexpr std::string_view kLevels = "NXFS";  // by the two level bits of the flags
   return fmt::format("Defl:{}", kLevels[entry.flags >> 1 & 3]);

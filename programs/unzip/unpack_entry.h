@@ -14,7 +14,13 @@ std::string contentsFault(const archive::Entry& entry, archive::Bytes contents);
 
 inline constexpr char kBadData[] = "invalid compressed data to inflate";
 
-// Deflated or stored contents in memory: of a stored entry the archive's own bytes, else unpacked
+// Whether entries of this method are unpacked here.
+bool isKnownMethod(uint16_t method);
+// Unpacks a packed entry, which must give exactly as many bytes as `target` has.
+bool unpackInto(const archive::ArchiveReader& reader, const archive::Entry& entry,
+                archive::Inflater* inflater, std::span<std::byte> target);
+
+// Packed or stored contents in memory: of a stored entry the archive's own bytes, else unpacked
 // into `room`, which is made larger when it must. False, with the fault, when they are damaged.
 bool unpackEntry(const archive::ArchiveReader& reader, const archive::Entry& entry,
                  archive::Inflater* inflater, archive::Buffer* room, archive::Bytes* contents,

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "archive/code_page.h"
 #include "archive/deflate.h"
 #include "archive/extra_fields.h"
 
@@ -36,8 +37,10 @@ bool applyZip64(Bytes extra, Entry* entry) {
 }
 
 bool isPlausible(const Entry& entry) {
-  if (entry.isEncrypted() || (entry.method != kStored && entry.method != kDeflated)) return true;
+  if (entry.isEncrypted() || entry.method > kBzip2) return true;
   if (entry.method == kStored) return entry.size == entry.compressedSize;
+  if (entry.method == kBzip2) return entry.size <= mostBunzipped(entry.compressedSize);
+  if (entry.method != kDeflated) return true;
   return entry.size <= mostInflated(entry.compressedSize);
 }
 
@@ -143,6 +146,7 @@ const char* ArchiveReader::readRecord(Bytes records, size_t* at, Entry* entry) {
   entry->attributes = at32(38);
   entry->headerOffset = at32(42);
   entry->name = asText(records.subspan(texts, nameLength));
+  entry->storedNameLength = static_cast<uint16_t>(nameLength);
   entry->extra = asText(extra);
   entry->comment = asText(records.subspan(texts + nameLength + extraLength, commentLength));
   if (!applyZip64(extra, entry)) return "has broken Zip64 fields";
@@ -211,6 +215,13 @@ bool ArchiveReader::checkLocalHeaders(const Directory& directory, ErrorText* err
     }
   }
   return true;
+}
+
+void ArchiveReader::decodeNames() {
+  for (Entry& entry : entries_) {
+    const bool isPlain = (entry.flags & kFlagUtf8) != 0 || entry.isFromUnix();
+    if (!isPlain) entry.name = fromCodePage437(entry.name);
+  }
 }
 
 void ArchiveReader::replaceBackslashes() {

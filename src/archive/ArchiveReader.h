@@ -31,13 +31,16 @@ class ArchiveReader {
   // Whether DOS programs made entries whose folders are parted by backslashes. Such names have
   // slashes in entries().
   bool hadBackslashes() const { return hadBackslashes_; }
+  // Turns names from the code page of DOS into UTF-8: those that are not flagged as UTF-8 and come
+  // from systems that have that code page.
+  void decodeNames();
   // The packed bytes of one of `entries()`.
   Bytes packed(const Entry& entry) const {
     return bytes_.subspan(entry.dataOffset, entry.compressedSize);
   }
   // The extra fields of the entry's own header; they differ from those of the directory.
   Bytes localExtra(const Entry& entry) const {
-    const size_t at = entry.headerOffset + kLocalHeaderSize + entry.name.size();
+    const size_t at = entry.headerOffset + kLocalHeaderSize + entry.storedNameLength;
     return bytes_.subspan(at, entry.dataOffset - at);
   }
 

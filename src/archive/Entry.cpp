@@ -25,9 +25,13 @@ std::optional<time_t> exactTime(const std::string& extra) {
 
 }  // namespace
 
-uint32_t Entry::unixMode() const {
+bool Entry::isFromUnix() const {
   const int system = madeBy >> 8;
-  return system == kSystemUnix || system == kSystemDarwin ? attributes >> 16 : 0;
+  return system == kSystemUnix || system == kSystemDarwin;
+}
+
+uint32_t Entry::unixMode() const {
+  return isFromUnix() ? attributes >> 16 : 0;
 }
 
 time_t Entry::modified() const {

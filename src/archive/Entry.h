@@ -10,7 +10,8 @@
 namespace tovrek::archive {
 
 struct Entry {
-  std::string name{};  // as stored; folders end with "/"
+  std::string name{};  // as stored, unless a reader was asked to decode it; folders end with "/"
+  uint16_t storedNameLength = 0;
   uint16_t madeBy = 0;
   uint16_t flags = 0;
   uint16_t method = kStored;
@@ -27,6 +28,8 @@ struct Entry {
   bool isEncrypted() const {
     return (flags & (kFlagEncrypted | kFlagStrongEncryption | kFlagMaskedHeaders)) != 0;
   }
+  // Whether a Unix-like system made the entry, which keeps names as bytes.
+  bool isFromUnix() const;
   // Type and permission bits when a Unix-like system made the entry, else 0.
   uint32_t unixMode() const;
   bool isLink() const { return (unixMode() & kUnixTypeMask) == kUnixLink; }

@@ -36,12 +36,15 @@ uint64_t usualSize(Bytes contents) {
 }  // namespace
 
 bool PackedSource::open(const std::string& path) {
-  bySize_.clear();
+  sizes_.clear();
+  entries_.clear();
   if (reader_.open(path, nullptr) != ArchiveReader::Opened::kDone || !isPackedWell()) return false;
   for (const Entry& entry : reader_.entries()) {
-    if (isReadable(entry)) bySize_.emplace(entry.size, &entry);
+    if (!isReadable(entry)) continue;
+    sizes_.insert(entry.size);
+    entries_.try_emplace({entry.size, entry.crc}, &entry);
   }
-  return !bySize_.empty();
+  return !entries_.empty();
 }
 
 // Packs some middling entries again, with the library that most archives are made with: what was
@@ -76,13 +79,9 @@ bool PackedSource::isPackedWell() const {
 
 PackedSource::Known PackedSource::lookUp(Bytes contents, uint32_t crc, Inflater* inflater,
                                          Buffer* room, Buffer* packed) const {
-  const auto [first, last] = bySize_.equal_range(contents.size());
-  const Entry* found = nullptr;  // the first in the archive, however the table is ordered
-  for (auto at = first; at != last; ++at) {
-    const Entry* entry = at->second;
-    if (entry->crc == crc && (found == nullptr || entry < found)) found = entry;
-  }
-  if (found == nullptr) return Known::kNothing;
+  const auto at = entries_.find({contents.size(), crc});
+  if (at == entries_.end()) return Known::kNothing;
+  const Entry* found = at->second;
   if (!isWorthPacking(found->size, found->compressedSize)) return Known::kNotWorthPacking;
 
   const Bytes theirs = reader_.packed(*found);

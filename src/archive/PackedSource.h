@@ -1,8 +1,10 @@
 // Packed bytes that need not be made again.
 #pragma once
 
+#include <map>
 #include <string>
-#include <unordered_map>
+#include <unordered_set>
+#include <utility>
 
 #include "archive/ArchiveReader.h"
 #include "archive/deflate.h"
@@ -32,7 +34,7 @@ class PackedSource {
   bool open(const std::string& path);
 
   // Whether some entry unpacks to this many bytes, which is worth a closer look.
-  bool mayHave(uint64_t size) const { return bySize_.contains(size); }
+  bool mayHave(uint64_t size) const { return sizes_.contains(size); }
   // What the archive tells about a file of these contents; for kPacked `packed` gets the deflated
   // form. Safe to call from several threads, each with an inflater and a room to unpack in.
   Known lookUp(Bytes contents, uint32_t crc, Inflater* inflater, Buffer* room,
@@ -42,7 +44,9 @@ class PackedSource {
   bool isPackedWell() const;
 
   ArchiveReader reader_;
-  std::unordered_multimap<uint64_t, const Entry*> bySize_;
+  std::unordered_set<uint64_t> sizes_;
+  // By size and CRC the first entry of the archive.
+  std::map<std::pair<uint64_t, uint32_t>, const Entry*> entries_;
 };
 
 }  // namespace tovrek::archive

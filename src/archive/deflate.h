@@ -22,6 +22,14 @@ constexpr uint64_t mostInflated(uint64_t compressedSize) {
                                                       : compressedSize * kMostExpansion;
 }
 
+// The same for bzip2: a block of 900,000 bytes of which five stand for up to 259.
+constexpr uint64_t mostBunzipped(uint64_t compressedSize) {
+  constexpr uint64_t kMostInBlock = uint64_t{900'000} / 5 * 259;
+  constexpr uint64_t kSmallestBlock = 20;
+  const uint64_t blocks = compressedSize / kSmallestBlock + 1;
+  return blocks > UINT64_MAX / kMostInBlock ? UINT64_MAX : blocks * kMostInBlock;
+}
+
 uint32_t crcOf(Bytes bytes, uint32_t start = 0);
 
 // A fixed piece of memory, not cleared first: pages that are never written cost nothing. Empty when

@@ -38,6 +38,7 @@ inline constexpr uint16_t kTimeExtra = 0x5455;
 
 inline constexpr uint16_t kStored = 0;
 inline constexpr uint16_t kDeflated = 8;
+inline constexpr uint16_t kBzip2 = 12;
 
 inline constexpr uint16_t kFlagEncrypted = 1U << 0;
 inline constexpr uint16_t kFlagStrongEncryption = 1U << 6;

@@ -10,7 +10,6 @@
 #include "converter/extension_fitting.h"
 #include "converter/insertion.h"
 #include "converter/steps.h"
-#include "host/HostRoot.h"
 #include "host/files.h"
 #include "host/host_info.h"
 #include "log/SystemLog.h"
@@ -121,7 +120,7 @@ bool CodeSignFrameworks(const Run& run, const std::string& bundlePath, ErrorText
     const std::string path = joinPath(folder, item.relativePath);
     run.log().logBasic("Code signing " + path + "...");
     // A link may lead back to a folder above; what it names is signed where it stands.
-    if (item.kind == ItemKind::kDirectory && !CodeSignFrameworks(run, path, error)) {
+    if (item.kind != ItemKind::kLink && !CodeSignFrameworks(run, path, error)) {
       return succeeded = false;
     }
     succeeded = runToolOrFail(run.log(), signNestedCodeCommand(signerOf(run), path),
@@ -176,11 +175,9 @@ bool EmbedOpenSSLFipsFingerprint(const WrapperLogger& log, const std::string& ap
   const std::string executable = bundle ? bundle->executablePath().value_or("") : "";
   const std::string tool = joinPath(programFolder(), "incore_macho");
   systemLog("Trying to run " + tool);
-  // It comes with the SDK's crypto module, not with us: say so before a status that tells little.
-  if (!HostRoot::exists(tool)) {
-    return failMissingFile(error, tool);
-  }
   const int status = runTool(log, {tool, "--debug", "-exe", executable});
+  // It comes with the SDK's crypto module, not with us.
+  if (status == kNotStarted) log.logError("The fingerprint tool could not be started: " + tool);
   // The tool ends with 255 when the fingerprint was there already.
   return status == 0 || status == 255 || failWithStatus(error, "incore_macho", status);
 }

@@ -60,9 +60,12 @@ bool refuseOrRenewWrappedApp(Run& run, ErrorText* error) {
     return failLogged(run, "This Application could not be examined");
   }
   if (!*wrapped) return true;
-  run.isRenewal = run.context.settings.resignWrapped;
-  run.log().logBasic(fmt::format("resignWrapped {} {}, which is wrapped already",
-                                 run.isRenewal ? "signs" : "would sign", run.appPath));
+  const Settings& settings = run.context.settings;
+  run.isRenewal = settings.resignWrapped;
+  if (settings.resignWrapped || settings.namesResignWrapped) {
+    run.log().logBasic(fmt::format("resignWrapped {} {}, which is wrapped already",
+                                   run.isRenewal ? "signs" : "would sign", run.appPath));
+  }
   if (run.isRenewal) return true;
   fail(error, refusal.text());
   return failLogged(run, "This Application is already wrapped");

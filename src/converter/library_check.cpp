@@ -2,8 +2,8 @@
 
 #include "converter/codesign_commands.h"
 #include "converter/common.h"
-#include "formats/utf8.h"
 #include "host/files.h"
+#include "host/utf8.h"
 #include "tools/tool_run.h"
 
 namespace tovrek::converter {
@@ -15,7 +15,10 @@ bool VerifyOrvaneDylib(const std::string& path, ErrorText* error) {
   Outcome outcome;
   ErrorText reason;
   if (!runProcess(command, &outcome, &reason)) {
-    return failNotStarted(error, reason);
+    return outcome.hadNoPipe
+               ? fail(error,
+                      "Failed to validate that dylib is signed by Orvane (could not create pipe).")
+               : failNotStarted(error, reason);
   }
   if (outcome.status != 0) {
     return failWithStatus(error, "codesign-verifyOrvaneDylib", outcome.status);

@@ -33,7 +33,10 @@ bool isInFolder(const std::string& folder, const std::string& name) {
 
 bool checkUserPolicy(const WrapperLogger& log, const std::string& path, ErrorText* error) {
   std::string data;
-  readFile(path, &data);
+  ErrorText reason;
+  if (!readFile(path, &data, &reason))
+    return fail(error, fmt::format("{}: {}", path, reason.text()));
+  if (data.empty()) return fail(error, path + ": the file is empty");
   XMParserHelper parser(log);
   if (!parser.initXMLParser(data)) {
     systemLog(" The XML suplied is not proper or malformed");

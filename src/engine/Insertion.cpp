@@ -63,7 +63,7 @@ void Insertion<P>::insertCommand(const Image<P>& image, std::string_view caller,
                                  const InsertionPlan& plan, std::string_view dylib) {
   const uint64_t added = newCommandSize(dylib);
   if (!hasRoom(image, plan, added)) throw Errors::kNoRoom;
-  if (plan.lastEnd + added > plan.lowest) {
+  if (tellsOfRoom_ && plan.lastEnd + added > plan.lowest) {
     MachORebuildLib_Log(
         logger_,
         "{}: the new command overwrites the first data of {}, at {}; strictHeaderRoom would "

@@ -14,13 +14,15 @@
 
 namespace tovrek::macho {
 
-// Works on a thin file that is mapped for editing; `path` is for the log. All must outlive this.
+// Works on a thin file that is mapped for editing; `path` is for the log, which hears of data that
+// is overwritten when `tellsOfRoom`. All must outlive this.
 // Failures are thrown as MachORebuildErrors; the image is not validated otherwise.
 template <class P>
 class Insertion {
  public:
-  Insertion(EditedFile& file, const std::string& path, const WrapperLogger& logger)
-      : file_(file), path_(path), logger_(logger) {}
+  Insertion(EditedFile& file, const std::string& path, bool tellsOfRoom,
+            const WrapperLogger& logger)
+      : file_(file), path_(path), tellsOfRoom_(tellsOfRoom), logger_(logger) {}
 
   void addDylibs(const LibraryPaths& paths);
 
@@ -36,6 +38,7 @@ class Insertion {
 
   EditedFile& file_;
   const std::string& path_;
+  const bool tellsOfRoom_;
   const WrapperLogger& logger_;
 };
 

@@ -74,18 +74,17 @@ InsertionPlan planInsertion(const Image<P>& image, std::string_view caller, std:
     MachORebuildLib_Log(
         logger, "{}: i {} cmd {} code {:#x} cmdsize {} lastEndOfCmd {} endOfHeaderRegion {}\n",
         caller, command.index, addressOf(image.bytes, command.offset), command.cmd, command.cmdsize,
-        addressOf(image.bytes, plan.lastEnd), addressOf(image.bytes, plan.limit));
+        addressOf(image.bytes, plan.lastEnd),
+        plan.limit == 0 ? nullptr : addressOf(image.bytes, plan.limit));
   });
   if (libraries != 0) plan.ordinal = static_cast<uint16_t>(libraries + 1);
   return plan;
 }
 
-// What the header claims is moved too, and must neither run over the sections nor make the file
-// grow.
+// What the header claims is moved too, and must not make the file grow.
 template <class P>
 bool hasRoom(const Image<P>& image, const InsertionPlan& plan, uint64_t added) {
-  const uint64_t end = claimedEnd(image, plan) + added;
-  return plan.lastEnd + added < plan.limit && end <= plan.limit && end <= image.bytes.size();
+  return plan.lastEnd + added < plan.limit && claimedEnd(image, plan) + added <= image.bytes.size();
 }
 
 template <class P>

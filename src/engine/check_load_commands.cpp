@@ -44,7 +44,16 @@ void checkCommandKinds(const Image<P>& image, const AcceptanceRules& rules,
     requireFields(image, command);
   }
   if (!image.damage) return;
-  if (image.damage->kind != CommandDamage::Kind::kNoHeader) checkSize(image.damage->command);
+  // The two words that can be read are judged like those of any other command, wherever they lie.
+  CommandView command = image.damage->command;
+  macho_load_command<P> record;
+  if (image.bytes.read(command.offset, &record)) {
+    command.cmd = record.cmd;
+    command.cmdsize = record.cmdsize;
+    checkSize(command);
+    if (command.end() > image.commandsEnd()) throw Errors::kCommandBeyondCommands;
+    if (command.end() <= image.bytes.size()) checkCommandKind(image, command.cmd, rules);
+  }
   throw damageCode(image);
 }
 

@@ -75,6 +75,7 @@ void checkBySettings(const std::string& path, bool sdkOrder, bool libraryType, S
   // What the built-in rules accept needs no setting.
   const std::exception_ptr builtIn = failureBy({});
   if (!builtIn) return;
+  if (!settings.modernImages && !settings.namesModernImages) std::rethrow_exception(builtIn);
   const std::exception_ptr modern = failureBy(macho::kModernRules);
   if (!modern) {
     MachORebuildLib_Log(logger, "modernImages {} {}, which the built-in rules refuse: {}",

@@ -22,7 +22,7 @@ void addDylib(int binaryType, const std::string& path, bool libraryType, Setting
     checkOrderOfLoadDylibCommands(image, false, libraryType);
     if (paths == nullptr) return;
     if (settings.strictHeaderRoom) checkHeaderRoom(image, *paths, path, logger);
-    macho::Insertion<P>(file, path, logger).addDylibs(*paths);
+    macho::Insertion<P>(file, path, settings.namesStrictHeaderRoom, logger).addDylibs(*paths);
   });
 }
 

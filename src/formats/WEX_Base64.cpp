@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "formats/base64.h"
-#include "formats/utf8.h"
+#include "host/utf8.h"
 
 namespace tovrek {
 namespace {

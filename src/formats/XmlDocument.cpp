@@ -1,5 +1,6 @@
 #include "formats/XmlDocument.h"
 
+#include <libxml/SAX2.h>
 #include <libxml/parser.h>
 #include <libxml/xpath.h>
 #include <libxml/xpathInternals.h>
@@ -27,10 +28,45 @@ xmlDocPtr docOf(void* document) {
 // libxml2 prints to standard error where no receiver is given.
 void ignoreXPathError(void* /*context*/, xmlErrorPtr /*error*/) {}
 
-// Keeps the first fault, which is the cause of those that follow it.
+struct Parsing {
+  std::string fault;     // the first one, which is the cause of those that follow it
+  bool refused = false;  // what recovery must not get over by leaving things out
+};
+
+Parsing& parsingOf(void* context) {
+  return *static_cast<Parsing*>(static_cast<xmlParserCtxtPtr>(context)->_private);
+}
+
+void refuse(void* context, std::string reason) {
+  Parsing& parsing = parsingOf(context);
+  if (!parsing.refused) parsing.fault = std::move(reason);
+  parsing.refused = true;
+}
+
 void keepFirstFault(void* context, xmlErrorPtr fault) {
-  auto* reason = static_cast<std::string*>(static_cast<xmlParserCtxtPtr>(context)->_private);
-  if (reason->empty()) *reason = describeXmlError(fault);
+  Parsing& parsing = parsingOf(context);
+  if (parsing.fault.empty()) parsing.fault = describeXmlError(fault);
+  const std::string message = fault->message == nullptr ? "" : fault->message;
+  if (message.find("Excessive depth") != std::string::npos || fault->code == XML_ERR_ENTITY_LOOP) {
+    refuse(context, describeXmlError(fault));
+  }
+}
+
+// Only what stands in the document itself is ever read.
+void declareEntity(void* context, const xmlChar* name, int type, const xmlChar* publicId,
+                   const xmlChar* systemId, xmlChar* content) {
+  if (publicId != nullptr || systemId != nullptr) {
+    return refuse(context, "a declaration of what lies outside the document is not accepted");
+  }
+  xmlSAX2EntityDecl(context, name, type, publicId, systemId, content);
+}
+
+void declareType(void* context, const xmlChar* name, const xmlChar* publicId,
+                 const xmlChar* systemId) {
+  if (publicId != nullptr || systemId != nullptr) {
+    refuse(context, "a declaration of what lies outside the document is not accepted");
+  }
+  xmlSAX2InternalSubset(context, name, publicId, systemId);
 }
 
 }  // namespace
@@ -46,20 +82,18 @@ std::optional<XmlDocument> XmlDocument::parse(std::string_view bytes, XmlParsing
     fail(error, "the document is too large");
     return std::nullopt;
   }
-  std::string reason;
-  context->_private = &reason;
+  Parsing parsing;
+  context->_private = &parsing;
   context->sax->serror = keepFirstFault;
-  int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
+  context->sax->entityDecl = declareEntity;
+  context->sax->internalSubset = declareType;
+  int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_NOENT;
   if (mode == XmlParsing::kRecover) options |= XML_PARSE_RECOVER;
   XmlDocument result(xmlCtxtReadMemory(context.get(), bytes.data(), static_cast<int>(bytes.size()),
                                        nullptr, nullptr, options));
   const xmlDocPtr document = docOf(result.document_.get());
-  if (document == nullptr || xmlDocGetRootElement(document) == nullptr) {
-    fail(error, reason.empty() ? "the document is empty" : reason);
-    return std::nullopt;
-  }
-  if (document->intSubset != nullptr) {
-    fail(error, "a document type declaration is not accepted");
+  if (document == nullptr || xmlDocGetRootElement(document) == nullptr || parsing.refused) {
+    fail(error, parsing.fault.empty() ? "the document is empty" : parsing.fault);
     return std::nullopt;
   }
   return result;

@@ -59,10 +59,13 @@ enum class XmlLayout { kCompact, kIndented };
 
 class XmlDocument {
  public:
-  // None, with libxml2's reason, when nothing can be read.
+  // None, with libxml2's reason, when nothing can be read, when elements lie too deep inside each
+  // other, or when the document refers to anything outside of it. Entities that it declares itself
+  // are replaced by what they stand for.
   static std::optional<XmlDocument> parse(std::string_view bytes, XmlParsing mode,
                                           ErrorText* error = nullptr);
-  // Reads the file and parses it strictly, then once more with recovery if need be.
+  // Reads the file and parses it strictly, then once more with recovery if need be; the reason for
+  // that stays in the slot after a success.
   static std::optional<XmlDocument> readFile(const std::string& path, ErrorText* error = nullptr);
   // A new document of the given root element. The names must be valid.
   explicit XmlDocument(const XmlElement& root);

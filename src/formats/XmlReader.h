@@ -20,8 +20,8 @@ class XmlEvents {
   virtual void validationError(std::string_view /*message*/) {}
 };
 
-// Reads the whole document and reports to `events`. True when it is well formed. No DTD, no
-// network; entities other than the five predefined ones are a fault.
+// Reads the whole document and reports to `events`. True when it is well formed. Nothing but
+// the document is read: entities that it declares itself are replaced, all others are a fault.
 bool readXml(std::string_view bytes, XmlEvents& events);
 
 }  // namespace tovrek

@@ -7,7 +7,7 @@
 
 #include "formats/PlistBudget.h"
 #include "formats/plist_readers.h"
-#include "formats/utf8.h"
+#include "host/utf8.h"
 
 namespace tovrek {
 namespace {

@@ -27,8 +27,8 @@ inline std::string describeXmlError(const xmlError* error) {
   return error->line > 0 ? "line " + std::to_string(error->line) + ": " + message : message;
 }
 
-// Handlers for elements, all kinds of text, and errors. No declarations of any kind are taken in,
-// so there are no entities but the predefined ones.
+// Handlers for elements, all kinds of text, and errors. As they are, no declarations of any kind
+// are taken in, so that there are no entities but the predefined ones.
 inline xmlSAXHandler saxHandlers(startElementNsSAX2Func start, endElementNsSAX2Func end,
                                  charactersSAXFunc text, xmlStructuredErrorFunc error) {
   xmlSAXHandler handlers{};

@@ -47,7 +47,18 @@ std::string HostRoot::searchPath() {
   const char* inherited = std::getenv("PATH");
   const std::string rest = inherited != nullptr && *inherited != '\0' ? inherited : "/usr/bin:/bin";
   const std::string root = folder();
-  return root.empty() ? rest : joinPath(root, "usr/bin") + ":" + rest;
+  return root.empty() || !canBeInSearchPath() ? rest : joinPath(root, "usr/bin") + ":" + rest;
+}
+
+bool HostRoot::canBeInSearchPath() {
+  return folder().find(':') == std::string::npos;
+}
+
+std::string HostRoot::companion(const std::string& name) {
+  const std::string root = folder();
+  if (root.empty() || name.empty() || name.find('/') != std::string::npos) return "";
+  const std::string path = joinPath(root, "usr/bin/" + name);
+  return isExecutable(path) ? path : "";
 }
 
 }  // namespace tovrek

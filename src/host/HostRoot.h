@@ -20,6 +20,10 @@ class HostRoot {
   static bool exists(const std::string& path);
   // PATH for children: <host root>/usr/bin first.
   static std::string searchPath();
+  // Whether PATH can name the host root at all: a colon in its path would end the name there.
+  static bool canBeInSearchPath();
+  // The program <host root>/usr/bin/<name>, or empty when there is none.
+  static std::string companion(const std::string& name);
 };
 
 }  // namespace tovrek

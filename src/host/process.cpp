@@ -88,6 +88,8 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 // A bare name is found in the child's PATH, not in that of this process.
 std::string findProgram(const std::string& name) {
   if (name.find('/') != std::string::npos) return HostRoot::resolve(name);
+  // First, as in the child's PATH, which cannot name a folder with a colon in it.
+  if (const std::string own = HostRoot::companion(name); !own.empty()) return own;
   const std::string searchPath = HostRoot::searchPath();
   std::string_view rest = searchPath;
   while (!rest.empty()) {
@@ -182,7 +184,10 @@ bool runProcess(const Command& command, Outcome* outcome, ErrorText* error) {
   std::fflush(stdout);
 
   Pipe input, output, errors;
-  if (!input.open() || !output.open() || !errors.open()) return failWithErrno(error);
+  if (!input.open() || !output.open() || !errors.open()) {
+    outcome->hadNoPipe = true;
+    return failWithErrno(error);
+  }
   // A child that does not read its input must not end this program.
   ::signal(SIGPIPE, SIG_IGN);
   pid_t child = 0;
@@ -237,12 +242,14 @@ std::string replaceProcess(std::vector<std::string> argv) {
 
 Command shellCommand(const std::string& commandLine) {
   std::string launched = commandLine;
+  const std::string tool = commandLine.substr(0, commandLine.find(' '));
+  std::string replacement = tool;
   if (commandLine.starts_with('/')) {
-    const std::string tool = commandLine.substr(0, commandLine.find(' '));
-    const std::string replacement = HostRoot::resolve(tool);
-    if (replacement != tool)
-      launched = quotedForShell(replacement) + commandLine.substr(tool.size());
+    replacement = HostRoot::resolve(tool);
+  } else if (!HostRoot::canBeInSearchPath()) {
+    if (const std::string own = HostRoot::companion(tool); !own.empty()) replacement = own;
   }
+  if (replacement != tool) launched = quotedForShell(replacement) + commandLine.substr(tool.size());
   Command command;
   command.argv = {"/bin/sh", "-c", launched};
   return command;

@@ -26,6 +26,7 @@ struct Outcome {
   // Exit status, or the signal's number when a signal ended the child.
   int status = 0;
   bool signalled = false;
+  bool hadNoPipe = false;   // not started, for want of the pipes to read it through
   std::string output;       // standard output (and standard error where merged)
   std::string errorOutput;  // filled for StandardError::kCapture
 };

@@ -20,6 +20,7 @@ constexpr std::string_view kSignature("\x89PNG\r\n\x1a\n", 8);
 constexpr uint64_t kMaxMemory = uint64_t{512} << 20;
 // The chunks and the result stand side by side at the end.
 constexpr uint64_t kMaxChunkMemory = kMaxMemory / 2;
+constexpr uint64_t kMaxTrial = uint64_t{64} << 20;
 // What a chunk takes beyond its bytes while their list grows: files may consist of empty chunks.
 constexpr uint64_t kChunkOverhead = 3 * sizeof(PngChunk);
 constexpr size_t kMaxImageChunk = 524288;
@@ -237,15 +238,13 @@ std::optional<IconConverter::ImageRun> IconConverter::imageRun(ErrorText* error)
 std::optional<std::string> IconConverter::recode(const PngHeader& header, ImageRun run,
                                                  ErrorText* error) const {
   const uint64_t size = header.dataSize();
-  if (!fitsMemory(2 * bytesHeld_, size)) {
-    fail(error, "out of memory");
-    return std::nullopt;
-  }
   std::string packed;
   for (size_t i = run.first; i < run.end; i++) packed += chunks_[i].data();
   // Optimised files leave out the zlib header and checksum.
   const DeflateWrapping wrapping = isOptimised() ? DeflateWrapping::kRaw : DeflateWrapping::kZlib;
-  std::optional<std::vector<uint8_t>> bytes = inflateImageData(packed, wrapping, size, error);
+  // What is too large is unpacked as far as it goes, to tell a false size from a large image.
+  const uint64_t room = fitsMemory(2 * bytesHeld_, size) ? size : std::min(size, kMaxTrial);
+  std::optional<std::vector<uint8_t>> bytes = inflateImageData(packed, wrapping, size, room, error);
   if (!bytes) return std::nullopt;
 
   size_t position = 0;

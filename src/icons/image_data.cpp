@@ -23,9 +23,10 @@ constexpr int kFastest = 1;
 
 std::optional<std::vector<uint8_t>> inflateImageData(std::string_view packed,
                                                      DeflateWrapping wrapping,
-                                                     uint64_t expectedSize, ErrorText* error) {
+                                                     uint64_t expectedSize, uint64_t room,
+                                                     ErrorText* error) {
   const Decompressor decompressor(libdeflate_alloc_decompressor());
-  std::vector<uint8_t> bytes(std::min(expectedSize, packed.size() * kMaxExpansion));
+  std::vector<uint8_t> bytes(std::min(room, packed.size() * kMaxExpansion));
   size_t got = 0;
   libdeflate_result result = LIBDEFLATE_BAD_DATA;
   if (decompressor != nullptr) {

@@ -13,11 +13,12 @@ namespace tovrek {
 
 enum class DeflateWrapping { kRaw, kZlib };
 
-// Inflates to exactly `expectedSize` bytes; none, with the reason, when it gives anything else.
-// Memory is taken only as far as `packed` could ever fill it.
+// Inflates to exactly `expectedSize` bytes; none, with the reason, when it gives anything else, or
+// more than `room`. Memory is taken only as far as `packed` could ever fill it.
 std::optional<std::vector<uint8_t>> inflateImageData(std::string_view packed,
                                                      DeflateWrapping wrapping,
-                                                     uint64_t expectedSize, ErrorText* error);
+                                                     uint64_t expectedSize, uint64_t room,
+                                                     ErrorText* error);
 
 // Deflates with a zlib header; none when the result does not fit deflatedBound().
 std::optional<std::string> deflateImageData(const std::vector<uint8_t>& bytes, ErrorText* error);

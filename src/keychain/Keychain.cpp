@@ -72,7 +72,10 @@ bool readSingleFile(const std::string& path, Items* items, ErrorText* error) {
     case ReadResult::kRead:
       return true;
     case ReadResult::kWrongPassword:
-      return fail(error, "The file is encrypted; give its password in TOVREK_KEYCHAIN_PASSWORD.");
+      return fail(error,
+                  std::getenv("TOVREK_KEYCHAIN_PASSWORD") == nullptr
+                      ? "The file is encrypted; give its password in TOVREK_KEYCHAIN_PASSWORD."
+                      : "The password in TOVREK_KEYCHAIN_PASSWORD is not that of the file.");
     case ReadResult::kUnsupported:
       return fail(error, "The file's encryption is not supported by this host's OpenSSL.");
     case ReadResult::kTooCostly:

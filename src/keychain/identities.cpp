@@ -1,6 +1,7 @@
 #include "keychain/identities.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <openssl/x509.h>
 
 #include <algorithm>
@@ -76,7 +77,35 @@ LookupResult noneFound(const std::vector<Keychain>& keychains, std::string_view 
       return failure(Lookup::kNoPrivateKey, name, "no identity found", std::move(detail));
     }
   }
-  return failure(Lookup::kNotFound, name, "no identity found");
+  std::vector<std::string> searched;
+  std::string problems;
+  for (const Keychain& keychain : keychains) {
+    searched.push_back(keychain.path());
+    for (const std::string& problem : keychain.problems()) problems += " " + problem;
+  }
+  return failure(Lookup::kNotFound, name, "no identity found",
+                 searched.empty()
+                     ? "No keychain was searched."
+                     : fmt::format("Searched: {}.{}", fmt::join(searched, ", "), problems));
+}
+
+// Where both have the same name, their digests tell them apart.
+LookupResult ambiguous(const std::vector<Candidate>& found, std::string_view name) {
+  const Certificate& first = found[0].identity.leaf;
+  const Certificate& second = found[1].identity.leaf;
+  std::string detail;
+  if (nameOf(first) == nameOf(second)) {
+    const auto described = [](const Certificate& certificate) {
+      return fmt::format("{}, valid until {}", certificate.sha1Hex(),
+                         dateDescription(certificate.notAfter()));
+    };
+    detail = fmt::format("Give the digest of one of them in place of the name: {}; {}",
+                         described(first), described(second));
+  }
+  return failure(Lookup::kAmbiguous, name,
+                 fmt::format("ambiguous (matches \"{}\" and \"{}\" in {})", nameOf(first),
+                             nameOf(second), found[1].keychain),
+                 std::move(detail));
 }
 
 LookupResult cannotSign(const Certificate& certificate, std::string_view name) {
@@ -203,12 +232,7 @@ LookupResult findSigningIdentity(const std::vector<Keychain>& keychains, std::st
   const Certificate refused = found.front().identity.leaf;
   std::erase_if(found, [](const Candidate& candidate) { return !canSign(candidate); });
   if (found.empty()) return cannotSign(refused, name);
-  if (found.size() > 1 && name != "*") {
-    return failure(
-        Lookup::kAmbiguous, name,
-        fmt::format("ambiguous (matches \"{}\" and \"{}\" in {})", nameOf(found[0].identity.leaf),
-                    nameOf(found[1].identity.leaf), found[1].keychain));
-  }
+  if (found.size() > 1 && name != "*") return ambiguous(found, name);
   Identity chosen = std::move(found.front().identity);
   ErrorText reason;
   chosen.key = chosen.usableKey(&reason);

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 
 #include "host/files.h"
 #include "host/paths.h"
@@ -146,12 +148,16 @@ std::optional<Keychain> openKeychain(std::string_view nameOrPath, ErrorText* err
   return Keychain::open(resolveKeychain(nameOrPath), error);
 }
 
-std::vector<Keychain> openSearchList() {
+std::vector<Keychain> openSearchList(std::vector<Unopened>* unopened) {
   std::vector<Keychain> result;
   for (const std::string& path : searchList()) {
     ErrorText reason;
-    if (auto keychain = Keychain::open(path, &reason)) {
+    auto keychain = Keychain::open(path, &reason);
+    if (keychain) {
       result.push_back(std::move(*keychain));
+    } else if (unopened != nullptr) {
+      const bool isMissing = reason.text().find(std::strerror(ENOENT)) != std::string::npos;
+      unopened->push_back({path, reason.text(), isMissing});
     } else if (itemExistsNoFollow(path)) {
       result.push_back(Keychain::unreadableAt(path, reason.text()));
     }

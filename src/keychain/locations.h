@@ -36,9 +36,14 @@ bool setSearchList(const std::vector<std::string>& paths, ErrorText* error);
 
 // Opens one keychain by name or path; the reason for none reads on after the name.
 std::optional<Keychain> openKeychain(std::string_view nameOrPath, ErrorText* error = nullptr);
-// Opens the keychains of the search list that exist. None of them is needed; one that cannot be
-// read is there with its reason among Keychain::unreadable().
-std::vector<Keychain> openSearchList();
+// Opens the keychains of the search list that exist. None of them is needed. Those that could not
+// be opened go to `unopened`; without it, one that cannot be read is there with its reason among
+// Keychain::unreadable().
+struct Unopened {
+  std::string path, reason;
+  bool isMissing = false;  // there is nothing of that name
+};
+std::vector<Keychain> openSearchList(std::vector<Unopened>* unopened = nullptr);
 
 // Makes the folder with mode 0700. The password is remembered as a salted digest, so that unlocking
 // with another one fails; with none given any password will do. Keys are protected by the modes of

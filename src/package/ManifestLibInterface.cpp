@@ -75,8 +75,9 @@ int ManifestLibInterface::copyIconFiles() {
     return -1;
   }
   int result = -1;
+  auto entries = ManifestIcons::open(files_.outPackagePath, context_.loggers.manifest);
   for (const std::string& name : *names) {
-    if (copyIcon(name)) {
+    if (copyIcon(name, entries)) {
       result = 0;
     } else {
       logger.logError(
@@ -85,10 +86,12 @@ int ManifestLibInterface::copyIconFiles() {
                       name));
     }
   }
+  if (entries) entries->save();
   return result;
 }
 
-bool ManifestLibInterface::copyIcon(const std::string& name) {
+bool ManifestLibInterface::copyIcon(const std::string& name,
+                                    std::optional<ManifestIcons>& entries) {
   const std::string& folder = files_.outPackagePath;
   const auto source = appInfo_.appBundle->resourcePath(name, "");
   if (!source || !context_.icons.ConvertCopyIconFile(folder, *source, name, name)) return false;
@@ -99,7 +102,7 @@ bool ManifestLibInterface::copyIcon(const std::string& name) {
     context_.loggers.toolkit.logWarning(
         fmt::format("The icon {} is missing in the package: {}", name, reason.text()));
   }
-  ModifyIconFileRes(folder, name, target, context_.loggers.manifest);
+  if (entries) entries->setSize(name, LoadIconImage(target));
   return true;
 }
 

@@ -8,6 +8,7 @@
 
 #include "context/RunContext.h"
 #include "package/WexManifestAppInfo.h"
+#include "package/icon_sizes.h"
 
 namespace tovrek {
 
@@ -41,7 +42,7 @@ class ManifestLibInterface {
 
  private:
   int refuse(const char* section) const;
-  bool copyIcon(const std::string& name);
+  bool copyIcon(const std::string& name, std::optional<ManifestIcons>& entries);
 
   WexManifestAppInfo appInfo_;
   ManifestFiles files_;

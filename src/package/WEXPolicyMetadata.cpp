@@ -33,8 +33,9 @@ bool WEXPolicyMetadata::generateDefaultWexPolicesXMLAtFilePath(const std::string
   for (const Policy& policy : policies_) {
     const std::string name = textOf(policy, "PolicyName");
     if (name.empty()) continue;
-    if (!isXmlName(name)) {
-      // As an element it would make the whole file unreadable.
+    if (!isXmlName(name) || name.find(':') != std::string::npos) {
+      // As an element it would make the whole file unreadable: a prefix before a colon would have
+      // to be declared.
       logger_.logWarning(
           fmt::format("Policy name {} cannot be an XML element, leaving it out.", name));
       continue;

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 
 #include "host/files.h"
 #include "host/paths.h"
@@ -60,8 +61,13 @@ PlistValue::Array topLevelFiles(const AppBundle& bundle, const PlistDictionary& 
   const PlistDictionary* icons = dictionaryForKey(info, "CFBundleIcons");
   if (listed == nullptr || (icons != nullptr && !icons->empty())) return {};
   PlistValue::Array names = *listed;
+  const auto isListed = [listed](const std::string& stem) {
+    return std::ranges::any_of(*listed, [&](const PlistValue& entry) {
+      return entry.string() != nullptr && stemOf(*entry.string()) == stem;
+    });
+  };
   for (const char* name : {"Icon.png", "Icon-60@2x.png", "Icon-72.png", "Icon-76.png"}) {
-    if (bundle.resourcePath(name, "")) names.emplace_back(name);
+    if (bundle.resourcePath(name, "") && !isListed(stemOf(name))) names.emplace_back(name);
   }
   return names;
 }
@@ -89,14 +95,6 @@ bool hasFile(const AppBundle& bundle, const std::string& name) {
   return path && isPlainFile(*path);
 }
 
-std::optional<std::string> fileForIconName(const AppBundle& bundle, const std::string& name,
-                                           const WrapperLogger& logger) {
-  if (!isPlainName(name)) return std::nullopt;
-  const std::string file = stemOf(name) + std::string(kPng);
-  if (hasFile(bundle, file)) return file;
-  return findAndCreateMatchingPatternForFile(name, bundle.path(), logger);
-}
-
 // How far a file "<stem><rest>.png" is from the icon itself: exact scales before those of one
 // device family, then everything else that starts alike.
 size_t distance(std::string_view rest) {
@@ -110,33 +108,81 @@ size_t distance(std::string_view rest) {
   return rank;
 }
 
-std::optional<std::string> bestMatch(const AppBundle& bundle, const std::string& stem,
-                                     const WrapperLogger& logger) {
-  std::optional<std::string> best;
-  size_t bestDistance = 0;
-  ErrorText reason;
-  const auto names = listDirectory(bundle.path(), &reason);
-  if (!names) {
-    logger.logError(fmt::format("{}: {}", bundle.path(), reason.text()));
+// What stands in the bundle's top folder, listed once for all names.
+class TopFolder {
+ public:
+  TopFolder(const AppBundle& bundle, const WrapperLogger& logger)
+      : bundle_(bundle), logger_(logger) {}
+
+  // The file for a listed icon name, made from the best match when there is none of that name.
+  std::optional<std::string> fileFor(const std::string& iconName) {
+    if (iconName.empty() || !isPlainName(iconName)) return std::nullopt;
+    const std::string file = stemOf(iconName) + std::string(kPng);
+    return hasFile(bundle_, file) ? file : madeFile(iconName);
+  }
+
+  // The file for an icon name without one, made from the best match.
+  std::optional<std::string> madeFile(const std::string& iconName) {
+    const std::string stem = stemOf(iconName);
+    const std::optional<std::string> match = bestMatch(stem);
+    if (!match) return std::nullopt;
+    const std::string file = stem + std::string(kPng);
+    // An own converter, so that the settings of the run's stay as they are.
+    IconConverter converter;
+    if (!converter.makeStandardIcon(joinPath(bundle_.path(), *match),
+                                    joinPath(bundle_.path(), file))) {
+      logger_.logError(
+          fmt::format("ERROR! Could not convert iOS icon PNG files to Standard format, or file "
+                      "{} does not exists",
+                      *match));
+      return std::nullopt;
+    }
+    names_->insert(file);
+    return file;
+  }
+
+ private:
+  std::optional<std::string> bestMatch(const std::string& stem) {
+    std::optional<std::string> best;
+    size_t bestDistance = 0;
+    if (!list()) return best;
+    // Names that start alike stand together.
+    for (auto at = names_->lower_bound(stem); at != names_->end() && at->starts_with(stem); ++at) {
+      const std::string& name = *at;
+      if (!endsWithPng(name)) continue;
+      const std::string nameStem = stemOf(name);
+      if (nameStem.size() < stem.size()) continue;
+      const size_t nameDistance = distance(std::string_view(nameStem).substr(stem.size()));
+      if ((best && nameDistance >= bestDistance) || !hasFile(bundle_, name)) continue;
+      best = name;
+      bestDistance = nameDistance;
+    }
     return best;
   }
-  for (const std::string& name : *names) {
-    if (!name.starts_with(stem) || !endsWithPng(name) || !hasFile(bundle, name)) continue;
-    const std::string nameStem = stemOf(name);
-    if (nameStem.size() < stem.size()) continue;
-    const size_t nameDistance = distance(std::string_view(nameStem).substr(stem.size()));
-    if (best && nameDistance >= bestDistance) continue;
-    best = name;
-    bestDistance = nameDistance;
+
+  bool list() {
+    if (names_) return true;
+    ErrorText reason;
+    const auto names = listDirectory(bundle_.path(), &reason);
+    if (names) {
+      names_.emplace(names->begin(), names->end());
+    } else {
+      logger_.logError(fmt::format("{}: {}", bundle_.path(), reason.text()));
+    }
+    return names_.has_value();
   }
-  return best;
-}
+
+  const AppBundle& bundle_;
+  const WrapperLogger& logger_;
+  std::optional<std::set<std::string>> names_;
+};
 
 }  // namespace
 
 std::optional<std::vector<std::string>> readIconsDetailsFromAppBundle(const AppBundle& bundle,
                                                                       const WrapperLogger& logger) {
   std::vector<std::string> files;
+  TopFolder folder(bundle, logger);
   int index = -1;
   for (const PlistValue& entry : listedIconNames(bundle)) {
     index++;
@@ -145,13 +191,13 @@ std::optional<std::vector<std::string>> readIconsDetailsFromAppBundle(const AppB
       logger.logError(fmt::format("File index {} does not contain icon entrty", index));
       continue;
     }
-    const std::optional<std::string> file = fileForIconName(bundle, *name, logger);
+    const std::optional<std::string> file = folder.fileFor(*name);
     if (!file) {
       logger.logError(fmt::format(
           "File {} does not exist. Not adding to the list of icons in manifest.xml.", *name));
       continue;
     }
-    if (std::find(files.begin(), files.end(), *file) == files.end()) files.push_back(*file);
+    files.push_back(*file);
   }
   if (files.empty()) return std::nullopt;
   return files;
@@ -162,8 +208,7 @@ std::optional<std::string> findAndCreateMatchingPatternForFile(const std::string
                                                                const WrapperLogger& logger) {
   const std::optional<AppBundle> bundle = AppBundle::open(bundlePath);
   if (!bundle || iconName.empty() || !isPlainName(iconName)) return std::nullopt;
-  const std::string stem = stemOf(iconName);
-  const std::string file = stem + std::string(kPng);
+  const std::string file = stemOf(iconName) + std::string(kPng);
   if (hasFile(*bundle, file)) {
     logger.logWarning(
         fmt::format("File {} already exists in app bundle. There wasn't any need to run through "
@@ -171,18 +216,7 @@ std::optional<std::string> findAndCreateMatchingPatternForFile(const std::string
                     file));
     return file;
   }
-  const std::optional<std::string> match = bestMatch(*bundle, stem, logger);
-  if (!match) return std::nullopt;
-  // An own converter, so that the settings of the run's stay as they are.
-  IconConverter converter;
-  if (!converter.makeStandardIcon(joinPath(bundlePath, *match), joinPath(bundlePath, file))) {
-    logger.logError(
-        fmt::format("ERROR! Could not convert iOS icon PNG files to Standard format, or file "
-                    "{} does not exists",
-                    *match));
-    return std::nullopt;
-  }
-  return file;
+  return TopFolder(*bundle, logger).madeFile(iconName);
 }
 
 }  // namespace tovrek

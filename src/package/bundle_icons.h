@@ -10,7 +10,8 @@
 
 namespace tovrek {
 
-// File names of the app's icons in the bundle's top folder, each ending in ".png", none twice.
+// File names of the app's icons in the bundle's top folder, each ending in ".png", as often as they
+// are listed; conventional ones that need not be listed come once.
 // None when there are no icons. Icons that exist only in other scales are created; those without
 // any file are logged and left out.
 std::optional<std::vector<std::string>> readIconsDetailsFromAppBundle(const AppBundle& bundle,

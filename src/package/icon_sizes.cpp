@@ -2,30 +2,19 @@
 
 #include <fmt/format.h>
 
-#include <optional>
-#include <vector>
+#include <set>
+#include <utility>
 
-#include "formats/XmlDocument.h"
 #include "formats/png_size.h"
 #include "host/paths.h"
 
 namespace tovrek {
 namespace {
 
-// Sets `child` of the manifest's entry for an icon. A name with a double quote mark in it cannot
-// be asked for by XPath and counts as missing.
-bool setIconSize(XmlDocument& manifest, const std::string& iconFileName, const std::string& child,
-                 const std::string& value, const WrapperLogger& logger) {
-  const std::string xpath = fmt::format(
-      "./MobileAppPackage/MobileApp/Icons/Icon[IconFile=\"{}\"]/{}", iconFileName, child);
-  std::optional<std::vector<XmlNode>> nodes;
-  if (iconFileName.find('"') == std::string::npos) nodes = manifest.find(xpath);
-  if (!nodes || nodes->empty()) {
-    logger.logError(fmt::format("Could not find icons file {} ", child));
-    return false;
-  }
-  for (XmlNode& node : *nodes) node.setText(value);
-  return true;
+constexpr const char* kSizes[] = {"xRes", "yRes"};
+
+std::string manifestIn(const std::string& packageFolder) {
+  return joinPath(packageFolder, "manifest.xml");
 }
 
 }  // namespace
@@ -36,19 +25,63 @@ IconResolution LoadIconImage(const std::string& path) {
   return {std::to_string(size->width), std::to_string(size->height)};
 }
 
+std::optional<ManifestIcons> ManifestIcons::open(const std::string& packageFolder,
+                                                 const WrapperLogger& logger) {
+  const std::string path = manifestIn(packageFolder);
+  ErrorText error;
+  std::optional<XmlDocument> manifest = XmlDocument::readFile(path, &error);
+  if (!manifest) {
+    logger.logError(fmt::format("Could not read from {}: {}", path, error.text()));
+    return std::nullopt;
+  }
+  ManifestIcons icons(std::move(*manifest), path, logger);
+  const auto found = icons.manifest_.find("./MobileAppPackage/MobileApp/Icons/Icon");
+  if (found) {
+    for (const XmlNode& icon : *found) icons.index(icon);
+  }
+  return icons;
+}
+
+void ManifestIcons::index(const XmlNode& icon) {
+  std::set<std::string> names;
+  std::vector<std::pair<std::string_view, XmlNode>> sizes;
+  for (const XmlNode& child : icon.children()) {
+    const std::string name = child.name();
+    if (name == "IconFile") names.insert(child.text());
+    for (const char* size : kSizes) {
+      if (name == size) sizes.emplace_back(size, child);
+    }
+  }
+  for (const std::string& name : names) {
+    for (const auto& [size, node] : sizes) nodes_[{name, std::string(size)}].push_back(node);
+  }
+}
+
+bool ManifestIcons::setSize(const std::string& iconFileName, const IconResolution& size) {
+  bool found = true;
+  for (const char* child : kSizes) {
+    const auto at = nodes_.find({iconFileName, child});
+    // In the manifest's own language a name stands between double quote marks.
+    if (at == nodes_.end() || iconFileName.find('"') != std::string::npos) {
+      logger_->logError(fmt::format("Could not find icons file {} ", child));
+      found = false;
+      continue;
+    }
+    for (XmlNode& node : at->second) node.setText(child == kSizes[0] ? size.xRes : size.yRes);
+  }
+  return found;
+}
+
+bool ManifestIcons::save() const {
+  return manifest_.save(path_, XmlLayout::kCompact);
+}
+
 bool ModifyIconFileRes(const std::string& packageFolder, const std::string& iconFileName,
                        const std::string& iconPath, const WrapperLogger& logger) {
-  const std::string manifestPath = joinPath(packageFolder, "manifest.xml");
-  ErrorText error;
-  std::optional<XmlDocument> manifest = XmlDocument::readFile(manifestPath, &error);
-  if (!manifest) {
-    logger.logError(fmt::format("Could not read from {}: {}", manifestPath, error.text()));
-    return false;
-  }
-  const IconResolution size = LoadIconImage(iconPath);
-  const bool widthSet = setIconSize(*manifest, iconFileName, "xRes", size.xRes, logger);
-  const bool heightSet = setIconSize(*manifest, iconFileName, "yRes", size.yRes, logger);
-  return manifest->save(manifestPath, XmlLayout::kCompact) && widthSet && heightSet;
+  auto icons = ManifestIcons::open(packageFolder, logger);
+  if (!icons) return false;
+  const bool found = icons->setSize(iconFileName, LoadIconImage(iconPath));
+  return icons->save() && found;
 }
 
 }  // namespace tovrek

@@ -4,6 +4,7 @@
 
 #include "host/files.h"
 #include "host/paths.h"
+#include "host/utf8.h"
 #include "package/AppBundle.h"
 #include "package/binary_symbols.h"
 #include "package/keychain_groups.h"
@@ -63,7 +64,7 @@ bool executableHasSymbol(const std::string& app, const WrapperLogger& logger, Er
   const std::string symbols = executable ? getSymbolsFromBinaryPath(*executable, &status) : "";
   if (status == kNotStarted) return failWithStatus(error, "nm", status);
   const bool found = symbols.find(kSymbol) != std::string::npos;
-  note(logger, fmt::format("Symbols: L{}, terminatedStatus: {}", symbols.size(), status));
+  note(logger, fmt::format("Symbols: L{}, terminatedStatus: {}", utf16Length(symbols), status));
   logger.logBasic(fmt::format("Intune Symbols found: {}", found ? 1 : 0));
   return found;
 }

@@ -45,8 +45,12 @@ void keepOthers(const XmlDocument& document, std::vector<PlatformValue>* values,
 std::optional<XmlDocument> loadManifest(const std::string& path, const WrapperLogger& logger) {
   ErrorText reason;
   auto document = XmlDocument::readFile(path, &reason);
-  if (!document)
+  if (!document) {
     failed(logger, fmt::format("Could not read manifest file {}: {}", path, reason.text()));
+  } else if (reason.isSet()) {
+    logger.logWarning(
+        fmt::format("{} is damaged and was read as far as it could be: {}", path, reason.text()));
+  }
   return document;
 }
 

@@ -1,6 +1,6 @@
 #include "reserve/obfuscation.h"
 
-#include "formats/utf8.h"
+#include "host/utf8.h"
 
 namespace tovrek {
 

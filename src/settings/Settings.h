@@ -22,8 +22,14 @@ struct Settings {
   bool refreshOnResign = false;       // signing a .wex anew renews its manifest
   bool keepExtensionsOnSign = false;  // Sign keeps PlugIns and Watch
   bool renameExtensions = false;      // a new identifier of the app goes on into nested ones
+  bool failUnpacking = false;         // an input that cannot be unpacked fails the run
   ResultCheck verifyResult = ResultCheck::kNone;
   std::string profilesFolder;  // of profiles for nested bundles; empty: nested bundles as ever
+
+  // Whether the file names these settings: only then the log tells what they would have changed.
+  bool namesModernImages = false;
+  bool namesStrictHeaderRoom = false;
+  bool namesResignWrapped = false;
 };
 
 }  // namespace tovrek

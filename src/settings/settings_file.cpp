@@ -39,15 +39,17 @@ const char* takeFolder(const std::string& value, Settings* out) {
 struct NamedSetting {
   std::string_view name;
   TakeValue take;
+  bool Settings::*named = nullptr;  // where it matters whether the file names it
 };
-constexpr std::array<NamedSetting, 10> kNamedSettings = {{
-    {"modernImages", takeSwitch<&Settings::modernImages>},
-    {"strictHeaderRoom", takeSwitch<&Settings::strictHeaderRoom>},
+constexpr std::array<NamedSetting, 11> kNamedSettings = {{
+    {"modernImages", takeSwitch<&Settings::modernImages>, &Settings::namesModernImages},
+    {"strictHeaderRoom", takeSwitch<&Settings::strictHeaderRoom>, &Settings::namesStrictHeaderRoom},
     {"resignNested", takeSwitch<&Settings::resignNested>},
-    {"resignWrapped", takeSwitch<&Settings::resignWrapped>},
+    {"resignWrapped", takeSwitch<&Settings::resignWrapped>, &Settings::namesResignWrapped},
     {"keepPlistLimits", takeSwitch<&Settings::keepPlistLimits>},
     {"refreshOnResign", takeSwitch<&Settings::refreshOnResign>},
     {"keepExtensionsOnSign", takeSwitch<&Settings::keepExtensionsOnSign>},
+    {"failUnpacking", takeSwitch<&Settings::failUnpacking>},
     {"renameExtensions", takeSwitch<&Settings::renameExtensions>},
     {"verifyResult", takeResultCheck},
     {"profilesFolder", takeFolder},
@@ -79,7 +81,9 @@ class SettingsReader {
     if (given_[*index]) return fail(reason, fmt::format("\"{}\" is given twice", name));
     given_[*index] = true;
     const std::string value = trimmed(line.substr(sign + 1));
-    const char* wanted = kNamedSettings[*index].take(value, &out_);
+    const NamedSetting& setting = kNamedSettings[*index];
+    if (setting.named != nullptr) out_.*setting.named = true;
+    const char* wanted = setting.take(value, &out_);
     return wanted == nullptr ||
            fail(reason, fmt::format("\"{}\" must be {}, not \"{}\"", name, wanted, value));
   }

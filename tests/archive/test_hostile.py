@@ -78,9 +78,9 @@ class Hostile(ArchiveTest):
             return data
 
         for what, data, status, message, remains in [
-                ("encrypted", changed((central + 8, "H", 1)), 82, "encrypted", []),
-                ("method", changed((8, "H", 12), (central + 10, "H", 12)), 81,
-                 "unsupported compression method 12", []),
+                ("encrypted", changed((central + 8, "H", 1)), 5, "encrypted", []),
+                ("method", changed((8, "H", 14), (central + 10, "H", 14)), 81,
+                 "unsupported compression method 14", []),
                 ("flipped", changed((100, "B", whole[100] ^ 8)), 2, "a  ", ["b"]),
                 ("checksum", changed((central + 16, "I", 1)), 2, "bad CRC", ["b"]),
                 ("longer", changed((central + 24, "I", 501)), 2, "invalid compressed data", ["b"]),
@@ -142,6 +142,74 @@ class Hostile(ArchiveTest):
                     with open(self.path("out", "a", "b"), "rb") as file:
                         seen.append((result.returncode, file.read()))
                 self.assertEqual(seen[0], seen[1])
+
+    def both(self, data, options=("-qo",)):
+        """Status and unpacked files of the stock program and of ours."""
+        self.write("test.zip", bytes(data))
+        seen = []
+        for program in (STOCK_UNZIP, OUR_UNZIP):
+            shutil.rmtree(self.path("out"), ignore_errors=True)
+            result = self.run_in(self.folder, program, *options, "-d", "out", "test.zip")
+            seen.append((result.returncode,
+                         {name: value[3] for name, value in snapshot(self.path("out")).items()
+                          if value[0] == "file"}))
+        return seen
+
+    def test_statuses_are_those_of_the_stock_program(self):
+        whole = self.make(("a", text(1, 500)), ("b", text(2, 500)))
+        central = whole.index(b"PK\1\2")
+        packed = {}
+        for method in (zipfile.ZIP_BZIP2, zipfile.ZIP_LZMA):
+            with zipfile.ZipFile(self.path("packed.zip"), "w", method) as archive:
+                archive.writestr("a", text(1, 50000))
+                archive.writestr("empty", b"")
+                archive.writestr("zeros", bytes(20 << 20))  # unpacked into the file itself
+            with open(self.path("packed.zip"), "rb") as file:
+                packed[method] = bytearray(file.read())
+        bzip2 = packed[zipfile.ZIP_BZIP2]
+        flipped, stored_crc, bad_bzip2 = bytearray(whole), bytearray(whole), bytearray(bzip2)
+        flipped[100] ^= 8
+        bad_bzip2[100] ^= 8
+        for at in (14, central + 16):
+            stored_crc[at] ^= 1
+        encrypted = bytearray(whole)
+        for at in (6, central + 8, whole.index(b"PK\3\4", 4) + 6,
+                   whole.index(b"PK\1\2", central + 1) + 8):
+            encrypted[at] |= 1
+        for what, data, status in [
+                ("sound", whole, 0), ("bytes behind", whole + b"xx", 0), ("bzip2", bzip2, 0),
+                ("lzma", packed[zipfile.ZIP_LZMA], 81), ("half", whole[:len(whole) // 2], 9),
+                ("a byte short", whole[:-1], 9), ("empty file", b"", 9),
+                ("login page", b"<html>" * 99, 9), ("no entries", self.make(), 1),
+                ("flipped bit", flipped, 2), ("checksum", stored_crc, 2),
+                ("zeros", whole[:60] + bytes(100) + whole[160:], 2),
+                ("damaged bzip2", bad_bzip2, 2), ("encrypted", encrypted, 5)]:
+            with self.subTest(what):
+                (stock, theirs), (status_of_ours, ours) = self.both(data)
+                self.assertEqual((stock, status_of_ours), (status, status))
+                if status == 0:
+                    self.assertEqual(theirs, ours)
+
+    def test_names_are_as_their_flag_says(self):
+        """Flagged ones are UTF-8, others of the code page of DOS, and those of Unix are bytes."""
+        for stored, system, flagged, name in [
+                (b"F\x81r", 0, False, "F\u00fcr".encode()), (b"F\x81r", 11, False, "F\u00fcr".encode()),
+                (b"\xe4\xfe\xff", 0, False, "\u03a3\u25a0\u00a0".encode()),
+                ("F\u00fcr".encode(), 0, True, "F\u00fcr".encode()),
+                ("F\u00fcr".encode(), 3, False, "F\u00fcr".encode()), (b"F\xfcr", 3, False, b"F\xfcr")]:
+            info = zipfile.ZipInfo("A" * len(stored))
+            info.create_system = system
+            data = self.make((info, b"x")).replace(b"A" * len(stored), stored)
+            data[7] |= 8 * flagged
+            data[data.index(b"PK\1\2") + 9] |= 8 * flagged
+            self.write("test.zip", bytes(data))
+            shutil.rmtree(self.path("out"), ignore_errors=True)
+            result = self.run_in(self.folder, OUR_UNZIP, "-q", "-d", "out", "test.zip")
+            with self.subTest(stored=stored, system=system):
+                self.assertEqual(result.returncode, 0, result.stderr)
+                self.assertEqual(os.listdir(self.path("out").encode()), [name])
+                told = b"is no name in UTF-8" in result.stderr
+                self.assertEqual(told, name == b"F\xfcr")
 
     def test_what_zip_cannot_read_is_told(self):
         """A folder that may not be opened is missing from the archive, not from the answer."""

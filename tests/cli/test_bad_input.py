@@ -173,6 +173,9 @@ class BadInput(Refusals):
     def test_policies_that_are_not_xml(self):
         policies = write(b"<Policy", self.path("bad.xml"))
         self.refuse(254, "?*", DEMO_APP, "-policyXML", policies)
+        write(b"", policies)
+        self.refuse(254, f"{policies}: the file is empty", DEMO_APP, "-policyXML", policies)
+        self.refuse(254, f"{self.folder}: Is a directory", DEMO_APP, "-policyXML", self.folder)
 
 
 class FullDisk(Refusals):

@@ -82,9 +82,9 @@ class Eligibility(SmallAppTest):
         with makers.small_app(program=program) as (folder, app):
             result, _ = self.wrap_folder(folder, "-appType", "enterprise")
             # The tool for the module comes from elsewhere and is not installed here.
-            tool = os.path.join(os.path.realpath(TOOLKIT), "incore_macho")
-            self.assert_ends_with(
-                result, 254, f"A required file at this location does not exist: {tool}")
+            self.assert_ends_with(result, 254, "Failed to execute incore_macho with exit code: 127")
+            self.assertIn("The fingerprint tool could not be started: "
+                          + os.path.join(os.path.realpath(TOOLKIT), "incore_macho"), result.stderr)
             self.assertIn("WEXSDKFrameworkFound?1 OpenSSLFIPSModuleFound?1", result.stderr)
 
     def test_intune(self):

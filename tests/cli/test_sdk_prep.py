@@ -210,7 +210,9 @@ class Fingerprint(SdkApp):
         pack(self.path("signed", "package"), self.path("wex", "Gauge.ipa"))
         pack(self.path("wex"), self.path("Gauge.wex"))
         words = ("Sign", "-Cert", ADMIN, "-Profile", PROFILE, "-in", "Gauge.wex", *LOG)
-        self.assertIn(f"does not exist: {self.tool}\n", self.tovrek(*words).stderr)
+        refused = self.tovrek(*words).stderr
+        self.assertIn("Failed to execute incore_macho with exit code: 127", refused)
+        self.assertIn(f"The fingerprint tool could not be started: {self.tool}\n", refused)
         self.assertFalse(os.path.exists(self.path("Gauge_Resign.wex")))
         self.place_tool(0)
         self.assert_done(*words)

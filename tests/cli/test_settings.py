@@ -83,10 +83,12 @@ class SettingsFile(WholeProgramTest):
         self.assertEqual(len(lines), 1)
         self.assertRegex(lines[0], r"modernImages accepts /.*Fieldbook, which the built-in rules "
                                    r"refuse: code 1108$")
-        result, lines = self.wrapped(app, self.conf(""))
-        self.assertEqual((result.returncode, result_text(result)), (254, REFUSED))
-        self.assertIn(" 1108\n", result.stderr)
-        self.assertRegex(lines[0], "modernImages would accept ")
+        for conf, told in (("", []), ("modernImages = no", ["modernImages would accept "])):
+            result, lines = self.wrapped(app, self.conf(conf))
+            self.assertEqual((result.returncode, result_text(result)), (254, REFUSED))
+            self.assertIn(" 1108\n", result.stderr)
+            self.assertEqual([line for line in lines if any(part in line for part in told)], lines)
+            self.assertEqual(len(lines), len(told))
 
     def test_strict_header_room(self):
         def move_section(executable, at):
@@ -98,6 +100,8 @@ class SettingsFile(WholeProgramTest):
         self.assertEqual((result.returncode, result_text(result)), (254, NO_ROOM))
         self.assertRegex(lines[0], "strictHeaderRoom refuses .*Fieldbook-arm64: ")
         result, lines = self.wrapped(app, self.conf("modernImages = yes # the other is off\n"))
+        self.assertEqual((result.returncode, lines), (0, []), result.stderr)
+        result, lines = self.wrapped(app, self.conf("strictHeaderRoom = no"))
         self.assertEqual(result.returncode, 0, result.stderr)
         self.assertRegex(lines[0], "overwrites the first data of .*strictHeaderRoom would refuse")
 
@@ -107,4 +111,11 @@ class SettingsFile(WholeProgramTest):
                       if line and not line.startswith("#"))
         self.assertEqual([name for name, value in values.items() if value == "yes"],
                          ["modernImages", "strictHeaderRoom", "verifyResult"])
-        self.assertEqual(len(values), 10)
+        self.assertEqual(len(values), 11)
+
+    def test_fail_unpacking(self):
+        text = write(b"no archive", self.folder, "text.ipa")
+        for conf, status in (("", 0), ("failUnpacking = no", 0), ("failUnpacking = yes", 254)):
+            result = self.wrap(text, self.path("out.wex"), environment=self.conf(conf))
+            self.assertEqual((result.returncode, result_text(result)),
+                             (status, "Unzip command failed. "))

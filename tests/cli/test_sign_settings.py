@@ -96,7 +96,7 @@ class SignSettings(SettingsTest):
             self.assertEqual(result.returncode, 254)
             self.assertIn("ERROR: This app is already wrapped, and cannot be re-wrapped.",
                           result.stderr)
-            self.assertRegex(log, "resignWrapped would sign /.*/Fieldbook.app, which is wrapped")
+            self.assertNotIn("resignWrapped would", log, "the file does not name it")
             self.assertFalse(os.path.lexists(self.output))
 
     def test_inner_code_is_signed_first(self):

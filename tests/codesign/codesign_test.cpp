@@ -103,8 +103,8 @@ TEST_F(CodesignTest, SigningFailures) {
   };
   const std::string none = folder_.file("none");
   const Case cases[] = {
-      {{"-s", "Nobody", "--keychain", keychain_, app_}, "Nobody: no identity found\n"},
-      {{"-s", "Nobody", app_}, "Nobody: no identity found\n"},
+      {{"-s", "Nobody", "--keychain", keychain_, app_},
+       "Nobody: no identity found (Searched: " + keychain_ + ".)\n"},
       {{"-s", "-", none}, none + ": No such file or directory\n"},
       {{"-s", "-", "--entitlements", none, app_}, none + ": No such file or directory\n"},
       {{"-s", "-", "--preserve-metadata=e,nonsense", app_},
@@ -311,7 +311,7 @@ TEST_F(CodesignTest, IdentitiesThatCannotSignAreRefused) {
       {"Lonely", "Lonely: no identity found (The certificate \"Lonely Developer\" is in " +
                      keychain + ", but its private key is not.)"},
       {"other developer", "other developer: ambiguous (matches \""},
-      {"OtherX", "OtherX: no identity found\n"},
+      {"OtherX", "OtherX: no identity found (Searched: " + keychain + ".)\n"},
   };
   for (const auto& [name, error] : cases) {
     const Outcome result = codesign({"-s", name, "--keychain", keychain, app_});

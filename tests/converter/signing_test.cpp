@@ -170,7 +170,7 @@ TEST_F(Signing, PreparationRemovesTheOldSignature) {
 TEST_F(Signing, FingerprintTool) {
   const std::string tool = programFolder() + "/incore_macho";
   EXPECT_FALSE(EmbedOpenSSLFipsFingerprint(log(), app(), &error));
-  EXPECT_EQ(error.text(), "A required file at this location does not exist: " + tool);
+  EXPECT_EQ(error.text(), "Failed to execute incore_macho with exit code: 127");
   const std::pair<int, bool> cases[] = {{0, true}, {255, true}, {1, false}};
   for (const auto& [status, expected] : cases) {
     host.addTool(tool, fmt::format("exit {}", status));

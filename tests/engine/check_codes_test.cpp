@@ -64,7 +64,21 @@ TEST(CheckCodes, LoadCommands) {
          b.addPlain(0x1b, 24);
          b.commands.back().fields["cmdsize"] = 32;
        }},
-      {"more commands than there are", "1113", [](auto& b) { b.ncmds = 0xffffffff; }},
+      {"size 0 of a command that is none", "1115", [](auto& b) { b.addPlain(0, 0); }},
+      {"zeros behind the commands count as commands", "1115",
+       [](auto& b) { b.ncmds = 0xffffffff; }},
+      {"a command behind the commands, unaligned", "1112",
+       [](auto& b) {
+         b.build();
+         b.sizeofcmds = b.commandsEnd() - b.headerSize();
+         b.addPlain(0x1b, 26);
+       }},
+      {"a command behind the commands", "1113",
+       [](auto& b) {
+         b.build();
+         b.sizeofcmds = b.commandsEnd() - b.headerSize();
+         b.addPlain(0x1b, 24);
+       }},
       {"a size below the command's own fields", "1113", [](auto& b) { b.addPlain(0x2, 8); }},
       {"the other width's segment", "1115",
        [](auto& b) { b.addPlain(b.arch.is64 ? 0x1 : 0x19, 72); }},

@@ -231,6 +231,7 @@ TEST(ModernImages, ChainsThatLeadAstray) {
 
 TEST(ModernImages, TheLogNamesTheSetting) {
   const test::TemporaryFolder folder;
+  bool named = true;
   const auto run = [&](const MachOBuilder& changed, bool on) {
     MachOBuilder b = changed;
     const std::string path = folder.write("App", b.build());
@@ -239,6 +240,7 @@ TEST(ModernImages, TheLogNamesTheSetting) {
     logger.setLogFileWriteLevel(3);
     Settings settings;
     settings.modernImages = on;
+    settings.namesModernImages = named;
     ErrorText error;
     testing::internal::CaptureStderr();
     const bool done = MachORebuilder(settings).initForLibraryType(false, path, logger, &error);
@@ -257,6 +259,8 @@ TEST(ModernImages, TheLogNamesTheSetting) {
             "|modernImages accepts " + path + ", which the built-in rules refuse: code 1115");
   EXPECT_EQ(run(b, false), "ERROR:  Unknown loader command|modernImages would accept " + path +
                                ", which the built-in rules refuse: code 1115");
+  named = false;
+  EXPECT_EQ(run(b, false), "ERROR:  Unknown loader command|") << "nobody asked for the setting";
   b.addDylib("@rpath/Wex.framework/Wex").addDylib("@rpath/Wex.framework/Wex");
   EXPECT_EQ(run(b, true), "ERROR:   application contains |")
       << "refused by both, for another reason";

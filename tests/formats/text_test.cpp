@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "formats/WEX_Base64.h"
-#include "formats/utf8.h"
+#include "host/utf8.h"
 #include "tests/support/matchers.h"
 
 namespace tovrek {

@@ -12,6 +12,24 @@ std::optional<XmlDocument> parsed(const std::string& text) {
   return XmlDocument::parse(text, XmlParsing::kStrict);
 }
 
+std::string nested(size_t depth) {
+  std::string text;
+  for (size_t i = 0; i < depth; ++i) text += "<a>";
+  for (size_t i = 0; i < depth; ++i) text += "</a>";
+  return text;
+}
+
+// A few hundred bytes that stand for gigabytes.
+std::string laughs() {
+  std::string text = "<!DOCTYPE a [<!ENTITY e0 '" + std::string(100, 'x') + "'>";
+  for (int i = 1; i < 10; ++i) {
+    text += "<!ENTITY e" + std::to_string(i) + " '";
+    for (int k = 0; k < 10; ++k) text += "&e" + std::to_string(i - 1) + ";";
+    text += "'>";
+  }
+  return text + "]><a>&e9;</a>";
+}
+
 // The events as one line: "<a", "text", ">a", "!" for a fault.
 class Transcript : public XmlEvents {
  public:
@@ -102,14 +120,24 @@ TEST(XmlDocument, RefusesWhatIsNoDocument) {
       {"no xml", "Start tag expected"},
       {"<a><b></a>", "tag mismatch"},
       {"<a>&undeclared;</a>", "undeclared"},
-      {"<!DOCTYPE a [<!ENTITY x SYSTEM \"" + secret + "\">]><a>&x;</a>", "declaration"},
-      {"<!DOCTYPE a [<!ENTITY x \"1\"><!ENTITY y \"&x;&x;\">]><a>&y;</a>", "declaration"},
+      {"<!DOCTYPE a [<!ENTITY x SYSTEM \"" + secret + "\">]><a>&x;</a>", "outside"},
+      {"<!DOCTYPE a SYSTEM \"" + secret + "\"><a/>", "outside"},
+      {"<!DOCTYPE a [<!ENTITY % x SYSTEM \"" + secret + "\">%x;]><a/>", "outside"},
+      {nested(300), "Excessive depth"},
+      {laughs(), "loop"},
   };
   for (const auto& test : cases) {
     ErrorText error;
     EXPECT_FALSE(XmlDocument::parse(test.text, XmlParsing::kStrict, &error)) << test.text;
     EXPECT_NE(error.text().find(test.reason), std::string::npos) << error.text();
   }
+  // Recovery must not get over these by leaving elements out.
+  EXPECT_FALSE(XmlDocument::readFile(folder.write("deep", nested(300))));
+  EXPECT_FALSE(XmlDocument::readFile(folder.write("laughs", laughs())));
+  const auto declared = XmlDocument::parse(
+      "<!DOCTYPE a [<!ENTITY x \"1\"><!ENTITY y \"&x;&x;\">]><a>&y;</a>", XmlParsing::kStrict);
+  ASSERT_TRUE(declared);
+  EXPECT_EQ(declared->root().text(), "11");
   // A damaged file is read as far as it makes sense, with the recovery of the second try.
   const auto mended = XmlDocument::readFile(folder.write("x", "<a><b>text</b><c>&nope; 1 < 2"));
   ASSERT_TRUE(mended);
@@ -129,7 +157,10 @@ TEST(XmlReader, ReportsEventsUpToTheFirstFault) {
       {"<a><b>", "<a<b!", false},
       {"", "!", false},
       {"<a>&x;</a>", "<a!", false},
-      {"<!DOCTYPE a [<!ENTITY x 'v'>]><a>&x;</a>", "<a!", false},
+      {"<!DOCTYPE a [<!ENTITY x 'v<b/>'>]><a>&x;&x;</a>", "<a'v'<b>b'v'<b>b>a", true},
+      {"<!DOCTYPE a SYSTEM 'file:///etc/passwd'><a/>", "<a>a", true},
+      {"<!DOCTYPE a SYSTEM 'file:///etc/passwd'><a>&x;</a>", "<a!", false},
+      {"<!DOCTYPE a [<!ENTITY x SYSTEM 'file:///etc/passwd'>]><a>&x;</a>", "<a!", false},
       {"<a/><b/>", "<a>a!", false},
       {std::string("\xff\xfe<\0a\0/\0>\0", 10), "<a>a", true},
   };
@@ -147,6 +178,9 @@ TEST(XmlReader, TextLargerThanOnePiece) {
     void characters(std::string_view text) override { size += text.size(); }
     size_t size = 0;
   } counter;
+  EXPECT_FALSE(readXml(laughs(), counter));
+  EXPECT_LT(counter.size, size_t{64} << 20);
+  counter.size = 0;
   constexpr size_t kSize = 3 * (size_t{1} << 20) + 17;
   EXPECT_TRUE(readXml("<a>" + std::string(kSize, 'x') + "</a>", counter));
   EXPECT_EQ(counter.size, kSize);

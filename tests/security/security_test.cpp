@@ -286,6 +286,9 @@ TEST_F(SecurityTest, ShellScriptsOfBuildServers) {
 // A password that is not given with -p comes from standard input.
 TEST_F(SecurityTest, PasswordsFromStandardInput) {
   EXPECT_EQ(run({"security", "create-keychain", "k"}, "typed\n").status, 0);
+  const Outcome forgotten = run({"security", "create-keychain", "forgotten"});
+  EXPECT_EQ(forgotten.status, 1) << "nobody gave a password, not even an empty one";
+  EXPECT_NE(forgotten.errorOutput.find("no password was given"), std::string::npos);
   EXPECT_EQ(run({"security", "unlock-keychain", "k"}, "typed\n").status, 0);
   EXPECT_EQ(run({"security", "unlock-keychain", "k"}, "other\n").status, 51);
 }

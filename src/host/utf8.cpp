@@ -1,4 +1,4 @@
-#include "formats/utf8.h"
+#include "host/utf8.h"
 
 #include <cstdint>
 

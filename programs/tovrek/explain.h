@@ -1,0 +1,28 @@
+// What a refusal is about, for the person at the terminal.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "context/RunContext.h"
+#include "converter/Request.h"
+#include "host/Streams.h"
+
+namespace tovrek {
+
+// What is known of the run when it is refused.
+struct Situation {
+  std::string text{};                // what it was refused with
+  const Request* request = nullptr;  // once the arguments have been understood
+  const RunContext* context = nullptr;
+  std::optional<std::string> certificate{};  // as it was given
+  std::string appPath{};                     // of the unpacked app
+};
+
+// Prints one line about the refusal when standard error is a terminal, and nothing otherwise.
+void explain(const Situation& situation, const Streams& streams);
+
+// The line itself; empty when there is nothing to add.
+std::string explanation(const Situation& situation);
+
+}  // namespace tovrek
