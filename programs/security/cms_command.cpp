@@ -6,14 +6,14 @@
 #include "keychain/identities.h"
 #include "keychain/locations.h"
 #include "programs/security/Options.h"
-#include "programs/security/cms_content.h"
+#include "formats/cms_content.h"
 #include "programs/security/cms_signing.h"
 #include "programs/security/commands.h"
 #include "programs/security/item_search.h"
 #include "programs/security/keychain_choice.h"
 #include "programs/security/status.h"
 
-namespace tovrek::security {
+namespace tovrek {
 
 namespace {
 
@@ -109,4 +109,4 @@ int cms(const Words& words, const Streams& streams) {
                            : sign(*options, std::move(keychains), streams);
 }
 
-}  // namespace tovrek::security
+}  // namespace tovrek
