@@ -10,7 +10,8 @@ import sys
 
 LAYERS = {
     # Libraries, in src/.
-    "converter": ["engine", "package", "profile"],
+    "converter": ["engine", "package", "profile", "device"],
+    "device": ["signing/verify", "profile"],
     "package": ["icons", "tools"],
     "profile": ["tools"],
     "tools": ["context", "formats"],

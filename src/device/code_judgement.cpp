@@ -1,0 +1,114 @@
+#include "device/code_judgement.h"
+
+#include <fmt/format.h>
+
+#include "host/clock.h"
+#include "signing/CmsSignature.h"
+#include "signing/CodeSignature.h"
+#include "signing/verify/Verifier.h"
+#include "signing/verify/message_check.h"
+
+namespace tovrek::device {
+namespace {
+
+class CodeJudge {
+ public:
+  CodeJudge(const std::string& place, double now, Findings* findings)
+      : place_(place), now_(now), findings_(*findings) {}
+
+  SignedCode judge(const std::string& path);
+
+ private:
+  void refuse(std::string_view code, std::string reason) {
+    findings_.push_back({code, place_, std::move(reason)});
+  }
+  void judgeVerdict(const signing::Verdict& verdict);
+  void judgeChain(const signing::CertificateChain& enclosed);
+  void judgeDates(const Certificate& certificate);
+  void readSignature(const std::string& path, SignedCode* code);
+
+  const std::string& place_;
+  const double now_;
+  Findings& findings_;
+};
+
+SignedCode CodeJudge::judge(const std::string& path) {
+  SignedCode code;
+  judgeVerdict(signing::verifyCode(path));
+  readSignature(path, &code);
+  return code;
+}
+
+void CodeJudge::judgeVerdict(const signing::Verdict& verdict) {
+  // A chain that is not whole is told of where the chain is read.
+  if (verdict.valid || verdict.lines.empty() || verdict.lines[0] == signing::kNotTrusted) {
+    if (verdict.valid && !verdict.satisfiesDesignated) {
+      refuse(kSignatureInvalid, "it does not satisfy its designated requirement");
+    }
+    return;
+  }
+  if (verdict.lines[0] == signing::kNotSigned) {
+    return refuse(kSignatureMissing, signing::kNotSigned);
+  }
+  std::string reason = verdict.lines[0];
+  for (size_t i = 1; i < verdict.lines.size(); ++i) reason += "; " + verdict.lines[i];
+  refuse(kSignatureInvalid, std::move(reason));
+}
+
+void CodeJudge::readSignature(const std::string& path, SignedCode* code) {
+  const auto object = signing::CodeObject::resolve(path, nullptr);
+  if (!object) return;
+  code->info = object->info;
+  const auto file = signing::CodeFile::open(object->executable, nullptr);
+  const auto signature = file ? signing::CodeSignature::of(*object, *file, nullptr) : std::nullopt;
+  if (!signature) return;
+  if (const auto text = signature->entitlementsText()) {
+    const auto plist = parsePlist(*text);
+    if (plist && plist->dictionary() != nullptr) code->entitlements = *plist->dictionary();
+  }
+  if (signature->isAdhoc()) {
+    return refuse(kSignatureAdhoc, "it is signed without a certificate");
+  }
+  const auto cms = signing::CmsSignature::parse(signature->cms());
+  if (!cms || cms->chain().empty()) return;
+  code->signer = cms->chain().leaf();
+  code->team = signature->best().info().teamId;
+  if (code->team.empty()) code->team = code->signer->organizationalUnit().value_or("");
+  judgeChain(cms->chain());
+}
+
+// A device knows the roots and has no intermediates of its own.
+void CodeJudge::judgeChain(const signing::CertificateChain& enclosed) {
+  const Certificate& last = enclosed.certificates().back();
+  const signing::CertificateChain whole = enclosed.completed();
+  const bool lacksRootAlone = whole.size() == enclosed.size() + 1 && whole.isApples();
+  if (!last.isSelfSigned() && !lacksRootAlone) {
+    refuse(kChainIncomplete,
+           fmt::format("the signature does not hold the issuer of \"{}\"", last.signerName()));
+  } else if (!whole.isApples()) {
+    refuse(kChainNotTrusted, fmt::format("devices do not know the authority \"{}\"",
+                                         whole.certificates().back().signerName()));
+  }
+  for (const Certificate& each : enclosed.certificates()) judgeDates(each);
+  if (!enclosed.leaf().allowsCodeSigning()) {
+    refuse(kCertificatePurpose, fmt::format("the certificate \"{}\" is not meant for code signing",
+                                            enclosed.leaf().signerName()));
+  }
+}
+
+void CodeJudge::judgeDates(const Certificate& certificate) {
+  if (certificate.notBefore() <= now_ && now_ <= certificate.notAfter()) return;
+  refuse(kCertificateDates,
+         fmt::format("the certificate \"{}\" is valid from {} to {}", certificate.signerName(),
+                     dateDescription(certificate.notBefore()),
+                     dateDescription(certificate.notAfter())));
+}
+
+}  // namespace
+
+SignedCode judgeCode(const std::string& path, const std::string& place, double now,
+                     Findings* findings) {
+  return CodeJudge(place, now, findings).judge(path);
+}
+
+}  // namespace tovrek::device

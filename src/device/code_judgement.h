@@ -1,0 +1,25 @@
+// Judging the signature of one piece of code.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "device/Finding.h"
+#include "formats/Certificate.h"
+#include "formats/PlistValue.h"
+
+namespace tovrek::device {
+
+// What the signature of a piece of code says, as far as it can be read.
+struct SignedCode {
+  PlistDictionary info;  // of a bundle
+  std::optional<Certificate> signer;
+  std::string team;  // that the signature states, else the signer's organisational unit
+  std::optional<PlistDictionary> entitlements;
+};
+
+// Reads every page and sealed file anew. Adds what does not hold to `findings`, under `place`.
+SignedCode judgeCode(const std::string& path, const std::string& place, double now,
+                     Findings* findings);
+
+}  // namespace tovrek::device
