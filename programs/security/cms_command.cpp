@@ -1,19 +1,19 @@
 #include <fmt/format.h>
 
+#include "formats/cms_content.h"
 #include "formats/hex.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "keychain/identities.h"
 #include "keychain/locations.h"
 #include "programs/security/Options.h"
-#include "formats/cms_content.h"
 #include "programs/security/cms_signing.h"
 #include "programs/security/commands.h"
 #include "programs/security/item_search.h"
 #include "programs/security/keychain_choice.h"
 #include "programs/security/status.h"
 
-namespace tovrek {
+namespace tovrek::security {
 
 namespace {
 
@@ -109,4 +109,4 @@ int cms(const Words& words, const Streams& streams) {
                            : sign(*options, std::move(keychains), streams);
 }
 
-}  // namespace tovrek
+}  // namespace tovrek::security

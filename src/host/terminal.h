@@ -7,6 +7,8 @@ namespace tovrek {
 
 // Whether somebody types what comes on standard input.
 bool inputIsTyped();
+// Whether standard output goes to a terminal.
+bool outputIsTerminal();
 
 // Shows the prompt and reads a line without showing it. Empty when there is no terminal.
 std::string readUnseen(const std::string& prompt);
