@@ -44,7 +44,7 @@ void Insertion<P>::addOrvaneDylibLoadCommand(std::string_view dylib) {
   const Image<P> image = read();
   const InsertionPlan plan =
       planInsertion(image, "addOrvaneDylibLoadCommand", dylib, false, logger_);
-  printError(fmt::format(" final  ldCmdOrdOfOrvDylib {} \n", plan.ordinal));
+  if (announces_) printError(fmt::format(" final  ldCmdOrdOfOrvDylib {} \n", plan.ordinal));
   insertCommand(image, "addOrvaneDylibLoadCommand", plan, dylib);
 }
 

@@ -19,8 +19,9 @@ namespace tovrek::macho {
 template <class P>
 class Insertion {
  public:
-  Insertion(EditedFile& file, const std::string& path, const WrapperLogger& logger)
-      : file_(file), path_(path), logger_(logger) {}
+  // Standard error is told of the library's place where `announces` is set.
+  Insertion(EditedFile& file, const std::string& path, const WrapperLogger& logger, bool announces)
+      : file_(file), path_(path), logger_(logger), announces_(announces) {}
 
   void addDylibs(const LibraryPaths& paths);
 
@@ -37,6 +38,7 @@ class Insertion {
   EditedFile& file_;
   const std::string& path_;
   const WrapperLogger& logger_;
+  const bool announces_;
 };
 
 }  // namespace tovrek::macho

@@ -45,7 +45,7 @@ const std::vector<FindingKind>& findingKinds() {
       {"entitlements-missing", kError, "The signature has no entitlements.", kSignAgain},
       {"executable-bit-lost", kWarning, "An executable is not marked as such.",
        "Pack the app with a program that keeps permissions."},
-      {"extension-needs-profile", kError, "An extension has no profile that fits.",
+      {"extension-needs-profile", kWarning, "A wrap does not give extensions profiles.",
        "Strip the extensions, or give each of them a profile of its own."},
       {"hash-too-old", kWarning, "The signature has no SHA-256 hashes.", kSignAgain},
       {"hash-too-new", kError,

@@ -65,7 +65,7 @@ class InsertionTrial {
     for (Part& part : parts_) {
       if (!hasRoom) break;
       add(part.place, &failures,
-          [&] { addDylib(kApplication, part.path, false, settings, logger_); });
+          [&] { addDylib(kApplication, part.path, false, settings, logger_, false); });
     }
     if (failures.empty()) {
       add(place_, &failures, [&] { checkBySettings(join(), false, false, settings, logger_); });

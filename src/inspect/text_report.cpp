@@ -56,6 +56,10 @@ double firstEnd(const Subject& subject) {
   return expiries.empty() ? std::numeric_limits<double>::infinity() : expiries.front().at;
 }
 
+std::string numbered(size_t count, std::string_view what) {
+  return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+}
+
 struct Row {
   double end;
   std::vector<std::string> cells;
@@ -75,8 +79,8 @@ Row rowFor(const Subject& subject, double now) {
   const std::string days =
       std::isfinite(end) ? fmt::format("{:.0f}", std::floor((end - now) / 86400)) : "";
   const FindingCounts counts = countOf(subject.findings);
-  const std::string verdict = counts.errors != 0     ? fmt::format("{} errors", counts.errors)
-                              : counts.warnings != 0 ? fmt::format("{} warnings", counts.warnings)
+  const std::string verdict = counts.errors != 0     ? numbered(counts.errors, "error")
+                              : counts.warnings != 0 ? numbered(counts.warnings, "warning")
                                                      : "sound";
   return {end,
           {std::isfinite(end) ? dateText(end) : "-", days, nameOf(subject.kind), verdict, name,
