@@ -12,6 +12,7 @@
 #include "converter/Request.h"
 #include "converter/UnpackedInput.h"
 #include "converter/inspection.h"
+#include "device/profile_choice.h"
 #include "formats/PlistValue.h"
 #include "host/paths.h"
 #include "log/TKProgressor.h"
@@ -20,6 +21,12 @@
 #include "package/UnzippedCma.h"
 
 namespace tovrek::converter {
+
+// An extension or watch app that gets a profile and entitlements of its own.
+struct NestedBundle {
+  std::string path;
+  std::optional<std::string> entitlementPath;  // none where no profile fits: it keeps its own
+};
 
 struct Run {
   // All but the path and the input must outlive the run.
@@ -47,11 +54,15 @@ struct Run {
   BundleInspection inspection;
   bool isRenewal = false;  // Sign, of an .ipa that is wrapped already
   std::optional<std::string> originalBundleID;
+  // What identifiers inside the app begin with: also that from before an earlier wrapping.
+  std::optional<std::string> formerBundleID;
   std::optional<std::string> replacementBundleID;
 
   // --- Its new signature ---
   std::optional<PlistDictionary> profile;
   std::string entitlementPath;
+  std::vector<device::StoredProfile> profiles;  // to choose from for nested bundles
+  std::vector<NestedBundle> nested;             // inner ones first; empty where they go the old way
 
   // --- The output ---
   std::vector<std::string> policyLanguages;

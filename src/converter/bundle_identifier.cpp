@@ -54,6 +54,9 @@ bool takeBundleIdentifiers(Run& run, ErrorText* /*error*/) {
   const std::string* identifier = stringForKey(info, "CFBundleIdentifier");
   run.originalBundleID = identifier ? std::optional(*identifier) : std::nullopt;
   if (isEmpty(run.replacementBundleID)) run.replacementBundleID = run.originalBundleID;
+  const std::string* former = stringForKey(info, "WEXCFBundleIdentifier");
+  const bool wasChanged = former && run.replacementBundleID == run.originalBundleID;
+  run.formerBundleID = wasChanged ? std::optional(*former) : run.originalBundleID;
   return true;
 }
 

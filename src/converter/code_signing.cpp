@@ -7,6 +7,7 @@
 
 #include "converter/codesign_commands.h"
 #include "converter/common.h"
+#include "converter/extension_fitting.h"
 #include "converter/insertion.h"
 #include "host/HostRoot.h"
 #include "host/files.h"
@@ -33,6 +34,19 @@ bool signBundle(const Run& run, const std::string& path,
   return runToolOrFail(run.log(),
                        signBundleCommand(signerOf(run), path, entitlementPath, requirements),
                        "codesign:withEntitlement:withError: - ", error);
+}
+
+// The app may be tried out without an extension that cannot take the library.
+void rebuildExtensions(const Run& run) {
+  const std::string folder = joinPath(run.appPath, "PlugIns/");
+  for (const NestedBundle& bundle : run.nested) {
+    const bool isExtension = pathExtension(bundle.path) == "appex";
+    if (run.request.isSDK || !isExtension || !bundle.path.starts_with(folder)) continue;
+    ErrorText reason;
+    if (!MachORebuild(run, bundle.path, ExecutableKind::kAppExtension, &reason)) {
+      run.log().logWarning(fmt::format("{}: {}", bundle.path, reason.text()));
+    }
+  }
 }
 
 }  // namespace
@@ -190,11 +204,17 @@ bool signLibrary(Run& run, ErrorText* error) {
 }
 
 bool signFrameworks(Run& run, ErrorText* error) {
-  return CodeSignFrameworks(run, run.appPath, error) ||
+  return (signFitted(run, FittedPlace::kInFrameworks, error) &&
+          CodeSignFrameworks(run, run.appPath, error)) ||
          failSigning(run.log(), "Codesign of embedded frameworks failed");
 }
 
 bool signExtensions(Run& run, ErrorText* error) {
+  if (fitsExtensions(run)) {
+    rebuildExtensions(run);
+    return signFitted(run, FittedPlace::kElsewhere, error) ||
+           failSigning(run.log(), "Codesign of extensions failed");
+  }
   return run.request.stripExtensions || CodeSignExtensions(run, run.appPath, error) ||
          failSigning(run.log(), "Codesign of extensions failed");
 }

@@ -1,6 +1,7 @@
 #include "converter/extensions.h"
 
 #include "converter/common.h"
+#include "converter/extension_fitting.h"
 #include "host/files.h"
 
 namespace tovrek::converter {
@@ -29,6 +30,8 @@ bool stripOrReportExtensions(Run& run, ErrorText* error) {
       if (!strip(run, folder, error)) return false;
       continue;
     }
+    // Then the warning is for those that cannot be fitted.
+    if (fitsExtensions(run)) continue;
     run.log().logBasic(kExtensionsDoubtful);
     fail(error, kExtensionsDoubtful);
   }

@@ -6,6 +6,7 @@
 
 #include "converter/code_signing.h"
 #include "converter/common.h"
+#include "converter/extension_fitting.h"
 #include "converter/extensions.h"
 #include "host/files.h"
 #include "host/paths.h"
@@ -123,11 +124,24 @@ bool signNestedBundle(const Run& run, const std::string& path, ErrorText* error)
   return signAsNew(run, path, entitlementPath, error);
 }
 
+// The bundles that were fitted, and the frameworks that hold one of them or are signed anyway.
+bool signAllFitted(const Run& run, bool frameworksToo, ErrorText* error) {
+  const bool frameworks = frameworksToo || hasFitted(run, FittedPlace::kInFrameworks);
+  if (frameworks && !(signFitted(run, FittedPlace::kInFrameworks, error) &&
+                      CodeSignFrameworks(run, run.appPath, error))) {
+    return failSigning(run.log(), "Codesign of embedded frameworks failed");
+  }
+  return signFitted(run, FittedPlace::kElsewhere, error)
+             ? signAsNew(run, run.appPath, run.entitlementPath, error)
+             : failSigning(run.log(), "Codesign of extensions failed");
+}
+
 }  // namespace
 
 bool signAgain(Run& run, ErrorText* error) {
   const Settings& settings = run.context.settings;
   const bool all = settings.resignNested || run.isRenewal;
+  if (!run.nested.empty()) return signAllFitted(run, all, error);
   std::vector<std::string> bundles;
   if ((all || settings.keepExtensionsOnSign) && !findNestedBundles(run.appPath, &bundles, error)) {
     return failSigning(run.log(), "Codesign of extensions failed");

@@ -10,10 +10,12 @@
 #include "converter/code_signing.h"
 #include "converter/common.h"
 #include "converter/entitlements.h"
+#include "converter/extension_fitting.h"
 #include "converter/flow.h"
 #include "converter/input.h"
 #include "converter/insertion.h"
 #include "converter/nested_signing.h"
+#include "converter/result_check.h"
 #include "formats/XmlDocument.h"
 #include "host/clock.h"
 #include "host/files.h"
@@ -142,11 +144,14 @@ bool resignPackage(Run& run, ErrorText* error) {
           // The profile is matched against the identifier that the app has.
           takeBundleIdentifiers,
           readProfile,
+          readProfilesFolder,
           makeEntitlements,
           placeProfile,
+          fitExtensions,
           dropOldSignature,
           signLibraryOrStampFingerprint,
           signAgain,
+          checkResult,
           writeIpaOfPackage,
           renewManifest,
           writePackage,

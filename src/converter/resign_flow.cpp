@@ -5,12 +5,14 @@
 #include "converter/code_signing.h"
 #include "converter/eligibility.h"
 #include "converter/entitlements.h"
+#include "converter/extension_fitting.h"
 #include "converter/extensions.h"
 #include "converter/flow.h"
 #include "converter/input.h"
 #include "converter/insertion.h"
 #include "converter/nested_signing.h"
 #include "converter/output.h"
+#include "converter/result_check.h"
 
 namespace tovrek::converter {
 namespace {
@@ -35,6 +37,7 @@ bool resignApp(Run& run, ErrorText* error) {
           takeBundleIdentifiers,
           readProfile,
           refuseExpiredProfile,
+          readProfilesFolder,
           makeEntitlements,
           dropRepeatedGroups,
           stripOrKeepExtensions,
@@ -43,9 +46,11 @@ bool resignApp(Run& run, ErrorText* error) {
           changeBundleIdentifier,
           placeProfile,
           nameIpa,
+          fitExtensions,
           dropOldSignature,
           signLibraryOfRenewal,
           signAgain,
+          checkResult,
           writeIpa,
           deliverIpa,
       },

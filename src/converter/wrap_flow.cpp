@@ -7,6 +7,7 @@
 #include "converter/code_signing.h"
 #include "converter/eligibility.h"
 #include "converter/entitlements.h"
+#include "converter/extension_fitting.h"
 #include "converter/extensions.h"
 #include "converter/flow.h"
 #include "converter/input.h"
@@ -14,6 +15,7 @@
 #include "converter/manifest.h"
 #include "converter/output.h"
 #include "converter/policies.h"
+#include "converter/result_check.h"
 
 namespace tovrek::converter {
 
@@ -30,6 +32,7 @@ bool wrapApp(Run& run, ErrorText* error) {
           takeBundleIdentifiers,
           readProfile,
           refuseExpiredProfile,
+          readProfilesFolder,
           makeEntitlements,
           stripOrReportExtensions,
           checkCertificate,
@@ -44,11 +47,13 @@ bool wrapApp(Run& run, ErrorText* error) {
           nameIpa,
           buildManifest,
           copyIcons,
+          fitExtensions,
           dropOldSignature,
           signLibrary,
           signFrameworks,
           signExtensions,
           signApp,
+          checkResult,
           writeIpa,
           copyOutputBundle,
           completeManifest,
@@ -68,6 +73,7 @@ bool wrapSdkApp(Run& run, ErrorText* error) {
           takeBundleIdentifiers,
           readProfile,
           refuseExpiredProfile,
+          readProfilesFolder,
           makeEntitlements,
           stripOrReportExtensions,
           checkCertificate,
@@ -81,11 +87,13 @@ bool wrapSdkApp(Run& run, ErrorText* error) {
           nameSdkIpa,
           buildManifest,
           copyIcons,
+          fitExtensions,
           dropOldSignature,
           signFrameworks,
           signExtensions,
           stampFingerprint,
           signApp,
+          checkResult,
           writeSdkIpa,
           copyOutputBundle,
           completeManifestOfSdkApp,

@@ -16,7 +16,7 @@ class CodeJudge {
   CodeJudge(const std::string& place, double now, Findings* findings)
       : place_(place), now_(now), findings_(*findings) {}
 
-  SignedCode judge(const std::string& path);
+  SignedCode judge(const std::string& path, signing::DigestsToCheck digests);
 
  private:
   void refuse(std::string_view code, std::string reason) {
@@ -32,21 +32,20 @@ class CodeJudge {
   Findings& findings_;
 };
 
-SignedCode CodeJudge::judge(const std::string& path) {
+SignedCode CodeJudge::judge(const std::string& path, signing::DigestsToCheck digests) {
   SignedCode code;
-  judgeVerdict(signing::verifyCode(path));
+  signing::VerifyOptions options;
+  options.digests = digests;
+  judgeVerdict(signing::verifyCode(path, options));
   readSignature(path, &code);
   return code;
 }
 
 void CodeJudge::judgeVerdict(const signing::Verdict& verdict) {
-  // A chain that is not whole is told of where the chain is read.
-  if (verdict.valid || verdict.lines.empty() || verdict.lines[0] == signing::kNotTrusted) {
-    if (verdict.valid && !verdict.satisfiesDesignated) {
-      refuse(kSignatureInvalid, "it does not satisfy its designated requirement");
-    }
-    return;
-  }
+  // A chain that is not whole is told of where the chain is read. Designated requirements are not
+  // for devices: apps may keep that of their first signer.
+  const bool isWhole = verdict.valid || verdict.lines.empty();
+  if (isWhole || verdict.lines[0] == signing::kNotTrusted) return;
   if (verdict.lines[0] == signing::kNotSigned) {
     return refuse(kSignatureMissing, signing::kNotSigned);
   }
@@ -107,8 +106,8 @@ void CodeJudge::judgeDates(const Certificate& certificate) {
 }  // namespace
 
 SignedCode judgeCode(const std::string& path, const std::string& place, double now,
-                     Findings* findings) {
-  return CodeJudge(place, now, findings).judge(path);
+                     signing::DigestsToCheck digests, Findings* findings) {
+  return CodeJudge(place, now, findings).judge(path, digests);
 }
 
 }  // namespace tovrek::device

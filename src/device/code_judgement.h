@@ -7,6 +7,7 @@
 #include "device/Finding.h"
 #include "formats/Certificate.h"
 #include "formats/PlistValue.h"
+#include "signing/verify/resource_check.h"
 
 namespace tovrek::device {
 
@@ -20,6 +21,6 @@ struct SignedCode {
 
 // Reads every page and sealed file anew. Adds what does not hold to `findings`, under `place`.
 SignedCode judgeCode(const std::string& path, const std::string& place, double now,
-                     Findings* findings);
+                     signing::DigestsToCheck digests, Findings* findings);
 
 }  // namespace tovrek::device

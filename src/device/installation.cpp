@@ -18,8 +18,8 @@ std::string identifierIn(const PlistDictionary& info) {
 
 class AppJudge {
  public:
-  AppJudge(std::string appPath, double now, Findings* findings)
-      : app_(std::move(appPath)), now_(now), findings_(*findings) {}
+  AppJudge(std::string appPath, double now, signing::DigestsToCheck digests, Findings* findings)
+      : app_(std::move(appPath)), now_(now), digests_(digests), findings_(*findings) {}
 
   void judgeMain();
   void judgeNested(const NestedCode& code);
@@ -39,20 +39,21 @@ class AppJudge {
 
   const std::string app_;
   const double now_;
+  const signing::DigestsToCheck digests_;
   Findings& findings_;
   std::string team_;                                // of the app
   std::map<std::string, std::string> identifiers_;  // of the apps seen so far, by path
 };
 
 void AppJudge::judgeMain() {
-  const SignedCode code = judgeCode(app_, placeOf(app_), now_, &findings_);
+  const SignedCode code = judgeCode(app_, placeOf(app_), now_, digests_, &findings_);
   team_ = code.team;
   identifiers_[app_] = identifierIn(code.info);
   judgeEmbeddedProfile(app_, code);
 }
 
 void AppJudge::judgeNested(const NestedCode& nested) {
-  const SignedCode code = judgeCode(nested.path, placeOf(nested.path), now_, &findings_);
+  const SignedCode code = judgeCode(nested.path, placeOf(nested.path), now_, digests_, &findings_);
   if (code.signer && code.team != team_) {
     refuse(kTeamMismatch, nested.path,
            fmt::format("it is signed by the team {}, the app by {}",
@@ -107,10 +108,11 @@ void AppJudge::judgeCompanion(const std::string& path, const std::string& key,
 
 }  // namespace
 
-bool judgeApp(const std::string& appPath, double now, Findings* findings, ErrorText* error) {
+bool judgeApp(const std::string& appPath, double now, Findings* findings, ErrorText* error,
+              signing::DigestsToCheck digests) {
   std::vector<NestedCode> nested;
   if (!findNestedCode(appPath, &nested, error)) return false;
-  AppJudge judge(appPath, now, findings);
+  AppJudge judge(appPath, now, digests, findings);
   judge.judgeMain();
   for (const NestedCode& code : nested) judge.judgeNested(code);
   return true;

@@ -10,6 +10,7 @@
 #include "formats/Certificate.h"
 #include "formats/PlistValue.h"
 #include "host/ErrorText.h"
+#include "signing/verify/resource_check.h"
 
 namespace tovrek::device {
 
@@ -28,8 +29,9 @@ Findings judgeProfile(const Profile& profile, const BundleFacts& bundle, double 
 // Everything about an unpacked app: its own code and all code inside of it, each seal and each
 // page hash read anew, and the points above for each bundle that needs a profile. Sorted by place;
 // empty for an app that would be installed. A file or folder that cannot be read is an error:
-// false, with the reason.
-bool judgeApp(const std::string& appPath, double now, Findings* findings, ErrorText* error);
+// false, with the reason. Who has just signed the app may have the strongest digests checked alone.
+bool judgeApp(const std::string& appPath, double now, Findings* findings, ErrorText* error,
+              signing::DigestsToCheck digests = signing::DigestsToCheck::kAll);
 
 // Bundles with an executable of their own that take a profile, anywhere in the app: extensions,
 // watch apps, app clips. Inner ones first. The app itself is not among them.

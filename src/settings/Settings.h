@@ -1,7 +1,16 @@
 // Which rules of a run differ from the built-in ones.
 #pragma once
 
+#include <string>
+
 namespace tovrek {
+
+// What becomes of an app that a device would refuse, once it is signed.
+enum class ResultCheck {
+  kNone,
+  kWarns,   // each reason is a warning
+  kStrict,  // the run fails and writes nothing
+};
 
 // Read once at start and passed down as a value. Everything off: the built-in rules.
 struct Settings {
@@ -12,6 +21,9 @@ struct Settings {
   bool keepPlistLimits = false;       // Wrap leaves limits alone that no option gives
   bool refreshOnResign = false;       // signing a .wex anew renews its manifest
   bool keepExtensionsOnSign = false;  // Sign keeps PlugIns and Watch
+  bool renameExtensions = false;      // a new identifier of the app goes on into nested ones
+  ResultCheck verifyResult = ResultCheck::kNone;
+  std::string profilesFolder;  // of profiles for nested bundles; empty: nested bundles as ever
 };
 
 }  // namespace tovrek

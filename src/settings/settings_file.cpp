@@ -13,18 +13,44 @@
 namespace tovrek {
 namespace {
 
+// Takes a value; null, or what the values are that it should have been one of.
+using TakeValue = const char* (*)(const std::string& value, Settings* out);
+
+template <bool Settings::*field>
+const char* takeSwitch(const std::string& value, Settings* out) {
+  out->*field = value == "yes";
+  return value == "yes" || value == "no" ? nullptr : "yes or no";
+}
+
+const char* takeResultCheck(const std::string& value, Settings* out) {
+  out->verifyResult = value == "strict" ? ResultCheck::kStrict
+                      : value == "yes"  ? ResultCheck::kWarns
+                                        : ResultCheck::kNone;
+  return value == "no" || out->verifyResult != ResultCheck::kNone ? nullptr : "yes, no or strict";
+}
+
+const char* takeFolder(const std::string& value, Settings* out) {
+  const std::string path = value == "no" ? "" : standardizePath(value);
+  if (value != "no" && !path.starts_with('/')) return "no or an absolute path";
+  out->profilesFolder = path;
+  return nullptr;
+}
+
 struct NamedSetting {
   std::string_view name;
-  bool Settings::*field;
+  TakeValue take;
 };
-constexpr std::array<NamedSetting, 7> kNamedSettings = {{
-    {"modernImages", &Settings::modernImages},
-    {"strictHeaderRoom", &Settings::strictHeaderRoom},
-    {"resignNested", &Settings::resignNested},
-    {"resignWrapped", &Settings::resignWrapped},
-    {"keepPlistLimits", &Settings::keepPlistLimits},
-    {"refreshOnResign", &Settings::refreshOnResign},
-    {"keepExtensionsOnSign", &Settings::keepExtensionsOnSign},
+constexpr std::array<NamedSetting, 10> kNamedSettings = {{
+    {"modernImages", takeSwitch<&Settings::modernImages>},
+    {"strictHeaderRoom", takeSwitch<&Settings::strictHeaderRoom>},
+    {"resignNested", takeSwitch<&Settings::resignNested>},
+    {"resignWrapped", takeSwitch<&Settings::resignWrapped>},
+    {"keepPlistLimits", takeSwitch<&Settings::keepPlistLimits>},
+    {"refreshOnResign", takeSwitch<&Settings::refreshOnResign>},
+    {"keepExtensionsOnSign", takeSwitch<&Settings::keepExtensionsOnSign>},
+    {"renameExtensions", takeSwitch<&Settings::renameExtensions>},
+    {"verifyResult", takeResultCheck},
+    {"profilesFolder", takeFolder},
 }};
 
 std::optional<size_t> indexOf(std::string_view name) {
@@ -53,11 +79,9 @@ class SettingsReader {
     if (given_[*index]) return fail(reason, fmt::format("\"{}\" is given twice", name));
     given_[*index] = true;
     const std::string value = trimmed(line.substr(sign + 1));
-    if (value != "yes" && value != "no") {
-      return fail(reason, fmt::format("\"{}\" must be yes or no, not \"{}\"", name, value));
-    }
-    out_.*kNamedSettings[*index].field = value == "yes";
-    return true;
+    const char* wanted = kNamedSettings[*index].take(value, &out_);
+    return wanted == nullptr ||
+           fail(reason, fmt::format("\"{}\" must be {}, not \"{}\"", name, wanted, value));
   }
 
  private:
@@ -89,13 +113,17 @@ bool readSettings(Settings* out, ErrorText* error) {
   const std::string path =
       isNamed ? standardizePath(named) : joinPath(programFolder(), "tovrek.conf");
   // A link that points nowhere is no missing file, but a mistake to tell of.
-  if (!isNamed && !itemExistsNoFollow(path)) return true;
-  std::string contents;
-  ErrorText reason;
-  if (!readFile(path, &contents, &reason)) {
-    return fail(error, fmt::format("Settings file {}: {}", path, reason.text()));
+  if (isNamed || itemExistsNoFollow(path)) {
+    std::string contents;
+    ErrorText reason;
+    if (!readFile(path, &contents, &reason)) {
+      return fail(error, fmt::format("Settings file {}: {}", path, reason.text()));
+    }
+    if (!parseSettings(contents, path, out, error)) return false;
   }
-  return parseSettings(contents, path, out, error);
+  const char* profiles = std::getenv("TOVREK_PROFILES");
+  if (profiles != nullptr && *profiles != '\0') out->profilesFolder = standardizePath(profiles);
+  return true;
 }
 
 }  // namespace tovrek

@@ -106,5 +106,5 @@ class SettingsFile(WholeProgramTest):
                       read(TOOLKIT, "tovrek.conf").decode().splitlines()
                       if line and not line.startswith("#"))
         self.assertEqual([name for name, value in values.items() if value == "yes"],
-                         ["modernImages", "strictHeaderRoom"])
-        self.assertEqual(len(values), 7)
+                         ["modernImages", "strictHeaderRoom", "verifyResult"])
+        self.assertEqual(len(values), 10)

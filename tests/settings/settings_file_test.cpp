@@ -12,17 +12,17 @@ namespace tovrek::test {
 namespace {
 
 using Field = bool Settings::*;
-constexpr Field kFields[] = {&Settings::modernImages,        &Settings::strictHeaderRoom,
-                             &Settings::resignNested,        &Settings::resignWrapped,
-                             &Settings::keepPlistLimits,     &Settings::refreshOnResign,
-                             &Settings::keepExtensionsOnSign};
+constexpr Field kFields[] = {&Settings::modernImages,         &Settings::strictHeaderRoom,
+                             &Settings::resignNested,         &Settings::resignWrapped,
+                             &Settings::keepPlistLimits,      &Settings::refreshOnResign,
+                             &Settings::keepExtensionsOnSign, &Settings::renameExtensions};
 
 TEST(SettingsFile, LinesSwitchWhatTheyName) {
   constexpr std::pair<const char*, Field> kNames[] = {
       {"modernImages", kFields[0]},         {"strictHeaderRoom", kFields[1]},
       {"resignNested", kFields[2]},         {"resignWrapped", kFields[3]},
       {"keepPlistLimits", kFields[4]},      {"refreshOnResign", kFields[5]},
-      {"keepExtensionsOnSign", kFields[6]},
+      {"keepExtensionsOnSign", kFields[6]}, {"renameExtensions", kFields[7]},
   };
   for (const auto& [name, field] : kNames) {
     const std::string text = std::string("# a = b\n\n \t\r\n") + name + "=yes # why\r\n";
@@ -38,6 +38,22 @@ TEST(SettingsFile, LinesSwitchWhatTheyName) {
   EXPECT_TRUE(settings.strictHeaderRoom);
 }
 
+TEST(SettingsFile, ValuesThatAreNoSwitches) {
+  const auto read = [](std::string_view text) {
+    Settings settings;
+    ErrorText error;
+    EXPECT_TRUE(parseSettings(text, "conf", &settings, &error)) << error.text();
+    return settings;
+  };
+  EXPECT_EQ(read("").verifyResult, ResultCheck::kNone);
+  EXPECT_EQ(read("verifyResult = no").verifyResult, ResultCheck::kNone);
+  EXPECT_EQ(read("verifyResult = yes").verifyResult, ResultCheck::kWarns);
+  EXPECT_EQ(read("verifyResult=strict # always").verifyResult, ResultCheck::kStrict);
+  EXPECT_EQ(read("profilesFolder = no").profilesFolder, "");
+  EXPECT_EQ(read("profilesFolder = /a b//c = d/\r\n").profilesFolder, "/a b/c = d");
+  EXPECT_EQ(read("profilesFolder = ~/p").profilesFolder, std::string(getenv("HOME")) + "/p");
+}
+
 TEST(SettingsFile, RefusalsNameFileAndLine) {
   constexpr std::pair<std::string_view, const char*> kCases[] = {
       {"modernImages",
@@ -46,6 +62,12 @@ TEST(SettingsFile, RefusalsNameFileAndLine) {
       {"modernImages =\n", "line 1: \"modernImages\" must be yes or no, not \"\""},
       {"modernImages = yes yes", "line 1: \"modernImages\" must be yes or no, not \"yes yes\""},
       {"modernImages = yes\nmodernimages = no", "line 2: there is no setting \"modernimages\""},
+      {"verifyResult = Strict",
+       "line 1: \"verifyResult\" must be yes, no or strict, not \"Strict\""},
+      {"profilesFolder = profiles",
+       "line 1: \"profilesFolder\" must be no or an absolute path, not \"profiles\""},
+      {"profilesFolder =", "line 1: \"profilesFolder\" must be no or an absolute path, not \"\""},
+      {"profilesFolder = /a\nprofilesFolder = /a", "line 2: \"profilesFolder\" is given twice"},
       {"= yes", "line 1: there is no setting \"\""},
       {"resignNested=no\nresignNested=no", "line 2: \"resignNested\" is given twice"},
   };
@@ -73,6 +95,19 @@ TEST(SettingsFile, TheEnvironmentNamesAnother) {
   unsetenv("TOVREK_CONF");
   error.clear();
   EXPECT_TRUE(readSettings(&settings, &error)) << "none beside the test program";
+
+  // The folder of profiles has a variable of its own, with a file and without.
+  setenv("TOVREK_PROFILES", "/other//profiles/", 1);
+  EXPECT_TRUE(readSettings(&settings, &error));
+  EXPECT_EQ(settings.profilesFolder, "/other/profiles");
+  setenv("TOVREK_CONF", folder.write("p.conf", "profilesFolder = /first").c_str(), 1);
+  EXPECT_TRUE(readSettings(&settings, &error));
+  EXPECT_EQ(settings.profilesFolder, "/other/profiles");
+  setenv("TOVREK_PROFILES", "", 1);
+  EXPECT_TRUE(readSettings(&settings, &error));
+  EXPECT_EQ(settings.profilesFolder, "/first");
+  unsetenv("TOVREK_PROFILES");
+  unsetenv("TOVREK_CONF");
 }
 
 }  // namespace

@@ -190,7 +190,11 @@ bool Verifier::checkSignature(const CodeSignature& signature, std::string_view c
     const CodeDirectoryInfo& info = directory.info();
     const bool same = info.identifier == first.identifier && info.teamId == first.teamId &&
                       info.flags == first.flags && info.codeLimit == first.codeLimit;
-    if (!same || !arePagesIntact(directory, code)) return failed(kInvalidSignature);
+    const bool readsPages =
+        options_.digests == DigestsToCheck::kAll || &directory == &signature.best();
+    if (!same || (readsPages && !arePagesIntact(directory, code))) {
+      return failed(kInvalidSignature);
+    }
     if (!checkSlots(signature, directory, infoPlist)) return false;
   }
   return true;
@@ -233,7 +237,7 @@ bool Verifier::checkSlots(const CodeSignature& signature, const CodeDirectory& d
 
 bool Verifier::checkResources() {
   if (!hasSeal_) return true;
-  const auto differences = resourceDifferences(object_, seal_);
+  const auto differences = resourceDifferences(object_, seal_, options_.digests);
   if (!differences.empty()) {
     verdict_.lines.push_back(kBadResource);
     verdict_.lines.insert(verdict_.lines.end(), differences.begin(), differences.end());
@@ -249,6 +253,7 @@ bool Verifier::checkNested() {
     const auto requirement = parseRequirement(nested.requirement, &reason);
     VerifyOptions options;
     options.strict = options_.strict;
+    options.digests = options_.digests;
     options.depth = options_.depth + 1;
     if (requirement) options.requirement = requirement->blob();
     if (requirement && options.depth <= kDeepestNestedCode && liesInside(object_, nested.path)) {

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "signing/verify/resource_check.h"
+
 namespace tovrek::signing {
 
 inline constexpr const char* kInvalidSignature =
@@ -18,6 +20,7 @@ struct VerifyOptions {
   // Also refuse what a cautious system does not load: bytes behind the signature, and links that
   // lead out of the bundle.
   bool strict = false;
+  DigestsToCheck digests = DigestsToCheck::kAll;
   // How many bundles this one lies in, as far as one call has followed their seals.
   int depth = 0;
 };

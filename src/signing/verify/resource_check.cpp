@@ -6,12 +6,17 @@
 
 #include "formats/Digest.h"
 #include "host/MappedFile.h"
+#include "host/bytes.h"
 #include "host/files.h"
+#include "host/parallel.h"
 #include "host/paths.h"
 #include "signing/verify/SealRules.h"
 
 namespace tovrek::signing {
 namespace {
+
+constexpr uint64_t kLargestCopy = 256 << 10;
+constexpr size_t kFilesAtOnce = 16;
 
 // A seal's entry for one file.
 struct Sealed {
@@ -41,21 +46,36 @@ Sealed sealedFrom(const PlistValue& value) {
   return sealed;
 }
 
-bool isUnchanged(const std::string& path, const Sealed& sealed) {
+bool isAsSealed(const Sealed& sealed, std::string_view bytes, DigestsToCheck digests) {
+  if (sealed.sha1.empty() && sealed.sha256.empty()) return false;
+  const auto hasDigest = [&](DigestAlgorithm algorithm, const std::string& digest) {
+    return digest.empty() || digestOf(algorithm, bytes) == digest;
+  };
+  const bool needsSha1 = digests == DigestsToCheck::kAll || sealed.sha256.empty();
+  return (!needsSha1 || hasDigest(DigestAlgorithm::kSha1, sealed.sha1)) &&
+         hasDigest(DigestAlgorithm::kSha256, sealed.sha256);
+}
+
+bool isUnchanged(const std::string& path, const Sealed& sealed, DigestsToCheck digests) {
   if (sealed.isNested) return true;
   if (isSymbolicLink(path)) {
     std::error_code code;
     return !sealed.link.empty() &&
            std::filesystem::read_symlink(path, code).string() == sealed.link && !code;
   }
-  if (sealed.sha1.empty() && sealed.sha256.empty()) return false;
+  // To map a small file costs more than to copy it.
+  if (fileSize(path).value_or(0) <= kLargestCopy) {
+    std::string bytes;
+    return readFile(path, &bytes) && isAsSealed(sealed, bytes, digests);
+  }
   MappedFile file;
-  if (!file.open(path, nullptr)) return false;
-  const auto hasDigest = [&file](DigestAlgorithm algorithm, const std::string& digest) {
-    return digest.empty() || digestOf(algorithm, file.bytes()) == digest;
-  };
-  return hasDigest(DigestAlgorithm::kSha1, sealed.sha1) &&
-         hasDigest(DigestAlgorithm::kSha256, sealed.sha256);
+  return file.open(path, nullptr) && isAsSealed(sealed, asText(file.bytes()), digests);
+}
+
+// What is wrong with one sealed file; empty when it is as it was.
+std::string differenceOf(const std::string& path, const Sealed& sealed, DigestsToCheck digests) {
+  if (!itemExistsNoFollow(path)) return sealed.optional ? "" : "file missing: " + path;
+  return isUnchanged(path, sealed, digests) ? "" : "file modified: " + path;
 }
 
 // In the root of a bundle, what never belongs to the seal.
@@ -67,7 +87,8 @@ bool isUnsealed(const std::string& path, const CodeObject& object) {
 
 }  // namespace
 
-std::vector<std::string> resourceDifferences(const CodeObject& object, const std::string& seal) {
+std::vector<std::string> resourceDifferences(const CodeObject& object, const std::string& seal,
+                                             DigestsToCheck digests) {
   const auto plist = parsePlist(seal);
   const PlistDictionary* dictionary = plist ? plist->dictionary() : nullptr;
   const bool second = dictionary != nullptr && dictionaryForKey(*dictionary, "files2") != nullptr;
@@ -81,15 +102,17 @@ std::vector<std::string> resourceDifferences(const CodeObject& object, const std
 
   std::map<std::string, Sealed> expected;
   for (const auto& [path, value] : *files) expected.emplace(path, sealedFrom(value));
-  std::vector<std::string> differences;
+  std::vector<std::pair<std::string, const Sealed*>> sealedFiles;
   for (const auto& [path, sealed] : expected) {
-    const std::string full = joinPath(object.root, path);
-    if (!itemExistsNoFollow(full)) {
-      if (!sealed.optional) differences.push_back("file missing: " + full);
-    } else if (!isUnchanged(full, sealed)) {
-      differences.push_back("file modified: " + full);
-    }
+    sealedFiles.emplace_back(joinPath(object.root, path), &sealed);
   }
+  std::vector<std::string> differences(sealedFiles.size());
+  forEachPart(sealedFiles.size(), kFilesAtOnce, [&](size_t begin, size_t end) {
+    for (size_t i = begin; i < end; ++i) {
+      differences[i] = differenceOf(sealedFiles[i].first, *sealedFiles[i].second, digests);
+    }
+  });
+  std::erase(differences, "");
   const auto compare = [&](const WalkedItem& item) {
     if (isUnsealed(item.relativePath, object)) return false;
     const auto known = expected.find(item.relativePath);
@@ -109,6 +132,8 @@ std::vector<std::string> resourceDifferences(const CodeObject& object, const std
 }
 
 std::vector<NestedCode> nestedCode(const CodeObject& object, const std::string& seal) {
+  // Flat bundles have none, and their seals are long.
+  if (seal.find("cdhash") == std::string::npos) return {};
   const auto plist = parsePlist(seal);
   const auto* files = plist && plist->dictionary() != nullptr
                           ? dictionaryForKey(*plist->dictionary(), "files2")
