@@ -185,7 +185,9 @@ bool holdsSdkNames(std::string_view executable) {
             found = isSdkSymbol(image.symbolName(image.symbol(i)));
           }
           for (const auto& section : image.sections) {
-            if (!section.sectname.view().starts_with("__objc_")) continue;
+            // Linkers put the names of methods among the other texts, or apart from them.
+            const std::string_view name = section.sectname.view();
+            if (!name.starts_with("__objc_") && name != "__cstring") continue;
             found |=
                 asText(image.contents(section).bytes()).find(kSdkMessage) != std::string_view::npos;
           }

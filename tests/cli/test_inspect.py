@@ -8,7 +8,7 @@ import subprocess
 from datetime import datetime, timedelta
 
 from harness import (ADMIN, BRANCH, DEMO, PROFILE, SDK_APP, TOOLKIT, changed_app, edit_info, pack,
-                     read, sign_as_developer, thin, unpacked_app, unzip, write)
+                     read, remove, sign_as_developer, thin, unpacked_app, unzip, write)
 from makers import SmallAppTest, archive_of, executable, profile, small_app
 
 INSPECT = os.path.join(TOOLKIT, "Inspect")
@@ -309,9 +309,10 @@ class BeforeWrap(InspectTest):
     def agree(self, app, expected, cert=ADMIN, chosen=PROFILE, environment=()):
         forecast = self.report(app, "--cert", cert, "--profile", chosen)["wrap"]
         found = {finding["code"] for finding in forecast["obstacles"]}
-        result = self.wrap(app, self.path("agree.wex"), cert=cert, profile=chosen,
-                           environment=environment)
-        self.assertEqual(forecast["wouldWrap"], result.returncode == 0,
+        output = self.path("agree.wex")
+        remove(output)
+        result = self.wrap(app, output, cert=cert, profile=chosen, environment=environment)
+        self.assertEqual(forecast["wouldWrap"], os.path.exists(output),
                          f"{forecast}\n{result.stderr}")
         self.assertLessEqual(set(expected), found)
         self.assertEqual(bool(found), bool(expected), found)
