@@ -167,9 +167,10 @@ void sortFindings(Findings* findings) {
   std::ranges::stable_sort(*findings, [&](const Finding& a, const Finding& b) {
     return a.severity != b.severity ? a.severity > b.severity : key(a) < key(b);
   });
-  const auto repeated = std::ranges::unique(
-      *findings, [&](const Finding& a, const Finding& b) { return key(a) == key(b); });
-  findings->erase(repeated.begin(), repeated.end());
+  const auto repeated =
+      std::unique(findings->begin(), findings->end(),
+                  [&](const Finding& a, const Finding& b) { return key(a) == key(b); });
+  findings->erase(repeated, findings->end());
 }
 
 }  // namespace tovrek::inspect

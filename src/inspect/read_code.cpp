@@ -69,7 +69,6 @@ class CommandReader {
   std::string inWords(const macho::CommandView& command) const {
     std::string words = commandName(command.cmd);
     macho::macho_segment_command<P> segment;
-    macho::macho_dylib_command<P> named;
     const bool hasName = macho::loadsDylib(command.cmd) || command.cmd == macho::LC_ID_DYLIB ||
                          command.cmd == macho::LC_RPATH || command.cmd == macho::LC_LOAD_DYLINKER;
     if (command.cmd == P::kSegmentCommand && command.bytes.read(0, &segment)) {
