@@ -12,6 +12,7 @@ LAYERS = {
     # Libraries, in src/.
     "converter": ["engine", "package", "profile", "device"],
     "device": ["signing/verify", "profile"],
+    "inspect": ["archive", "device", "engine", "keychain", "package"],
     "package": ["icons", "tools"],
     "profile": ["tools"],
     "tools": ["context", "formats"],
@@ -35,6 +36,7 @@ LAYERS = {
     "reserve": ["engine", "formats"],
     # Programs, in programs/.
     "programs/tovrek": ["converter"],
+    "programs/inspect": ["inspect"],
     "programs/codesign": ["signing/verify", "keychain"],
     "programs/security": ["keychain"],
     "programs/lipo": ["macho", "log"],

@@ -1,13 +1,13 @@
 // security cms: decoding, signing and showing of messages, such as provisioning profiles.
 #include <fmt/format.h>
 
+#include "formats/cms_content.h"
 #include "formats/hex.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "keychain/identities.h"
 #include "keychain/locations.h"
 #include "programs/security/Options.h"
-#include "programs/security/cms_content.h"
 #include "programs/security/cms_signing.h"
 #include "programs/security/commands.h"
 #include "programs/security/item_search.h"

@@ -44,7 +44,7 @@ void Insertion<P>::addOrvaneDylibLoadCommand(std::string_view dylib) {
   const Image<P> image = read();
   const InsertionPlan plan =
       planInsertion(image, "addOrvaneDylibLoadCommand", dylib, false, logger_);
-  printError(fmt::format(" final  ldCmdOrdOfOrvDylib {} \n", plan.ordinal));
+  if (telling_.place) printError(fmt::format(" final  ldCmdOrdOfOrvDylib {} \n", plan.ordinal));
   insertCommand(image, "addOrvaneDylibLoadCommand", plan, dylib);
 }
 
@@ -63,7 +63,7 @@ void Insertion<P>::insertCommand(const Image<P>& image, std::string_view caller,
                                  const InsertionPlan& plan, std::string_view dylib) {
   const uint64_t added = newCommandSize(dylib);
   if (!hasRoom(image, plan, added)) throw Errors::kNoRoom;
-  if (tellsOfRoom_ && plan.lastEnd + added > plan.lowest) {
+  if (telling_.room && plan.lastEnd + added > plan.lowest) {
     MachORebuildLib_Log(
         logger_,
         "{}: the new command overwrites the first data of {}, at {}; strictHeaderRoom would "

@@ -20,9 +20,13 @@ namespace tovrek::macho {
 template <class P>
 class Insertion {
  public:
-  Insertion(EditedFile& file, const std::string& path, bool tellsOfRoom,
-            const WrapperLogger& logger)
-      : file_(file), path_(path), tellsOfRoom_(tellsOfRoom), logger_(logger) {}
+  // What is told of besides the outcome.
+  struct Telling {
+    bool place = true;  // on standard error: where the library went
+    bool room = false;  // in the log: first data that is overwritten
+  };
+  Insertion(EditedFile& file, const std::string& path, const WrapperLogger& logger, Telling telling)
+      : file_(file), path_(path), logger_(logger), telling_(telling) {}
 
   void addDylibs(const LibraryPaths& paths);
 
@@ -38,8 +42,8 @@ class Insertion {
 
   EditedFile& file_;
   const std::string& path_;
-  const bool tellsOfRoom_;
   const WrapperLogger& logger_;
+  const Telling telling_;
 };
 
 }  // namespace tovrek::macho

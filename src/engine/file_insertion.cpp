@@ -12,7 +12,7 @@ using macho::Image;
 using macho::LibraryPaths;
 
 void addDylib(int binaryType, const std::string& path, bool libraryType, Settings settings,
-              const WrapperLogger& logger) {
+              const WrapperLogger& logger, bool announces) {
   const LibraryPaths* paths = macho::pathsFor(binaryType);
   EditedFile file;
   openForEditing(file, path);
@@ -22,7 +22,9 @@ void addDylib(int binaryType, const std::string& path, bool libraryType, Setting
     checkOrderOfLoadDylibCommands(image, false, libraryType);
     if (paths == nullptr) return;
     if (settings.strictHeaderRoom) checkHeaderRoom(image, *paths, path, logger);
-    macho::Insertion<P>(file, path, settings.namesStrictHeaderRoom, logger).addDylibs(*paths);
+    macho::Insertion<P>(file, path, logger,
+                        {.place = announces, .room = settings.namesStrictHeaderRoom})
+        .addDylibs(*paths);
   });
 }
 

@@ -12,9 +12,10 @@
 
 namespace tovrek {
 
-// Inserts into the file in place.
+// Inserts into the file in place. Standard error is told of the library's place, unless the
+// insertion is only a trial.
 void addDylib(int binaryType, const std::string& path, bool libraryType, Settings settings,
-              const WrapperLogger& logger);
+              const WrapperLogger& logger, bool announces = true);
 
 // Throws whatever the insertion with a strict view of the header's room would end with before it
 // changes anything.

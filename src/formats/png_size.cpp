@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "host/StdioFile.h"
+#include "host/bytes.h"
 
 namespace tovrek {
 namespace {
@@ -31,6 +32,24 @@ std::optional<ImageSize> readPngSize(const std::string& path) {
     }
     // Data and CRC of the first chunk.
     if (std::fseek(file.get(), static_cast<long>(length) + 4, SEEK_CUR) != 0) return std::nullopt;
+  }
+  return std::nullopt;
+}
+
+std::optional<ImageSize> pngSize(std::string_view png) {
+  constexpr std::string_view kSignature = "\x89PNG\r\n\x1a\n";
+  if (!png.starts_with(kSignature)) return std::nullopt;
+  uint64_t at = kSignature.size();
+  for (int chunk = 0; chunk < 2; ++chunk) {
+    const auto length = readBig32(png, at);
+    if (!length || !holds(png, at, 8)) return std::nullopt;
+    if (png.substr(at + 4, 4) == "IHDR") {
+      const auto width = readBig32(png, at + 8), height = readBig32(png, at + 12);
+      if (*length != 13 || !width || !height) return std::nullopt;
+      const bool valid = *width - 1 < 0x7fffffff && *height - 1 < 0x7fffffff;
+      return valid ? std::optional(ImageSize{*width, *height}) : std::nullopt;
+    }
+    at += uint64_t{*length} + 12;  // with length, type and CRC
   }
   return std::nullopt;
 }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace tovrek {
 
@@ -17,5 +18,7 @@ struct ImageSize {
 // Width and height of a PNG file, read from its IHDR chunk (the first, or the second after the
 // chunk that platform-optimised files start with). None for anything else.
 std::optional<ImageSize> readPngSize(const std::string& path);
+// The same for a file in memory.
+std::optional<ImageSize> pngSize(std::string_view png);
 
 }  // namespace tovrek

@@ -7,6 +7,8 @@ namespace tovrek {
 
 // Whether somebody types what comes on standard input.
 bool inputIsTyped();
+// Whether standard output goes to a terminal.
+bool outputIsTerminal();
 
 // Whether somebody sees what goes to standard error.
 bool errorIsSeen();

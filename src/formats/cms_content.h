@@ -7,7 +7,7 @@
 
 #include "host/ErrorText.h"
 
-namespace tovrek::security {
+namespace tovrek {
 
 // The content of a signed or plain data message in DER or BER (indefinite lengths, strings in
 // pieces). Signatures are not looked at. An empty string for a message signed apart from its
@@ -17,4 +17,4 @@ std::optional<std::string> cmsContent(std::string_view message, ErrorText* error
 // Whether the content lies elsewhere: true for a readable message that carries none.
 bool isDetached(std::string_view message);
 
-}  // namespace tovrek::security
+}  // namespace tovrek

@@ -1,10 +1,10 @@
-#include "programs/security/cms_content.h"
+#include "formats/cms_content.h"
 
 #include <climits>
 
 #include "formats/openssl_owners.h"
 
-namespace tovrek::security {
+namespace tovrek {
 
 namespace {
 
@@ -50,4 +50,4 @@ bool isDetached(std::string_view message) {
   return place != nullptr && *place == nullptr;
 }
 
-}  // namespace tovrek::security
+}  // namespace tovrek

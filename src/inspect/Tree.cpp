@@ -1,0 +1,70 @@
+#include "inspect/Tree.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "host/bytes.h"
+
+namespace tovrek::inspect {
+
+std::string_view Contents::text() const {
+  return asText(bytes_);
+}
+
+std::span<const Tree::Item> Tree::below(std::string_view folder) const {
+  if (folder.empty()) return items_;
+  // "/" is the byte before "0": all that starts with "folder/" lies between the two.
+  const std::string first = std::string(folder) + "/", end = std::string(folder) + "0";
+  const auto byPath = [](const Item& item, const std::string& path) { return item.path < path; };
+  const auto from = std::lower_bound(items_.begin(), items_.end(), first, byPath);
+  const auto to = std::lower_bound(from, items_.end(), end, byPath);
+  return {from, to};
+}
+
+const Tree::Item* Tree::find(std::string_view path) const {
+  const auto at = std::lower_bound(
+      items_.begin(), items_.end(), path,
+      [](const Item& item, std::string_view wanted) { return item.path < wanted; });
+  return at != items_.end() && at->path == path ? &*at : nullptr;
+}
+
+void Tree::finish() {
+  std::ranges::stable_sort(items_, {}, &Item::path);
+  std::vector<Item> kept;
+  for (Item& item : items_) {
+    if (!kept.empty() && kept.back().path == item.path) {
+      stray_.push_back(item.path);
+    } else {
+      kept.push_back(std::move(item));
+    }
+  }
+  items_ = std::move(kept);
+}
+
+std::optional<Contents> Tree::read(const Item& item, uint64_t limit, ErrorText* error) const {
+  if (item.kind == ItemKind::kOther || item.kind == ItemKind::kDirectory) {
+    fail(error, "it is neither a file nor a link");
+    return std::nullopt;
+  }
+  if (item.size > limit) {
+    fail(error, fmt::format("it has {} bytes, and {} are read at most", item.size, limit));
+    return std::nullopt;
+  }
+  if (isPacked() && unpacked_.fetch_add(item.size) + item.size > kMostUnpacked) {
+    fail(error, fmt::format("the archive unpacks to more than {} bytes", kMostUnpacked));
+    return std::nullopt;
+  }
+  return contentsOf(item, error);
+}
+
+std::optional<Contents> Tree::read(std::string_view path, uint64_t limit, ErrorText* error) const {
+  const Item* item = find(path);
+  if (item == nullptr || item->kind != ItemKind::kFile) {
+    fail(error, "there is no such file");
+    return std::nullopt;
+  }
+  return read(*item, limit, error);
+}
+
+}  // namespace tovrek::inspect

@@ -1,0 +1,196 @@
+#include "inspect/forecast.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "device/grants.h"
+#include "host/files.h"
+#include "host/paths.h"
+#include "inspect/identity_forecast.h"
+#include "inspect/insertion_forecast.h"
+#include "inspect/readers.h"
+#include "inspect/text.h"
+#include "profile/ProvisioningProfile.h"
+#include "settings/settings_file.h"
+
+namespace tovrek::inspect {
+namespace {
+
+bool contains(std::string_view text, std::string_view part) {
+  return text.find(part) != std::string_view::npos;
+}
+
+// The frameworks of the SDK; two of them count only together.
+bool linksSdk(const Slice& slice) {
+  const auto loads = [&](std::string_view name) {
+    return std::ranges::any_of(slice.commands,
+                               [&](const std::string& words) { return contains(words, name); });
+  };
+  return loads("WEX.framework") || loads("WEXNetworkOnly.framework") ||
+         loads("WexFrameworkLoader.framework") ||
+         (loads("ORVMAMCore.framework") && loads("ORVMAMAppCore.framework"));
+}
+
+// The checks in the order of a wrap. Each tells of what it finds and leaves the others be.
+class Forecast {
+ public:
+  Forecast(const WrapWish& wish, const Rules& rules, const OpenApp& open, const Subject& subject)
+      : wish_(wish), rules_(rules), open_(open), app_(*subject.app), subject_(subject) {}
+
+  WrapForecast run() {
+    chooseProfile();
+    if (wish_.certificate) {
+      judgeIdentity(*wish_.certificate, wish_.keychain, profile_, &result_.obstacles,
+                    &result_.remarks);
+    }
+    takeFrom({"link-leads-out", "unsafe-name", "item-unreadable", "info-unreadable"});
+    judgeKind();
+    judgeProfile();
+    judgeParts();
+    judgeExecutable();
+    result_.wouldWrap = result_.obstacles.empty();
+    return std::move(result_);
+  }
+
+ private:
+  void refuse(std::string_view code, std::string place, std::string reason) {
+    report(&result_.obstacles, code, std::move(place), std::move(reason));
+  }
+  void remark(std::string_view code, std::string place, std::string reason) {
+    report(&result_.remarks, code, std::move(place), std::move(reason));
+  }
+
+  // What the judgement of the app itself has found already.
+  void takeFrom(std::initializer_list<std::string_view> codes) {
+    for (const Finding& finding : subject_.findings) {
+      if (std::ranges::find(codes, finding.code) == codes.end()) continue;
+      result_.obstacles.push_back(finding);
+    }
+  }
+
+  // Of a folder that profile which covers the app, lists the certificate and ends last.
+  void chooseProfile() {
+    if (!wish_.profile) return;
+    std::vector<std::string> files{*wish_.profile};
+    const bool isFolder = isDirectory(*wish_.profile);
+    if (isFolder) files = inputsIn(*wish_.profile, nullptr).value_or(std::vector<std::string>());
+    for (const std::string& file : files) {
+      const std::string extension = toLowerAscii(pathExtension(file));
+      if (isFolder && extension != "mobileprovision" && extension != "provisionprofile") continue;
+      std::string bytes;
+      ErrorText reason;
+      auto profile =
+          readFile(file, &bytes, &reason) ? readProfileDetails(bytes, file, &reason) : std::nullopt;
+      if (!profile && !isFolder) refuse("profile-unreadable", file, reason.text());
+      if (profile && (!profile_ || isBetter(*profile, *profile_))) profile_ = std::move(profile);
+    }
+    if (isFolder && !profile_) {
+      refuse("profile-missing", *wish_.profile, "the folder holds no profile that can be read");
+    }
+    if (isFolder && profile_) remark("profile-chosen", profile_->path, "this profile fits best");
+  }
+
+  int fitness(const ProfileDetails& profile) const {
+    const bool covers = profile.grants.covers(app_.identifier);
+    const bool valid = profile.grants.isValidAt(rules_.now);
+    const bool lists = !wish_.certificate || listsCertificate(profile, *wish_.certificate);
+    return (covers ? 4 : 0) + (valid ? 2 : 0) + (lists ? 1 : 0);
+  }
+  bool isBetter(const ProfileDetails& a, const ProfileDetails& b) const {
+    const int left = fitness(a), right = fitness(b);
+    return left != right ? left > right : a.grants.expires > b.grants.expires;
+  }
+
+  void judgeKind() {
+    const CodeObject& main = app_.main();
+    if (!main.problem.empty()) refuse("code-unreadable", app_.folder, main.problem);
+    bool isSdk = false, isWrapped = false, isPlain = false;
+    for (const Slice& slice : main.slices) {
+      isSdk |= linksSdk(slice);
+      isPlain |= slice.cryptid == 0U;
+      for (const std::string& words : slice.commands) {
+        isWrapped |= contains(words, "OrvaneDylib.dylib");
+      }
+    }
+    const auto contents = open_.tree->read(joinPath(open_.folder, main.executable));
+    if (contents) isSdk |= holdsSdkNames(contents->text());
+    if (isSdk) refuse("sdk-app", app_.folder, "the executable is linked with the app SDK");
+    if (isWrapped) {
+      refuse("wrapped-already", app_.folder, "the executable loads the management library");
+    }
+    const std::string air = joinPath(open_.folder, "META-INF/AIR/application.xml");
+    if (open_.tree->find(air) != nullptr) {
+      refuse("unsupported-app", app_.folder, "the app is made with Adobe AIR");
+    }
+    if (!isPlain && main.problem.empty()) {
+      refuse("encrypted", app_.folder, "no slice states that it is not encrypted");
+    }
+  }
+
+  void judgeProfile() {
+    if (!profile_) return;
+    const device::Profile& grants = profile_->grants;
+    if (grants.expires != 0 && grants.expires < rules_.now) {
+      refuse("profile-dates", profile_->path,
+             fmt::format("the profile ended on {}", dateText(grants.expires)));
+    }
+    if (grants.entitlements.empty()) {
+      refuse("profile-unreadable", profile_->path, "the profile holds no entitlements");
+    }
+    ErrorText reason;
+    const WrapperLogger silent = silentLogger();
+    if (!ProvisioningProfile::validateProfileWithPList(grants.entitlements, app_.identifier, false,
+                                                       silent, &reason)) {
+      refuse("identifier-not-in-profile", profile_->path, reason.text());
+    }
+    for (const Slice& slice : app_.main().slices) {
+      if (!slice.signature || !slice.signature->entitlements) continue;
+      for (const auto& [key, value] : *slice.signature->entitlements) {
+        if (key == "beta-reports-active" || grants.entitlements.contains(key)) continue;
+        remark("entitlement-not-granted", profile_->path,
+               fmt::format("the app has {}, the profile does not", key));
+      }
+      break;
+    }
+  }
+
+  void judgeParts() {
+    for (const CodeObject& object : app_.code) {
+      if (object.kind != CodeKind::kExtension && object.kind != CodeKind::kWatchApp) continue;
+      remark("extension-needs-profile", joinPath(app_.folder, object.path),
+             "a wrap strips it, unless -noStripExtensions is given");
+    }
+  }
+
+  void judgeExecutable() {
+    const CodeObject& main = app_.main();
+    Settings settings;
+    ErrorText reason;
+    if (!readSettings(&settings, &reason)) {
+      refuse("input-unreadable", "tovrek.conf", reason.text());
+    }
+    const auto contents = open_.tree->read(joinPath(open_.folder, main.executable));
+    if (main.problem.empty() && contents) {
+      judgeInsertion(contents->text(), joinPath(app_.folder, main.executable), settings,
+                     &result_.obstacles, &result_.remarks);
+    }
+  }
+
+  const WrapWish& wish_;
+  const Rules& rules_;
+  const OpenApp& open_;
+  const App& app_;
+  const Subject& subject_;
+  std::optional<ProfileDetails> profile_;
+  WrapForecast result_;
+};
+
+}  // namespace
+
+WrapForecast forecastWrap(const WrapWish& wish, const Rules& rules, const OpenApp& open,
+                          const Subject& subject) {
+  return Forecast(wish, rules, open, subject).run();
+}
+
+}  // namespace tovrek::inspect

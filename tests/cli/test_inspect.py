@@ -1,0 +1,407 @@
+"""What Inspect says of apps, packages, profiles and certificates, each with one thing wrong."""
+import html.parser
+import json
+import os
+import plistlib
+import shutil
+import subprocess
+from datetime import datetime, timedelta
+
+from harness import (ADMIN, BRANCH, DEMO, PROFILE, SDK_APP, TOOLKIT, changed_app, edit_info, pack,
+                     read, remove, sign_as_developer, thin, unpacked_app, unzip, write)
+from makers import SmallAppTest, archive_of, executable, profile, small_app
+
+INSPECT = os.path.join(TOOLKIT, "Inspect")
+HOSTILE = "<script>alert(1)</script>\x7f\u202e\"'&"
+
+
+class InspectTest(SmallAppTest):
+    """A package that a device would take, and the report about anything."""
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.package = cls.path("sound.wex")
+        cls.original = cls.path("original.ipa")
+        with changed_app() as (folder, app):
+            for part in ("PlugIns", "Watch"):
+                shutil.rmtree(os.path.join(app, part))
+            pack(folder, cls.original)
+        result = cls.wrap(cls.original, cls.package, "-bundleID", "com.example.managed")
+        assert result.returncode == 0, result.stderr
+
+    def inspect(self, *words, environment=()):
+        return subprocess.run([INSPECT, *words], capture_output=True, timeout=120, text=True,
+                              env=self.environment | dict(environment), cwd=self.folder)
+
+    def report(self, *words, status=None):
+        result = self.inspect("--json", *words)
+        if status is not None:
+            self.assertEqual(result.returncode, status, result.stdout + result.stderr)
+        self.assertEqual(result.stderr, "")
+        self.assertEqual(self.left_in_scratch(), [])
+        return json.loads(result.stdout)["inputs"][0]
+
+    def codes(self, *words, status=None):
+        return {finding["code"] for finding in self.report(*words, status=status)["findings"]}
+
+
+def change_resource(app):
+    write(b"other", app, "Pages", "cover.json")
+
+
+def change_code(app):
+    """Changes the first instruction of the last slice, a 64-bit one."""
+    path = os.path.join(app, "Fieldbook")
+    code = bytearray(read(path))
+    last = 8 + 20 * (int.from_bytes(code[4:8], "big") - 1)
+    start = int.from_bytes(code[last + 8:last + 12], "big")
+    section = code.index(b"__text\0", start)
+    code[start + int.from_bytes(code[section + 48:section + 52], "little")] ^= 1
+    write(code, path)
+
+
+def link_outside(app):
+    os.symlink("../../../etc", os.path.join(app, "escape"))
+
+
+def lose_bit(app):
+    os.chmod(os.path.join(app, "Fieldbook"), 0o644)
+
+
+def drop_seal(app):
+    shutil.rmtree(os.path.join(app, "_CodeSignature"))
+
+
+def drop_profile(app):
+    os.remove(os.path.join(app, "embedded.mobileprovision"))
+
+
+def break_profile(app):
+    write(b"no profile", app, "embedded.mobileprovision")
+
+
+def another_team(app):
+    sign_as_developer(os.path.join(app, "Frameworks", "Ledger.framework"))
+
+
+def unsigned_library(app):
+    write(executable(), app, "Frameworks", "loose.dylib")
+
+
+def newer_code(app):
+    edit_info(app, MinimumOSVersion="8.0")
+
+
+def no_executable(app):
+    os.remove(os.path.join(app, "Fieldbook"))
+
+
+def no_info(app):
+    write(b"\0\1", app, "Info.plist")
+
+
+def encrypted(app):
+    path = os.path.join(app, "Fieldbook")
+    code = bytearray(read(path))
+    for offset in range(0, len(code) - 20, 4):
+        if int.from_bytes(code[offset:offset + 4], "little") in (0x21, 0x2c):
+            size = int.from_bytes(code[offset + 4:offset + 8], "little")
+            if size in (20, 24):
+                code[offset + 16] = 1
+                break
+    write(code, path)
+
+
+# Each with what it does to the wrapped app and the code that has to be among the findings.
+IN_THE_APP = [
+    (change_resource, "signature-invalid"), (change_code, "signature-invalid"),
+    (drop_seal, "signature-invalid"), (link_outside, "link-leads-out"),
+    (lose_bit, "executable-bit-lost"), (drop_profile, "profile-missing"),
+    (break_profile, "profile-unreadable"), (another_team, "team-mismatch"),
+    (unsigned_library, "signature-missing"), (newer_code, "system-above-app"),
+    (no_executable, "code-unreadable"), (no_info, "info-unreadable"), (encrypted, "encrypted"),
+]
+
+
+class Findings(InspectTest):
+    def test_sound_inputs(self):
+        with self.subTest("package"):
+            report = self.report(self.package, status=0)
+            self.assertEqual(report["findings"], [])
+            self.assertTrue(report["app"]["wrapped"])
+        for name in ("Example.mobileprovision", "identities/root.pem"):
+            with self.subTest(name):
+                self.assertEqual(self.codes(os.path.join(DEMO, name), status=0), set())
+
+    def test_apps(self):
+        for change, code in IN_THE_APP:
+            with self.subTest(change.__name__):
+                folder = self.path(f"changed {change.__name__}")
+                app = unpacked_app(self.package, folder)
+                change(app)
+                # The same from a folder and out of an archive.
+                self.assertIn(code, self.codes(app))
+                archive = pack(os.path.dirname(os.path.dirname(app)), self.path("changed.ipa"))
+                self.assertIn(code, self.codes(archive))
+
+    def test_profiles(self):
+        soon = datetime.now() + timedelta(days=5)
+        cases = [
+            ({"ExpirationDate": datetime(2020, 1, 1)}, "profile-dates", 1),
+            ({"ExpirationDate": soon}, "profile-expires-soon", 0),
+        ]
+        for values, code, status in cases:
+            with self.subTest(code):
+                path = profile(self.path("odd.mobileprovision"), **values)
+                self.assertEqual(self.codes(path, status=status), {code})
+                self.codes(path, "--strict", status=1)
+        path = profile(self.path("soon.mobileprovision"), ExpirationDate=soon)
+        self.assertEqual(self.codes(path, "--within", "3", status=0), set())
+
+    def test_packages(self):
+        def manifest(text, instead):
+            def change(folder):
+                path = os.path.join(folder, "manifest.xml")
+                content = read(path)
+                self.assertIn(text, content)
+                write(content.replace(text, instead), path)
+            return change
+        cases = [
+            (manifest(b"<BundleID>com", b"<BundleID>org"), "manifest-identifier"),
+            (manifest(b"<BundleChecksum>", b"<BundleChecksum>0"), "manifest-checksum"),
+            (manifest(b"<xRes>", b"<xRes>1"), "manifest-icon"),
+            (manifest(b'Size">', b'Size">1'), "manifest-size"),
+            (manifest(b"</MobileApp>", b""), "manifest-unreadable"),
+            (lambda folder: os.remove(os.path.join(folder, "manifest.xml")), "manifest-missing"),
+            (lambda folder: write(b"<a>", folder, "policy_metadata.xml"), "policy-unreadable"),
+            (lambda folder: os.remove(os.path.join(folder, "strings-de.xml")), "policy-unreadable"),
+            (lambda folder: os.remove(os.path.join(folder, "Fieldbook.ipa")),
+             "package-app-missing"),
+            (lambda folder: write(b"PK", folder, "Fieldbook.ipa"), "item-unreadable"),
+        ]
+        for index, (change, code) in enumerate(cases):
+            with self.subTest(code, index=index):
+                folder = unzip(self.package, self.path(f"package {index}"))
+                os.rename(os.path.join(folder, "original.ipa"), os.path.join(folder, "Fieldbook.ipa"))
+                manifest(b"<BundleFile>original.ipa", b"<BundleFile>Fieldbook.ipa")(folder)
+                change(folder)
+                self.assertIn(code, self.codes(pack(folder, self.path("changed.wex"))))
+
+    def test_unreadable_inputs(self):
+        cases = {"missing.ipa": None, "empty.ipa": b"", "cut.wex": read(self.package)[:-30],
+                 "text.p12": b"text", "text.mobileprovision": b"text", "text.txt": b"text"}
+        for name, content in cases.items():
+            with self.subTest(name):
+                if content is not None:
+                    write(content, self.folder, name)
+                self.report(self.path(name), status=2)
+        os.mkfifo(self.path("pipe.ipa"))
+        self.report(self.path("pipe.ipa"), status=2)
+
+    def test_damage_never_ends_the_program(self):
+        """Some bytes of the archive's directory and some of its contents changed."""
+        archive = bytearray(read(self.original))
+        size = len(archive)
+        for at in [*range(size - 600, size, 23), *range(0, size - 600, size // 10)]:
+            damaged = bytearray(archive)
+            damaged[at] ^= 0xff
+            path = write(damaged, self.folder, "damaged.ipa")
+            result = self.inspect(path)
+            self.assertIn(result.returncode, (1, 2), (at, result.stderr))
+
+    def test_names_that_lead_out(self):
+        path = archive_of([("Payload/A.app/Info.plist", plistlib.dumps({})),
+                           ("../outside", b"x"), ("Payload/A.app/l", ("->", "/etc"))],
+                          self.path("names.ipa"))
+        found = self.codes(path, status=1)
+        self.assertLessEqual({"unsafe-name", "link-leads-out"}, found)
+        self.assertFalse(os.path.exists(os.path.join(self.scratch, "outside")))
+
+
+class Reports(InspectTest):
+    def test_hostile_names_are_escaped(self):
+        with small_app(info={"CFBundleDisplayName": HOSTILE}) as (folder, _):
+            archive = pack(folder, self.path("hostile.ipa"))
+        text = self.inspect(archive).stdout
+        self.assertNotIn("\x7f", text)
+        self.assertNotIn("\u202e", text)
+        self.assertIn("\\x7f\\u{202e}", text)
+        self.assertEqual(self.report(archive)["app"]["name"], HOSTILE)
+        page = self.path("hostile.html")
+        self.inspect(archive, "--html", page)
+        content = read(page).decode()
+        self.assertNotIn("<script", content)
+        self.assertIn("&lt;script&gt;alert(1)&lt;/script&gt;", content)
+
+    def test_page_is_whole_and_loads_nothing(self):
+        page = self.path("page.html")
+        result = self.inspect(self.package, "--against", self.original, "--html", page)
+        self.assertEqual((result.returncode, result.stdout), (0, ""))
+        checker = PageChecker()
+        checker.feed(read(page).decode())
+        checker.close()
+        self.assertEqual(checker.open, [])
+        self.assertEqual(checker.outside, [])
+        self.assertGreaterEqual(checker.count["img"], 2)
+        self.assertEqual(checker.count.get("script", 0), 0)
+        self.assertIn("h1", checker.count)
+
+    def test_comparison(self):
+        groups = {group["title"]: group for group in
+                  self.report(self.package, "--against", self.original, status=0)["comparison"]}
+        changes = {title: {change["subject"]: (change["before"], change["after"])
+                           for change in group["changes"]} for title, group in groups.items()}
+        self.assertEqual(changes["App"]["identifier"],
+                         ("com.example.fieldbook", "com.example.managed"))
+        self.assertEqual(changes["Entitlements"]["get-task-allow"], ("yes", "no"))
+        self.assertEqual(len(changes["Load commands, arm64"]), 2)
+        self.assertIn("OrvaneDylib.bundle/OrvaneDylib.dylib", changes["Files"])
+        self.assertNotIn("Pages/cover.json", changes["Files"])
+
+        app = unpacked_app(self.package, self.path("tampered"))
+        change_resource(app)
+        change_code(app)
+        places = [finding["place"] for finding in
+                  self.report(app, "--against", self.original, status=1)["findings"]
+                  if finding["code"] == "unexpected-change"]
+        self.assertEqual(places, ["Fieldbook.app/Fieldbook", "Fieldbook.app/Pages/cover.json"])
+
+    def test_table(self):
+        folder = self.path("many")
+        os.mkdir(folder)
+        later = datetime.now() + timedelta(days=100)
+        profile(os.path.join(folder, "later.mobileprovision"), ExpirationDate=later)
+        profile(os.path.join(folder, "sooner.mobileprovision"),
+                ExpirationDate=later - timedelta(days=60))
+        shutil.copy(self.package, folder)
+        lines = self.inspect(folder).stdout.splitlines()
+        self.assertEqual([os.path.basename(line) for line in lines[1:]],
+                         ["sooner.mobileprovision", "later.mobileprovision", "sound.wex"])
+        lines = self.inspect(folder, "--within", "50").stdout.splitlines()
+        self.assertEqual(len(lines), 2)
+        self.assertTrue(lines[1].endswith("sooner.mobileprovision"))
+
+    def test_usage(self):
+        for words in ([], ["--json", "--html", "x", "y"], ["--within", "-1", "x"], ["--colour"],
+                      ["--cert", "x", "a", "b"], ["--json=yes", "a"], ["x", "--against"]):
+            with self.subTest(words):
+                result = self.inspect(*words)
+                self.assertEqual((result.returncode, result.stdout), (2, ""))
+                self.assertIn("usage: Inspect", result.stderr)
+
+    def test_explanations(self):
+        for what, code in (("profile-dates", "profile-dates"), ("1106", "header-room"),
+                           ("ERROR: This app is already wrapped, and cannot be re-wrapped.",
+                            "wrapped-already"),
+                           ("ERROR:  Unknown loader command found  in the application binary "
+                            "image.", "wrap-engine")):
+            with self.subTest(what):
+                result = self.inspect("--explain", what)
+                self.assertEqual(result.returncode, 0)
+                self.assertIn(f"{code} (error)", result.stdout)
+        self.assertEqual(self.inspect("--explain", "no such thing").returncode, 2)
+
+
+class BeforeWrap(InspectTest):
+    """The forecast, and what a wrap says to the same app, certificate and profile."""
+
+    def agree(self, app, expected, cert=ADMIN, chosen=PROFILE, environment=()):
+        forecast = self.report(app, "--cert", cert, "--profile", chosen)["wrap"]
+        found = {finding["code"] for finding in forecast["obstacles"]}
+        output = self.path("agree.wex")
+        remove(output)
+        result = self.wrap(app, output, cert=cert, profile=chosen, environment=environment)
+        self.assertEqual(forecast["wouldWrap"], os.path.exists(output),
+                         f"{forecast}\n{result.stderr}")
+        self.assertLessEqual(set(expected), found)
+        self.assertEqual(bool(found), bool(expected), found)
+        return forecast
+
+    def test_what_the_app_is(self):
+        sdk = self.path("Gauge.app")
+        shutil.copytree(SDK_APP, sdk)
+        self.agree(self.original, [])
+        self.agree(sdk, ["sdk-app"])
+        self.agree(unpacked_wrapped(self), ["wrapped-already"])
+
+    def test_what_is_wrong_with_it(self):
+        def air(app):
+            write(b"<application/>", app, "META-INF", "AIR", "application.xml")
+
+        def one_slice(app):
+            thin(os.path.join(app, "Fieldbook"), "armv7")
+
+        def truncated(app):
+            path = os.path.join(app, "Fieldbook")
+            write(read(path)[:60000], path)
+
+        def text(app):
+            write(b"#!/bin/sh\n", app, "Fieldbook")
+
+        cases = [(air, ["unsupported-app"]), (link_outside, ["link-leads-out"]),
+                 (no_info, ["info-unreadable"]), (no_executable, ["code-unreadable"]),
+                 (one_slice, []), (change_resource, []), (drop_seal, []), (truncated, ["code-unreadable"]),
+                 (text, ["code-unreadable"]), (lose_bit, [])]
+        for change, expected in cases:
+            with self.subTest(change.__name__), changed_app() as (folder, app):
+                change(app)
+                self.agree(pack(folder, self.path("agree.ipa")), expected)
+
+    def test_profiles(self):
+        cases = [
+            (profile(self.path("old.mobileprovision"), ExpirationDate=datetime(2020, 1, 1)),
+             ["profile-dates"]),
+            (profile(self.path("other.mobileprovision"),
+                     {"application-identifier": "EXAMPLE123.com.example.other"}),
+             ["identifier-not-in-profile"]),
+            (write(b"text", self.folder, "text.mobileprovision"), ["profile-unreadable"]),
+        ]
+        for path, expected in cases:
+            with self.subTest(expected):
+                self.agree(self.original, expected, chosen=path)
+
+    def test_names_of_certificates(self):
+        almost = ADMIN.replace("Corporation", "Corporatian")
+        forecast = self.agree(self.original, ["certificate-not-in-profile", "identity"], cert=almost)
+        self.assertIn("character 39", forecast["obstacles"][0]["reason"])
+        self.assertIn(ADMIN, forecast["obstacles"][0]["reason"])
+        self.agree(self.original, ["certificate-not-in-profile", "identity"], cert=BRANCH)
+
+    def test_nothing_is_changed(self):
+        app = unpacked_app(self.original, self.path("kept"))
+        before = tree_of(app)
+        self.inspect(app, "--cert", ADMIN, "--profile", PROFILE)
+        self.assertEqual(tree_of(app), before)
+
+
+def unpacked_wrapped(test):
+    return unpacked_app(test.package, test.path("wrapped"))
+
+
+def tree_of(folder):
+    return {os.path.join(base, name): read(base, name)
+            for base, _, files in os.walk(folder) for name in files}
+
+
+class PageChecker(html.parser.HTMLParser):
+    """Counts elements, and collects what is not closed and what would be loaded."""
+    EMPTY = {"meta", "link", "img", "br"}
+
+    def __init__(self):
+        super().__init__()
+        self.open, self.outside, self.count = [], [], {}
+
+    def handle_starttag(self, tag, attrs):
+        self.count[tag] = self.count.get(tag, 0) + 1
+        if tag not in self.EMPTY:
+            self.open.append(tag)
+        for name, value in attrs:
+            if name in ("src", "href") and not value.startswith(("data:", "#")):
+                self.outside.append((tag, value))
+            if name.startswith("on"):
+                self.outside.append((tag, name))
+
+    def handle_endtag(self, tag):
+        assert self.open and self.open[-1] == tag, (tag, self.open)
+        self.open.pop()
