@@ -25,9 +25,10 @@ ONLY_PARTS = {
     "choose a valid input file.", "{} has no name to be copied under",
     "{} is not a private folder of this user", "an app that was given unpacked",
     ": it holds no app", ": it lies outside of the input, or cannot be reached",
-    "neither the app nor an option gives an identifier",
+    "neither the app nor an option gives an identifier", " [{} more]",
+    "\\\"{}\\\" must be {}, not \\\"{}\\\"", "{} could not be removed: {}",
     "\\\"{}\\\" is given twice", "\\\"{}\\\" is not of the form \\\"name = yes\\\" or "
-    "\\\"name = no\\\"", "\\\"{}\\\" must be yes or no, not \\\"{}\\\"",
+    "\\\"name = no\\\"",
     "there is no setting \\\"{}\\\""}
 
 
