@@ -11,7 +11,7 @@ namespace tovrek {
 namespace {
 
 // Nothing of a file that cannot be read: the key differs anyway.
-void appendFile(const std::string& path, BlockStream& data) {
+void appendContents(const std::string& path, BlockStream& data) {
   readInPieces(
       path, [&data] { return data.room(); }, [&data](size_t size) { data.took(size); });
 }
@@ -32,8 +32,8 @@ std::optional<std::string> GeneratePrivateKey(const std::string& bundlePath,
   Digest data(DigestAlgorithm::kSha256);
   {
     BlockStream contents([&data](std::string_view block) { data.update(block); });
-    appendFile(joinPath(bundlePath, "Info.plist"), contents);
-    appendFile(executable, contents);
+    appendContents(joinPath(bundlePath, "Info.plist"), contents);
+    appendContents(executable, contents);
   }
   data.update(uniqueString());
   const std::optional<std::string> address = getMacAddress(nullptr, logger);
