@@ -18,7 +18,7 @@ void CommandLineProcessor::printCommandUsage() const {
       {CommandWord::kSign, SignCommand::helpText},
       {CommandWord::kSdkPrep, SdkPrepCommand::helpText}};
   for (const auto& [word, help] : kHelp) {
-    if (words_.contains(word)) return systemLog("\n" + help());
+    if (words_.contains(word)) return systemLog("\n" + help(), LineBreaks::kKept);
   }
   printUsage();
 }

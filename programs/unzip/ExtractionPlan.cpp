@@ -8,6 +8,7 @@
 #include <unordered_set>
 
 #include "host/paths.h"
+#include "host/printable.h"
 
 namespace tovrek::unzip {
 namespace {
@@ -28,14 +29,16 @@ class Planner {
   bool add(const Entry& entry, ErrorText* error) {
     PlannedItem item{&entry};
     if (!destinationPath(entry.name, &item.path)) {
-      return fail(error, fmt::format("{} would leave the destination", entry.name));
+      return fail(error, fmt::format("{} would leave the destination", printable(entry.name)));
     }
     if (entry.isFolder()) {
       if (!options_.junkPaths && !item.path.empty()) plan_.folders.push_back(std::move(item));
       return true;
     }
     if (options_.junkPaths) item.path = nameOf(item.path);
-    if (item.path.empty()) return fail(error, fmt::format("{} is no name for a file", entry.name));
+    if (item.path.empty()) {
+      return fail(error, fmt::format("{} is no name for a file", printable(entry.name)));
+    }
     const auto earlier = taken_.find(item.path);
     if (earlier != taken_.end() || stands(item.path)) {
       if (plan_.endedByInput || !mayReplace(item.path)) return true;
@@ -76,7 +79,7 @@ class Planner {
            path = folderOf(path)) {
         if (!links.contains(path)) continue;
         return fail(error, fmt::format("{} would be written through the symbolic link {}",
-                                       item.entry->name, path));
+                                       printable(item.entry->name), printable(path)));
       }
     }
     return true;

@@ -12,6 +12,7 @@
 #include "archive/patterns.h"
 #include "host/files.h"
 #include "host/paths.h"
+#include "host/printable.h"
 #include "programs/unzip/Extraction.h"
 #include "programs/unzip/UnzipOptions.h"
 #include "programs/unzip/contents.h"
@@ -155,7 +156,7 @@ int processArchive(const std::string& path, const UnzipOptions& options, const S
   if (introduces) streams.out(fmt::format("Archive:  {}\n", path));
   ArchiveReader reader;
   if (const int failed = openArchive(path, streams, &reader); failed != kDone) return failed;
-  if (introduces && !reader.comment().empty()) streams.out(reader.comment() + "\n");
+  if (introduces && !reader.comment().empty()) streams.out(printableLines(reader.comment()) + "\n");
   if (reader.entries().empty()) {
     streams.error(fmt::format("warning [{}]:  zipfile is empty\n", path));
     return kWarning;
