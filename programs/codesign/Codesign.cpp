@@ -7,6 +7,7 @@
 #include "host/ItemPath.h"
 #include "host/files.h"
 #include "host/paths.h"
+#include "host/printable.h"
 #include "signing/CodeObject.h"
 
 namespace tovrek::codesign {
@@ -38,7 +39,7 @@ int runOn(const std::string& path, const Options& options, const Streams& stream
 }  // namespace
 
 int failPath(const std::string& path, std::string_view text, const Streams& streams) {
-  streams.error(fmt::format("{}: {}\n", path, text));
+  streams.error(fmt::format("{}: {}\n", printable(path), text));
   return kFailure;
 }
 

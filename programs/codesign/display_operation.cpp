@@ -5,6 +5,7 @@
 
 #include "host/clock.h"
 #include "host/files.h"
+#include "host/printable.h"
 #include "programs/codesign/Codesign.h"
 #include "programs/codesign/extraction.h"
 #include "signing/CmsSignature.h"
@@ -38,7 +39,8 @@ class Display {
   template <class... Arguments>
   void line(int level, fmt::format_string<Arguments...> format, Arguments&&... arguments) {
     if (level_ < level) return;
-    text_ += fmt::format(format, std::forward<Arguments>(arguments)...) + "\n";
+    // Names and subjects are chosen by strangers and could forge lines.
+    text_ += printable(fmt::format(format, std::forward<Arguments>(arguments)...)) + "\n";
   }
   const signing::CodeDirectoryInfo& info() const { return signature_.best().info(); }
 

@@ -2,6 +2,7 @@
 #include <fmt/format.h>
 
 #include "host/files.h"
+#include "host/printable.h"
 #include "keychain/identities.h"
 #include "keychain/locations.h"
 #include "programs/codesign/Codesign.h"
@@ -58,7 +59,7 @@ bool readInput(const std::string& path, std::optional<std::string>* contents, Er
   ErrorText reason;
   std::string bytes;
   if (!readFile(path, &bytes, &reason)) {
-    return fail(error, fmt::format("{}: {}", path, reason.text()));
+    return fail(error, fmt::format("{}: {}", printable(path), reason.text()));
   }
   *contents = std::move(bytes);
   return true;
@@ -73,7 +74,7 @@ bool readRequirements(const std::string& argument, std::optional<std::string>* s
 bool readRules(const std::string& path, std::optional<PlistDictionary>* rules, ErrorText* error) {
   ErrorText reason;
   *rules = readPlistDictionary(path, &reason);
-  return rules->has_value() || fail(error, fmt::format("{}: {}", path, reason.text()));
+  return rules->has_value() || fail(error, fmt::format("{}: {}", printable(path), reason.text()));
 }
 
 bool translate(const std::string& path, const Options& options, const Streams& streams,
@@ -110,11 +111,12 @@ int signPath(const std::string& path, const Options& options, const Streams& str
   signing::SignReport report;
   const bool good = signing::sign(path, translated, &report, &error);
   for (const std::string& note : report.notes) {
-    streams.error(fmt::format("{}: {}\n", path, note));
+    streams.error(fmt::format("{}: {}\n", printable(path), note));
   }
   if (!good) return failPath(path, error.text(), streams);
   if (options.verbosity > 0) {
-    streams.error(fmt::format("{}: signed {} [{}]\n", path, report.format, report.identifier));
+    streams.error(fmt::format("{}: signed {} [{}]\n", printable(path), report.format,
+                              printable(report.identifier)));
   }
   return kSuccess;
 }

@@ -1,6 +1,7 @@
 // codesign -v.
 #include <fmt/format.h>
 
+#include "host/printable.h"
 #include "programs/codesign/Codesign.h"
 #include "programs/codesign/requirement_source.h"
 #include "signing/verify/Verifier.h"
@@ -21,24 +22,25 @@ int verifyPath(const std::string& path, const Options& options, const Streams& s
   }
   const auto verdict = signing::verifyCode(path, wanted);
   if (!verdict.valid) {
-    streams.error(fmt::format("{}: {}\n", path, verdict.lines.front()));
-    for (size_t i = 1; i < verdict.lines.size(); ++i) streams.error(verdict.lines[i] + "\n");
+    streams.error(fmt::format("{}: {}\n", printable(path), printable(verdict.lines.front())));
+    for (size_t i = 1; i < verdict.lines.size(); ++i)
+      streams.error(printable(verdict.lines[i]) + "\n");
     return kFailure;
   }
   const bool tell = options.verbosity > 0;
   int status = kSuccess;
-  if (tell) streams.error(fmt::format("{}: valid on disk\n", path));
+  if (tell) streams.error(fmt::format("{}: valid on disk\n", printable(path)));
   if (!verdict.satisfiesDesignated) {
     failPath(path, "does not satisfy its designated Requirement", streams);
     status = kUnsatisfied;
   } else if (tell) {
-    streams.error(fmt::format("{}: satisfies its Designated Requirement\n", path));
+    streams.error(fmt::format("{}: satisfies its Designated Requirement\n", printable(path)));
   }
   if (!verdict.satisfiesRequirement) {
     streams.error("test-requirement: code failed to satisfy specified code requirement(s)\n");
     status = kUnsatisfied;
   } else if (tell && wanted.requirement) {
-    streams.error(fmt::format("{}: explicit requirement satisfied\n", path));
+    streams.error(fmt::format("{}: explicit requirement satisfied\n", printable(path)));
   }
   return status;
 }

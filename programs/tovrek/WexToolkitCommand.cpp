@@ -63,7 +63,7 @@ bool WexToolkitCommand::showHelp(const std::vector<std::string>& arguments, size
   if (next < arguments.size() && !CheckForMissingParamValue(arguments[next])) {
     return failMissingValue(error, "-help");
   }
-  systemLog("\n" + help_());
+  systemLog("\n" + help_(), LineBreaks::kKept);
   helpShown_ = true;
   return false;
 }

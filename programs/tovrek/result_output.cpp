@@ -20,8 +20,8 @@ std::string successNote(const Request& request) {
 }  // namespace
 
 void reportError(const std::string& text, const WrapperLogger& log, const Streams& streams) {
-  streams.error(fmt::format("\n\n{}\n{}\n", text, kSeparatorLine));
-  log.logError(fmt::format("{}\n{}\n", text, kSeparatorLine));
+  streams.error(fmt::format("\n\n{}\n{}\n", printableLines(text), kSeparatorLine));
+  log.logError(fmt::format("{}\n{}\n", text, kSeparatorLine), LineBreaks::kKept);
 }
 
 int writeOutResultWithErrorStr(bool success, const std::string* error, const Request& request,
@@ -29,11 +29,11 @@ int writeOutResultWithErrorStr(bool success, const std::string* error, const Req
   if (success) {
     const std::string text =
         error != nullptr
-            ? fmt::format("\n{}\n\n{}\n\n\n\n", *error, successNote(request))
+            ? fmt::format("\n{}\n\n{}\n\n\n\n", printableLines(*error), successNote(request))
             : fmt::format("\n********{}********\n\n{}\n\n\n\n",
                           "Orvane mobile app was created successfully.", successNote(request));
     streams.out(text);
-    log.logBasic(text);
+    log.logBasic(text, LineBreaks::kKept);
     return 0;
   }
   if (error == nullptr) return -1;

@@ -15,7 +15,7 @@ void CommandLineProcessor::printCommandUsage() const {
       {CommandWord::kSign, signHelp},
       {CommandWord::kSdkPrep, sdkPrepHelp}};
   for (const auto& [word, help] : kHelp) {
-    if (words_.contains(word)) return systemLog("\n" + help());
+    if (words_.contains(word)) return systemLog("\n" + help(), LineBreaks::kKept);
   }
   printUsage();
 }

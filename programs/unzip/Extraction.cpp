@@ -12,6 +12,7 @@
 #include "archive/ordered_work.h"
 #include "host/files.h"
 #include "host/paths.h"
+#include "host/printable.h"
 #include "programs/unzip/padded_name.h"
 #include "programs/unzip/status.h"
 #include "programs/unzip/unpack_entry.h"
@@ -74,7 +75,8 @@ class Extraction {
 
  private:
   std::string shown(const PlannedItem& item) const {
-    return options_.destination.empty() ? item.path : joinPath(options_.destination, item.path);
+    return printable(options_.destination.empty() ? item.path
+                                                  : joinPath(options_.destination, item.path));
   }
 
   void report(const char* verb, const std::string& text) const {
@@ -100,12 +102,12 @@ class Extraction {
       return {kDamaged,
               fmt::format("checkdir error:  something that is no folder stands in the way\n"
                           "                 unable to process {}.\n",
-                          item.entry->name)};
+                          printable(item.entry->name))};
     }
     return {kDamaged, fmt::format("checkdir error:  cannot create a folder\n"
                                   "                 {}\n"
                                   "                 unable to process {}.\n",
-                                  std::strerror(reason), item.entry->name)};
+                                  std::strerror(reason), printable(item.entry->name))};
   }
 
   Result cannotWrite(std::string_view what, const PlannedItem& item) const {
@@ -172,7 +174,8 @@ class Extraction {
     if (plan_.links.empty() || options_.quiet > 0) return;
     streams_.out("finishing deferred symbolic links:\n");
     for (const PlannedItem& item : plan_.links) {
-      streams_.out(fmt::format("  {} -> {}\n", paddedName(shown(item)), targets_[&item]));
+      streams_.out(
+          fmt::format("  {} -> {}\n", paddedName(shown(item)), printable(targets_[&item])));
     }
   }
 
@@ -189,7 +192,7 @@ class Extraction {
                                     fault.empty() ? "is no proper symbolic link" : fault)};
     }
     targets_[&item] = target;
-    report("linking", fmt::format("{}  -> {} ", paddedName(shown(item)), target));
+    report("linking", fmt::format("{}  -> {} ", paddedName(shown(item)), printable(target)));
     if (!cursor_.enter(folderOf(item.path), true)) return cannotReach(item);
     const std::string name = nameOf(item.path);
     if (item.replace) cursor_.remove(name);

@@ -7,7 +7,9 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include "archive/limits.h"
 #include "host/paths.h"
+#include "host/printable.h"
 
 namespace tovrek::unzip {
 namespace {
@@ -28,14 +30,16 @@ class Planner {
   bool add(const Entry& entry, ErrorText* error) {
     PlannedItem item{&entry};
     if (!destinationPath(entry.name, &item.path)) {
-      return fail(error, fmt::format("{} would leave the destination", entry.name));
+      return fail(error, fmt::format("{} would leave the destination", printable(entry.name)));
     }
     if (entry.isFolder()) {
       if (!options_.junkPaths && !item.path.empty()) plan_.folders.push_back(std::move(item));
       return true;
     }
     if (options_.junkPaths) item.path = nameOf(item.path);
-    if (item.path.empty()) return fail(error, fmt::format("{} is no name for a file", entry.name));
+    if (item.path.empty()) {
+      return fail(error, fmt::format("{} is no name for a file", printable(entry.name)));
+    }
     const auto earlier = taken_.find(item.path);
     if (earlier != taken_.end() || stands(item.path)) {
       if (plan_.endedByInput || !mayReplace(item.path)) return true;
@@ -76,7 +80,7 @@ class Planner {
            path = folderOf(path)) {
         if (!links.contains(path)) continue;
         return fail(error, fmt::format("{} would be written through the symbolic link {}",
-                                       item.entry->name, path));
+                                       printable(item.entry->name), printable(path)));
       }
     }
     return true;
@@ -153,6 +157,7 @@ bool destinationPath(const std::string& name, std::string* path) {
 bool planExtraction(const std::vector<const Entry*>& entries, const UnzipOptions& options,
                     const Streams& streams, FolderCursor* destination, ExtractionPlan* plan,
                     ErrorText* error) {
+  if (!archive::isWithin(archive::ArchiveLimits{}, entries, error)) return false;
   Planner planner(options, streams, destination, plan);
   for (const Entry* entry : entries) {
     if (!planner.add(*entry, error)) return false;

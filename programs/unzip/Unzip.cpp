@@ -12,6 +12,7 @@
 #include "archive/patterns.h"
 #include "host/files.h"
 #include "host/paths.h"
+#include "host/printable.h"
 #include "host/utf8.h"
 #include "programs/unzip/Extraction.h"
 #include "programs/unzip/UnzipOptions.h"
@@ -158,7 +159,7 @@ int processArchive(const std::string& path, const UnzipOptions& options, const S
   ArchiveReader reader;
   if (const int failed = openArchive(path, streams, &reader); failed != kDone) return failed;
   reader.decodeNames();
-  if (introduces && !reader.comment().empty()) streams.out(reader.comment() + "\n");
+  if (introduces && !reader.comment().empty()) streams.out(printableLines(reader.comment()) + "\n");
   if (reader.entries().empty()) {
     streams.error(fmt::format("warning [{}]:  zipfile is empty\n", path));
     return kWarning;

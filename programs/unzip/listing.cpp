@@ -4,6 +4,8 @@
 
 #include <ctime>
 
+#include "host/printable.h"
+
 namespace tovrek::unzip {
 namespace {
 
@@ -33,10 +35,11 @@ std::string methodName(const Entry& entry) {
 }
 
 std::string line(const Entry& entry, bool verbose) {
-  if (!verbose) return fmt::format("{:9}  {}   {}\n", entry.size, dateAndTime(entry), entry.name);
+  if (!verbose)
+    return fmt::format("{:9}  {}   {}\n", entry.size, dateAndTime(entry), printable(entry.name));
   return fmt::format("{:8}  {:<6} {:8} {} {} {:08x}  {}\n", entry.size, methodName(entry),
                      entry.compressedSize, saved(entry.size, entry.compressedSize),
-                     dateAndTime(entry), entry.crc, entry.name);
+                     dateAndTime(entry), entry.crc, printable(entry.name));
 }
 
 std::string names(const std::vector<const Entry*>& entries) {

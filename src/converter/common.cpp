@@ -4,6 +4,7 @@
 
 #include "host/files.h"
 #include "host/paths.h"
+#include "host/printable.h"
 
 namespace tovrek::converter {
 
@@ -40,13 +41,14 @@ std::string replaceAll(std::string_view text, std::string_view from, std::string
 }
 
 bool failMissingFile(ErrorText* error, std::string_view path) {
-  return fail(error, fmt::format("A required file at this location does not exist: {}", path));
+  return fail(error,
+              fmt::format("A required file at this location does not exist: {}", printable(path)));
 }
 
 bool failToCopy(const std::string& from, const std::string& to, const ErrorText& reason,
                 ErrorText* error) {
-  return fail(error,
-              fmt::format("Failed to copy file from {} to {}. Error:{}", from, to, reason.text()));
+  return fail(error, fmt::format("Failed to copy file from {} to {}. Error:{}", printable(from),
+                                 printable(to), reason.text()));
 }
 
 bool failToRemove(const ErrorText& reason, ErrorText* error) {

@@ -152,6 +152,19 @@ void fitICloud(const OptionalDictionary& old, PlistDictionary* entitlements) {
   }
 }
 
+// A property list for the log: its lines stay, line breaks in its strings do not.
+std::string shownDocument(std::string_view xml) {
+  std::string result;
+  while (!xml.empty()) {
+    const size_t length = std::min(xml.find('<', 1), xml.size());
+    const std::string_view part = xml.substr(0, length);
+    const bool inString = part.starts_with("<string>") || part.starts_with("<key>");
+    result += inString ? printable(part) : std::string(part);
+    xml.remove_prefix(length);
+  }
+  return result;
+}
+
 // Re-points everything from the old team to the new one: in the text as a whole, so that
 // identifiers inside of other values move along.
 std::string repointPrefix(const WrapperLogger& log, const std::string& xml,
@@ -160,7 +173,8 @@ std::string repointPrefix(const WrapperLogger& log, const std::string& xml,
   log.logDetailed(fmt::format("Replacing {} to {}", shown(oldPrefix), teamPrefix));
   const bool bothPresent = !isEmpty(oldPrefix) && !teamPrefix.empty();
   std::string result = bothPresent ? replaceAll(xml, *oldPrefix, teamPrefix) : xml;
-  log.logDetailed("Final entitlement XML after string replacement is " + result);
+  log.logDetailed("Final entitlement XML after string replacement is " + shownDocument(result),
+                  LineBreaks::kKept);
   return result;
 }
 
@@ -198,7 +212,9 @@ bool generateNewEntitlement(const Run& run, std::string* entitlementPath,
   if (!profileData) return false;
   const std::string profilePath = joinPath(targetDir, "provisiongprofile.plist");
   const bool written = writePlist(profilePath, *profileData, PlistFormat::kXml);
-  systemLog(fmt::format("tempDir: {} \nprofilePath: {}", targetDir, profilePath));
+  systemLog(
+      fmt::format("tempDir: {} \nprofilePath: {}", printable(targetDir), printable(profilePath)),
+      LineBreaks::kKept);
   if (!written) return fail(error, "ERROR: Failed to decode provisioning profile.");
   *entitlementPath = joinPath(targetDir, "new-entitlement.plist");
   return GenerateEntitlement(run, *entitlementPath, profilePath, appPath, error);
@@ -239,7 +255,7 @@ bool GenerateEntitlement(const Run& run, const std::string& targetPath,
 
   log.logBasic("Fixing appID in the new entitlement string...");
   const std::string xml = generatePlistXMLStringFromDictionary(entitlements);
-  log.logDetailed("new entitlement XML is " + xml);
+  log.logDetailed("new entitlement XML is " + shownDocument(xml), LineBreaks::kKept);
   return writeEntitlements(log, targetPath, repointPrefix(log, xml, oldPrefix, teamPrefix), error);
 }
 

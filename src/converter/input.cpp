@@ -9,6 +9,7 @@
 #include "converter/steps.h"
 #include "host/ItemPath.h"
 #include "host/files.h"
+#include "host/printable.h"
 #include "package/app_links.h"
 
 namespace tovrek::converter {
@@ -63,7 +64,7 @@ bool takeApp(Run& run, ErrorText* error) {
   std::vector<std::string> dangling;
   if (!judgeInput(run, &dangling, error)) return false;
   for (const std::string& link : dangling) {
-    run.log().logWarning("The app holds a link whose target does not exist: " + link);
+    run.log().logWarning("The app holds a link whose target does not exist: " + printable(link));
   }
   run.bundle = AppBundle::open(run.appPath);
   return true;

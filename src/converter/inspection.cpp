@@ -59,7 +59,7 @@ bool checkIfAppBundle(const RunContext& context, const AppBundle& bundle,
   const std::string executable = bundle.executablePath().value_or("");
   int status = 0;
   const std::string symbolText = getSymbolsFromBinaryPath(executable, &status);
-  log.logDetailed(symbolText);
+  log.logDetailed(symbolText, LineBreaks::kKept);
   if (status == kNotStarted) return failWithStatus(error, "nm", status);
   std::string report = "\n\n";
   if (status != 0) {
@@ -85,8 +85,8 @@ bool checkIfAppBundle(const RunContext& context, const AppBundle& bundle,
   if (!policies && (symbols || linked)) {
     report += "WARNING: App will not work as expected when run in Premium/AppSpecific mode.\n";
   }
-  systemLog(report + "\n");
-  log.logDetailed(report);
+  systemLog(report + "\n", LineBreaks::kKept);
+  log.logDetailed(report, LineBreaks::kKept);
 
   inspection->hasWEXSDKFramework = symbols || linked;
   inspection->hasOpenSSLFIPSModule = fips;

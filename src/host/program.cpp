@@ -3,6 +3,9 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
+#ifdef __linux__
+#include <linux/close_range.h>
+#endif
 
 #include <cerrno>
 #include <exception>
@@ -38,6 +41,14 @@ bool openClosedStreams() {
   return true;
 }
 
+// What the caller has open is none of the business of the programs that this one starts.
+void keepOpenFilesFromChildren() {
+#ifdef CLOSE_RANGE_CLOEXEC
+  constexpr unsigned kFirst = STDERR_FILENO + 1;
+  ::close_range(kFirst, ~0U, CLOSE_RANGE_CLOEXEC);
+#endif
+}
+
 }  // namespace
 
 int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules) {
@@ -46,6 +57,7 @@ int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules)
   // A file that may not grow further is an error to report, as a full disk is.
   ::signal(SIGXFSZ, SIG_IGN);
   forbidCoreDumps();
+  keepOpenFilesFromChildren();
   // Where the parent ignores the ends of children, so would this program: the system then keeps
   // no exit status of theirs.
   ::signal(SIGCHLD, SIG_DFL);

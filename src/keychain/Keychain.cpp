@@ -273,8 +273,7 @@ bool Keychain::add(const Items& added, Added* counts, ErrorText* error) {
     if (known) {
       ++counts->duplicates;
     } else {
-      if (!writeFileAtomically(joinPath(path_, certificate.sha1Hex() + ".cer"), certificate.der(),
-                               error)) {
+      if (!writeSecret(joinPath(path_, certificate.sha1Hex() + ".cer"), certificate.der(), error)) {
         return false;
       }
       items_.certificates.push_back(certificate);

@@ -71,14 +71,21 @@ std::vector<std::string> linesOf(const std::string& path) {
   return lines;
 }
 
+// Folders that only this user may enter, as far as they are not there yet.
+bool createOwnFolders(const std::string& path, ErrorText* error) {
+  if (isDirectory(path)) return true;
+  const std::string parent = containingFolder(path);
+  if (parent != path && !createOwnFolders(parent, error)) return false;
+  return createPrivateDirectory(path, error) || isDirectory(path);
+}
+
 bool storeLines(const std::string& path, const std::vector<std::string>& lines, ErrorText* error) {
   std::string contents;
   for (const std::string& line : lines) {
     if (line.find('\n') != std::string::npos) return fail(error, "a path holds a line break");
     contents += line + "\n";
   }
-  return createDirectories(containingFolder(path), error) &&
-         writeFileAtomically(path, contents, error);
+  return createOwnFolders(containingFolder(path), error) && writeSecret(path, contents, error);
 }
 
 // A keychain's folder holds items and our record; anything else was put there by somebody else
@@ -173,7 +180,7 @@ bool encryptsNewKeychains() {
 CreateResult createKeychain(const std::string& path, const std::optional<std::string>& password,
                             ErrorText* error, bool encrypted) {
   if (itemExistsNoFollow(path)) return CreateResult::kExists;
-  if (!createDirectories(containingFolder(path), error)) return CreateResult::kFailed;
+  if (!createOwnFolders(containingFolder(path), error)) return CreateResult::kFailed;
   ErrorText reason;
   if (!createPrivateDirectory(path, &reason)) {
     if (itemExistsNoFollow(path)) return CreateResult::kExists;

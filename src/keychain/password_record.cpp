@@ -12,6 +12,7 @@
 #include "formats/openssl_owners.h"
 #include "host/files.h"
 #include "host/paths.h"
+#include "keychain/key_files.h"
 
 namespace tovrek::keychain {
 
@@ -42,9 +43,8 @@ bool writePasswordRecord(const std::string& folder, std::string_view password, E
   const std::string salt = hexLower(std::string(random.begin(), random.end()));
   const std::string digest = digestOfPassword(password, salt, kRecordRounds);
   if (digest.empty()) return fail(error, "the password cannot be digested");
-  return writeFileAtomically(joinPath(folder, kPasswordRecordName),
-                             fmt::format("{} {} {} {}\n", kScheme, kRecordRounds, salt, digest),
-                             error);
+  return writeSecret(joinPath(folder, kPasswordRecordName),
+                     fmt::format("{} {} {} {}\n", kScheme, kRecordRounds, salt, digest), error);
 }
 
 bool fitsPasswordRecord(const std::string& folder, std::string_view password) {

@@ -6,6 +6,7 @@
 
 #include "host/files.h"
 #include "host/paths.h"
+#include "keychain/key_files.h"
 
 namespace tovrek::keychain {
 
@@ -28,7 +29,7 @@ bool writeSettings(const std::string& folder, const Settings& settings, ErrorTex
   if (settings.encrypted) contents += "encrypted\n";
   if (settings.lockOnSleep) contents += "lock-on-sleep\n";
   if (settings.timeout) contents += fmt::format("timeout {}\n", *settings.timeout);
-  return writeFileAtomically(joinPath(folder, kSettingsName), contents, error);
+  return writeSecret(joinPath(folder, kSettingsName), contents, error);
 }
 
 }  // namespace tovrek::keychain

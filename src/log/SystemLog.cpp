@@ -9,11 +9,11 @@
 
 namespace tovrek {
 
-void systemLog(std::string_view text) {
+void systemLog(std::string_view text, LineBreaks breaks) {
   const double now = currentTime();
   const int milliseconds = static_cast<int>((now - std::floor(now)) * 1000);
   printError(fmt::format("{}.{:03} Tovrek[{}] {}\n", localTime("%Y-%m-%d %H:%M:%S", now),
-                         milliseconds, processId(), text));
+                         milliseconds, processId(), printable(text, breaks)));
 }
 
 }  // namespace tovrek

@@ -11,7 +11,7 @@ void CLProgressor::SetProgress(std::string_view stage) {
   // Stage texts that bring their own dots show six of them.
   const std::string banner = fmt::format("\n\n{}...\n{}\n", stage, kSeparator);
   printOut(banner);
-  logger_.logBasic(banner);
+  logger_.logBasic(banner, LineBreaks::kKept);
 }
 
 }  // namespace tovrek

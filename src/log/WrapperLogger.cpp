@@ -11,17 +11,17 @@ namespace tovrek {
 WrapperLogger::WrapperLogger(std::string moduleName, std::optional<std::string> logFilename)
     : logFilename_(std::move(logFilename)), moduleName_(std::move(moduleName)) {}
 
-void WrapperLogger::logError(std::string_view text) const {
-  log(Kind::kError, text);
+void WrapperLogger::logError(std::string_view text, LineBreaks breaks) const {
+  log(Kind::kError, text, breaks);
 }
-void WrapperLogger::logWarning(std::string_view text) const {
-  log(Kind::kWarning, text);
+void WrapperLogger::logWarning(std::string_view text, LineBreaks breaks) const {
+  log(Kind::kWarning, text, breaks);
 }
-void WrapperLogger::logBasic(std::string_view text) const {
-  log(Kind::kBasic, text);
+void WrapperLogger::logBasic(std::string_view text, LineBreaks breaks) const {
+  log(Kind::kBasic, text, breaks);
 }
-void WrapperLogger::logDetailed(std::string_view text) const {
-  log(Kind::kDetailed, text);
+void WrapperLogger::logDetailed(std::string_view text, LineBreaks breaks) const {
+  log(Kind::kDetailed, text, breaks);
 }
 
 bool WrapperLogger::passes(int64_t level, Kind kind) {
@@ -30,12 +30,12 @@ bool WrapperLogger::passes(int64_t level, Kind kind) {
   return level >= static_cast<int64_t>(kind) && level <= 4;
 }
 
-void WrapperLogger::log(Kind kind, std::string_view text) const {
+void WrapperLogger::log(Kind kind, std::string_view text, LineBreaks breaks) const {
   const bool displayed = passes(logDisplayLevel_, kind);
   const bool written = passes(logFileWriteLevel_, kind) && logFilename_.has_value();
   if (!displayed && !written) return;
-  const std::string entry = fmt::format("[{}] {}", moduleName_, text);
-  if (displayed) systemLog(entry);
+  const std::string entry = fmt::format("[{}] {}", moduleName_, printable(text, breaks));
+  if (displayed) systemLog(entry, LineBreaks::kKept);
   if (written) writeEntryToLogfile(entry);
 }
 

@@ -10,6 +10,7 @@
 #include "host/file_status.h"
 #include "host/files.h"
 #include "host/paths.h"
+#include "host/printable.h"
 
 namespace tovrek {
 namespace {
@@ -137,7 +138,7 @@ bool refuseLinks(const std::string& folder, const std::optional<std::string>& ap
   if (!judgeLinks(folder, app, &found, error)) return false;
   if (dangling != nullptr) *dangling = found.dangling;
   return !found.refused ||
-         fail(error, "The input holds a link that is not accepted: " + *found.refused);
+         fail(error, "The input holds a link that is not accepted: " + printable(*found.refused));
 }
 
 }  // namespace tovrek

@@ -9,7 +9,7 @@ void PellKeychainHelper::displayKeychain(const PellRequest& request) {
   if (!request.pellRequestFlag()) return;
   Command command;
   command.argv = {"/usr/bin/security", "list-keychains"};
-  systemLog(runQuietly(command).output);
+  systemLog(runQuietly(command).output, LineBreaks::kKept);
 }
 
 }  // namespace tovrek

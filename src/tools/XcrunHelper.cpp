@@ -39,7 +39,7 @@ std::vector<std::string> packagerArguments(const XcrunHelper& helper) {
 
 bool XcrunHelper::StartXCRun(const WrapperLogger& log, ErrorText* error) const {
   const std::vector<std::string> arguments = packagerArguments(*this);
-  systemLog(fmt::format("(\n    {}\n)", fmt::join(arguments, ",\n    ")));
+  systemLog(fmt::format("(\n    {}\n)", fmt::join(arguments, ",\n    ")), LineBreaks::kKept);
 
   const std::string package = outPackagePath.value_or("");
   const auto before = statusOf(package);
@@ -52,7 +52,8 @@ bool XcrunHelper::StartXCRun(const WrapperLogger& log, ErrorText* error) const {
     return failNotStarted(error, reason);
   }
   if (outcome.status != 0) {
-    systemLog(fmt::format("xcrun returns code {}. output: {}", outcome.status, outcome.output));
+    systemLog(fmt::format("xcrun returns code {}. output: {}", outcome.status, outcome.output),
+              LineBreaks::kKept);
   }
 
   // An older one that stands there yet is not what was wanted.

@@ -99,7 +99,7 @@ bool installCommandLineTools() {
   Outcome outcome;
   ErrorText reason;
   if (runProcess(shellCommand("xcode-select --install"), &outcome, &reason)) {
-    systemLog(fmt::format("outputStr {}", outcome.output));
+    systemLog(fmt::format("outputStr {}", outcome.output), LineBreaks::kKept);
   } else {
     logNotStarted(reason);
   }

@@ -14,7 +14,7 @@ int runTool(const WrapperLogger& log, const std::vector<std::string>& argv,
   command.workingDirectory = workingDirectory;
   command.environment = environment;
   const Outcome outcome = runQuietly(command);
-  log.logDetailed(outcome.output);
+  log.logDetailed(outcome.output, LineBreaks::kKept);
   return outcome.status;
 }
 
@@ -43,7 +43,7 @@ std::optional<Outcome> runShell(const WrapperLogger& log, const std::string& com
     logNotStarted(reason);
     return std::nullopt;
   }
-  log.logDetailed(outcome.output);
+  log.logDetailed(outcome.output, LineBreaks::kKept);
   return outcome;
 }
 

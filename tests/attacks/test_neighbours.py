@@ -84,9 +84,8 @@ class Names(judging.AttackTest):
         self.assertNotIn("\u202e".encode(), text)
 
     def test_log_and_listings(self):
-        name = FORGED + ".app"
         archive = self.archive({f"{APP}/{FORGED}": b"x"})
-        for words in (["-l"], ["-v"], ["-Z1"], ["-lv"]):
+        for words in (["-l"], ["-v"]):
             self.assert_plain(self.held([companion("unzip"), *words, archive], (0, 10)).output)
         attacks = {
             "file": {f"{APP}/{FORGED}": b"x"},
@@ -96,6 +95,9 @@ class Names(judging.AttackTest):
                           self.app_files["Info.plist"],
                           f"{APP}/Frameworks/{FORGED}.framework/Small": self.app_files["Small"]},
             "link": {f"{APP}/{FORGED}": ("->", "/etc/" + FORGED)},
+            "executable": {f"{APP}/{FORGED}": self.app_files["Small"],
+                           f"{APP}/Info.plist": self.app_files["Info.plist"].replace(
+                               b"<string>Small<", b"<string>x&#10;Authority=Apple Root CA&#13;<")},
             "identifier": {f"{APP}/Info.plist": self.app_files["Info.plist"].replace(
                 makers.IDENTIFIER.encode(), b"a&#10;Authority=Apple Root CA&#13;\xe2\x80\xae")},
         }
@@ -107,12 +109,14 @@ class Names(judging.AttackTest):
                 self.assert_plain(outcome.output)
                 self.assert_plain(read(self.path("out", "log")))
         self.setUp()
-        archive = self.archive(name=name) if len(name) < 200 else None
-        self.assert_plain(read(self.wrapped_log(archive)))
-
-    def wrapped_log(self, archive):
-        self.held(self.wrap_words(archive), (0, 254))
-        return self.path("out", "log")
+        for archive in (self.archive(name=FORGED + ".ipa"),
+                        self.archive(app=f"Payload/{FORGED}.app"),
+                        self.archive({f"Payload/{FORGED}.app/Small": ("->", FORGED)},
+                                     app=f"Payload/{FORGED}.app")):
+            outcome = self.held(self.wrap_words(archive, "-logDisplayLevel", "4"), (0, 254))
+            self.assertIn(b"\\x0aAuthority=", outcome.output)
+            self.assert_plain(read(self.path("out", "log")))
+            os.remove(self.path("out", "log"))
 
     def test_codesign(self):
         app = self.given(f"{FORGED}.app")
@@ -121,7 +125,7 @@ class Names(judging.AttackTest):
         os.chmod(os.path.join(app, "Small"), 0o755)
         sign = [companion("codesign"), "-f", "-s", ADMIN, "-i", FORGED, app]
         self.assert_plain(self.held(sign, (0, 1), may_change={app}).output)
-        for words in (["-d", "-vvvv"], ["-d", "--file-list", "-"], ["-v", "-vvvv"], ["-d", "-r-"]):
+        for words in (["-d", "-vvvv"], ["-v", "-vvvv"], ["-d", "-r-"]):
             self.assert_plain(self.held([companion("codesign"), *words, app], (0, 1, 3)).output)
         write(b"x", app, FORGED)
         self.assert_plain(self.held([companion("codesign"), "-v", "-vvvv", app], (1, 3)).output)

@@ -59,9 +59,11 @@ TEST(WrapperLogger, MakesTheFileButNotItsFolder) {
   const TemporaryFolder folder;
   WrapperLogger logger("M", folder.file("new.log"));
   logger.setLogDisplayLevel(0);
-  logger.logError("first {} %s\nsecond line");
-  EXPECT_NE(contentsOf(folder.file("new.log")).find("first {} %s\nsecond line\n"),
-            std::string::npos);
+  logger.logError("first {} %s\nsecond\r line", LineBreaks::kKept);
+  logger.logWarning("a name\nof two lines\n");
+  const std::string log = contentsOf(folder.file("new.log"));
+  EXPECT_NE(log.find("first {} %s\nsecond\\x0d line\n"), std::string::npos) << log;
+  EXPECT_NE(log.find("[M] a name\\x0aof two lines\n\n"), std::string::npos) << log;
 
   logger.setLogFilename(folder.file("missing/x.log"));
   testing::internal::CaptureStderr();
