@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "host/printable.h"
 #include "programs/zip/status.h"
 
 namespace tovrek::zip {
@@ -11,11 +12,11 @@ void Messages::tell(std::string_view line) const {
 }
 
 void Messages::warn(std::string_view text) const {
-  tell(fmt::format("\tzip warning: {}\n", text));
+  tell(fmt::format("\tzip warning: {}\n", printable(text)));
 }
 
 void Messages::complain(std::string_view text) const {
-  streams_.error(fmt::format("\tzip warning: {}\n", text));
+  streams_.error(fmt::format("\tzip warning: {}\n", printable(text)));
 }
 
 int Messages::failWith(int status, std::string_view text, std::string_view reason) const {

@@ -64,9 +64,9 @@ int runZip(const WrapperLogger& log, const std::vector<std::string>& argv,
     return kNotStarted;
   }
   if (outcome.status == 0) {
-    log.logDetailed(outcome.output);
+    log.logDetailed(outcome.output, LineBreaks::kKept);
   } else {
-    log.logError(outcome.output);
+    log.logError(outcome.output, LineBreaks::kKept);
   }
   return outcome.status;
 }
