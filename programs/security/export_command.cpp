@@ -22,7 +22,7 @@ namespace {
 
 using keychain::Items;
 
-constexpr std::string_view kCall = "SecItemExport";
+constexpr std::string_view kExportCall = "SecItemExport";
 
 struct Type {
   std::string_view name;
@@ -33,7 +33,8 @@ constexpr std::array<Type, 5> kTypes = {{{"certs", true, false, false},
                                          {"allKeys", false, true, false},
                                          {"identities", true, true, true},
                                          {"all", true, true, false}}};
-constexpr std::array<std::string_view, 5> kFormats = {"pkcs12", "pemseq", "pkcs7", "x509", "pkcs8"};
+constexpr std::array<std::string_view, 5> kExportFormats = {"pkcs12", "pemseq", "pkcs7", "x509",
+                                                            "pkcs8"};
 
 bool addKey(const keychain::PrivateKey& key, Items* items, ErrorText* error) {
   if (!key) return false;
@@ -118,23 +119,23 @@ int exportItems(const Words& words, const Streams& streams) {
   const auto type = std::ranges::find(kTypes, options->value('t').value_or("all"), &Type::name);
   if (type == kTypes.end()) return kUsage;
   const std::string format = options->value('f').value_or(type->keys ? "pkcs12" : "pemseq");
-  if (std::ranges::find(kFormats, format) == kFormats.end()) return kUsage;
+  if (std::ranges::find(kExportFormats, format) == kExportFormats.end()) return kUsage;
 
   int status = kSuccess;
   std::vector<std::string> names;
   if (const auto name = options->value('k')) names.push_back(*name);
-  const auto path = existingKeychain(names, kCall, &status, streams);
+  const auto path = existingKeychain(names, kExportCall, &status, streams);
   if (!path) return status;
-  const auto keychains = chosenKeychains({*path}, kCall, &status, streams);
+  const auto keychains = chosenKeychains({*path}, kExportCall, &status, streams);
   if (!keychains) return status;
 
   Items items;
   ErrorText error;
   if (!collect(keychains->front(), *type, &items, &error)) {
-    return reportFailure(fmt::format("{}: {}", kCall, error.text()), streams);
+    return reportFailure(fmt::format("{}: {}", kExportCall, error.text()), streams);
   }
   if (items.keys.empty() && items.certificates.empty()) {
-    return reportStatus(kCall, OsStatus::kItemNotFound, streams);
+    return reportStatus(kExportCall, OsStatus::kItemNotFound, streams);
   }
   std::optional<std::string> password;
   if (!items.keys.empty()) password = passwordFrom(*options, 'P', "passphrase for the export: ");
@@ -142,7 +143,8 @@ int exportItems(const Words& words, const Streams& streams) {
   const Secrecy secrecy = items.keys.empty() ? Secrecy::kPublic : Secrecy::kSecret;
   if (!result.empty()) return writeResult(options->value('o'), result, streams, secrecy);
   return reportFailure(
-      fmt::format("{}: these items cannot be exported in the format {}", kCall, format), streams);
+      fmt::format("{}: these items cannot be exported in the format {}", kExportCall, format),
+      streams);
 }
 
 }  // namespace tovrek::security

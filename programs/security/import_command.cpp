@@ -24,32 +24,33 @@ namespace {
 using keychain::Items;
 using keychain::ReadResult;
 
-constexpr std::string_view kCall = "SecKeychainItemImport";
+constexpr std::string_view kImportCall = "SecKeychainItemImport";
 
 // Formats that can be named; which one it is shows in the content.
-constexpr std::array<std::string_view, 11> kFormats = {"openssl", "openssh1", "openssh2", "bsafe",
-                                                       "raw",     "pkcs7",    "pkcs8",    "pkcs12",
-                                                       "x509",    "netscape", "pemseq"};
+constexpr std::array<std::string_view, 11> kImportFormats = {
+    "openssl", "openssh1", "openssh2", "bsafe",    "raw",   "pkcs7",
+    "pkcs8",   "pkcs12",   "x509",     "netscape", "pemseq"};
 
 int refused(ReadResult reason, const Streams& streams) {
   switch (reason) {
     case ReadResult::kWrongPassword:
       return reportFailure(
-          fmt::format("{}: MAC verification failed during PKCS12 import (wrong password?)", kCall),
+          fmt::format("{}: MAC verification failed during PKCS12 import (wrong password?)",
+                      kImportCall),
           streams);
     case ReadResult::kUnsupported:
       return reportFailure(
           fmt::format("{}: The encryption of this file is not supported by this host's OpenSSL "
                       "(is its legacy provider installed?)",
-                      kCall),
+                      kImportCall),
           streams);
     case ReadResult::kTooCostly:
       return reportFailure(
           fmt::format("{}: The file asks for more than ten million rounds over its password.",
-                      kCall),
+                      kImportCall),
           streams);
     default:
-      return reportFailure(fmt::format("{}: Unknown format in import.", kCall), streams);
+      return reportFailure(fmt::format("{}: Unknown format in import.", kImportCall), streams);
   }
 }
 
@@ -118,7 +119,7 @@ int readInput(const std::string& input, const std::optional<std::string>& passwo
     const bool isTyped = keychain::tokenUriIn(input).has_value();
     const auto key = keychain::loadTokenKey(
         *uri, isTyped ? keychain::UriSource::kCommandLine : keychain::UriSource::kFile, &error);
-    if (!key) return reportFailure(fmt::format("{}: {}", kCall, error.text()), streams);
+    if (!key) return reportFailure(fmt::format("{}: {}", kImportCall, error.text()), streams);
     items->tokenKeys.push_back({keychain::withoutModule(*uri), keychain::publicKeyId(key)});
     return kSuccess;
   }
@@ -136,7 +137,7 @@ int importItems(const Words& words, const Streams& streams) {
   const auto options = Options::parse(withoutAttributes(words), "k:t:f:wP:xAT:");
   if (!options || options->operands().size() != 1) return kUsage;
   if (const auto format = options->value('f');
-      format && std::ranges::find(kFormats, *format) == kFormats.end()) {
+      format && std::ranges::find(kImportFormats, *format) == kImportFormats.end()) {
     return kUsage;
   }
   Items items;
@@ -151,19 +152,20 @@ int importItems(const Words& words, const Streams& streams) {
   }
 
   int status = kSuccess;
-  auto into = keychainToFill(options->value('k'), kCall, &status, streams);
+  auto into = keychainToFill(options->value('k'), kImportCall, &status, streams);
   if (!into) return status;
   if (!items.keys.empty() && keychain::readSettings(into->path()).encrypted &&
       !keychain::keyPassword(into->path())) {
-    return reportStatus(kCall, OsStatus::kInteractionNotAllowed, streams);
+    return reportStatus(kImportCall, OsStatus::kInteractionNotAllowed, streams);
   }
   ErrorText error;
   keychain::Keychain::Added added;
   if (!into->add(items, &added, &error)) {
-    return reportFailure(fmt::format("{}: {}: {}", kCall, into->path(), error.text()), streams);
+    return reportFailure(fmt::format("{}: {}: {}", kImportCall, into->path(), error.text()),
+                         streams);
   }
   if (added.identities + added.keys + added.certificates == 0) {
-    return reportStatus(kCall, OsStatus::kDuplicateItem, streams);
+    return reportStatus(kImportCall, OsStatus::kDuplicateItem, streams);
   }
   printCount(added.identities, "identity", "identities", streams);
   printCount(added.keys, "key", "keys", streams);

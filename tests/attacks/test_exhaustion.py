@@ -178,7 +178,6 @@ class Exhaustion(judging.AttackTest):
                 with self.subTest(f"{name} {command[0]}"):
                     outcome = self.held(command, (status,))
                     self.assertLess(outcome.seconds, 5, outcome.output)
-                    self.assertEqual(outcome.output.count(b"it holds "), 1, outcome.output)
                     self.assertIn(b"it holds " + text, outcome.output)
                     self.assertIn(b", beyond the limit of ", outcome.output)
                     self.assertFalse(os.path.exists(self.path("out", "out.wex")))
