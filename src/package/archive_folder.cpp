@@ -46,7 +46,8 @@ int runUnzip(const std::string& archive, const std::string& destination, std::st
   const Outcome outcome = runQuietly(command);
   printError(outcome.errorOutput);
   const std::string complaint(trimmed(outcome.errorOutput));
-  if (log != nullptr && outcome.status != 0 && !complaint.empty()) log->logError(complaint, LineBreaks::kKept);
+  if (log != nullptr && outcome.status != 0 && !complaint.empty())
+    log->logError(complaint, LineBreaks::kKept);
   if (output != nullptr) *output = outcome.output;
   return outcome.status;
 }
