@@ -16,9 +16,9 @@ inline constexpr const char* kGetTaskAllow = "get-task-allow";
 // Whether a granted text admits another one: the same, or what a trailing "*" stands for.
 bool admits(const std::string& granted, const std::string& wanted);
 
-// The part of a wanted value that is granted: the whole of it, or those entries of a list that
-// are. None when nothing is. A granted "*" admits any text and any list of texts; lists are
-// compared entry by entry; everything else has to be equal.
+// What is granted of a wanted value: the whole of it, or those entries of a list that are. None
+// when nothing is. A granted "*" admits any text and any list of texts; lists are compared entry by
+// entry; everything else has to be equal.
 std::optional<PlistValue> grantedPart(const PlistValue& granted, const PlistValue& wanted);
 
 // The keys of `wanted` that `granted` does not admit, or admits in part only.
