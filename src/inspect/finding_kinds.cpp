@@ -47,10 +47,10 @@ const std::vector<FindingKind>& findingKinds() {
        "Pack the app with a program that keeps permissions."},
       {"extension-needs-profile", kWarning, "A wrap does not give extensions profiles.",
        "Strip the extensions, or give each of them a profile of its own."},
-      {"hash-too-old", kWarning, "The signature has no SHA-256 hashes.", kSignAgain},
       {"hash-too-new", kError,
        "The lowest system that the app names does not know the signature's hashes.",
        "Sign again with both kinds of hashes, or raise the lowest system to 11.0."},
+      {"hash-too-old", kWarning, "The signature has no SHA-256 hashes.", kSignAgain},
       {"header-room", kError, "There is no room to insert the load commands.",
        "Ask the maker to link the app with -headerpad 0x1000."},
       {"identifier-mismatch", kError, "The signature is for another identifier than the app's.",
@@ -132,14 +132,8 @@ const FindingKind* findingKind(std::string_view code) {
 }
 
 const char* nameOf(Severity severity) {
-  switch (severity) {
-    case Severity::kError:
-      return "error";
-    case Severity::kWarning:
-      return "warning";
-    default:
-      return "note";
-  }
+  constexpr const char* kNames[] = {"note", "warning", "error"};
+  return kNames[static_cast<size_t>(severity)];
 }
 
 Finding makeFinding(std::string_view code, std::string place, std::string reason) {
