@@ -16,12 +16,6 @@ using test::LargeImage;
 using test::MachOBuilder;
 
 constexpr uint32_t kTimes = 8;
-// Growth shows on smaller images where the sanitizers make everything ten times as slow.
-#ifdef __SANITIZE_ADDRESS__
-constexpr uint32_t kShare = 8;
-#else
-constexpr uint32_t kShare = 1;
-#endif
 // n log n gives about 10; the square would give 64.
 constexpr double kLargestRatio = 30;
 
@@ -51,7 +45,7 @@ struct GrowthCase {
 
 void expectLinear(const GrowthCase& each) {
   const test::TemporaryFolder folder;
-  const uint32_t count = each.count / kShare;
+  const uint32_t count = each.count;
   const double few = secondsFor(folder.write("few", each.build(count / kTimes)), each.expected);
   const double many = secondsFor(folder.write("many", each.build(count)), each.expected);
   EXPECT_LT(many, few * kLargestRatio) << each.what << ": " << few << " and " << many;
