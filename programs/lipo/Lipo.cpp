@@ -68,7 +68,7 @@ std::optional<int> perform(const LipoOptions& options, const Streams& streams, E
   Inputs inputs;
   if (!openInputs(options, &inputs, error)) return std::nullopt;
   const Input& first = *inputs.front();
-  bool done = true;
+  const auto statusOf = [](bool done) { return done ? std::optional(0) : std::nullopt; };
   switch (options.action) {
     case LipoAction::kInfo:
       for (const auto& input : inputs) printInfo(*input, streams);
@@ -89,22 +89,17 @@ std::optional<int> perform(const LipoOptions& options, const Streams& streams, E
                  ? 0
                  : 1;
     case LipoAction::kThin:
-      done = makeThin(first, options, error);
-      break;
+      return statusOf(makeThin(first, options, error));
     case LipoAction::kCreate:
-      done = create(inputs, options, error);
-      break;
+      return statusOf(create(inputs, options, error));
     case LipoAction::kExtract:
     case LipoAction::kRemove:
-      done = keepSlices(first, options, error);
-      break;
+      return statusOf(keepSlices(first, options, error));
     case LipoAction::kReplace:
-      done = replaceSlices(first, options, error);
-      break;
+      return statusOf(replaceSlices(first, options, error));
     case LipoAction::kNone:
       break;
   }
-  if (!done) return std::nullopt;
   return 0;
 }
 

@@ -1,6 +1,8 @@
 #include "programs/otool/library_listing.h"
 
+#include <algorithm>
 #include <string>
+#include <utility>
 
 namespace tovrek::otool {
 namespace {
@@ -12,18 +14,13 @@ std::string dotted(uint32_t version) {
 }
 
 std::string_view kindNote(uint32_t cmd) {
-  switch (cmd) {
-    case macho::LC_LOAD_WEAK_DYLIB:
-      return ", weak";
-    case macho::LC_REEXPORT_DYLIB:
-      return ", reexport";
-    case macho::LC_LAZY_LOAD_DYLIB:
-      return ", lazy";
-    case macho::LC_LOAD_UPWARD_DYLIB:
-      return ", upward";
-    default:
-      return "";
-  }
+  constexpr std::pair<uint32_t, std::string_view> kNotes[] = {
+      {macho::LC_LOAD_WEAK_DYLIB, ", weak"},
+      {macho::LC_REEXPORT_DYLIB, ", reexport"},
+      {macho::LC_LAZY_LOAD_DYLIB, ", lazy"},
+      {macho::LC_LOAD_UPWARD_DYLIB, ", upward"}};
+  const auto* note = std::ranges::find(kNotes, cmd, &std::pair<uint32_t, std::string_view>::first);
+  return note == std::end(kNotes) ? "" : note->second;
 }
 
 }  // namespace

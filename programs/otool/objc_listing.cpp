@@ -92,6 +92,7 @@ class ObjcLister {
   void listIvars(uint64_t address);
   void listProperties(uint64_t address);
   bool listHeader(uint64_t address, uint32_t* entrySize, uint32_t* count);
+  bool printHeader(uint64_t address, uint32_t* count);
 
   const macho::Image<P>& image_;
   PointerReader<P> reader_;
@@ -248,6 +249,15 @@ bool ObjcLister<P>::listHeader(uint64_t address, uint32_t* entrySize, uint32_t* 
 }
 
 template <class P>
+bool ObjcLister<P>::printHeader(uint64_t address, uint32_t* count) {
+  uint32_t entrySize = 0;
+  if (!listHeader(address, &entrySize, count)) return false;
+  output_->print("                    entsize {}\n                      count {}\n", entrySize,
+                 *count);
+  return true;
+}
+
+template <class P>
 void ObjcLister<P>::listMethods(uint64_t address, std::string_view tabs) {
   uint32_t entrySize = 0, count = 0;
   if (!listHeader(address, &entrySize, &count)) return;
@@ -353,10 +363,8 @@ void ObjcLister<P>::listProtocol(uint64_t address) {
 
 template <class P>
 void ObjcLister<P>::listIvars(uint64_t address) {
-  uint32_t entrySize = 0, count = 0;
-  if (!listHeader(address, &entrySize, &count)) return;
-  output_->print("                    entsize {}\n                      count {}\n", entrySize,
-                 count);
+  uint32_t count = 0;
+  if (!printHeader(address, &count)) return;
   constexpr uint64_t kStride = 3 * kPointer + 8;
   uint64_t entry = address + 8;
   for (uint32_t i = 0; i < count && goesOn(); ++i, entry += kStride) {
@@ -377,10 +385,8 @@ void ObjcLister<P>::listIvars(uint64_t address) {
 
 template <class P>
 void ObjcLister<P>::listProperties(uint64_t address) {
-  uint32_t entrySize = 0, count = 0;
-  if (!listHeader(address, &entrySize, &count)) return;
-  output_->print("                    entsize {}\n                      count {}\n", entrySize,
-                 count);
+  uint32_t count = 0;
+  if (!printHeader(address, &count)) return;
   uint64_t entry = address + 8;
   for (uint32_t i = 0; i < count && goesOn(); ++i, entry += 2 * kPointer) {
     if (!reader_.bytesAt(entry).contains(0, 2 * kPointer)) {

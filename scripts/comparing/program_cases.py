@@ -1,4 +1,6 @@
 """Cases of the companions that look at programs and archives, and of the small ones."""
+import itertools
+
 from comparing import archives, damage
 from comparing.case import Case
 
@@ -251,12 +253,5 @@ def real_programs(names):
 
 
 def cases(images, real):
-    yield from helps()
-    yield from listings()
-    yield from lipo()
-    yield from openssl()
-    yield from unzip()
-    yield from zipping()
-    yield from small_ones()
-    yield from damaged_images(images)
-    yield from real_programs(real)
+    return itertools.chain(helps(), listings(), lipo(), openssl(), unzip(), zipping(), small_ones(),
+                           damaged_images(images), real_programs(real))

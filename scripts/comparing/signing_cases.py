@@ -1,4 +1,6 @@
 """Cases of the companions that sign and that keep identities."""
+import itertools
+
 from comparing import damage
 from comparing.case import Case
 from comparing.inputs import ADMIN, BRANCH, DEVELOPER
@@ -288,11 +290,5 @@ def helps():
 
 
 def cases(_images, _real):
-    yield from signing()
-    yield from looking()
-    yield from changed_apps()
-    yield from keychains()
-    yield from items()
-    yield from exports()
-    yield from messages()
-    yield from helps()
+    return itertools.chain(signing(), looking(), changed_apps(), keychains(), items(), exports(),
+                           messages(), helps())

@@ -1,4 +1,6 @@
 """Cases of the toolkit's own commands."""
+import itertools
+
 from comparing import archives, damage
 from comparing.case import Case
 from comparing.inputs import ADMIN, BRANCH, DEVELOPER, PROFILES, STORE
@@ -362,16 +364,7 @@ def input_files():
 
 
 def cases(images, real):
-    yield from command_lines()
-    yield from wrap_options()
-    yield from wrap_outputs()
-    yield from input_files()
-    yield from identities_and_profiles()
-    yield from signing()
-    yield from changing_packages()
-    yield from preparing()
-    yield from settings_files()
-    yield from app_variants()
-    yield from code_variants(images)
-    yield from missing_parts()
-    yield from real_apps(real)
+    return itertools.chain(command_lines(), wrap_options(), wrap_outputs(), input_files(),
+                           identities_and_profiles(), signing(), changing_packages(), preparing(),
+                           settings_files(), app_variants(), code_variants(images), missing_parts(),
+                           real_apps(real))

@@ -4,38 +4,17 @@
 
 namespace tovrek::inspect {
 
+// In the order of the enumerators.
 const char* nameOf(CodeKind kind) {
-  switch (kind) {
-    case CodeKind::kApp:
-      return "app";
-    case CodeKind::kExtension:
-      return "extension";
-    case CodeKind::kWatchApp:
-      return "watch app";
-    case CodeKind::kFramework:
-      return "framework";
-    case CodeKind::kBundle:
-      return "bundle";
-    default:
-      return "library";
-  }
+  constexpr const char* kNames[] = {"app",       "extension", "watch app",
+                                    "framework", "bundle",    "library"};
+  return kNames[static_cast<size_t>(kind)];
 }
 
 const char* nameOf(SubjectKind kind) {
-  switch (kind) {
-    case SubjectKind::kApp:
-      return "app";
-    case SubjectKind::kPackage:
-      return "package";
-    case SubjectKind::kCode:
-      return "code";
-    case SubjectKind::kProfile:
-      return "profile";
-    case SubjectKind::kCertificates:
-      return "certificates";
-    default:
-      return "unreadable";
-  }
+  constexpr const char* kNames[] = {"app",     "package",      "code",
+                                    "profile", "certificates", "unreadable"};
+  return kNames[static_cast<size_t>(kind)];
 }
 
 std::vector<Subject::Expiry> Subject::expiries() const {

@@ -18,27 +18,13 @@ constexpr std::string_view kManagementLibrary = "OrvaneDylib.bundle/OrvaneDylib.
 // Java class files share the magic number of universal files, and have no such small number next.
 constexpr uint32_t kMostSlices = 40;
 
+// By LC_BUILD_VERSION's numbers.
 const char* platformName(uint32_t platform) {
-  switch (platform) {
-    case signing::kPlatformMacos:
-      return "macOS";
-    case signing::kPlatformIos:
-      return "iOS";
-    case signing::kPlatformTvos:
-      return "tvOS";
-    case signing::kPlatformWatchos:
-      return "watchOS";
-    case 6:
-      return "Mac Catalyst";
-    case 7:
-      return "iOS simulator";
-    case 8:
-      return "tvOS simulator";
-    case 9:
-      return "watchOS simulator";
-    default:
-      return "unknown platform";
-  }
+  constexpr const char* kUnknown = "unknown platform";
+  constexpr const char* kNames[] = {
+      kUnknown, "macOS",        "iOS",           "tvOS",           "watchOS",
+      kUnknown, "Mac Catalyst", "iOS simulator", "tvOS simulator", "watchOS simulator"};
+  return platform < std::size(kNames) ? kNames[platform] : kUnknown;
 }
 
 // Fills in what the load commands say.

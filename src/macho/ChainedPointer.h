@@ -5,23 +5,9 @@
 #include <cstdint>
 #include <optional>
 
-namespace tovrek::macho {
+#include "macho/layout.h"
 
-// Values of `pointer_format`.
-enum ChainedPointerFormat : uint16_t {
-  DYLD_CHAINED_PTR_ARM64E = 1,
-  DYLD_CHAINED_PTR_64 = 2,
-  DYLD_CHAINED_PTR_32 = 3,
-  DYLD_CHAINED_PTR_32_CACHE = 4,
-  DYLD_CHAINED_PTR_32_FIRMWARE = 5,
-  DYLD_CHAINED_PTR_64_OFFSET = 6,
-  DYLD_CHAINED_PTR_ARM64E_KERNEL = 7,
-  DYLD_CHAINED_PTR_64_KERNEL_CACHE = 8,
-  DYLD_CHAINED_PTR_ARM64E_USERLAND = 9,
-  DYLD_CHAINED_PTR_ARM64E_FIRMWARE = 10,
-  DYLD_CHAINED_PTR_X86_64_KERNEL_CACHE = 11,
-  DYLD_CHAINED_PTR_ARM64E_USERLAND24 = 12
-};
+namespace tovrek::macho {
 
 struct ChainedPointer {
   // A bind takes the import `ordinal` plus `addend`; a rebase goes to `target` in this image.

@@ -1,5 +1,7 @@
 #include "macho/ImagePointers.h"
 
+#include <utility>
+
 #include "macho/pointer_models.h"
 
 namespace tovrek::macho {
@@ -51,23 +53,27 @@ bool ImagePointers<P>::record(const CommandView& command) {
     case LC_DYLD_INFO:
     case LC_DYLD_INFO_ONLY:
       return keep(command, &dyldInfo);
-    case LC_CODE_SIGNATURE:
-      return keep(command, &codeSignature);
-    case LC_SEGMENT_SPLIT_INFO:
-      return keep(command, &splitInfo);
-    case LC_FUNCTION_STARTS:
-      return keep(command, &functionStarts);
-    case LC_DATA_IN_CODE:
-      return keep(command, &dataInCode);
-    case LC_DYLIB_CODE_SIGN_DRS:
-      return keep(command, &codeSignDrs);
     case LC_DYLD_CHAINED_FIXUPS:
       // A short one has a failure of its own, found where link-edit tables are looked at.
       keep(command, &chainedFixups);
       return true;
     default:
-      return true;
+      return recordTable(command);
   }
+}
+
+template <class P>
+bool ImagePointers<P>::recordTable(const CommandView& command) {
+  const std::pair<uint32_t, std::optional<LinkEditData>*> tables[] = {
+      {LC_CODE_SIGNATURE, &codeSignature},
+      {LC_SEGMENT_SPLIT_INFO, &splitInfo},
+      {LC_FUNCTION_STARTS, &functionStarts},
+      {LC_DATA_IN_CODE, &dataInCode},
+      {LC_DYLIB_CODE_SIGN_DRS, &codeSignDrs}};
+  for (const auto& [cmd, table] : tables) {
+    if (command.cmd == cmd) return keep(command, table);
+  }
+  return true;
 }
 
 #define TOVREK_INSTANTIATE(P) template struct ImagePointers<P>;

@@ -57,6 +57,10 @@ struct ImagePointers {
 
   // Keeps the command when it is one of these. False when it is too short for its own fields.
   bool record(const CommandView& command);
+
+ private:
+  // The same for the commands that only say where a table of __LINKEDIT is.
+  bool recordTable(const CommandView& command);
 };
 
 }  // namespace tovrek::macho

@@ -90,6 +90,30 @@ enum LoadCommand : uint32_t {
   LC_TARGET_TRIPLE = 0x39
 };
 
+// LC_BUILD_VERSION's numbers for platforms.
+enum Platform : uint32_t {
+  kPlatformMacos = 1,
+  kPlatformIos = 2,
+  kPlatformTvos = 3,
+  kPlatformWatchos = 4
+};
+
+// Values of `pointer_format` in chained fix-ups.
+enum ChainedPointerFormat : uint16_t {
+  DYLD_CHAINED_PTR_ARM64E = 1,
+  DYLD_CHAINED_PTR_64 = 2,
+  DYLD_CHAINED_PTR_32 = 3,
+  DYLD_CHAINED_PTR_32_CACHE = 4,
+  DYLD_CHAINED_PTR_32_FIRMWARE = 5,
+  DYLD_CHAINED_PTR_64_OFFSET = 6,
+  DYLD_CHAINED_PTR_ARM64E_KERNEL = 7,
+  DYLD_CHAINED_PTR_64_KERNEL_CACHE = 8,
+  DYLD_CHAINED_PTR_ARM64E_USERLAND = 9,
+  DYLD_CHAINED_PTR_ARM64E_FIRMWARE = 10,
+  DYLD_CHAINED_PTR_X86_64_KERNEL_CACHE = 11,
+  DYLD_CHAINED_PTR_ARM64E_USERLAND24 = 12
+};
+
 enum Protection : uint32_t { VM_PROT_READ = 1, VM_PROT_WRITE = 2, VM_PROT_EXECUTE = 4 };
 
 enum SectionType : uint32_t {

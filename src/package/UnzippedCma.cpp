@@ -9,6 +9,16 @@
 #include "package/archive_folder.h"
 
 namespace tovrek {
+namespace {
+
+// Whether unzip, which ended with `status`, put nothing into `folder` but what may be walked.
+bool isUnpacked(int status, const std::string& output, const std::string& folder,
+                ErrorText* error) {
+  if (status != 0) return fail(error, unzipFailure(output));
+  return refuseLinks(folder, std::nullopt, nullptr, error);
+}
+
+}  // namespace
 
 std::shared_ptr<UnzippedCma> UnzippedCma::UnzippedIpaObjForInputFile(const std::string& path,
                                                                      TemporaryDirectory* tempDir,
@@ -50,8 +60,8 @@ int UnzippedCma::ExecuteTaskIpa(const std::string& destination, std::string* out
 
 bool UnzippedCma::Unzip(ErrorText* error) {
   std::string output;
-  if (ExecuteTask(tempDir_, &output) != 0) return fail(error, unzipFailure(output));
-  if (!refuseLinks(tempDir_, std::nullopt, nullptr, error)) return false;
+  const int status = ExecuteTask(tempDir_, &output);
+  if (!isUnpacked(status, output, tempDir_, error)) return false;
   const auto manifest = firstEntryWithExtension(tempDir_, "xml");
   if (!manifest) {
     return fail(error, fmt::format("Manifest xml cannot be foung in directory ({})", tempDir_));
@@ -62,8 +72,8 @@ bool UnzippedCma::Unzip(ErrorText* error) {
 
 bool UnzippedCma::UnzipToGetIpaPath(ErrorText* error) {
   std::string output;
-  if (ExecuteTask(tempDir_, &output) != 0) return fail(error, unzipFailure(output));
-  if (!refuseLinks(tempDir_, std::nullopt, nullptr, error)) return false;
+  const int status = ExecuteTask(tempDir_, &output);
+  if (!isUnpacked(status, output, tempDir_, error)) return false;
   const auto ipa = firstEntryWithExtension(tempDir_, "ipa");
   if (!ipa) return fail(error, fmt::format("Ipa is not found in directory ({}) .", tempDir_));
   ipaName_ = *ipa;
@@ -73,8 +83,8 @@ bool UnzippedCma::UnzipToGetIpaPath(ErrorText* error) {
 
 bool UnzippedCma::UnzipWithPayload(ErrorText* error) {
   std::string output;
-  if (ExecuteTaskIpa(tempDir_, &output) != 0) return fail(error, unzipFailure(output));
-  if (!refuseLinks(tempDir_, std::nullopt, nullptr, error)) return false;
+  const int status = ExecuteTaskIpa(tempDir_, &output);
+  if (!isUnpacked(status, output, tempDir_, error)) return false;
   const auto app = findPayloadApp(tempDir_, &payloadDir_, error);
   if (!app) return false;
   appPath_ = *app;

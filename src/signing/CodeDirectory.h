@@ -33,26 +33,6 @@ std::string hashOf(const HashKind& kind, std::string_view bytes);
 // Bytes that identify code: hashes of code directories are cut to this size.
 inline constexpr size_t kCdHashSize = 20;
 
-enum CodeDirectoryFlags : uint32_t {
-  kHostFlag = 0x1,
-  kAdhocFlag = 0x2,
-  kRuntimeFlag = 0x10000,
-  kLinkerSignedFlag = 0x20000
-};
-
-enum ExecSegFlags : uint64_t {
-  kExecSegMainBinary = 0x1,
-  kExecSegAllowUnsigned = 0x10,
-  kExecSegDebugger = 0x20,
-  kExecSegJit = 0x40,
-  kExecSegSkipLibraryValidation = 0x80,
-  kExecSegCanLoadCdHash = 0x100,
-  kExecSegCanExecCdHash = 0x200
-};
-
-// The first version that describes the executable segment.
-inline constexpr uint32_t kExecSegVersion = 0x20400;
-
 // What a code directory says about the code, apart from the hash kind and the hashes.
 struct CodeDirectoryInfo {
   uint32_t version = 0;

@@ -86,13 +86,13 @@ class Summary {
         return true;
       }
       case macho::LC_VERSION_MIN_MACOSX:
-        return takeMinimum(command, kPlatformMacos);
+        return takeMinimum(command, macho::kPlatformMacos);
       case macho::LC_VERSION_MIN_IPHONEOS:
-        return takeMinimum(command, kPlatformIos);
+        return takeMinimum(command, macho::kPlatformIos);
       case macho::LC_VERSION_MIN_TVOS:
-        return takeMinimum(command, kPlatformTvos);
+        return takeMinimum(command, macho::kPlatformTvos);
       case macho::LC_VERSION_MIN_WATCHOS:
-        return takeMinimum(command, kPlatformWatchos);
+        return takeMinimum(command, macho::kPlatformWatchos);
       default:
         return true;
     }

@@ -12,14 +12,6 @@
 
 namespace tovrek::signing {
 
-// LC_BUILD_VERSION's numbers for platforms.
-enum Platform : uint32_t {
-  kPlatformMacos = 1,
-  kPlatformIos = 2,
-  kPlatformTvos = 3,
-  kPlatformWatchos = 4
-};
-
 struct MachOImage {
   struct Segment {
     std::string name;

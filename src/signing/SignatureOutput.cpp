@@ -40,7 +40,7 @@ macho::FatSlice sliceOf(const MachOImage& image, uint64_t size) {
 
 // The hardened runtime takes the place of the system that a program for macOS was built for.
 uint32_t runtimeVersionOf(const MachOImage& image) {
-  return image.version && image.version->platform == kPlatformMacos ? image.version->sdk : 0;
+  return image.version && image.version->platform == macho::kPlatformMacos ? image.version->sdk : 0;
 }
 
 std::optional<PlacedImage> place(const MachOImage& image, const SignatureContents& contents,

@@ -10,34 +10,9 @@
 
 #include "host/ErrorText.h"
 #include "host/bytes.h"
+#include "signing/layout.h"
 
 namespace tovrek::signing {
-
-// Every blob starts with its magic and its length in bytes, those eight included.
-enum BlobMagic : uint32_t {
-  kRequirementMagic = 0xfade0c00,
-  kRequirementSetMagic = 0xfade0c01,
-  kCodeDirectoryMagic = 0xfade0c02,
-  kEmbeddedSignatureMagic = 0xfade0cc0,
-  kEntitlementsMagic = 0xfade7171,
-  kDerEntitlementsMagic = 0xfade7172,
-  kWrapperMagic = 0xfade0b01
-};
-inline constexpr size_t kBlobHeaderSize = 8;
-
-// What a blob is to the signature. Slots 1 to 11 are sealed by hashes in the code directory.
-enum Slot : uint32_t {
-  kCodeDirectorySlot = 0,
-  kInfoPlistSlot = 1,
-  kRequirementsSlot = 2,
-  kResourcesSlot = 3,
-  kEntitlementsSlot = 5,
-  kDerEntitlementsSlot = 7,
-  kLastSpecialSlot = 11,
-  kAlternateCodeDirectorySlot = 0x1000,
-  kLastAlternateCodeDirectorySlot = 0x1004,
-  kCmsSlot = 0x10000
-};
 
 // `payload` with a header in front.
 std::string makeBlob(uint32_t magic, std::string_view payload);

@@ -1,46 +1,41 @@
 // What follows each operator of a compiled requirement.
+#include <iterator>
+
 #include "signing/requirements.h"
 
 namespace tovrek::signing {
 
 std::optional<RequirementOperands> operandsOf(RequirementOp op) {
-  switch (op) {
-    case RequirementOp::kFalse:
-    case RequirementOp::kTrue:
-    case RequirementOp::kAppleAnchor:
-    case RequirementOp::kAppleGenericAnchor:
-    case RequirementOp::kTrustedCertificates:
-    case RequirementOp::kNotarized:
-    case RequirementOp::kLegacy:
-      return RequirementOperands::kNone;
-    case RequirementOp::kIdentifier:
-    case RequirementOp::kCdHash:
-    case RequirementOp::kNamedAnchor:
-    case RequirementOp::kNamedCode:
-      return RequirementOperands::kKey;
-    case RequirementOp::kAnchorHash:
-      return RequirementOperands::kSlotAndKey;
-    case RequirementOp::kInfoKeyValue:
-      return RequirementOperands::kKeyAndValue;
-    case RequirementOp::kAnd:
-    case RequirementOp::kOr:
-      return RequirementOperands::kTwoExpressions;
-    case RequirementOp::kNot:
-      return RequirementOperands::kOneExpression;
-    case RequirementOp::kInfoKeyField:
-    case RequirementOp::kEntitlementField:
-      return RequirementOperands::kKeyAndMatch;
-    case RequirementOp::kCertificateField:
-    case RequirementOp::kCertificateGeneric:
-    case RequirementOp::kCertificatePolicy:
-    case RequirementOp::kCertificateDate:
-      return RequirementOperands::kSlotKeyAndMatch;
-    case RequirementOp::kTrustedCertificate:
-      return RequirementOperands::kSlot;
-    case RequirementOp::kPlatform:
-      return RequirementOperands::kNumber;
-  }
-  return std::nullopt;
+  using enum RequirementOperands;
+  // In the order of the operators' numbers.
+  constexpr RequirementOperands kOperands[] = {kNone,
+                                               kNone,
+                                               kKey,
+                                               kNone,
+                                               kSlotAndKey,
+                                               kKeyAndValue,
+                                               kTwoExpressions,
+                                               kTwoExpressions,
+                                               kKey,
+                                               kOneExpression,
+                                               kKeyAndMatch,
+                                               kSlotKeyAndMatch,
+                                               kSlot,
+                                               kNone,
+                                               kSlotKeyAndMatch,
+                                               kNone,
+                                               kKeyAndMatch,
+                                               kSlotKeyAndMatch,
+                                               kKey,
+                                               kKey,
+                                               kNumber,
+                                               kNone,
+                                               kSlotKeyAndMatch,
+                                               kNone};
+  static_assert(std::size(kOperands) == static_cast<size_t>(RequirementOp::kLegacy) + 1);
+  const auto number = static_cast<size_t>(op);
+  if (number >= std::size(kOperands)) return std::nullopt;
+  return kOperands[number];
 }
 
 }  // namespace tovrek::signing

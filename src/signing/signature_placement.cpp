@@ -120,6 +120,14 @@ bool cutCommand(const MachOImage& image, SignaturePlacement* placement) {
   return HeadEditor<P>(&placement->head).countCommands(image.ncmds - 1, image.commandsEnd - size);
 }
 
+// The placement, unless its load commands could not be edited.
+std::optional<SignaturePlacement> ifSound(bool isSound, const SignaturePlacement& placement,
+                                          ErrorText* error) {
+  if (isSound) return placement;
+  fail(error, "load commands are damaged");
+  return std::nullopt;
+}
+
 }  // namespace
 
 std::optional<uint64_t> codeLimitFor(const MachOImage& image, ErrorText* error) {
@@ -158,22 +166,19 @@ std::optional<SignaturePlacement> placeSignature(const MachOImage& image, uint64
     return std::nullopt;
   }
   SignaturePlacement placement;
+  bool isSound = false;
   placement.head = asText(image.bytes.sub(0, headSize).bytes());
   placement.codeLimit = *limit;
   placement.signatureSize = signatureSize;
-  bool edited = false;
-  macho::visitModel(image.bytes, [&]<class P>() { edited = editHead<P>(image, &placement); });
-  if (!edited) {
-    fail(error, "load commands are damaged");
-    return std::nullopt;
-  }
-  return placement;
+  macho::visitModel(image.bytes, [&]<class P>() { isSound = editHead<P>(image, &placement); });
+  return ifSound(isSound, placement, error);
 }
 
 std::optional<SignaturePlacement> removeSignature(const MachOImage& image, ErrorText* error) {
   // Linkers leave a gap of less than one alignment before a signature; it goes with it.
   constexpr uint64_t kLargestGap = 12;
   SignaturePlacement placement;
+  bool isSound = false;
   placement.head = asText(image.bytes.sub(0, image.commandsEnd).bytes());
   placement.codeLimit = image.bytes.size();
   if (!image.signature) return placement;
@@ -184,13 +189,8 @@ std::optional<SignaturePlacement> removeSignature(const MachOImage& image, Error
   if (image.stringPoolEnd > 0 && image.stringPoolEnd < *limit && gap <= kLargestGap) {
     placement.codeLimit = image.stringPoolEnd;
   }
-  bool cut = false;
-  macho::visitModel(image.bytes, [&]<class P>() { cut = cutCommand<P>(image, &placement); });
-  if (!cut) {
-    fail(error, "load commands are damaged");
-    return std::nullopt;
-  }
-  return placement;
+  macho::visitModel(image.bytes, [&]<class P>() { isSound = cutCommand<P>(image, &placement); });
+  return ifSound(isSound, placement, error);
 }
 
 }  // namespace tovrek::signing

@@ -37,10 +37,10 @@ bool needsSha1(const MachOImage& image) {
   // 32-bit ARM without a stated version: none of these devices runs a system younger than iOS 10.
   if (!image.version) return image.cputype == macho::kCpuArm;
   switch (image.version->platform) {
-    case kPlatformIos:
-    case kPlatformTvos:
+    case macho::kPlatformIos:
+    case macho::kPlatformTvos:
       return image.version->minimum < kIos11;
-    case kPlatformMacos:
+    case macho::kPlatformMacos:
       return image.version->minimum < kMacos10_11_4;
     default:
       return false;

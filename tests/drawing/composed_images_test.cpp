@@ -55,9 +55,8 @@ TEST(Drawing, CentresTheOverlay) {
 
 TEST(Drawing, BlendsTranslucentPixels) {
   test::TemporaryFolder folder;
-  const std::string white = folder.write("w.png", plain(1, 1, {255, 255, 255}));
-  const std::string half = folder.write("h.png", plain(1, 1, {255, 0, 0, 128}));
-  const std::optional<ImageSurface> image = overLayImage(half, white, quiet());
+  const auto image = overLayImage(folder.write("half.png", plain(1, 1, {255, 0, 0, 128})),
+                                  folder.write("white.png", plain(1, 1, {255, 255, 255})), quiet());
   ASSERT_TRUE(image);
   EXPECT_EQ(image->pixel(0, 0), 0xffff7f7f);
 }

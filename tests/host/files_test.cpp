@@ -20,13 +20,8 @@ namespace tovrek {
 namespace {
 
 using test::contentsOf;
+using test::modeOf;
 using test::TemporaryFolder;
-
-mode_t modeOf(const std::string& path) {
-  struct stat info {};
-  EXPECT_EQ(::lstat(path.c_str(), &info), 0) << path;
-  return info.st_mode & 07777;
-}
 
 TEST(Files, WriteKeepsModeAndNeverWritesThroughLinks) {
   const TemporaryFolder folder;

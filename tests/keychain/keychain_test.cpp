@@ -2,12 +2,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "host/files.h"
 #include "keychain/item_files.h"
 #include "keychain/locations.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/openssl_identity.h"
 
 namespace tovrek::keychain {
@@ -15,12 +15,7 @@ namespace {
 
 using test::makeIdentity;
 using test::makePkcs12;
-
-mode_t modeOf(const std::string& path) {
-  struct stat info {};
-  EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
-  return info.st_mode & 0777;
-}
+using test::modeOf;
 
 Items itemsOf(const std::vector<std::string>& paths) {
   Items items;

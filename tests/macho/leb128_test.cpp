@@ -14,7 +14,17 @@ Bytes repeated(size_t count, uint8_t byte, Bytes tail) {
   return tail;
 }
 
-// Numbers, each followed by a byte of something else.
+// `read` takes the number and leaves the byte of something else that follows.
+template <class Number, class Read>
+void expectNumber(const Read& read, Number value, Bytes bytes) {
+  bytes.push_back(0xff);
+  const uint8_t* cursor = bytes.data();
+  Number number = 99;
+  EXPECT_EQ(read(cursor, bytes.data() + bytes.size(), &number), Leb128::kRead);
+  EXPECT_EQ(number, value);
+  EXPECT_EQ(cursor, bytes.data() + bytes.size() - 1);
+}
+
 TEST(Leb128, NumbersUpTo64Bits) {
   const std::pair<uint64_t, Bytes> unsignedOnes[] = {
       {0, {0}},
@@ -24,14 +34,7 @@ TEST(Leb128, NumbersUpTo64Bits) {
       {5, {0x85, 0x80, 0x80, 0}},  // longer than needed
       {UINT64_MAX, repeated(9, 0xff, {1})},
   };
-  for (auto [value, bytes] : unsignedOnes) {
-    bytes.push_back(0xff);
-    const uint8_t* cursor = bytes.data();
-    uint64_t number = 99;
-    EXPECT_EQ(readUleb128(cursor, bytes.data() + bytes.size(), &number), Leb128::kRead);
-    EXPECT_EQ(number, value);
-    EXPECT_EQ(cursor, bytes.data() + bytes.size() - 1);
-  }
+  for (const auto& [value, bytes] : unsignedOnes) expectNumber(readUleb128, value, bytes);
   const std::pair<int64_t, Bytes> signedOnes[] = {
       {0, {0}},
       {63, {0x3f}},
@@ -42,14 +45,7 @@ TEST(Leb128, NumbersUpTo64Bits) {
       {INT64_MAX, repeated(9, 0xff, {0})},
       {INT64_MIN, repeated(9, 0x80, {0x7f})},
   };
-  for (auto [value, bytes] : signedOnes) {
-    bytes.push_back(0xff);
-    const uint8_t* cursor = bytes.data();
-    int64_t number = 99;
-    EXPECT_EQ(readSleb128(cursor, bytes.data() + bytes.size(), &number), Leb128::kRead);
-    EXPECT_EQ(number, value);
-    EXPECT_EQ(cursor, bytes.data() + bytes.size() - 1);
-  }
+  for (const auto& [value, bytes] : signedOnes) expectNumber(readSleb128, value, bytes);
 }
 
 TEST(Leb128, WhatIsNoNumber) {

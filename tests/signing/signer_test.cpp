@@ -345,11 +345,18 @@ TEST(Signer, HashesManyPagesInParallel) {
   ASSERT_TRUE(signs(folder.write("tool", image.build()), withIdentity()));
 }
 
+// A program with that Info.plist in a section.
+std::string imageWith(const std::string& infoPlist) {
+  SignableImage image;
+  image.infoPlist = infoPlist;
+  return image.build();
+}
+
 TEST(Signer, RequirementsAskTheEmbeddedInfoPlist) {
   const TemporaryFolder folder;
-  SignableImage image;
-  image.infoPlist = "<plist><dict><key>CFBundleVersion</key><string>17.10</string></dict></plist>";
-  const std::string path = folder.write("tool", image.build());
+  const std::string path = folder.write(
+      "tool",
+      imageWith("<plist><dict><key>CFBundleVersion</key><string>17.10</string></dict></plist>"));
   ASSERT_TRUE(signs(path, SignOptions()));
   for (const auto& [source, expected] :
        {std::pair("info[CFBundleVersion] > 17.9", true), {"info[CFBundleVersion] = *.9", false}}) {
@@ -433,13 +440,12 @@ TEST(Signer, BothFormsOfTheEntitlementsSayTheSame) {
 // Whatever a header claims, signing ends with a refusal or with a signature that holds.
 TEST(Signer, DamagedHeadersDoNoHarm) {
   const TemporaryFolder folder;
-  SignableImage image;
-  image.infoPlist = "<plist/>";
-  const std::string path = folder.write("tool", image.build());
+  const std::string unsignedImage = imageWith("<plist/>");
+  const std::string path = folder.write("tool", unsignedImage);
   ASSERT_TRUE(signs(path, SignOptions()));
   SignOptions options;
   options.force = true;
-  for (const std::string& good : {image.build(), contentsOf(path)}) {
+  for (const std::string& good : {unsignedImage, contentsOf(path)}) {
     const size_t end = 32 + little32(good, 20);
     for (size_t at = 0; at < end; ++at) {
       const char values[] = {'\0', '\xff', static_cast<char>(good[at] ^ 0x10)};

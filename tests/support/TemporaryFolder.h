@@ -27,6 +27,10 @@ class TemporaryFolder {
 // The contents of a file; fails the running test when it cannot be read.
 std::string contentsOf(const std::string& path);
 
+// Permissions with the set-id bits of a file, or of a link itself; fails the running test when
+// there is none.
+unsigned modeOf(const std::string& path);
+
 // Sets an environment variable for the life of the object.
 class ScopedEnvironment {
  public:
