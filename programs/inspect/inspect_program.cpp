@@ -6,7 +6,9 @@
 #include <cstdlib>
 
 #include "host/clock.h"
+#include "host/confinement.h"
 #include "host/files.h"
+#include "host/host_info.h"
 #include "host/paths.h"
 #include "host/terminal.h"
 #include "inspect/comparison.h"
@@ -125,6 +127,18 @@ class Inspection {
   bool isTable_ = false, cannotTell_ = false;
 };
 
+// The page and scratch files are all that is ever written. Where the page goes to a device, such as
+// /dev/stdout, that may be a file anywhere.
+void confine(const Options& options) {
+  std::vector<std::string> folders = {"/dev/null", "/dev/tty"};
+  if (const auto temporary = systemTemporaryFolder()) folders.push_back(*temporary);
+  if (options.html) {
+    if (options.html->starts_with("/dev/")) return;
+    folders.push_back(containingFolder(*options.html));
+  }
+  confineWriting(folders);
+}
+
 int explain(const std::string& what, const Streams& streams) {
   const std::string text = explanationOf(what);
   if (text.empty()) {
@@ -148,6 +162,7 @@ int run(const Arguments& arguments, const Streams& streams) {
     streams.out(kUsage);
     return kNothingFound;
   }
+  confine(*options);
   return options->explain ? explain(*options->explain, streams)
                           : Inspection(*options, streams).run();
 }

@@ -17,6 +17,11 @@ StdioFile openRegularFile(const std::string& path, ErrorText* error) {
   return file;
 }
 
+StdioFile openBytes(std::string_view bytes) {
+  // Opened for reading, so nothing is written to them.
+  return StdioFile(::fmemopen(const_cast<char*>(bytes.data()), bytes.size(), "rb"));
+}
+
 bool readInPieces(const std::string& path, const std::function<std::span<char>()>& room,
                   const std::function<void(size_t)>& took, ErrorText* error) {
   InputFile input;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "host/ErrorText.h"
 
@@ -19,6 +20,10 @@ using StdioFile = std::unique_ptr<std::FILE, StdioCloser>;
 // Opens a regular file, through links. Null, with the reason, for anything else: an app could
 // bring a pipe or a link to a device, which would block or never end.
 StdioFile openRegularFile(const std::string& path, ErrorText* error = nullptr);
+
+// A stream over bytes, which must outlive it. Null when there is no memory, and for no bytes at
+// all.
+StdioFile openBytes(std::string_view bytes);
 
 // Reads a regular file to its end, each time as much as fits into the room that `room` offers (at
 // least a byte); `took` is told how many bytes came. False when it cannot be read to its end; some

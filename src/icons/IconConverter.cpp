@@ -82,7 +82,7 @@ int IconConverter::convert(const std::string& path, const std::string& target) {
     printOut(fmt::format("{} : not an -iphone crushed PNG file\n", path));
     return kNotOptimised;
   }
-  if (chunks_.empty() || chunks_.back().type() != "IEND") {
+  if (!isWhole()) {
     error.set("missing IEND chunk");
     return failed();
   }
@@ -94,22 +94,43 @@ int IconConverter::convert(const std::string& path, const std::string& target) {
   const std::optional<PngHeader> imageHeader = header(&error);
   if (!imageHeader) return failed();
   if (settings_.verbose) printOut(imageHeader->description());
-  const std::optional<ImageRun> run = imageRun(&error);
-  if (!run) return failed();
-
-  std::optional<std::string> imageData;
-  if (imageHeader->isEightBitColor()) {
-    imageData = recode(*imageHeader, *run, &error);
-    if (!imageData) return failed();
-  }
+  const std::optional<std::string> bytes = standardBytes(*imageHeader, &error);
+  if (!bytes) return failed();
   if (!settings_.rewrite) return kConverted;
 
   printOut(fmt::format("writing to file {}\n", target));
-  if (!writeFileAtomically(target, assemble(*run, imageData))) {
+  if (!writeFileAtomically(target, *bytes)) {
     printOut("    failed to create output file!\n");
     return kFailed;
   }
   return kConverted;
+}
+
+std::optional<std::string> IconConverter::standardForm(std::string_view png, uint64_t mostPixels) {
+  ErrorText error;
+  const StdioFile stream = openBytes(png);
+  std::optional<std::string> bytes;
+  if (stream != nullptr && readChunks(stream.get(), png.size(), &error) && isOptimised() &&
+      isWhole()) {
+    const std::optional<PngHeader> imageHeader = header(&error);
+    const bool isSmall =
+        imageHeader && uint64_t{imageHeader->width} * imageHeader->height <= mostPixels;
+    if (isSmall) bytes = standardBytes(*imageHeader, &error);
+  }
+  reset_chunks();
+  return bytes;
+}
+
+std::optional<std::string> IconConverter::standardBytes(const PngHeader& header,
+                                                        ErrorText* error) const {
+  const std::optional<ImageRun> run = imageRun(error);
+  if (!run) return std::nullopt;
+  std::optional<std::string> imageData;
+  if (header.isEightBitColor()) {
+    imageData = recode(header, *run, error);
+    if (!imageData) return std::nullopt;
+  }
+  return assemble(*run, imageData);
 }
 
 bool IconConverter::readChunks(const std::string& path, ErrorText* error) {
@@ -117,15 +138,19 @@ bool IconConverter::readChunks(const std::string& path, ErrorText* error) {
   const StdioFile file = openRegularFile(path);
   const std::optional<uint64_t> length = fileSize(path);
   if (file == nullptr || !length) return fail(error, "not found or could not be opened");
+  return readChunks(file.get(), *length, error);
+}
 
+bool IconConverter::readChunks(std::FILE* stream, uint64_t length, ErrorText* error) {
+  reset_chunks();
   std::string signature(kSignature.size(), '\0');
-  if (std::fread(signature.data(), 1, signature.size(), file.get()) != signature.size() ||
+  if (std::fread(signature.data(), 1, signature.size(), stream) != signature.size() ||
       signature != kSignature) {
     return fail(error, "not a PNG file");
   }
   int result = kChunk;
   while (result == kChunk && (chunks_.empty() || chunks_.back().type() != "IEND")) {
-    result = init_chunk(file.get(), *length);
+    result = init_chunk(stream, length);
   }
   switch (result) {
     case kTooLong:
@@ -135,7 +160,7 @@ bool IconConverter::readChunks(const std::string& path, ErrorText* error) {
     case kShort:
       return fail(error, "premature end of file");
     default:
-      dataAfterEnd_ = std::fgetc(file.get()) != EOF;
+      dataAfterEnd_ = std::fgetc(stream) != EOF;
       return true;
   }
 }

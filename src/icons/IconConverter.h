@@ -52,6 +52,10 @@ class IconConverter {
   // Writes the standard form of `source` to `destination`, a plain copy where it has that form.
   bool makeStandardIcon(const std::string& source, const std::string& destination);
 
+  // The standard form of an optimised file of at most `mostPixels`, without a word and without a
+  // file. None for what is not optimised, is larger or is damaged.
+  std::optional<std::string> standardForm(std::string_view png, uint64_t mostPixels);
+
  private:
   // The run of IDAT chunks, as positions in chunks_.
   struct ImageRun {
@@ -61,13 +65,17 @@ class IconConverter {
 
   int convert(const std::string& path, const std::string& target);
   bool readChunks(const std::string& path, ErrorText* error);
+  bool readChunks(std::FILE* stream, uint64_t length, ErrorText* error);
   int init_chunk(std::FILE* stream, uint64_t fileLength);
   void reset_chunks();
   void list() const;
 
   bool isOptimised() const { return !chunks_.empty() && chunks_.front().type() == "CgBI"; }
+  bool isWhole() const { return !chunks_.empty() && chunks_.back().type() == "IEND"; }
   std::optional<PngHeader> header(ErrorText* error) const;
   std::optional<ImageRun> imageRun(ErrorText* error) const;
+  // The whole file, made standard.
+  std::optional<std::string> standardBytes(const PngHeader& header, ErrorText* error) const;
   // The image data made standard and packed again.
   std::optional<std::string> recode(const PngHeader& header, ImageRun run, ErrorText* error) const;
   void makeStandard(const PngHeader& header, std::vector<uint8_t>& bytes) const;

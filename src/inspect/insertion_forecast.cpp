@@ -36,10 +36,11 @@ std::optional<Finding> failureOf(const std::string& place, const Operation& oper
   try {
     operation();
   } catch (MachORebuildErrors code) {
-    const bool isRoom = code == MachORebuildErrors::kNoRoom;
+    const char* kind = code == MachORebuildErrors::kNoRoom         ? "header-room"
+                       : code == MachORebuildErrors::kIntuneLinked ? "intune-linked"
+                                                                   : "wrap-engine";
     const auto number = static_cast<int32_t>(code);
-    return makeFinding(isRoom ? "header-room" : "wrap-engine", place,
-                       fmt::format("{}: {}", number, trimmed(messageFor(number))));
+    return makeFinding(kind, place, fmt::format("{}: {}", number, trimmed(messageFor(number))));
   } catch (const std::exception& words) {
     return makeFinding("wrap-engine", place, words.what());
   }

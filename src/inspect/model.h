@@ -73,7 +73,9 @@ struct CodeObject {
 struct Icon {
   std::string path;
   uint32_t width = 0, height = 0;  // 0 for what is no PNG file
-  std::string png;                 // the file; empty for one that is too large to show
+  // The file, in the form that browsers know where it could be converted; empty for one that is too
+  // large to show.
+  std::string png;
 };
 
 struct App {

@@ -4,6 +4,7 @@
 
 #include "formats/png_size.h"
 #include "host/paths.h"
+#include "icons/IconConverter.h"
 #include "inspect/readers.h"
 #include "inspect/text.h"
 #include "macho/layout.h"
@@ -14,6 +15,8 @@ namespace {
 constexpr std::string_view kInfoPlist = "Info.plist";
 constexpr size_t kMostIcons = 64;
 constexpr uint64_t kLargestIcon = 512 << 10;
+// Of an icon that is shown in another form than it has.
+constexpr uint64_t kMostPixels = 2048 * 2048;
 
 std::string below(const std::string& folder, std::string_view path) {
   return joinPath(folder, path);
@@ -248,6 +251,9 @@ Icon readIcon(const Tree& tree, const std::string& path) {
   icon.width = size->width;
   icon.height = size->height;
   icon.png = contents->text();
+  if (auto standard = IconConverter().standardForm(icon.png, kMostPixels)) {
+    icon.png = std::move(*standard);
+  }
   return icon;
 }
 

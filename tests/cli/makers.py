@@ -27,6 +27,8 @@ TEAM_ID = "com.apple.developer.team-identifier"
 APP_GROUPS = "com.apple.security.application-groups"
 DATA_PROTECTION = "com.apple.developer.default-data-protection"
 
+LC_RPATH = 0x8000001C
+
 # What makes a whole chain of the certificates below.
 ISSUERS = [os.path.join(IDENTITIES, name + ".pem") for name in ("intermediate", "root")]
 
@@ -51,6 +53,23 @@ def executable(source=DEFAULT_SOURCE, libraries=()):
             write(source.encode(), folder, "source.m"), "arm64", "-e", "_main", "-undefined",
             "dynamic_lookup", *stubs, env=os.environ | environment)
         return read(program)
+
+
+def fill_header(executable):
+    """Lets the run path of a thin image grow until no room is left before the code."""
+    data = read(executable)
+    image = macho.Slice(data)
+    first = min(offset for _, _, _, offset, _ in image.segment("__TEXT").sections)
+    room = (first - image.header_size - image.commands_size) & ~7
+    commands = b""
+    for command in image.commands:
+        if command.number == LC_RPATH:
+            size = struct.pack("<I", len(command.data) + room)
+            commands += command.data[:4] + size + command.data[8:] + bytes(room)
+        else:
+            commands += command.data
+    header = data[:20] + struct.pack("<I", len(commands)) + data[24:image.header_size]
+    write((header + commands).ljust(first, b"\0") + data[first:], executable)
 
 
 def icon(size=57):

@@ -3,35 +3,15 @@ import itertools
 import os
 import shutil
 import signal
-import struct
 import subprocess
 import tempfile
 import time
 import unittest
 
-from examiner import macho
 from harness import (COMPANIONS, DEMO_APP, DEVELOPER, TOOLKIT, WholeProgramTest, changed_app,
                      copy_toolkit, make_profile, pack, read, run, sha1_of, sign_as_developer,
                      thin, write)
-
-LC_RPATH = 0x8000001C
-
-
-def fill_header(executable):
-    """Lets the run path of a thin image grow until no room is left before the code."""
-    data = read(executable)
-    image = macho.Slice(data)
-    first = min(offset for _, _, _, offset, _ in image.segment("__TEXT").sections)
-    room = (first - image.header_size - image.commands_size) & ~7
-    commands = b""
-    for command in image.commands:
-        if command.number == LC_RPATH:
-            size = struct.pack("<I", len(command.data) + room)
-            commands += command.data[:4] + size + command.data[8:] + bytes(room)
-        else:
-            commands += command.data
-    header = data[:20] + struct.pack("<I", len(commands)) + data[24:image.header_size]
-    write((header + commands).ljust(first, b"\0") + data[first:], executable)
+from makers import fill_header
 
 
 class Refusals(WholeProgramTest):

@@ -1,15 +1,19 @@
 """What Inspect says of apps, packages, profiles and certificates, each with one thing wrong."""
+import base64
 import html.parser
 import json
 import os
 import plistlib
+import re
 import shutil
 import subprocess
 from datetime import datetime, timedelta
 
-from harness import (ADMIN, BRANCH, DEMO, PROFILE, SDK_APP, TOOLKIT, changed_app, edit_info, pack,
-                     read, remove, sign_as_developer, thin, unpacked_app, unzip, write)
-from makers import SmallAppTest, archive_of, executable, profile, small_app
+import png
+from harness import (ADMIN, BRANCH, COMPANIONS, DEMO, PROFILE, SDK_APP, TOOLKIT, changed_app,
+                     edit_info, pack, read, remove, run, sign_as_developer, thin, unpacked_app,
+                     unzip, write)
+from makers import SmallAppTest, archive_of, executable, fill_header, profile, small_app
 
 INSPECT = os.path.join(TOOLKIT, "Inspect")
 HOSTILE = "<script>alert(1)</script>\x7f\u202e\"'&"
@@ -113,6 +117,34 @@ def encrypted(app):
     write(code, path)
 
 
+def signed_with(*digests):
+    def change(app):
+        sign_as_developer(app, *[f"--digest-algorithm={name}" for name in digests])
+    change.__name__ = "_".join(digests)
+    return change
+
+
+def no_der_entitlements(app):
+    """Gives the slot of the entitlements' second form a number that means nothing."""
+    path = os.path.join(app, "Fieldbook")
+    code = bytearray(read(path))
+    at = code.index(b"\xfa\xde\x0c\xc0")
+    for entry in range(at + 12, at + 12 + 8 * int.from_bytes(code[at + 8:at + 12], "big"), 8):
+        if code[entry:entry + 4] == b"\0\0\0\x07":
+            code[entry + 2] = 0x70
+    write(code, path)
+
+
+def one_slice_left_out(app):
+    """One slice as it was before the wrap."""
+    path = os.path.join(app, "Fieldbook")
+    with changed_app() as (_, original):
+        before = os.path.join(original, "Fieldbook")
+        thin(before, "armv7")
+        thin(path, "arm64")
+        run(os.path.join(COMPANIONS, "lipo"), before, path, "-create", "-output", path)
+
+
 # Each with what it does to the wrapped app and the code that has to be among the findings.
 IN_THE_APP = [
     (change_resource, "signature-invalid"), (change_code, "signature-invalid"),
@@ -121,6 +153,9 @@ IN_THE_APP = [
     (break_profile, "profile-unreadable"), (another_team, "team-mismatch"),
     (unsigned_library, "signature-missing"), (newer_code, "system-above-app"),
     (no_executable, "code-unreadable"), (no_info, "info-unreadable"), (encrypted, "encrypted"),
+    (signed_with("sha1"), "hash-too-old"), (signed_with("sha256"), "hash-too-new"),
+    (no_der_entitlements, "der-entitlements-missing"),
+    (one_slice_left_out, "architecture-not-wrapped"),
 ]
 
 
@@ -158,6 +193,11 @@ class Findings(InspectTest):
                 self.codes(path, "--strict", status=1)
         path = profile(self.path("soon.mobileprovision"), ExpirationDate=soon)
         self.assertEqual(self.codes(path, "--within", "3", status=0), set())
+
+    def test_certificates(self):
+        root = os.path.join(DEMO, "identities/root.pem")
+        self.assertEqual(self.codes(root, "--within", "36500", status=0),
+                         {"certificate-expires-soon"})
 
     def test_packages(self):
         def manifest(text, instead):
@@ -246,6 +286,19 @@ class Reports(InspectTest):
         self.assertGreaterEqual(checker.count["img"], 2)
         self.assertEqual(checker.count.get("script", 0), 0)
         self.assertIn("h1", checker.count)
+
+    def test_icons_of_the_platform_are_shown(self):
+        pixels = png.picture(6, 4)
+        with small_app() as (folder, app):
+            write(png.device_form(pixels), app, "Icon.png")
+            archive = pack(folder, self.path("icons.ipa"))
+        page = self.path("icons.html")
+        self.inspect(archive, "--html", page)
+        shown = re.findall(r'src="data:image/png;base64,([^"]*)"', read(page).decode())
+        self.assertEqual(len(shown), 1)
+        got = png.pixels(base64.b64decode(shown[0]))
+        opaque = slice(0, 2)
+        self.assertEqual([row[opaque] for row in got], [row[opaque] for row in pixels])
 
     def test_comparison(self):
         groups = {group["title"]: group for group in
@@ -336,13 +389,22 @@ class BeforeWrap(InspectTest):
             path = os.path.join(app, "Fieldbook")
             write(read(path)[:60000], path)
 
+        def no_room(app):
+            thin(os.path.join(app, "Fieldbook"), "armv7")
+            fill_header(os.path.join(app, "Fieldbook"))
+
+        def intune(app):
+            library = "@rpath/IntuneMAM.framework/IntuneMAM"
+            write(executable(libraries=(library,)), app, "Fieldbook")
+
         def text(app):
             write(b"#!/bin/sh\n", app, "Fieldbook")
 
         cases = [(air, ["unsupported-app"]), (link_outside, ["link-leads-out"]),
                  (no_info, ["info-unreadable"]), (no_executable, ["code-unreadable"]),
                  (one_slice, []), (change_resource, []), (drop_seal, []), (truncated, ["code-unreadable"]),
-                 (text, ["code-unreadable"]), (lose_bit, [])]
+                 (text, ["code-unreadable"]), (lose_bit, []), (no_room, ["header-room"]),
+                 (intune, ["intune-linked"])]
         for change, expected in cases:
             with self.subTest(change.__name__), changed_app() as (folder, app):
                 change(app)
