@@ -51,6 +51,7 @@ dl { display: grid; grid-template-columns: minmax(6rem, 11rem) 1fr; gap: .1rem 1
 dt { color: var(--faint); grid-column: 1; } dd { margin: 0; grid-column: 2; }
 table { border-collapse: collapse; width: 100%; margin: .5rem 0; }
 th, td { text-align: left; vertical-align: top; padding: .25rem .6rem; border-bottom: 1px solid var(--line); }
+.timeline th, .timeline td:nth-child(-n+2) { white-space: nowrap; }
 .timeline td:last-child { width: 35%; } .bar { height: .8rem; min-width: 2px; background: var(--sound); }
 tr.warning .bar { background: var(--warning); } tr.error .bar { background: var(--error); }
 .diff th[scope=row] { font-weight: 400; width: 34%; } .diff td { width: 33%; }
