@@ -29,6 +29,13 @@ const Tree::Item* Tree::find(std::string_view path) const {
   return at != items_.end() && at->path == path ? &*at : nullptr;
 }
 
+bool Tree::isBlocked(const Item& item) const {
+  for (size_t at = item.path.find('/'); at != std::string::npos; at = item.path.find('/', at + 1)) {
+    if (find(std::string_view(item.path).substr(0, at)) != nullptr) return true;
+  }
+  return false;
+}
+
 void Tree::finish() {
   std::ranges::stable_sort(items_, {}, &Item::path);
   std::vector<Item> kept;
@@ -40,6 +47,23 @@ void Tree::finish() {
     }
   }
   items_ = std::move(kept);
+  std::string_view folder;
+  bool blocked = false;
+  std::vector<bool> left;
+  for (const Item& item : items_) {
+    const std::string_view path = item.path;
+    const std::string_view parent = path.substr(0, path.find_last_of('/') + 1);
+    // Neighbours have one answer.
+    if (parent != folder) blocked = isBlocked(item);
+    folder = parent;
+    left.push_back(blocked);
+  }
+  size_t index = 0;
+  std::erase_if(items_, [&](Item& item) {
+    const bool isLeft = left[index++];
+    if (isLeft) stray_.push_back(item.path);
+    return isLeft;
+  });
 }
 
 std::optional<Contents> Tree::read(const Item& item, uint64_t limit, ErrorText* error) const {

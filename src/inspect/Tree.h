@@ -69,7 +69,8 @@ class Tree {
   std::optional<Contents> read(std::string_view path, uint64_t limit = kLargestItem,
                                ErrorText* error = nullptr) const;
 
-  // Names that were left out because they lead out of the tree or stand there twice.
+  // Names that were left out because they lead out of the tree, stand there twice, or lie behind
+  // a file or link.
   const std::vector<std::string>& strayNames() const { return stray_; }
   // Whether the tree comes out of an archive, where links and modes are claims of its maker.
   virtual bool isPacked() const = 0;
@@ -78,6 +79,8 @@ class Tree {
   virtual std::optional<Contents> contentsOf(const Item& item, ErrorText* error) const = 0;
   // Brings the items into order; the first of several with one path stays.
   void finish();
+  // Whether a file or link stands where the item needs a folder.
+  bool isBlocked(const Item& item) const;
 
   std::vector<Item> items_;
   std::vector<std::string> stray_;

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "archive/deflate.h"
+#include "archive/limits.h"
 #include "inspect/Tree.h"
 
 namespace tovrek::inspect {
@@ -78,6 +79,9 @@ class ArchiveTree : public Tree {
       if (error != nullptr && !error->isSet()) fail(error, "it is no archive, or one cut short");
       return false;
     }
+    std::vector<const Entry*> entries;
+    for (const Entry& entry : reader_.entries()) entries.push_back(&entry);
+    if (!archive::isWithin({}, entries, error)) return false;
     for (size_t i = 0; i < reader_.entries().size(); ++i) {
       const Entry& entry = reader_.entries()[i];
       std::string_view name = entry.name;

@@ -26,7 +26,7 @@ constexpr KnownText kKnownTexts[] = {
     {"does not match certificates listed", "certificate-not-in-profile"},
     {"is specific to <", "identifier-not-in-profile"},
     {"is not suitable for use with wildcard", "identifier-not-in-profile"},
-    {"leads out of it", "link-leads-out"},
+    {"link that is not accepted", "link-refused"},
     {"Missing a required entitlement", "entitlement-not-granted"},
     {"does not include entitlements required", "entitlement-not-granted"},
     {"Failed to decode provisioning profile", "profile-unreadable"},

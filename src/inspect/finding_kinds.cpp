@@ -70,6 +70,7 @@ const std::vector<FindingKind>& findingKinds() {
       {"item-unreadable", kError, "A file in the archive cannot be unpacked.",
        "Get the archive again; it was damaged or made to exhaust memory."},
       {"link-leads-out", kError, "A link leads out of the app.", kAskMaker},
+      {"link-refused", kError, "The toolkit does not take a link of the input.", kAskMaker},
       {"manifest-checksum", kError, "The manifest's checksum differs from that in the app.",
        "Wrap the app again."},
       {"manifest-icon", kWarning, "An icon of the manifest is missing or of another size.",

@@ -11,6 +11,7 @@
 #include "inspect/insertion_forecast.h"
 #include "inspect/readers.h"
 #include "inspect/text.h"
+#include "package/app_links.h"
 #include "profile/ProvisioningProfile.h"
 #include "settings/settings_file.h"
 
@@ -45,6 +46,7 @@ class Forecast {
                     &result_.remarks);
     }
     takeFrom({"link-leads-out", "unsafe-name", "item-unreadable", "info-unreadable"});
+    judgeLinks();
     judgeKind();
     judgeProfile();
     judgeParts();
@@ -125,6 +127,20 @@ class Forecast {
     }
     if (!isPlain && main.problem.empty()) {
       refuse("encrypted", app_.folder, "no slice states that it is not encrypted");
+    }
+  }
+
+  // The toolkit takes fewer links than devices do.
+  void judgeLinks() {
+    LinkTargets links;
+    for (const Tree::Item& item : open_.tree->items()) {
+      if (item.kind != ItemKind::kLink) continue;
+      if (const auto target = open_.tree->read(item, kLargestDocument)) {
+        links[item.path] = target->text();
+      }
+    }
+    for (const LinkFault& fault : faultsOf(links, open_.folder)) {
+      refuse("link-refused", fault.path, fault.reason);
     }
   }
 

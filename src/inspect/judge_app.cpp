@@ -42,7 +42,8 @@ bool leadsOutOf(const std::string& linkPath, std::string_view target) {
 void judgeNames(const Tree& tree, const std::string& folder, Subject* subject) {
   for (const std::string& name : tree.strayNames()) {
     report(&subject->findings, "unsafe-name", name,
-           "the entry lies outside of the archive's folder, or stands there twice");
+           "the entry lies outside of the archive's folder, stands there twice, or lies behind "
+           "what is no folder");
   }
   for (const Tree::Item& item : tree.below(folder)) {
     if (item.kind != ItemKind::kLink) continue;

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <map>
 #include <string_view>
 
 #include "host/file_status.h"
@@ -44,35 +43,9 @@ bool isOneOf(const Names& names, std::string_view name) {
 
 class Judge {
  public:
-  Judge(const std::string& folder, const std::optional<std::string>& app)
-      : folder_(folder), app_(app) {}
+  Judge(const LinkTargets& links, const std::optional<std::string>& app)
+      : links_(links), app_(app) {}
 
-  bool collect(ErrorText* error) {
-    bool whole = true;
-    const auto take = [&](const WalkedItem& item) {
-      if (item.kind != ItemKind::kLink) return whole;
-      const auto target = linkTarget(joinPath(folder_, item.relativePath), error);
-      whole = whole && target.has_value();
-      if (target) links_[item.relativePath] = *target;
-      return whole;
-    };
-    return walkDirectory(folder_, take, error) && whole;
-  }
-
-  FoundLinks judge() {
-    FoundLinks found;
-    for (const auto& [path, target] : links_) {
-      if (const char* wrong = fault(path, target)) {
-        found.refused = fmt::format("{} ({})", path, wrong);
-        break;
-      }
-      // Its target is free of links now, so this asks about nothing else.
-      if (!fileExists(joinPath(folder_, path))) found.dangling.push_back(path);
-    }
-    return found;
-  }
-
- private:
   // What is wrong with a link; null for nothing.
   const char* fault(const std::string& path, const std::string& target) const {
     if (!app_) return "packages hold no links";
@@ -83,6 +56,7 @@ class Judge {
     return targetFault(path, target);
   }
 
+ private:
   bool isExpectedName(const std::string& path) const {
     const std::string name = lastPathComponent(path);
     const std::string parent = deletingLastPathComponent(path);
@@ -117,18 +91,46 @@ class Judge {
     return nullptr;
   }
 
-  const std::string& folder_;
+  const LinkTargets& links_;
   const std::optional<std::string>& app_;
-  std::map<std::string, std::string> links_;  // targets by path
 };
+
+bool collectLinks(const std::string& folder, LinkTargets* links, ErrorText* error) {
+  bool whole = true;
+  const auto take = [&](const WalkedItem& item) {
+    if (item.kind != ItemKind::kLink) return whole;
+    const auto target = linkTarget(joinPath(folder, item.relativePath), error);
+    whole = whole && target.has_value();
+    if (target) (*links)[item.relativePath] = *target;
+    return whole;
+  };
+  return walkDirectory(folder, take, error) && whole;
+}
 
 }  // namespace
 
+std::vector<LinkFault> faultsOf(const LinkTargets& links, const std::optional<std::string>& app) {
+  const Judge judge(links, app);
+  std::vector<LinkFault> faults;
+  for (const auto& [path, target] : links) {
+    if (const char* reason = judge.fault(path, target)) faults.push_back({path, reason});
+  }
+  return faults;
+}
+
 bool judgeLinks(const std::string& folder, const std::optional<std::string>& app, FoundLinks* found,
                 ErrorText* error) {
-  Judge judge(folder, app);
-  if (!judge.collect(error)) return false;
-  *found = judge.judge();
+  LinkTargets links;
+  if (!collectLinks(folder, &links, error)) return false;
+  *found = {};
+  if (const auto faults = faultsOf(links, app); !faults.empty()) {
+    found->refused = fmt::format("{} ({})", faults.front().path, faults.front().reason);
+    return true;
+  }
+  // Targets are free of links now, so this asks about nothing else.
+  for (const auto& [path, target] : links) {
+    if (!fileExists(joinPath(folder, path))) found->dangling.push_back(path);
+  }
   return true;
 }
 

@@ -1,6 +1,7 @@
 // Which links an app or package may hold.
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -14,6 +15,14 @@ namespace tovrek {
 // another link, lies in the same app; the target need not exist. It may not stand in place of what
 // a run reads, writes or signs by name: Info.plist, the executable, the signature, the profile, the
 // folders of nested code, everything that is inserted.
+struct LinkFault {
+  std::string path;
+  const char* reason;
+};
+using LinkTargets = std::map<std::string, std::string>;  // by the links' paths
+// What is wrong with links, in the order of their paths; `app` is as for judgeLinks().
+std::vector<LinkFault> faultsOf(const LinkTargets& links, const std::optional<std::string>& app);
+
 struct FoundLinks {
   std::optional<std::string> refused;  // the first, with what is wrong with it
   std::vector<std::string> dangling;   // accepted ones whose targets do not exist

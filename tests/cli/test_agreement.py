@@ -12,7 +12,7 @@ import harness
 from harness import TOOLKIT, WholeProgramTest
 
 SUITES = ["test_eligibility", "test_certificates", "test_bad_input.BadInput", "test_warnings",
-          "test_entitlements"]
+          "test_entitlements", "test_hostile.NothingElseRuns.test_entries_of_archives"]
 # Refusals that are about what else was asked for, and not about app, certificate and profile.
 OTHER_REFUSALS = ["*output path*", "Output*extension*", "*Start Tag*", "File*does not exist*xml*",
                   "*: the file is empty", "*: Is a directory"]
