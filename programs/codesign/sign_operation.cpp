@@ -113,7 +113,13 @@ int signPath(const std::string& path, const Options& options, const Streams& str
   for (const std::string& note : report.notes) {
     streams.error(fmt::format("{}: {}\n", printable(path), note));
   }
-  if (!good) return failPath(path, error.text(), streams);
+  if (!good) {
+    failPath(path, error.text(), streams);
+    if (error.text() == signing::kAlreadySigned) {
+      streams.error("codesign: -f replaces the signature\n");
+    }
+    return kFailure;
+  }
   if (options.verbosity > 0) {
     streams.error(fmt::format("{}: signed {} [{}]\n", printable(path), report.format,
                               printable(report.identifier)));

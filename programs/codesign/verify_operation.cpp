@@ -1,6 +1,7 @@
 // codesign -v.
 #include <fmt/format.h>
 
+#include "host/paths.h"
 #include "host/printable.h"
 #include "programs/codesign/Codesign.h"
 #include "programs/codesign/requirement_source.h"
@@ -25,6 +26,9 @@ int verifyPath(const std::string& path, const Options& options, const Streams& s
     streams.error(fmt::format("{}: {}\n", printable(path), printable(verdict.lines.front())));
     for (size_t i = 1; i < verdict.lines.size(); ++i)
       streams.error(printable(verdict.lines[i]) + "\n");
+    if (equalsIgnoringCase(pathExtension(path), "ipa")) {
+      streams.error("codesign: an archive has no signature: unpack it, and name the app inside\n");
+    }
     return kFailure;
   }
   const bool tell = options.verbosity > 0;

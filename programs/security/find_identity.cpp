@@ -94,7 +94,9 @@ int findIdentity(const Words& words, const Streams& streams) {
   if (!options) return kUsage;
   const auto policy =
       std::ranges::find(kPolicies, options->value('p').value_or("basic"), &Policy::name);
-  if (policy == kPolicies.end()) return kUsage;
+  if (policy == kPolicies.end()) {
+    return withAdvice(kUsage, fmt::format("unknown policy \"{}\"", *options->value('p')), streams);
+  }
   int status = kSuccess;
   const auto keychains =
       chosenKeychains(options->operands(), "SecIdentitySearchCreate", &status, streams);

@@ -101,10 +101,12 @@ bool resolvePassphrase(std::optional<std::string>* password, const Streams& stre
   return true;
 }
 
-std::string passwordNotGiven() {
+// None where nobody can be asked.
+std::optional<std::string> passwordNotGiven() {
   const char* set = std::getenv("TOVREK_KEYCHAIN_PASSWORD");
   if (set != nullptr) return set;
-  return inputIsTyped() ? readUnseen("passphrase of the file: ") : "";
+  if (!inputIsTyped()) return std::nullopt;
+  return readUnseen("passphrase of the file: ");
 }
 
 // The items of a file, or the key on a token that a URI names, on the command line or in a file.
@@ -126,7 +128,12 @@ int readInput(const std::string& input, const std::optional<std::string>& passwo
   ReadResult read = keychain::readItems(bytes, password, items);
   if (read == ReadResult::kWrongPassword && !password) {
     *items = {};
-    read = keychain::readItems(bytes, passwordNotGiven(), items);
+    const auto other = passwordNotGiven();
+    read = keychain::readItems(bytes, other.value_or(""), items);
+    if (read == ReadResult::kWrongPassword && !other) {
+      return withAdvice(refused(read, streams),
+                        "no password was given: -P PASSWORD, or -P file:PATH", streams);
+    }
   }
   return read == ReadResult::kRead ? kSuccess : refused(read, streams);
 }
@@ -156,7 +163,8 @@ int importItems(const Words& words, const Streams& streams) {
   if (!into) return status;
   if (!items.keys.empty() && keychain::readSettings(into->path()).encrypted &&
       !keychain::keyPassword(into->path())) {
-    return reportStatus(kImportCall, OsStatus::kInteractionNotAllowed, streams);
+    return withAdvice(reportStatus(kImportCall, OsStatus::kInteractionNotAllowed, streams),
+                      into->path() + " is locked: security unlock-keychain", streams);
   }
   ErrorText error;
   keychain::Keychain::Added added;

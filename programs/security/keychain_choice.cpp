@@ -34,7 +34,12 @@ std::optional<std::vector<keychain::Keychain>> chosenKeychains(
     auto searched = keychain::openSearchList(&unopened);
     tellUnreadable(searched, streams);
     for (const keychain::Unopened& each : unopened) {
-      if (!each.isMissing) *status = reportFailure(each.path + ": " + each.reason, streams);
+      // These two come with the first import; others were put into the list by name.
+      const bool isToCome = each.path == keychain::defaultKeychain() ||
+                            each.path == keychain::resolveKeychain("login.keychain");
+      if (each.isMissing && isToCome) continue;
+      const int failed = reportFailure(each.path + ": " + each.reason, streams);
+      if (!each.isMissing) *status = failed;
     }
     return searched;
   }
@@ -74,7 +79,9 @@ std::optional<keychain::Keychain> keychainToFill(const std::optional<std::string
   ErrorText error;
   if (!fileExists(path)) {
     if (path != keychain::defaultKeychain()) {
-      *status = reportStatus(call, OsStatus::kNoSuchKeychain, streams);
+      *status = withAdvice(
+          reportStatus(call, OsStatus::kNoSuchKeychain, streams),
+          fmt::format("there is no {}: security create-keychain makes keychains", path), streams);
       return std::nullopt;
     }
     if (keychain::createKeychain(path, std::nullopt, &error) == keychain::CreateResult::kFailed) {

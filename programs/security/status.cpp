@@ -33,6 +33,11 @@ int reportStatus(std::string_view call, OsStatus status, const Streams& streams)
   return static_cast<int>(status) & 0xff;
 }
 
+int withAdvice(int status, std::string_view text, const Streams& streams) {
+  reportFailure(text, streams);
+  return status;
+}
+
 int reportFailure(std::string_view text, const Streams& streams) {
   streams.error(fmt::format("security: {}\n", text));
   return kFailure;

@@ -23,6 +23,8 @@ enum class OsStatus : int {
 
 // Prints "security: CALL: MESSAGE" and answers the exit status (36, 44, 45, 48, 50, 51).
 int reportStatus(std::string_view call, OsStatus status, const Streams& streams);
+// Adds a line "security: TEXT" of ours, which says what to do, and answers the status as it is.
+int withAdvice(int status, std::string_view text, const Streams& streams);
 // Prints "security: TEXT" and answers the exit status 1.
 int reportFailure(std::string_view text, const Streams& streams);
 

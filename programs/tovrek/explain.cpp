@@ -3,12 +3,18 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
 #include "engine/MachORebuildErrors.h"
 #include "host/HostRoot.h"
+#include "host/complaint.h"
 #include "host/disk_space.h"
 #include "host/files.h"
 #include "host/host_info.h"
 #include "host/paths.h"
+#include "host/printable.h"
 #include "host/process.h"
 #include "host/terminal.h"
 #include "package/bundle_icons.h"
@@ -20,6 +26,34 @@ namespace {
 
 // A run that finds less than this has most likely ended for that.
 constexpr uint64_t kFullDisk = uint64_t{256} << 10;
+
+// What a run is refused with because a program has failed, which has said why. The .ipa that is
+// missing is one of those when it is not the input.
+bool isOfProgram(const Situation& situation) {
+  const std::string_view text = situation.text;
+  constexpr std::string_view kMissing = "A required file at this location does not exist: ";
+  const std::string input =
+      situation.request != nullptr ? printable(situation.request->inputFile.value_or("")) : "";
+  const bool isOfZip =
+      text.starts_with(kMissing) && text.ends_with(".ipa") && text.substr(kMissing.size()) != input;
+  return isOfZip || text.starts_with("Failed to execute ") ||
+         text.starts_with("Unzip command failed.") ||
+         text.starts_with("Failed to generate this file: ");
+}
+
+// What codesign said of the identity.
+std::string causeOfSigning(const std::string& said) {
+  constexpr std::pair<std::string_view, std::string_view> kCauses[] = {
+      {"its private key is not", "no key"},
+      {": no identity found", "no identity"},
+      {": ambiguous (", "several identities"},
+      {"cannot be used for signing code", "not to be used"},
+      {"is locked", "locked"}};
+  for (const auto& [words, cause] : kCauses) {
+    if (said.find(words) != said.npos) return std::string(cause);
+  }
+  return "";
+}
 
 std::string causeOfStoreApp(const std::string& appPath) {
   const auto bundle = AppBundle::open(appPath);
@@ -49,13 +83,17 @@ std::string causeOf(const Situation& situation) {
   if (text == "Failed to generate this file: manifest.xml") {
     return causeOfManifest(situation.appPath);
   }
+  if (text.starts_with("Failed to execute dylibcodesign") ||
+      text.starts_with("Failed to execute codesign:")) {
+    return causeOfSigning(lastComplaint());
+  }
   if (text.find("Mavericks") != std::string_view::npos && HostRoot::folder().empty()) {
     return "no host folder";
   }
   return "";
 }
 
-// The folder whose disk is full; empty when none is.
+// A disk that is full now, in the words of the system.
 std::string fullDisk(const Situation& situation) {
   std::vector<std::string> folders;
   if (const auto temporary = systemTemporaryFolder()) folders.push_back(*temporary);
@@ -64,7 +102,7 @@ std::string fullDisk(const Situation& situation) {
   }
   for (const std::string& folder : folders) {
     const auto left = freeSpace(folder);
-    if (left && *left < kFullDisk) return folder;
+    if (left && *left < kFullDisk) return folder + ": " + std::strerror(ENOSPC);
   }
   return "";
 }
@@ -78,12 +116,43 @@ std::optional<int32_t> codeOf(const std::string& text) {
 
 }  // namespace
 
+namespace {
+
+// What the system had no more of, from the text or what a program said; or a disk that is full.
+ShortageFound shortageOf(const Situation& situation, bool mayBeOfProgram) {
+  ShortageFound found = shortageIn(situation.text);
+  if (found.kind == Shortage::kNone && mayBeOfProgram) found = shortageIn(lastComplaint());
+  if (found.kind != Shortage::kNone) return found;
+  const std::string full = fullDisk(situation);
+  if (!full.empty()) found = {Shortage::kDiskFull, full};
+  return found;
+}
+
+std::string_view causeOf(Shortage kind) {
+  switch (kind) {
+    case Shortage::kDiskFull:
+      return "the disk is full";
+    case Shortage::kLimit:
+      return "a limit of the system";
+    case Shortage::kDamagedDisk:
+      return "a damaged disk";
+    case Shortage::kNone:
+      break;
+  }
+  return "";
+}
+
+}  // namespace
+
 std::string explanation(const Situation& situation) {
   const RefusalsPage page(refusalsPageText());
-  if (const std::string folder = fullDisk(situation); !folder.empty()) {
-    return page.explain(situation.text, "the disk is full") + " (" + folder + ")";
+  const auto code = codeOf(situation.text);
+  const ShortageFound shortage = shortageOf(situation, code || isOfProgram(situation));
+  if (shortage.kind != Shortage::kNone) {
+    std::string line = page.explain(situation.text, causeOf(shortage.kind));
+    return line.insert(line.find(". What to do:"), fmt::format(" ({})", shortage.words));
   }
-  if (const auto code = codeOf(situation.text)) return page.explain(*code);
+  if (code) return page.explain(*code);
   std::string line = page.explain(situation.text, causeOf(situation));
   if (!line.empty()) line += factsAboutCertificate(situation);
   return line;

@@ -6,6 +6,7 @@
 
 #include "converter/common.h"
 #include "converter/steps.h"
+#include "host/complaint.h"
 #include "host/file_status.h"
 #include "host/files.h"
 #include "host/host_info.h"
@@ -66,6 +67,7 @@ int runZip(const WrapperLogger& log, const std::vector<std::string>& argv,
   if (outcome.status == 0) {
     log.logDetailed(outcome.output, LineBreaks::kKept);
   } else {
+    keepComplaint(outcome.output);  // where zip has its complaints
     log.logError(outcome.output, LineBreaks::kKept);
   }
   return outcome.status;

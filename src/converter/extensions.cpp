@@ -1,5 +1,7 @@
 #include "converter/extensions.h"
 
+#include <fmt/format.h>
+
 #include "converter/common.h"
 #include "converter/extension_fitting.h"
 #include "converter/steps.h"
@@ -17,10 +19,13 @@ std::vector<std::string> extensionFolders(const Run& run) {
   return folders;
 }
 
-bool strip(const Run& run, const std::string& folder, ErrorText* error) {
+// What cannot be removed stays, and with it the app may still be tried out.
+void strip(const Run& run, const std::string& folder) {
   run.log().logBasic("Stripping extensions at path " + folder);
   ErrorText reason;
-  return removeItem(folder, &reason) || failToRemove(reason, error);
+  if (removeItem(folder, &reason)) return;
+  run.log().logWarning(
+      fmt::format("The extensions in {} were not removed: {}", folder, reason.text()));
 }
 
 }  // namespace
@@ -28,7 +33,7 @@ bool strip(const Run& run, const std::string& folder, ErrorText* error) {
 bool stripOrReportExtensions(Run& run, ErrorText* error) {
   for (const std::string& folder : extensionFolders(run)) {
     if (run.request.stripExtensions) {
-      if (!strip(run, folder, error)) return false;
+      strip(run, folder);
       continue;
     }
     // Then the warning is for those that cannot be fitted.
@@ -39,12 +44,12 @@ bool stripOrReportExtensions(Run& run, ErrorText* error) {
   return true;
 }
 
-bool stripOrKeepExtensions(Run& run, ErrorText* error) {
+bool stripOrKeepExtensions(Run& run, ErrorText* /*error*/) {
   for (const std::string& folder : extensionFolders(run)) {
     if (run.context.settings.keepExtensionsOnSign) {
       run.log().logBasic("keepExtensionsOnSign keeps the extensions at path " + folder);
-    } else if (!strip(run, folder, error)) {
-      return false;
+    } else {
+      strip(run, folder);
     }
   }
   return true;

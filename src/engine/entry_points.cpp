@@ -49,13 +49,13 @@ std::optional<EngineFailure> addOrvaneDylib(int binaryType, bool libraryType,
     // What split and join answer is not asked for, as long as lipo answers at all: a missing slice
     // fails to open, and a missing or stale executable fails the check.
     ArchPresence present{};
-    ExtractArchsFromFatBinary(path, IsFatBinary(path), &present);
+    ExtractArchsFromFatBinary(path, IsFatBinary(path), &present, logger);
     const std::vector<std::string> slices = sliceFiles(path, present);
     if (settings.strictHeaderRoom) requireRoomInAll(slices, binaryType, libraryType, logger);
     for (const std::string& slice : slices) {
       addDylib(binaryType, slice, libraryType, settings, logger);
     }
-    CreateFatBinaryFromArchs(path, present);
+    CreateFatBinaryFromArchs(path, present, logger);
   } catch (Errors code) {
     return failed(
         fmt::format("addOrvaneDylib: add binaryType {} dylib failed: {}", binaryType, path), code);

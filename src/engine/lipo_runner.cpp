@@ -6,7 +6,9 @@
 #include <vector>
 
 #include "engine/engine_text.h"
+#include "host/complaint.h"
 #include "host/files.h"
+#include "host/paths.h"
 #include "host/process.h"
 #include "macho/ArchName.h"
 
@@ -29,12 +31,27 @@ Outcome runLipo(std::vector<std::string> arguments, StandardError standardError)
   return outcome;
 }
 
-bool copyThinFile(const std::string& path, const std::string& slice) {
+// The callers only hear that there is no slice, or no executable, in the end.
+void tellWhy(const WrapperLogger& logger, const std::string& reason) {
+  if (reason.empty()) return;
+  keepComplaint(reason);
+  logger.logError(reason, LineBreaks::kKept);
+}
+
+bool succeeded(const Outcome& outcome, const WrapperLogger& logger) {
+  if (outcome.status != 0) tellWhy(logger, trimmed(outcome.errorOutput));
+  return outcome.status == 0;
+}
+
+bool copyThinFile(const std::string& path, const std::string& slice, const WrapperLogger& logger) {
+  ErrorText reason;
+  const auto source = realPath(path);
   // A slice left behind by a broken run must not be taken for this one, and an executable that
   // is a link must not be edited through its copy.
-  if (itemExistsNoFollow(slice) && !removeItem(slice)) return false;
-  const auto source = realPath(path);
-  return source && copyItem(*source, slice);
+  const bool cleared = !itemExistsNoFollow(slice) || removeItem(slice, &reason);
+  if (cleared && source && copyItem(*source, slice, &reason)) return true;
+  tellWhy(logger, slice + ": " + (source ? reason.text() : "there is no executable"));
+  return false;
 }
 
 }  // namespace
@@ -48,7 +65,8 @@ bool IsFatBinary(const std::string& path) {
   return outcome.output.find("Non-fat file") == std::string::npos;
 }
 
-bool ExtractArchsFromFatBinary(const std::string& path, bool isFat, ArchPresence* present) {
+bool ExtractArchsFromFatBinary(const std::string& path, bool isFat, ArchPresence* present,
+                               const WrapperLogger& logger) {
   std::optional<Outcome> complaint;
   for (size_t i = 0; i < kDeviceArchs.size(); ++i) {
     Outcome outcome =
@@ -65,15 +83,16 @@ bool ExtractArchsFromFatBinary(const std::string& path, bool isFat, ArchPresence
     const std::string arch(kDeviceArchs[i]);
     const std::string slice = sliceFileName(path, arch);
     const bool made =
-        isFat
-            ? runLipo({path, "-thin", arch, "-output", slice}, StandardError::kCapture).status == 0
-            : copyThinFile(path, slice);
+        isFat ? succeeded(runLipo({path, "-thin", arch, "-output", slice}, StandardError::kCapture),
+                          logger)
+              : copyThinFile(path, slice, logger);
     if (!made) return false;
   }
   return true;
 }
 
-bool CreateFatBinaryFromArchs(const std::string& path, const ArchPresence& present) {
+bool CreateFatBinaryFromArchs(const std::string& path, const ArchPresence& present,
+                              const WrapperLogger& logger) {
   removeItem(path);
   std::vector<std::string> slices;
   for (size_t i = 0; i < kDeviceArchs.size(); ++i) {
@@ -92,7 +111,7 @@ bool CreateFatBinaryFromArchs(const std::string& path, const ArchPresence& prese
       macho::throwf("{} could not be removed: {}", slice, reason.text());
     }
   }
-  return outcome.status == 0;
+  return succeeded(outcome, logger);
 }
 
 }  // namespace tovrek

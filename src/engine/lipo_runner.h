@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "log/WrapperLogger.h"
+
 namespace tovrek {
 
 // The architectures of iOS devices, in the order in which slices are handled.
@@ -22,11 +24,14 @@ std::string sliceFileName(const std::string& path, std::string_view arch);
 bool IsFatBinary(const std::string& path);
 
 // Writes the slice of each device architecture to its own file and tells which there are. False
-// as soon as one cannot be written.
-bool ExtractArchsFromFatBinary(const std::string& path, bool isFat, ArchPresence* present);
+// as soon as one cannot be written; why is an error in the log.
+bool ExtractArchsFromFatBinary(const std::string& path, bool isFat, ArchPresence* present,
+                               const WrapperLogger& logger);
 
 // Replaces the executable by a universal file of the slices and removes them. True when `lipo`
 // made it, or complained about an unknown architecture flag (the slices stay then).
-bool CreateFatBinaryFromArchs(const std::string& path, const ArchPresence& present);
+// Why it was not made is an error in the log.
+bool CreateFatBinaryFromArchs(const std::string& path, const ArchPresence& present,
+                              const WrapperLogger& logger);
 
 }  // namespace tovrek

@@ -11,6 +11,7 @@
 
 #include "formats/XmlNodeAccess.h"
 #include "formats/libxml_strings.h"
+#include "formats/xml_guard.h"
 #include "host/Freer.h"
 #include "host/files.h"
 
@@ -69,6 +70,15 @@ void declareType(void* context, const xmlChar* name, const xmlChar* publicId,
   xmlSAX2InternalSubset(context, name, publicId, systemId);
 }
 
+// Without those attributes that the element has by declaration: they stand last, nothing asks for
+// them, and in a tree every element would hold them once more.
+void startElement(void* context, const xmlChar* name, const xmlChar* prefix, const xmlChar* uri,
+                  int namespaces, const xmlChar** namespaceList, int attributes, int defaulted,
+                  const xmlChar** attributeList) {
+  xmlSAX2StartElementNs(context, name, prefix, uri, namespaces, namespaceList,
+                        attributes - defaulted, 0, attributeList);
+}
+
 }  // namespace
 
 void XmlDocument::Freed::operator()(void* document) const noexcept {
@@ -82,11 +92,16 @@ std::optional<XmlDocument> XmlDocument::parse(std::string_view bytes, XmlParsing
     fail(error, "the document is too large");
     return std::nullopt;
   }
+  if (const std::string fault = markupFault(bytes); !fault.empty()) {
+    fail(error, fault);
+    return std::nullopt;
+  }
   Parsing parsing;
   context->_private = &parsing;
   context->sax->serror = keepFirstFault;
   context->sax->entityDecl = declareEntity;
   context->sax->internalSubset = declareType;
+  context->sax->startElementNs = startElement;
   int options = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING | XML_PARSE_NOENT;
   if (mode == XmlParsing::kRecover) options |= XML_PARSE_RECOVER;
   XmlDocument result(xmlCtxtReadMemory(context.get(), bytes.data(), static_cast<int>(bytes.size()),

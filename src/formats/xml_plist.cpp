@@ -14,6 +14,7 @@
 #include "formats/base64.h"
 #include "formats/libxml_strings.h"
 #include "formats/plist_readers.h"
+#include "formats/xml_guard.h"
 
 namespace tovrek {
 namespace {
@@ -283,6 +284,8 @@ std::optional<PlistValue> readXmlPlist(std::string_view bytes, const PlistLimits
     *reason = bytes.empty() ? "it is empty" : "it is too long";
     return std::nullopt;
   }
+  *reason = markupFault(bytes);
+  if (!reason->empty()) return std::nullopt;
   const std::unique_ptr<xmlParserCtxt, ContextFreer> context(
       xmlCreateMemoryParserCtxt(bytes.data(), static_cast<int>(bytes.size())));
   if (!context) {

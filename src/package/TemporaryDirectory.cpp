@@ -50,6 +50,10 @@ std::vector<std::string> removeLeftovers(const std::string& family) {
   return removed;
 }
 
+bool failToCreate(ErrorText* error, const ErrorText& reason) {
+  return fail(error, fmt::format("Failed to create temp folder. Error: {}", reason.text()));
+}
+
 }  // namespace
 
 TemporaryDirectory::~TemporaryDirectory() {
@@ -73,31 +77,32 @@ bool TemporaryDirectory::CreateTempDirForCma(ErrorText* error) {
 bool TemporaryDirectory::makeFolder(const std::string& family, ErrorText* error) {
   // Another run that clears up may take a folder for left over before its lock is held.
   constexpr int kAttempts = 8;
+  ErrorText reason;
   for (int i = 0; i < kAttempts; ++i) {
     const std::string folder = joinPath(family, uniqueString());
+    if (itemExistsNoFollow(folder)) {
+      return fail(error, "Failed to create temp folder because folder already exits.");
+    }
     // Registered first: an interruption may come as soon as the folder is there.
     removedOnSignal_.emplace(folder);
-    if (!createPrivateDirectory(folder, error)) return false;
+    if (!createPrivateDirectory(folder, &reason)) break;
     tempDir_ = folder;
-    if (lock_.take(folder, error)) return true;
+    if (lock_.take(folder, &reason)) return true;
     removeItem(folder);
     tempDir_.clear();
   }
-  return false;
+  return failToCreate(error, reason);
 }
 
 bool TemporaryDirectory::createTempDir(bool create, bool andPackageDir, ErrorText* error) {
   if (!create) return false;
-  const auto notCreated = [error](const ErrorText& why) {
-    return fail(error, fmt::format("Failed to create temp folder. Error: {}", why.text()));
-  };
   ErrorText reason;
   const auto systemFolder = systemTemporaryFolder(&reason);
-  if (!systemFolder) return notCreated(reason);
+  if (!systemFolder) return failToCreate(error, reason);
   std::string family;
-  if (!makeFamily(*systemFolder, &family, &reason)) return notCreated(reason);
+  if (!makeFamily(*systemFolder, &family, &reason)) return failToCreate(error, reason);
   leftovers_ = removeLeftovers(family);
-  if (!makeFolder(family, &reason)) return notCreated(reason);
+  if (!makeFolder(family, error)) return false;
   announceScratchFolder(tempDir_);
   if (andPackageDir) {
     packageDir_ = joinPath(tempDir_, "ORVANE_PACKAGE");

@@ -69,7 +69,7 @@ bool Signer::judgeOldSignature() {
     old_.reset();
     return true;
   }
-  if (!options_.force) return fail(error_, "is already signed");
+  if (!options_.force) return fail(error_, kAlreadySigned);
   report_.notes.push_back(old_ ? "replacing existing signature"
                                : "replacing invalid existing signature");
   return true;

@@ -41,6 +41,9 @@ struct SignOptions {
   bool dryRun = false;  // do all but the writing
 };
 
+// Why code is not signed unless that is forced.
+inline constexpr const char* kAlreadySigned = "is already signed";
+
 struct SignReport {
   std::string format;  // "app bundle with Mach-O thin (arm64)"
   std::string identifier;

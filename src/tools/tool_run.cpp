@@ -2,9 +2,25 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
+#include "host/Streams.h"
+#include "host/paths.h"
 #include "log/SystemLog.h"
 
 namespace tovrek {
+namespace {
+
+// What the program complains of is read here first, so that it can be explained.
+Outcome runAndShow(const WrapperLogger& log, Command command) {
+  command.standardError = StandardError::kCapture;
+  Outcome outcome = runQuietly(command);
+  printError(outcome.errorOutput);
+  log.logDetailed(outcome.output, LineBreaks::kKept);
+  return outcome;
+}
+
+}  // namespace
 
 int runTool(const WrapperLogger& log, const std::vector<std::string>& argv,
             const std::string& workingDirectory,
@@ -13,9 +29,7 @@ int runTool(const WrapperLogger& log, const std::vector<std::string>& argv,
   command.argv = argv;
   command.workingDirectory = workingDirectory;
   command.environment = environment;
-  const Outcome outcome = runQuietly(command);
-  log.logDetailed(outcome.output, LineBreaks::kKept);
-  return outcome.status;
+  return runAndShow(log, std::move(command)).status;
 }
 
 bool failNotStarted(ErrorText* error, const ErrorText& reason) {
@@ -32,8 +46,13 @@ bool failWithStatus(ErrorText* error, std::string_view tag, int status) {
 
 bool runToolOrFail(const WrapperLogger& log, const std::vector<std::string>& argv,
                    std::string_view tag, ErrorText* error) {
-  const int status = runTool(log, argv);
-  return status == 0 || failWithStatus(error, tag, status);
+  Command command;
+  command.argv = argv;
+  const Outcome outcome = runAndShow(log, std::move(command));
+  if (outcome.status == 0) return true;
+  const std::string complaint = trimmed(outcome.errorOutput);
+  if (!complaint.empty()) log.logError(complaint, LineBreaks::kKept);
+  return failWithStatus(error, tag, outcome.status);
 }
 
 std::optional<Outcome> runShell(const WrapperLogger& log, const std::string& commandLine) {

@@ -189,6 +189,38 @@ class Explain(WholeProgramTest):
             self.assert_explained(self.wrap_command(pack(folder, self.path("y.ipa")), output), 254,
                                   "has no icons in its top folder")
 
+            os.remove(os.path.join(app, "Info.plist"))
+            self.assert_explained(self.wrap_command(pack(folder, self.path("z.ipa")), output), 254,
+                                  "has no identifier")
+
+    def test_what_codesign_said(self):
+        """Each keychain is the only one that is searched."""
+        p12 = os.path.join(IDENTITIES, "admin.p12")
+        certificate = os.path.join(IDENTITIES, "admin.pem")
+        command = self.wrap_command(DEMO_APP, self.path("out.wex"))
+        for words, imported, environment in [
+                ("no keychain that was searched", [], {}),
+                ("its private key is not", [certificate], {}),
+                ("the keychain is locked", [p12, "-P", "demo"], {"TOVREK_ENCRYPT_KEYCHAINS": "1"})]:
+            data = {"XDG_DATA_HOME": self.path(words)} | environment
+            self.security("create-keychain", "-p", "pw", "only", **data)
+            self.security("list-keychains", "-s", "only", **data)
+            if imported:
+                self.security("import", *imported, "-k", "only", **data)
+            self.security("lock-keychain", "only", **data)
+            self.assert_explained(command, 254, words, data)
+
+    def test_full_disks(self):
+        """What a limit on the size of files leaves undone, as a full disk does: unpacking, packing."""
+        reason = "(File too large)"
+        with changed_app() as (folder, app):
+            write(os.urandom(1 << 20), app, "filling")
+            large = pack(folder, self.path("large.ipa"))
+        for size, status in [(512, 0), (1040, 254)]:
+            command = ["/bin/sh", "-c", f"ulimit -f {size * 2}; exec \"$@\"", "sh",
+                       *self.wrap_command(large, self.path("out.wex"))]
+            self.assert_explained(command, status, reason)
+
     def test_nothing_is_said_of_a_good_run(self):
         status, text = self.at_terminal(self.wrap_command(DEMO_APP, self.path("good.wex")))
         self.assertEqual(status, 0)

@@ -90,7 +90,7 @@ TEST_F(CodesignTest, SigningSaysWhatItDid) {
   EXPECT_EQ(codesign({"-s", "-", "-v", app_}).errorOutput,
             app_ + ": signed app bundle with Mach-O thin (arm64) [com.example.demo]\n");
   const Outcome again = codesign({"-s", "-", app_});
-  EXPECT_EQ(again.errorOutput, app_ + ": is already signed\n");
+  EXPECT_EQ(again.errorOutput, app_ + ": is already signed\ncodesign: -f replaces the signature\n");
   EXPECT_EQ(again.status, 1);
   EXPECT_EQ(codesign({"-f", "-s", "-", app_}).errorOutput,
             app_ + ": replacing existing signature\n");
@@ -183,6 +183,9 @@ TEST_F(CodesignTest, DisplayOfUnsignedCodeFails) {
     EXPECT_EQ(result.errorOutput, app_ + ": code object is not signed at all\n");
     EXPECT_EQ(result.output, "");
   }
+  EXPECT_THAT(
+      codesign({"-v", folder_.write("Demo.ipa", "PK")}).errorOutput,
+      EndsWith("codesign: an archive has no signature: unpack it, and name the app inside\n"));
 }
 
 TEST_F(CodesignTest, EntitlementsComeOut) {

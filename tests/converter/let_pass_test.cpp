@@ -10,6 +10,7 @@
 #include "converter/steps.h"
 #include "package/WexInfoPlistModifier.h"
 #include "tests/converter/ConverterTest.h"
+#include "tests/support/FewOpenFiles.h"
 #include "tests/support/matchers.h"
 
 namespace tovrek::test {
@@ -66,6 +67,14 @@ TEST_F(LetPass, IsWarnedOfWithFileAndReason) {
          EXPECT_TRUE(CodeSignExtensions(run(), app(), &error));
        },
        extension + ": Failed to execute codesign:withEntitlement:withError: -  with exit code: 1"},
+      {[&] {
+         write("Demo.app/Watch/a/b/c/d/e/f", "");
+         auto flow = run();
+         flow.appPath = app();
+         const FewOpenFiles few(3);
+         EXPECT_TRUE(stripOrReportExtensions(flow, &error));
+       },
+       "The extensions in " + app() + "/Watch were not removed: "},
       {[&] {
          write("Demo.app/orig-entitlements.plist", "damaged");
          std::string path;

@@ -2,8 +2,10 @@
 #include <unistd.h>
 
 #include "converter/code_signing.h"
+#include "converter/library_check.h"
 #include "host/host_info.h"
 #include "tests/converter/ConverterTest.h"
+#include "tests/support/FewOpenFiles.h"
 #include "tests/support/matchers.h"
 
 namespace tovrek::test {
@@ -64,7 +66,14 @@ TEST_F(Signing, FrameworksInnerCodeFirst) {
   write("Demo.app/Frameworks/a.txt", "");
   write("Demo.app/Frameworks/folder/deep.dylib", "");
   write("Demo.app/Frameworks/upper.DYLIB", "");
+  const std::string logFile = write("log", "");
+  context.loggers.toolkit.setLogFilename(logFile);
   EXPECT_TRUE(CodeSignFrameworks(run(), app(), &error));
+  // Also a library is asked for code that it holds.
+  for (const char* item : {"", "/B.framework/Frameworks", "/folder/deep.dylib/Frameworks"}) {
+    EXPECT_THAT(contentsOf(logFile), HasSubstr("Code signing binaries located in folder " + app() +
+                                               "/Frameworks" + item + "\n"));
+  }
   EXPECT_THAT(calls(),
               ElementsAre("codesign|-f|-s|ID|@/Frameworks/B.framework/Frameworks/Inner.framework",
                           "codesign|-f|-s|ID|@/Frameworks/B.framework",
@@ -165,6 +174,13 @@ TEST_F(Signing, PreparationRemovesTheOldSignature) {
   write("Demo.app/ResourceRules.plist", "own");
   EXPECT_TRUE(verifyCodeSigningPrerequisites(run(), app(), "", &error));
   EXPECT_EQ(contentsOf(app() + "/ResourceRules.plist"), "own");
+}
+
+TEST_F(Signing, MakersSignatureNeedsAPipe) {
+  const FewOpenFiles none(0);
+  EXPECT_FALSE(VerifyOrvaneDylib(app() + "/Demo", &error));
+  EXPECT_EQ(error.text(),
+            "Failed to validate that dylib is signed by Orvane (could not create pipe).");
 }
 
 TEST_F(Signing, FingerprintTool) {

@@ -142,6 +142,7 @@ TEST(Plist, BadInputIsRefusedWithItsReason) {
       {"<plist>" + repeated("<array><!-- </array> -->", 100000), "nested too deeply"},
       {"<plist>" + repeated("<array a=\"/>\">", 100000), "nested too deeply"},
       {"<plist><array>" + repeated("<true/>", 1000001) + "</array></plist>", "too many values"},
+      {"<plist" + repeated(" a=''", 1001) + "/>", "line 1: an element has too many attributes"},
       {chainedBinary(60000, 1, true), "nested too deeply"},
       {chainedBinary(100, 10, false), "too many values"},
       {binaryOf({"\x52" + std::string("a\0", 2)}), "a zero character"},

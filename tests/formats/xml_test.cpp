@@ -30,6 +30,19 @@ std::string laughs() {
   return text + "]><a>&e9;</a>";
 }
 
+// An element with attributes "a0" and so on, of which libxml2 compares each with each.
+std::string attributes(int count, const std::string& quote = "'") {
+  std::string text = "<a";
+  for (int i = 0; i < count; ++i) text += " a" + std::to_string(i) + "=" + quote + ">" + quote;
+  return text + "/>";
+}
+
+std::string declaredAttributes(int count) {
+  std::string text = "<!ATTLIST r";
+  for (int i = 0; i < count; ++i) text += " declared" + std::to_string(i) + " CDATA 'value'";
+  return text + ">";
+}
+
 // The events as one line: "<a", "text", ">a", "!" for a fault.
 class Transcript : public XmlEvents {
  public:
@@ -125,6 +138,12 @@ TEST(XmlDocument, RefusesWhatIsNoDocument) {
       {"<!DOCTYPE a [<!ENTITY % x SYSTEM \"" + secret + "\">%x;]><a/>", "outside"},
       {nested(300), "Excessive depth"},
       {laughs(), "loop"},
+      {"<r>\n" + attributes(1001) + "</r>", "line 2: an element has too many attributes"},
+      {"<r>\"" + attributes(1001) + "</r>", "too many attributes"},
+      {"<!DOCTYPE r [<!ENTITY e \"" + attributes(400) + "\">]><r>&e;</r>", "entity is too long"},
+      {"<!DOCTYPE r [" + declaredAttributes(45) + declaredAttributes(45) + "]><r/>",
+       "too many attributes are declared"},
+      {"<!DOCTYPE r PUBLIC '' '<!--'><r/>", "a declaration holds markup"},
   };
   for (const auto& test : cases) {
     ErrorText error;
@@ -138,6 +157,13 @@ TEST(XmlDocument, RefusesWhatIsNoDocument) {
       "<!DOCTYPE a [<!ENTITY x \"1\"><!ENTITY y \"&x;&x;\">]><a>&y;</a>", XmlParsing::kStrict);
   ASSERT_TRUE(declared);
   EXPECT_EQ(declared->root().text(), "11");
+  for (const std::string& fine : {"<r><!--" + attributes(2000) + "--><?p " + attributes(2000) +
+                                      "?><![CDATA[" + attributes(2000) + "]]></r>",
+                                  attributes(1000, "\"")}) {
+    EXPECT_TRUE(parsed(fine));
+  }
+  // Attributes that are only declared are in no element.
+  EXPECT_EQ(parsed("<!DOCTYPE r [" + declaredAttributes(2) + "]><r/>")->find("//@*")->size(), 0U);
   // A damaged file is read as far as it makes sense, with the recovery of the second try.
   const auto mended = XmlDocument::readFile(folder.write("x", "<a><b>text</b><c>&nope; 1 < 2"));
   ASSERT_TRUE(mended);
@@ -163,6 +189,7 @@ TEST(XmlReader, ReportsEventsUpToTheFirstFault) {
       {"<!DOCTYPE a [<!ENTITY x SYSTEM 'file:///etc/passwd'>]><a>&x;</a>", "<a!", false},
       {"<a/><b/>", "<a>a!", false},
       {std::string("\xff\xfe<\0a\0/\0>\0", 10), "<a>a", true},
+      {attributes(1001), "!", false},
   };
   for (const auto& test : cases) {
     Transcript transcript;

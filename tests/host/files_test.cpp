@@ -14,6 +14,7 @@
 #include "host/MappedFile.h"
 #include "host/scratch.h"
 #include "host/unique_fd.h"
+#include "tests/support/FewOpenFiles.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace tovrek {
@@ -153,16 +154,11 @@ TEST(Files, OnlyAWholeWalkIsOne) {
   EXPECT_TRUE(walkDirectoryIfThere(folder.file("a/b/c/d/e/file"), all));
 
   // Refuses to open folders at some depth, for root as well.
-  const int next = ::dup(0);
-  ::close(next);
-  rlimit before{};
-  ::getrlimit(RLIMIT_NOFILE, &before);
-  const rlimit few{static_cast<rlim_t>(next) + 3, before.rlim_max};
-  ::setrlimit(RLIMIT_NOFILE, &few);
-  const bool whole = walkDirectory(folder.path(), all, &error);
-  const bool there = walkDirectoryIfThere(folder.path(), all);
-  ::setrlimit(RLIMIT_NOFILE, &before);
-  EXPECT_FALSE(whole || there);
+  {
+    const test::FewOpenFiles few(3);
+    EXPECT_FALSE(walkDirectory(folder.path(), all, &error));
+    EXPECT_FALSE(walkDirectoryIfThere(folder.path(), all));
+  }
   EXPECT_EQ(error.text(), folder.file("a/b") + ": Too many open files");
 }
 

@@ -144,9 +144,11 @@ TEST_F(ManifestEdit, PackageSize) {
 
 TEST_F(ManifestEdit, DamagedManifestIsMended) {
   const std::string path = folder_.write(
-      "manifest.xml", "<MobileAppPackage><MobileApp><BundleFile>a &nbsp; b</BundleFile>");
+      "manifest.xml", "<MobileAppPackage><MobileApp>\n<BundleFile>a &nbsp; b</BundleFile>");
   EXPECT_TRUE(updateManifestFile(path, "c.ipa", log_.logger()));
-  expectManifest("<BundleFile>c.ipa</BundleFile>");
+  EXPECT_TRUE(log_.holds(path + " is damaged and was read as far as it could be: line 2: "))
+      << log_.text();
+  expectManifest("\n<BundleFile>c.ipa</BundleFile>");
 }
 
 }  // namespace

@@ -126,7 +126,7 @@ TEST_F(Signatures, DetectsIntuneByAnyOfFiveSigns) {
     bool asksTools;
   };
   for (const Case& c : {
-           Case{"nothing", "x", plist(""), plist(""), "_main", false, true},
+           Case{"nothing", "x", plist(""), plist(""), "_m\xc3\xa4in\xf0\x9f\x98\x80", false, true},
            Case{"framework", "Frameworks/IntuneMAM.framework/x", "", "", "", true, false},
            Case{"framework that is a file", "Frameworks/IntuneMAM.framework", "", "", "", false,
                 true},
@@ -151,6 +151,8 @@ TEST_F(Signatures, DetectsIntuneByAnyOfFiveSigns) {
       EXPECT_THAT(tools.calls("nm"), ElementsAre("-j " + apps.file("My.app/My")));
     }
   }
+  // Characters of the first case, not bytes; the one beyond the first 65,536 is two, as everywhere.
+  EXPECT_THAT(log_.text(), HasSubstr("DetectIntune: Symbols: L8, terminatedStatus: 0\n"));
   EXPECT_FALSE(detectIntuneInAppBundle("", std::nullopt, log_.logger()));
 }
 

@@ -251,7 +251,9 @@ TEST_F(SecurityItems, EncryptedKeychainInABuildServersScript) {
   EXPECT_THAT(run({"security", "find-identity", "-v", "build.keychain"}).output,
               HasSubstr("1 valid identities found"));
   expectRun({"security", "import", two_.key, "-k", "build.keychain"}, 36, "",
-            "security: SecKeychainItemImport: User interaction is not allowed.\n");
+            "security: SecKeychainItemImport: User interaction is not allowed.\n"
+            "security: " +
+                dataFolder() + "/build.keychain is locked: security unlock-keychain\n");
   expectRun({"security", "unlock-keychain", "-p", "pw", "build.keychain"}, 51, "",
             "security: SecKeychainUnlock build.keychain: The user name or passphrase you entered "
             "is not correct.\n");

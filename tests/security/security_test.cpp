@@ -101,8 +101,10 @@ TEST_F(SecurityTest, ImportsOfSingleItems) {
             "security: SecKeychainItemImport: Unknown format in import.\n");
   expectRun({"security", "import", "missing.p12"}, 1, "",
             "security: Error reading infile missing.p12: No such file or directory\n");
-  expectRun({"security", "import", der, "-k", "/nowhere/x.keychain"}, 50, "",
-            "security: SecKeychainItemImport: The specified keychain could not be found.\n");
+  expectRun(
+      {"security", "import", der, "-k", "/nowhere/x.keychain"}, 50, "",
+      "security: SecKeychainItemImport: The specified keychain could not be found.\n"
+      "security: there is no /nowhere/x.keychain: security create-keychain makes keychains\n");
   EXPECT_FALSE(fileExists("/nowhere"));
 
   struct stat info {};
@@ -202,6 +204,22 @@ TEST_F(SecurityTest, RefusesWhatIsNoSignedMessage) {
   EXPECT_EQ(bad.output, "");
   EXPECT_THAT(bad.errorOutput, StartsWith("security: unable to open keychain \"/no/such\": "));
   EXPECT_EQ(run({"security", "cms", "-D", "-i", signedFile, "-o", "/no/such/file"}).status, 1);
+}
+
+// Behind the original's line stands what there is to do.
+TEST_F(SecurityTest, AdviceOfOurs) {
+  const std::string p12 = makePkcs12(folder_, "m", makeNamed("x", "X"), "secret");
+  expectRun({"security", "import", p12}, 1, "",
+            "security: SecKeychainItemImport: MAC verification failed during PKCS12 import (wrong "
+            "password?)\nsecurity: no password was given: -P PASSWORD, or -P file:PATH\n");
+  expectRun({"security", "import", p12, "-P", "wrong"}, 1, "",
+            "security: SecKeychainItemImport: MAC verification failed during PKCS12 import (wrong "
+            "password?)\n");
+  EXPECT_THAT(run({"security", "find-identity", "-p", "codesign"}).errorOutput,
+              StartsWith("security: unknown policy \"codesign\"\nUsage: find-identity"));
+  expectRun({"security", "list-keychains", "-s", "/no/such"}, 0, "");
+  expectRun({"security", "find-identity", "-v"}, 0, "     0 valid identities found\n",
+            "security: /no/such: No such file or directory\n");
 }
 
 TEST_F(SecurityTest, WrongUsage) {
