@@ -24,11 +24,14 @@ sys.dont_write_bytecode = True
 from commands import COMMANDS, Bench, TemplateMaker  # noqa: E402
 from judging import BAD, RIGHT, Reference, first_difference, judge  # noqa: E402
 from results import Results  # noqa: E402
-from trials import Runner, Trial, all_places, choose, may_mount  # noqa: E402
+from trials import MEMORY, Runner, Trial, all_places, choose, may_mount  # noqa: E402
 
 FULL_SIGNALS = 60
 # A sample is drawn from one run of each group and command. It has to fit into a test.
 SAMPLE = 100
+# The same of requests for memory: of each command, for one that fails and for all that do. There
+# are hundreds of thousands of them.
+MEMORY_SAMPLE, MEMORY_RUNS = 3, 200
 
 
 def arguments_of(words):
@@ -42,6 +45,10 @@ def arguments_of(words):
                         help="only this command; may be given several times")
     parser.add_argument("--group", metavar="NAME", action="append",
                         help="only this group of disturbances; may be given several times")
+    parser.add_argument("--memory", action="store_true",
+                        help="only requests for memory, one of them failing or all from it on; "
+                             f"{MEMORY_RUNS} runs of each group and command, unless --runs says "
+                             "another number")
     parser.add_argument("--sample", action="store_true",
                         help=f"{SAMPLE} runs of all groups and commands, instead of all")
     parser.add_argument("--runs", type=int, metavar="N", help="N runs of each group and command")
@@ -103,13 +110,15 @@ class Sweep:
         if not disks:
             print("Left out: full disks, as no file system can be mounted.")
         runs = arguments.runs or (1 if arguments.sample else 0)
+        if arguments.memory:
+            arguments.group = MEMORY
+            runs = arguments.runs or (MEMORY_SAMPLE if arguments.sample else MEMORY_RUNS)
         signals = runs or FULL_SIGNALS
         found = []
         for command in self.commands.values():
             places = all_places(self.counts[command.name], disks)
-            if arguments.group:
-                places = {group: where for group, where in places.items()
-                          if group in arguments.group}
+            places = {group: where for group, where in places.items()
+                      if group in (arguments.group or set(places) - set(MEMORY))}
             found += choose(command.name, places, runs, signals, arguments.seed)
         if arguments.sample and len(found) > SAMPLE:
             found = random.Random(arguments.seed).sample(found, SAMPLE)
