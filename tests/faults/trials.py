@@ -65,7 +65,7 @@ class Trial:
         if self.group in SIGNALS:
             return ["--calls", "all", "--hit", self.place, "--signal", self.group[3:]]
         if self.group == "counting":
-            return ["--calls", "all", "--allocation", "0"]
+            return ["--calls", "all"]
         if self.group in MEMORY:
             return ["--" + self.group, self.place]
         if self.group in ("undisturbed", "full", "scratch disk", "output disk"):
@@ -276,7 +276,7 @@ def all_places(counts, disks):
     places = {group: range(1, count + 1) for group, count in counts.items()
               if group not in MEMORY}
     total = sum(map(len, places.values()))
-    places |= {name: range(1, counts["allocation"] + 1) for name in MEMORY}
+    places |= {name: range(1, counts.get("allocation", 0) + 1) for name in MEMORY}
     places |= {"closed": list(STREAMS), "full": ["output", "errors"], "size": FILE_SIZES}
     if disks:
         places |= {"scratch disk": DISK_SIZES, "output disk": DISK_SIZES}
