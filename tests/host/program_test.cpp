@@ -111,7 +111,7 @@ int takeAllMemory(const Arguments&, const Streams&) {
 
 // By whom ever it is wanted: the program ends, says so, and leaves nothing.
 TEST(Program, WithoutMemoryEndsWithATextAndLeavesNothing) {
-  const TemporaryFolder folder;
+  const test::TemporaryFolder folder;
   ::setenv("TOVREK_TEST_FILE", (folder.path() + "/file").c_str(), 1);
   std::vector<void (*)()> takers = {takeAsOurs, takeInHelper, takeWithItem};
   if (kWatchesAllocations) {
