@@ -72,10 +72,22 @@ def run_trial(bench, reference, command, trial):
     return run, verdict, reasons
 
 
-def run_in_time(task):
-    """Runs a trial unless the time for all of them is up; nothing then."""
-    deadline, *trial = task
-    return run_trial(*trial) if deadline is None or time.monotonic() < deadline else None
+class Worker:
+    """What a process of the sweep works with: too much to be sent along with each trial."""
+    sweep = None
+    deadline = None
+
+    @classmethod
+    def prepare(cls, sweep, deadline):
+        cls.sweep, cls.deadline = sweep, deadline
+
+    @classmethod
+    def run_in_time(cls, trial):
+        """Runs a trial unless the time for all of them is up; nothing then."""
+        if cls.deadline is not None and time.monotonic() >= cls.deadline:
+            return None
+        return run_trial(cls.sweep.bench, cls.sweep.references[trial.command],
+                         cls.sweep.commands[trial.command], trial)
 
 
 class Sweep:
@@ -138,17 +150,15 @@ class Sweep:
             random.Random(self.arguments.seed).shuffle(trials)
         start = time.monotonic()
         deadline = start + 60 * minutes if minutes else None
-        tasks = [(deadline, self.bench, self.references[trial.command],
-                  self.commands[trial.command], trial) for trial in trials]
         done, shown = 0, 0
-        with multiprocessing.Pool(self.arguments.jobs) as pool:
-            for result in filter(None, pool.imap_unordered(run_in_time, tasks)):
+        with multiprocessing.Pool(self.arguments.jobs, Worker.prepare, (self, deadline)) as pool:
+            for result in filter(None, pool.imap_unordered(Worker.run_in_time, trials)):
                 self.results.take(*result)
                 done += 1
                 if time.monotonic() - start > shown + 30:
                     shown = time.monotonic() - start
-                    print(f"{done} of {len(tasks)} runs", file=sys.stderr, flush=True)
-        print(f"{done} of {len(tasks)} runs in {time.monotonic() - start:.0f} seconds\n")
+                    print(f"{done} of {len(trials)} runs", file=sys.stderr, flush=True)
+        print(f"{done} of {len(trials)} runs in {time.monotonic() - start:.0f} seconds\n")
         self.results.print_table()
         self.results.print_bad_runs()
         return len(self.results.bad)
