@@ -4,7 +4,8 @@
 Each command is run undisturbed first, which says what is right and how many system calls of each
 group there are. Then each of them fails once: the supervisor refuses the Nth call, in Tovrek itself
 or in any program that it starts. Besides, streams are closed or full, files may not grow, disks are
-full (as root), and signals come at calls anywhere in the run.
+full (as root), and signals come at calls anywhere in the run. With --memory requests for memory
+fail instead, by a library that is loaded into the programs.
 
 Prints a table of the verdicts by command and group, and the bad runs by their causes, each with
 what repeats it. The exit status is 0 when no run was wrong, crashed, hung or left anything behind;
