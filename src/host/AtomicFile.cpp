@@ -25,11 +25,13 @@ std::string nameBeside(const std::string& target) {
 
 // That of the old file when one of this user's stands there. Never its set-id bits, and nothing of
 // somebody else's: the new contents would run with rights that were given to the old ones, or be
-// open to whom another user chose.
-uint32_t modeForNewFile(const std::string& path) {
+// open to whom another user chose. None, with errno, when that cannot be found out: an executable
+// would lose its mode.
+std::optional<uint32_t> modeForNewFile(const std::string& path) {
   struct stat old {};
-  const bool isOwn =
-      ::lstat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode) && old.st_uid == ::geteuid();
+  const bool stands = ::lstat(path.c_str(), &old) == 0;
+  if (!stands && errno != ENOENT) return std::nullopt;
+  const bool isOwn = stands && S_ISREG(old.st_mode) && old.st_uid == ::geteuid();
   return isOwn ? old.st_mode & 0777 : 0666 & ~creationMask();
 }
 
@@ -109,7 +111,8 @@ bool AtomicFile::flush(ErrorText* error) {
 }
 
 bool AtomicFile::commit(ErrorText* error, std::optional<uint32_t> mode) {
-  return finish(mode.value_or(modeForNewFile(state_->path)), renameReplacing, error);
+  if (!mode) mode = modeForNewFile(state_->path);
+  return mode ? finish(*mode, renameReplacing, error) : failWithErrno(error);
 }
 
 bool AtomicFile::commitNew(uint32_t mode, ErrorText* error) {
