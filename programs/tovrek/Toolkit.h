@@ -14,6 +14,8 @@ inline constexpr int kExitConversionFailed = -2;
 // Answers the exit status. What the steps of a conversion print goes to the streams of the process.
 int run(const Arguments& arguments, const Streams& streams);
 
+// What is said where there is no memory to make up a text.
+inline constexpr char kOutOfMemory[] = "\nThe run was given up: out of memory\n";
 // What is said of a failure that nobody foresaw.
 int reportUncaught(const char* reason, const Streams& streams);
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <condition_variable>
 #include <mutex>
-#include <thread>
 #include <vector>
 
 #include "host/parallel.h"
@@ -18,19 +17,20 @@ class Pipeline {
   explicit Pipeline(const OrderedWork& jobs) : jobs_(jobs), done_(jobs.count, 0) {}
 
   bool run() {
-    std::vector<std::thread> helpers;
+    std::vector<Helper> helpers;
     for (size_t i = 1; i < std::min(workerCount(), jobs_.count); ++i) {
       auto helper = startHelper([this, i] { takeJobs(i); });
       if (!helper) break;  // the ones that run do it all
       helpers.push_back(std::move(*helper));
     }
     takeJobs(0);
-    for (std::thread& helper : helpers) helper.join();
+    for (Helper& helper : helpers) helper.join();
     return !stopped_;
   }
 
  private:
-  void takeJobs(size_t worker) {
+  // The others would wait forever for what an exception kept this one from doing.
+  void takeJobs(size_t worker) noexcept {
     std::unique_lock lock(mutex_);
     for (;;) {
       while (!stopped_ && next_ < jobs_.count && !hasRoom()) {

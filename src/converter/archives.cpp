@@ -7,6 +7,7 @@
 #include "converter/common.h"
 #include "converter/steps.h"
 #include "host/complaint.h"
+#include "host/delivery.h"
 #include "host/file_status.h"
 #include "host/files.h"
 #include "host/host_info.h"
@@ -174,6 +175,10 @@ bool writeSdkIpa(Run& run, ErrorText* error) {
 bool writeIpaOfPackage(Run& run, ErrorText* error) {
   run.progressor.SetProgress("Generating ipa file...");
   return ZipToIpaFromWex(run, run.scratch(), *run.package, run.packageDir(), error);
+}
+
+bool flushApp(Run& run, ErrorText* error) {
+  return flushTree(run.appPath, error);
 }
 
 bool writePackage(Run& run, ErrorText* error) {

@@ -38,6 +38,7 @@ bool prepareSdkApp(Run& run, ErrorText* error) {
           refuseBadLinks,
           stampFingerprintOfOlderSdk,
           completeManifestOfAppFolder,
+          flushApp,
           writePackage,
       },
       run, error);

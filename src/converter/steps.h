@@ -116,6 +116,8 @@ bool writeIpa(Run& run, ErrorText* error);
 // An app that was given unpacked is packed by the developer tools.
 bool writeSdkIpa(Run& run, ErrorText* error);
 bool writeIpaOfPackage(Run& run, ErrorText* error);
+// An app that was changed where it stands is on the disk before its package is.
+bool flushApp(Run& run, ErrorText* error);
 // Unless only the .ipa was asked for. Fails where the package lacks its manifest.
 bool writePackage(Run& run, ErrorText* error);
 

@@ -43,6 +43,7 @@ bool wrapApp(Run& run, ErrorText* error) {
           signApp,
           checkResult,
           // Where it goes.
+          flushApp,
           writeIpa,
           copyOutputBundle,
           completeManifest,
@@ -82,6 +83,7 @@ bool wrapSdkApp(Run& run, ErrorText* error) {
           signApp,
           checkResult,
           // Where it goes.
+          flushApp,
           writeSdkIpa,
           copyOutputBundle,
           completeManifestOfSdkApp,

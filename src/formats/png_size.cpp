@@ -14,8 +14,8 @@ uint32_t bigEndian(const unsigned char* bytes) {
 
 }  // namespace
 
-std::optional<ImageSize> readPngSize(const std::string& path) {
-  const StdioFile file = openRegularFile(path);
+std::optional<ImageSize> readPngSize(const std::string& path, ErrorText* error) {
+  const StdioFile file = openRegularFile(path, error);
   unsigned char header[8];
   const auto read = [&] {
     return file != nullptr && std::fread(header, sizeof header, 1, file.get()) == 1;

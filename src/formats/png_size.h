@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "host/ErrorText.h"
+
 namespace tovrek {
 
 // In pixels.
@@ -16,8 +18,9 @@ struct ImageSize {
 };
 
 // Width and height of a PNG file, read from its IHDR chunk (the first, or the second after the
-// chunk that platform-optimised files start with). None for anything else.
-std::optional<ImageSize> readPngSize(const std::string& path);
+// chunk that platform-optimised files start with). None for anything else, with the system's reason
+// for a file that cannot be opened.
+std::optional<ImageSize> readPngSize(const std::string& path, ErrorText* error = nullptr);
 // The same for a file in memory.
 std::optional<ImageSize> pngSize(std::string_view png);
 

@@ -18,41 +18,43 @@
 namespace tovrek {
 namespace {
 
-// A new file beside `target` that only this process knows, for writing; its name goes to `path`.
-UniqueFd createTemporaryBeside(const std::string& target, std::string* path) {
-  *path = joinPath(containingFolder(target), ".tovrek-" + uniqueString());
-  return ItemPath(*path).open(O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+// A name beside `target` that only this process knows.
+std::string nameBeside(const std::string& target) {
+  return joinPath(containingFolder(target), ".tovrek-" + uniqueString());
 }
 
 // That of the old file when one of this user's stands there. Never its set-id bits, and nothing of
 // somebody else's: the new contents would run with rights that were given to the old ones, or be
-// open to whom another user chose.
-uint32_t modeForNewFile(const std::string& path) {
+// open to whom another user chose. None, with errno, when that cannot be found out: an executable
+// would lose its mode.
+std::optional<uint32_t> modeForNewFile(const std::string& path) {
   struct stat old {};
-  const bool isOwn =
-      ::lstat(path.c_str(), &old) == 0 && S_ISREG(old.st_mode) && old.st_uid == ::geteuid();
+  const bool stands = ::lstat(path.c_str(), &old) == 0;
+  if (!stands && errno != ENOENT) return std::nullopt;
+  const bool isOwn = stands && S_ISREG(old.st_mode) && old.st_uid == ::geteuid();
   return isOwn ? old.st_mode & 0777 : 0666 & ~creationMask();
 }
 
 }  // namespace
 
 struct AtomicFile::State {
-  State(std::string finalPath, std::string temporaryPath, UniqueFd file, Lasting wanted)
+  State(std::string finalPath, Lasting wanted)
       : path(std::move(finalPath)),
-        temporary(std::move(temporaryPath)),
-        fd(std::move(file)),
+        temporary(nameBeside(path)),
         guard(temporary),
-        lasting(wanted == Lasting::kYes && !isScratchFile(path)) {}
+        lasting(wanted == Lasting::kYes && !isScratchFile(path)),
+        fd(ItemPath(temporary).open(O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600)) {}
   ~State() {
     const ItemPath item(temporary);
-    if (!committed && item.reached()) ::unlinkat(item.folder(), item.name(), 0);
+    if (made && !committed && item.reached()) ::unlinkat(item.folder(), item.name(), 0);
   }
 
   std::string path;
   std::string temporary;
-  UniqueFd fd;
   RemovedOnSignal guard;
   bool lasting;  // has to reach the disk
+  UniqueFd fd;   // behind all that may fail: with it the file is there
+  const bool made = fd.valid();
   bool committed = false;
 
   bool flush() const { return !lasting || ::fsync(fd.get()) == 0; }
@@ -63,11 +65,11 @@ AtomicFile::~AtomicFile() = default;
 
 bool AtomicFile::open(const std::string& path, ErrorText* error, Lasting lasting) {
   state_.reset();
-  std::string temporary;
-  UniqueFd fd = createTemporaryBeside(path, &temporary);
-  if (!fd.valid()) return failWithErrno(error);
-  state_ = std::make_unique<State>(path, std::move(temporary), std::move(fd), lasting);
-  return true;
+  state_ = std::make_unique<State>(path, lasting);
+  if (state_->fd.valid()) return true;
+  failWithErrno(error);
+  state_.reset();
+  return false;
 }
 
 bool AtomicFile::write(std::string_view bytes, ErrorText* error) {
@@ -109,7 +111,8 @@ bool AtomicFile::flush(ErrorText* error) {
 }
 
 bool AtomicFile::commit(ErrorText* error, std::optional<uint32_t> mode) {
-  return finish(mode.value_or(modeForNewFile(state_->path)), renameReplacing, error);
+  if (!mode) mode = modeForNewFile(state_->path);
+  return mode ? finish(*mode, renameReplacing, error) : failWithErrno(error);
 }
 
 bool AtomicFile::commitNew(uint32_t mode, ErrorText* error) {

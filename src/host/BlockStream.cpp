@@ -1,7 +1,5 @@
 #include "host/BlockStream.h"
 
-#include "host/parallel.h"
-
 namespace tovrek {
 namespace {
 

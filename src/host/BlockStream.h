@@ -8,8 +8,9 @@
 #include <optional>
 #include <span>
 #include <string_view>
-#include <thread>
 #include <vector>
+
+#include "host/parallel.h"
 
 namespace tovrek {
 
@@ -41,7 +42,7 @@ class BlockStream {
   std::condition_variable changed_;
   size_t waiting_ = 0;  // bytes of `inUse_` that are not used yet
   bool ended_ = false;
-  std::optional<std::thread> consumer_;  // none where there are no threads to be had
+  std::optional<Helper> consumer_;  // none where there are no threads to be had
 };
 
 }  // namespace tovrek

@@ -4,6 +4,9 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <cstring>
+
+#include "host/ItemPath.h"
 #include "host/file_io.h"
 #include "host/files.h"
 #include "host/host_info.h"
@@ -28,6 +31,22 @@ bool install(const std::string& beside, const std::string& to, bool replaces, Er
 }
 
 }  // namespace
+
+bool flushTree(const std::string& folder, ErrorText* error) {
+  if (isScratchFile(folder)) return true;
+  const auto flush = [error](const std::string& path) {
+    const UniqueFd fd = ItemPath(path).open(O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    return (fd.valid() && ::fsync(fd.get()) == 0) ||
+           fail(error, path + ": " + std::strerror(errno));
+  };
+  bool flushed = flush(folder);
+  const auto visit = [&](const WalkedItem& item) {
+    const bool counts = item.kind == ItemKind::kFile || item.kind == ItemKind::kDirectory;
+    if (flushed && counts) flushed = flush(joinPath(folder, item.relativePath));
+    return flushed;
+  };
+  return flushed && walkDirectory(folder, visit, error) && flushed;
+}
 
 bool deliverFile(const std::string& from, const std::string& to, Source source, ErrorText* error) {
   const bool replaces = isPlainFile(to);

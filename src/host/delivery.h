@@ -17,4 +17,9 @@ enum class Source { kKept, kSpent };
 bool deliverFile(const std::string& from, const std::string& to, Source source,
                  ErrorText* error = nullptr);
 
+// Waits until the folder, and all files and folders in it, have reached the disk. False with the
+// path and the system's reason. Links are left alone, and nothing in a scratch folder is waited
+// for.
+bool flushTree(const std::string& folder, ErrorText* error = nullptr);
+
 }  // namespace tovrek

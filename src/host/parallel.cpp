@@ -14,10 +14,10 @@ constexpr size_t kMostThreads = 8;
 
 }  // namespace
 
-std::optional<std::thread> startHelper(std::function<void()> work) {
+std::optional<Helper> startHelper(std::function<void()> work) {
   const SignalsBlocked blocked;  // what a thread starts with is what its starter has
   try {
-    return std::thread(std::move(work));
+    return Helper(std::move(work));
   } catch (const std::system_error&) {
     return std::nullopt;
   }
@@ -32,14 +32,14 @@ void forEachPart(size_t count, size_t grain, const std::function<void(size_t, si
   };
   const size_t parts = count / grain + (count % grain != 0 ? 1 : 0);
   const size_t processors = std::max<size_t>(1, std::thread::hardware_concurrency());
-  std::vector<std::thread> helpers;
+  std::vector<Helper> helpers;
   for (size_t i = 1; i < std::min({parts, processors, kMostThreads}); ++i) {
     auto helper = startHelper(takeParts);
     if (!helper) break;  // the ones that run do it all
     helpers.push_back(std::move(*helper));
   }
   takeParts();
-  for (std::thread& helper : helpers) helper.join();
+  for (Helper& helper : helpers) helper.join();
 }
 
 }  // namespace tovrek

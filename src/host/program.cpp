@@ -11,6 +11,7 @@
 #include <exception>
 #include <new>
 
+#include "host/allocation.h"
 #include "host/confinement.h"
 #include "host/signals.h"
 
@@ -19,7 +20,6 @@ namespace {
 
 // As sysexits.h numbers a failure of the system.
 constexpr int kNoStreams = 71;
-constexpr int kNoMemory = 71;
 
 Arguments argumentsOf(int argc, char** argv) {
   Arguments arguments;
@@ -52,6 +52,7 @@ void keepOpenFilesFromChildren() {
 }  // namespace
 
 int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules) {
+  watchAllocations(rules.outOfMemory);
   // Nobody could be told.
   if (!openClosedStreams()) return kNoStreams;
   // A file that may not grow further is an error to report, as a full disk is.
@@ -67,15 +68,16 @@ int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules)
   arguments.ownsProcess = true;
   try {
     return run(arguments, streams);
-  } catch (const std::bad_alloc& failure) {
-    if (rules.onUncaught != nullptr) return rules.onUncaught(failure.what(), streams);
-    streams.error("out of memory\n");
-    return kNoMemory;
+  } catch (const std::bad_alloc&) {
+    // What the exception kept from being removed is removed with the rest.
+    endWithoutMemory();
   } catch (const std::exception& failure) {
     if (rules.onUncaught == nullptr) throw;
+    removeRegisteredItems();
     return rules.onUncaught(failure.what(), streams);
   } catch (...) {
     if (rules.onUncaught == nullptr) throw;
+    removeRegisteredItems();
     return rules.onUncaught(nullptr, streams);
   }
 }

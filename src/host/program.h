@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/Streams.h"
+#include "host/last_resort.h"
 
 namespace tovrek {
 
@@ -26,6 +27,8 @@ struct ProgramRules {
   // Tells of an exception that nobody caught and answers the status to end with. `reason` is null
   // where the exception has no text. Without this function the exception ends the process.
   int (*onUncaught)(const char* reason, const Streams& streams) = nullptr;
+  // The end of a program that gets no memory, wherever it happens.
+  LastWords outOfMemory{};
 };
 
 // The whole of `main`: the program on the streams of this process. Those that it was started

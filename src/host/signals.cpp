@@ -8,6 +8,7 @@
 #include <array>
 #include <atomic>
 #include <cstring>
+#include <exception>
 
 #include "host/running_child.h"
 
@@ -23,7 +24,15 @@ struct Slot {
 std::array<Slot, 64> slots;
 std::atomic<pid_t> runningChild{0};
 
-constexpr std::array<int, 3> kFatalSignals = {SIGINT, SIGTERM, SIGHUP};
+// By the last one endProcess() calls the main thread.
+constexpr int kEnd = SIGUSR2;
+constexpr std::array<int, 4> kFatalSignals = {SIGINT, SIGTERM, SIGHUP, kEnd};
+
+// The status that endProcess() was called with.
+constexpr int kNotEnding = -1;
+std::atomic<int> endStatus{kNotEnding};
+std::atomic<bool> hasHandlers{false};
+pthread_t mainThread;
 
 // fork() is no call for a handler: it takes the locks of malloc, which the interrupted code may
 // hold. _Fork() takes none.
@@ -34,6 +43,27 @@ pid_t forkInHandler() {
   return ::fork();
 #endif
 }
+
+void endChildAndCleanUp(int number) {
+  if (const pid_t child = runningChild.exchange(0); child > 0) {
+    ::kill(-child, number);
+    // The child may still write into the scratch folder: wait for it, then clean up.
+    while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+    }
+  }
+  removeRegisteredItems();
+}
+
+extern "C" void endBySignal(int number) {
+  const int status = endStatus.load();
+  endChildAndCleanUp(status == kNotEnding ? number : SIGTERM);
+  if (status != kNotEnding) ::_exit(status);
+  ::signal(number, SIG_DFL);
+  ::raise(number);
+  // Delivered when this handler returns, as the signal is blocked meanwhile.
+}
+
+}  // namespace
 
 // Removing a tree needs calls that a handler may not make, so another program does it. Everything
 // lies on the stack: a second signal may be handled by another thread meanwhile.
@@ -57,21 +87,6 @@ void removeRegisteredItems() {
   }
 }
 
-extern "C" void endBySignal(int number) {
-  if (const pid_t child = runningChild.load(); child > 0) {
-    ::kill(-child, number);
-    // The child may still write into the scratch folder: wait for it, then clean up.
-    while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-    }
-  }
-  removeRegisteredItems();
-  ::signal(number, SIG_DFL);
-  ::raise(number);
-  // Delivered when this handler returns, as the signal is blocked meanwhile.
-}
-
-}  // namespace
-
 void installSignalHandlers() {
   struct sigaction action {};
   action.sa_handler = endBySignal;
@@ -80,12 +95,25 @@ void installSignalHandlers() {
   for (const int number : kFatalSignals) {
     struct sigaction old {};
     // A program started with a signal ignored (nohup) keeps ignoring it.
-    if (::sigaction(number, nullptr, &old) == 0 && old.sa_handler == SIG_IGN) continue;
-    ::sigaction(number, &action, nullptr);
+    const bool isIgnored = ::sigaction(number, nullptr, &old) == 0 && old.sa_handler == SIG_IGN;
+    if (!isIgnored || number == kEnd) ::sigaction(number, &action, nullptr);
   }
+  mainThread = ::pthread_self();
+  hasHandlers.store(true);
 }
 
-RemovedOnSignal::RemovedOnSignal(const std::string& path) : slot_(-1) {
+void endProcess(int status) noexcept {
+  endStatus.store(status);
+  if (hasHandlers.load() && ::pthread_equal(::pthread_self(), mainThread) == 0) {
+    ::pthread_kill(mainThread, kEnd);
+    for (;;) ::pause();
+  }
+  endChildAndCleanUp(SIGTERM);
+  ::_exit(status);
+}
+
+RemovedOnSignal::RemovedOnSignal(const std::string& path)
+    : slot_(-1), exceptions_(std::uncaught_exceptions()) {
   if (path.empty() || path.size() >= slots[0].path.size()) return;
   for (size_t i = 0; i < slots.size(); ++i) {
     int expected = 0;
@@ -98,6 +126,7 @@ RemovedOnSignal::RemovedOnSignal(const std::string& path) : slot_(-1) {
 }
 
 RemovedOnSignal::~RemovedOnSignal() {
+  if (std::uncaught_exceptions() > exceptions_) return;
   if (slot_ >= 0) slots[static_cast<size_t>(slot_)].state.store(0);
 }
 

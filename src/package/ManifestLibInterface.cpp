@@ -102,7 +102,13 @@ bool ManifestLibInterface::copyIcon(const std::string& name,
     context_.loggers.toolkit.logWarning(
         fmt::format("The icon {} is missing in the package: {}", name, reason.text()));
   }
-  if (entries) entries->setSize(name, LoadIconImage(target));
+  if (!entries) return true;
+  reason.clear();
+  entries->setSize(name, LoadIconImage(target, &reason));
+  if (reason.isSet()) {
+    context_.loggers.toolkit.logWarning(
+        fmt::format("The size of the icon {} is missing in the manifest: {}", name, reason.text()));
+  }
   return true;
 }
 

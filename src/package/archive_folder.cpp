@@ -46,8 +46,11 @@ int runUnzip(const std::string& archive, const std::string& destination, std::st
   const Outcome outcome = runQuietly(command);
   printError(outcome.errorOutput);
   const std::string complaint(trimmed(outcome.errorOutput));
-  if (log != nullptr && outcome.status != 0 && !complaint.empty())
-    log->logError(complaint, LineBreaks::kKept);
+  if (log != nullptr && outcome.status != 0 && !complaint.empty()) {
+    WrapperLogger written = *log;
+    written.setLogDisplayLevel(0);  // it is on the terminal already
+    written.logError(complaint, LineBreaks::kKept);
+  }
   if (output != nullptr) *output = outcome.output;
   return outcome.status;
 }

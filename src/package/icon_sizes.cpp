@@ -19,8 +19,8 @@ std::string manifestIn(const std::string& packageFolder) {
 
 }  // namespace
 
-IconResolution LoadIconImage(const std::string& path) {
-  const std::optional<ImageSize> size = readPngSize(path);
+IconResolution LoadIconImage(const std::string& path, ErrorText* error) {
+  const std::optional<ImageSize> size = readPngSize(path, error);
   if (!size) return {};
   return {std::to_string(size->width), std::to_string(size->height)};
 }
@@ -73,7 +73,11 @@ bool ManifestIcons::setSize(const std::string& iconFileName, const IconResolutio
 }
 
 bool ManifestIcons::save() const {
-  return manifest_.save(path_, XmlLayout::kCompact);
+  ErrorText reason;
+  if (manifest_.save(path_, XmlLayout::kCompact, &reason)) return true;
+  logger_->logWarning(
+      fmt::format("The sizes of icons are missing in {}: {}", path_, reason.text()));
+  return false;
 }
 
 bool ModifyIconFileRes(const std::string& packageFolder, const std::string& iconFileName,

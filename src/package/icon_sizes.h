@@ -19,8 +19,9 @@ struct IconResolution {
   bool isKnown() const { return xRes != "0" && yRes != "0"; }
 };
 
-// Width and height of a PNG file, platform-optimised or not; "0" when unknown.
-IconResolution LoadIconImage(const std::string& path);
+// Width and height of a PNG file, platform-optimised or not; "0" when unknown, with the system's
+// reason for a file that cannot be opened.
+IconResolution LoadIconImage(const std::string& path, ErrorText* error = nullptr);
 
 // The entries for icons in the manifest.xml of a package folder, found once for all icons.
 class ManifestIcons {
@@ -31,6 +32,7 @@ class ManifestIcons {
   // Sets the size of every entry for that file name. False, with an error in the log for each
   // missing element, when there is none.
   bool setSize(const std::string& iconFileName, const IconResolution& size);
+  // False with a warning in the log.
   bool save() const;
 
  private:

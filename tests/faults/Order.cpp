@@ -50,6 +50,10 @@ bool takeOption(Order* order, std::string_view option, std::string_view value) {
   if (option == "--seconds") return readNumber(value, &order->seconds) && order->seconds > 0;
   if (option == "--close") return readNumber(value, &order->closed.emplace_back());
   if (option == "--file-size") return readNumber(value, &order->fileSize.emplace());
+  if (option == "--allocation" || option == "--exhaustion") {
+    order->lasting = option == "--exhaustion";
+    return readNumber(value, &order->allocation.emplace());
+  }
   if (option == "--report") {
     order->report = value;
     return true;
@@ -91,7 +95,10 @@ std::string usage() {
           "                   or (KILL) all its processes are killed\n"
           "  --seconds N      kills all processes after that time (20)\n"
           "  --close FD       starts the program without this descriptor\n"
-          "  --file-size N    lets it write no file beyond N bytes\n\n"
+          "  --file-size N    lets it write no file beyond N bytes\n"
+          "  --allocation N   the Nth request for memory fails, of all that Tovrek's programs\n"
+          "                   make; 0 only counts\n"
+          "  --exhaustion N   so do all later ones of the same process\n\n"
           "Groups:";
   for (const CallGroup& group : callGroups()) text << ' ' << group.name;
   text << '\n';

@@ -25,6 +25,9 @@ struct Order {
   std::string report;
   std::vector<int> closed;           ///< descriptors that the command starts without
   std::optional<uint64_t> fileSize;  ///< the largest file that the command may write
+  /// Which request for memory of Tovrek's programs fails, 0 for none; without it none is watched.
+  std::optional<uint64_t> allocation;
+  bool lasting = false;  ///< no later one of that process succeeds either
   std::vector<std::string> command;
 };
 

@@ -34,6 +34,9 @@ COMMANDS = (
     Command("sdk-prep", ("SdkPrep", "-in", "Gauge.app", "-out", "out/New.wex", "-storeURL",
                          "https://apps.example.com/gauge", "-entitlements", "entitlements.plist",
                          *LOG), ("New.wex",), ("Gauge.app",)),
+    Command("enterprise", ("Wrap", *BY_ADMIN, "-in", "Gauge.app", "-out", "out/New.wex", "-appType",
+                           "enterprise", "-storeURL", "https://apps.example.com/gauge"),
+            ("New.wex", "New_SDK.ipa"), ("Gauge.app",)),
 )
 
 

@@ -4,6 +4,8 @@ import re
 import signal
 from dataclasses import dataclass
 
+from trials import MEMORY
+
 RIGHT, TOLD, WRONG, CRASHED, HUNG, LEFT = "right", "told", "wrong", "crashed", "hung", "left behind"
 VERDICTS = (RIGHT, TOLD, WRONG, CRASHED, HUNG, LEFT)
 BAD = (WRONG, CRASHED, HUNG, LEFT)
@@ -40,7 +42,10 @@ def says(run, reference):
 
 
 def output_problem(name, output, run, is_new, told):
-    """What is wrong with an output, if anything."""
+    """What is wrong with an output, if anything.
+
+    A lack of memory excuses nothing: no text makes half a manifest a package.
+    """
     if output.data is None:
         return f"{name}: the old output is gone"
     if any(mark in output.data for mark in FOREIGN):
@@ -51,6 +56,8 @@ def output_problem(name, output, run, is_new, told):
         return "" if output.old else f"{name}: neither the old output nor the new one"
     if output.lines is None:
         return f"{name}: status 0, no readable archive"
+    if run.trial.group in MEMORY and not output.old:
+        return f"{name}: status 0, neither the old output nor the new one"
     if not told:
         return f"{name}: status 0, " + ("not written" if output.old else "differs") + \
             ", nothing said"

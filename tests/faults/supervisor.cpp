@@ -1,4 +1,5 @@
-// Makes one system call fail in a program or in any process that comes of it (see usage()).
+// Makes one system call, or one request for memory, fail in a program or in any process that comes
+// of it (see usage()).
 #include <errno.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -14,6 +15,7 @@
 #include <string>
 #include <thread>
 
+#include "AllocationWatch.h"
 #include "CallWatcher.h"
 #include "Order.h"
 #include "ProcessTree.h"
@@ -55,8 +57,10 @@ std::string endOf(const CallWatcher& watcher, const ProcessTree& tree) {
   return "exit " + std::to_string(WEXITSTATUS(status));
 }
 
-bool writeReport(const Order& order, const CallWatcher& watcher, const ProcessTree& tree) {
+bool writeReport(const Order& order, const CallWatcher& watcher, const AllocationWatch& allocations,
+                 const ProcessTree& tree) {
   std::ofstream file(order.report);
+  allocations.report(file);
   for (const auto& [group, count] : watcher.counts()) {
     file << "count " << group->name << ' ' << count << '\n';
   }
@@ -89,6 +93,8 @@ int supervise(const Order& order) {
   if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets.data()) != 0) {
     return complain(std::strerror(errno));
   }
+  AllocationWatch allocations;
+  if (!allocations.start(order)) return complain(std::string("memory: ") + std::strerror(errno));
   const pid_t child = ::fork();
   if (child < 0) return complain(std::strerror(errno));
   if (child == 0) {
@@ -106,7 +112,9 @@ int supervise(const Order& order) {
   std::thread watching([&] { watcher.run(); });
   tree.waitForAll();
   watching.join();
-  if (!writeReport(order, watcher, tree)) return complain(order.report + " cannot be written");
+  if (!writeReport(order, watcher, allocations, tree)) {
+    return complain(order.report + " cannot be written");
+  }
   const int status = tree.mainStatus();
   return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }

@@ -4,7 +4,8 @@
 Each command is run undisturbed first, which says what is right and how many system calls of each
 group there are. Then each of them fails once: the supervisor refuses the Nth call, in Tovrek itself
 or in any program that it starts. Besides, streams are closed or full, files may not grow, disks are
-full (as root), and signals come at calls anywhere in the run.
+full (as root), and signals come at calls anywhere in the run. With --memory requests for memory
+fail instead, by a library that is loaded into the programs.
 
 Prints a table of the verdicts by command and group, and the bad runs by their causes, each with
 what repeats it. The exit status is 0 when no run was wrong, crashed, hung or left anything behind;
@@ -24,11 +25,14 @@ sys.dont_write_bytecode = True
 from commands import COMMANDS, Bench, TemplateMaker  # noqa: E402
 from judging import BAD, RIGHT, Reference, first_difference, judge  # noqa: E402
 from results import Results  # noqa: E402
-from trials import Runner, Trial, all_places, choose, may_mount  # noqa: E402
+from trials import MEMORY, Runner, Trial, all_places, choose, may_mount  # noqa: E402
 
 FULL_SIGNALS = 60
 # A sample is drawn from one run of each group and command. It has to fit into a test.
 SAMPLE = 100
+# The same of requests for memory: of each command, for one that fails and for all that do. There
+# are hundreds of thousands of them.
+MEMORY_SAMPLE, MEMORY_RUNS = 3, 200
 
 
 def arguments_of(words):
@@ -42,6 +46,10 @@ def arguments_of(words):
                         help="only this command; may be given several times")
     parser.add_argument("--group", metavar="NAME", action="append",
                         help="only this group of disturbances; may be given several times")
+    parser.add_argument("--memory", action="store_true",
+                        help="only requests for memory, one of them failing or all from it on; "
+                             f"{MEMORY_RUNS} runs of each group and command, unless --runs says "
+                             "another number")
     parser.add_argument("--sample", action="store_true",
                         help=f"{SAMPLE} runs of all groups and commands, instead of all")
     parser.add_argument("--runs", type=int, metavar="N", help="N runs of each group and command")
@@ -65,10 +73,22 @@ def run_trial(bench, reference, command, trial):
     return run, verdict, reasons
 
 
-def run_in_time(task):
-    """Runs a trial unless the time for all of them is up; nothing then."""
-    deadline, *trial = task
-    return run_trial(*trial) if deadline is None or time.monotonic() < deadline else None
+class Worker:
+    """What a process of the sweep works with: too much to be sent along with each trial."""
+    sweep = None
+    deadline = None
+
+    @classmethod
+    def prepare(cls, sweep, deadline):
+        cls.sweep, cls.deadline = sweep, deadline
+
+    @classmethod
+    def run_in_time(cls, trial):
+        """Runs a trial unless the time for all of them is up; nothing then."""
+        if cls.deadline is not None and time.monotonic() >= cls.deadline:
+            return None
+        return run_trial(cls.sweep.bench, cls.sweep.references[trial.command],
+                         cls.sweep.commands[trial.command], trial)
 
 
 class Sweep:
@@ -94,6 +114,12 @@ class Sweep:
                 raise RuntimeError(f"{command.name} undisturbed: {verdict}, {reasons}")
             self.references[command.name] = reference
             self.counts[command.name] = counted.counts
+            if set(MEMORY) & set(self.arguments.group or ()):
+                # Apart from the others, as what counts these makes calls itself.
+                memory = runner.run(Trial(command.name, MEMORY[0], "0"))
+                if not memory.counts["allocation"]:
+                    raise RuntimeError("requests for memory are not seen")
+                self.counts[command.name] |= memory.counts
 
     def trials(self):
         arguments = self.arguments
@@ -103,13 +129,14 @@ class Sweep:
         if not disks:
             print("Left out: full disks, as no file system can be mounted.")
         runs = arguments.runs or (1 if arguments.sample else 0)
+        if arguments.memory:
+            runs = arguments.runs or (MEMORY_SAMPLE if arguments.sample else MEMORY_RUNS)
         signals = runs or FULL_SIGNALS
         found = []
         for command in self.commands.values():
             places = all_places(self.counts[command.name], disks)
-            if arguments.group:
-                places = {group: where for group, where in places.items()
-                          if group in arguments.group}
+            places = {group: where for group, where in places.items()
+                      if group in (arguments.group or set(places) - set(MEMORY))}
             found += choose(command.name, places, runs, signals, arguments.seed)
         if arguments.sample and len(found) > SAMPLE:
             found = random.Random(arguments.seed).sample(found, SAMPLE)
@@ -124,17 +151,15 @@ class Sweep:
             random.Random(self.arguments.seed).shuffle(trials)
         start = time.monotonic()
         deadline = start + 60 * minutes if minutes else None
-        tasks = [(deadline, self.bench, self.references[trial.command],
-                  self.commands[trial.command], trial) for trial in trials]
         done, shown = 0, 0
-        with multiprocessing.Pool(self.arguments.jobs) as pool:
-            for result in filter(None, pool.imap_unordered(run_in_time, tasks)):
+        with multiprocessing.Pool(self.arguments.jobs, Worker.prepare, (self, deadline)) as pool:
+            for result in filter(None, pool.imap_unordered(Worker.run_in_time, trials)):
                 self.results.take(*result)
                 done += 1
                 if time.monotonic() - start > shown + 30:
                     shown = time.monotonic() - start
-                    print(f"{done} of {len(tasks)} runs", file=sys.stderr, flush=True)
-        print(f"{done} of {len(tasks)} runs in {time.monotonic() - start:.0f} seconds\n")
+                    print(f"{done} of {len(trials)} runs", file=sys.stderr, flush=True)
+        print(f"{done} of {len(trials)} runs in {time.monotonic() - start:.0f} seconds\n")
         self.results.print_table()
         self.results.print_bad_runs()
         return len(self.results.bad)
@@ -159,6 +184,8 @@ def main(words):
     build = os.path.abspath(arguments.build)
     demo = os.path.join(build, "demo")
     supervisor = arguments.supervisor or os.path.join(build, "tests", "faults", "fault_supervisor")
+    if arguments.memory:
+        arguments.group = MEMORY
     if arguments.run:
         arguments.command = list({name.split("/")[0] for name in arguments.run})
     with open(os.path.join(demo, "identities", "root.sha1"), encoding="utf-8") as file:

@@ -90,6 +90,7 @@ class Judge(unittest.TestCase):
                 self.assertIn(reason, reasons)
 
     def test_what_a_disturbance_excuses(self):
+        other = 'cp "$parts/other.wex" out/New.wex'
         leaves = f'echo x >"$TMPDIR/some.txt"; {PUT}'
         cases = [
             ("told", "SIGKILL", "end", leaves),
@@ -101,6 +102,8 @@ class Judge(unittest.TestCase):
             ("told", "full", "errors", "exit 254"),
             ("wrong", "full", "output", "exit 254"),
             ("crashed", "size", "10", "exec cp App.ipa out/part"),
+            ("wrong", "allocation", "1", f"{other}; echo 'WARNING: no icon' >&2"),
+            ("told", "exhaustion", "1", f"{REFUSE}; {other}"),
         ]
         with open(self.bench.template(COMMAND, "work", "App.ipa"), "w", encoding="utf-8") as file:
             file.write("an input of more than ten bytes\n")

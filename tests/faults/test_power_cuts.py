@@ -2,6 +2,7 @@
 at once and writes nothing more, not even its journal. What comes back is what the disk had."""
 import contextlib
 import fcntl
+import itertools
 import os
 import random
 import shutil
@@ -41,7 +42,9 @@ class Disk:
         self.unmount()
         with open(self.image, "wb") as file:
             file.truncate(SIZE)
-        quietly("mkfs.ext4", "-q", "-F", self.image)
+        # Always the same order of folders' entries, which is that of archives.
+        quietly("mkfs.ext4", "-q", "-F", "-E", "hash_seed=" + "15" * 4 + "-1515" * 3 + "-" +
+                "15" * 6, self.image)
         self.mount()
 
     def mount(self):
@@ -84,9 +87,15 @@ class PowerCuts(unittest.TestCase):
         cls.bench = Bench(folder, os.path.join(BUILD, "tovrek"), SUPERVISOR, root)
         TemplateMaker(cls.bench, os.path.join(BUILD, "demo")).make()
 
-    def prepare(self, command):
-        """A fresh run whose outputs, and older ones on the disk, lie on the file system."""
+    def prepare(self, command, everything=False):
+        """A fresh run whose outputs, and older ones on the disk, lie on the file system; or all
+        that it works with, so that the package is made and delivered on the same one."""
         self.disk.format()
+        if everything:
+            runner = Runner(self.bench, command, os.path.join(self.disk.place, "run"))
+            runner.prepare()
+            os.sync()
+            return runner
         runner = Runner(self.bench, command)
         runner.prepare()
         for name in command.outputs:
@@ -110,6 +119,31 @@ class PowerCuts(unittest.TestCase):
             is_new = found.lines == lines
             self.assertTrue(is_new or (found.old and not finished),
                             f"{name}: {len(found.data)} bytes, finished {finished}")
+        if os.path.realpath(runner.folder).startswith(self.disk.place):
+            self.check_changing(runner, reference, finished)
+
+    def check_changing(self, runner, reference, finished):
+        """What a command completes in place is complete where the package is the new one. Until
+        then the files that were there before are as before or as they are to be."""
+        found, delivered = self.changing(runner), not runner.output("New.wex").old
+        if finished or delivered:
+            self.assertEqual(found, reference.changing)
+            return
+        runner.prepare()
+        for name, lines in self.changing(runner).items():
+            self.assertIn(found.get(name), (lines, reference.changing.get(name)), name)
+
+    @staticmethod
+    def changing(runner):
+        return {name: lines for folder in runner.command.changing
+                for name, lines in runner.tree_lines(folder).items()}
+
+    def reference(self, command, everything):
+        """What a run makes that nothing disturbs, in the same place."""
+        runner = self.prepare(command, everything)
+        if not everything:
+            runner = Runner(self.bench, command)
+        return Reference.of(runner.run(Trial(command.name, "undisturbed")))
 
     def test_a_cut_takes_what_nobody_waited_for(self):
         # Else the other tests would prove nothing.
@@ -122,11 +156,10 @@ class PowerCuts(unittest.TestCase):
         self.assertFalse(os.path.exists(path) and os.path.getsize(path))
 
     def test_right_after_status_0(self):
-        for command in COMMANDS:
-            with self.subTest(command=command.name):
-                reference = Reference.of(
-                    Runner(self.bench, command).run(Trial(command.name, "undisturbed")))
-                runner = self.prepare(command)
+        for command, everything in itertools.product(COMMANDS, (False, True)):
+            with self.subTest(command=command.name, everything=everything):
+                reference = self.reference(command, everything)
+                runner = self.prepare(command, everything)
                 with self.start(runner) as process:
                     process.stderr.read()
                     self.assertEqual(process.wait(), 0)
@@ -135,10 +168,10 @@ class PowerCuts(unittest.TestCase):
 
     def test_at_any_moment(self):
         moments = random.Random(15)
-        for name in ("wrap-bundle", "set-info"):
+        for name, everything in (("wrap-bundle", False), ("set-info", True), ("sdk-prep", True)):
             command = next(each for each in COMMANDS if each.name == name)
-            reference = Reference.of(Runner(self.bench, command).run(Trial(name, "undisturbed")))
-            runner = self.prepare(command)
+            reference = self.reference(command, everything)
+            runner = self.prepare(command, everything)
             start = time.monotonic()
             with self.start(runner) as process:
                 process.stderr.read()
@@ -147,14 +180,14 @@ class PowerCuts(unittest.TestCase):
                 # The end of a run is when its outputs are written.
                 moment = length * (1 - moments.random() ** 2)
                 with self.subTest(command=name, moment=moment / length):
-                    runner = self.prepare(command)
+                    runner = self.prepare(command, everything)
                     with self.start(runner) as process:
                         time.sleep(moment)
                         finished = process.poll() == 0
                         self.disk.cut()
                         said = process.stderr.read().decode(errors="replace")
                     if process.returncode != 0:
-                        self.assertIn("Error", said)
+                        self.assertRegex(said, "(?i)error|fail|cannot")
                     self.check(runner, reference, finished or process.returncode == 0)
 
 

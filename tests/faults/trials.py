@@ -18,6 +18,8 @@ from comparing.trees import Tree  # noqa: E402
 
 STREAMS = {"input": 0, "output": 1, "errors": 2}
 SIGNALS = ("SIGINT", "SIGTERM", "SIGKILL")
+# One request for memory fails, or all of a process from one on.
+MEMORY = ("allocation", "exhaustion")
 FILE_SIZES = (0, 100, 1000, 4096, 12000, 30000, 50000, 60000, 70000, 150000)
 DISK_SIZES = (4096, 16384, 32768, 65536, 131072, 262144, 524288, 1048576)
 # Folders that stay in the scratch place from run to run.
@@ -64,6 +66,8 @@ class Trial:
             return ["--calls", "all", "--hit", self.place, "--signal", self.group[3:]]
         if self.group == "counting":
             return ["--calls", "all"]
+        if self.group in MEMORY:
+            return ["--" + self.group, self.place]
         if self.group in ("undisturbed", "full", "scratch disk", "output disk"):
             return []
         return ["--calls", self.group, "--hit", self.place]
@@ -89,7 +93,8 @@ class Run:
 
     def was_hit(self):
         """Whether the disturbance came to be."""
-        return bool(self.hit) or "--hit" not in self.trial.options()
+        options = self.trial.options()
+        return bool(self.hit) or not ("--hit" in options or self.trial.group in MEMORY)
 
 
 @dataclass
@@ -268,8 +273,10 @@ def may_mount(folder):
 
 def all_places(counts, disks):
     """Every place at which a command can be disturbed, by group."""
-    total = sum(counts.values())
-    places = {group: range(1, count + 1) for group, count in counts.items()}
+    places = {group: range(1, count + 1) for group, count in counts.items()
+              if group not in MEMORY}
+    total = sum(map(len, places.values()))
+    places |= {name: range(1, counts.get("allocation", 0) + 1) for name in MEMORY}
     places |= {"closed": list(STREAMS), "full": ["output", "errors"], "size": FILE_SIZES}
     if disks:
         places |= {"scratch disk": DISK_SIZES, "output disk": DISK_SIZES}

@@ -7,12 +7,18 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <new>
 #include <stdexcept>
 
+#include "host/AtomicFile.h"
+#include "host/allocation.h"
 #include "host/files.h"
+#include "host/parallel.h"
 #include "host/process.h"
+#include "host/signals.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace tovrek {
@@ -56,30 +62,71 @@ TEST(Program, TakesTheCommandLineApartAndAnswersForExceptions) {
   }
 }
 
-int takeAllMemory(const Arguments&, const Streams&) {
-  throw std::bad_alloc();
-}
-
-TEST(Program, WithoutMemoryEndsWithAText) {
-  std::array<char*, 1> words = {nullptr};
-  testing::internal::CaptureStderr();
-  EXPECT_EQ(runProgram(0, words.data(), takeAllMemory, {}), 71);
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "out of memory\n");
-}
-
 // The status of a process that prepares itself and is then the program.
-int statusOf(const std::function<void()>& prepare, ProgramRun run) {
+int statusOf(const std::function<void()>& prepare, ProgramRun run, const ProgramRules& rules = {}) {
   const pid_t child = ::fork();
   if (child == 0) {
     prepare();
     char name[] = "name";
     char* words[] = {name, nullptr};
-    ::_exit(runProgram(1, words, run));
+    ::_exit(runProgram(1, words, run, rules));
   }
   int status = 0;
   EXPECT_EQ(::waitpid(child, &status, 0), child);
   EXPECT_TRUE(WIFEXITED(status)) << status;
   return WEXITSTATUS(status);
+}
+
+// More than there can be.
+constexpr size_t kTooMuch = PTRDIFF_MAX;
+
+void* volatile taken = nullptr;
+void takeAsLibrary() {
+  const volatile size_t size = kTooMuch;
+  taken = std::malloc(size);
+}
+void takeAsOurs() {
+  throw std::bad_alloc();
+}
+void takeInHelper() {
+  forEachPart(64, 1, [](size_t, size_t) { takeAsOurs(); });
+}
+void takeInHelperAlone() {
+  Helper(takeAsLibrary).join();
+}
+void takeWithFileAtWork() {
+  AtomicFile file;
+  if (file.open(std::getenv("TOVREK_TEST_FILE"))) takeAsLibrary();
+}
+void takeWithItem() {
+  const RemovedOnSignal item(std::getenv("TOVREK_TEST_FILE"));
+  if (writeFileAtomically(std::getenv("TOVREK_TEST_FILE"), "text")) takeAsOurs();
+}
+
+void (*take)() = nullptr;
+int takeAllMemory(const Arguments&, const Streams&) {
+  take();
+  return 0;
+}
+
+// By whom ever it is wanted: the program ends, says so, and leaves nothing.
+TEST(Program, WithoutMemoryEndsWithATextAndLeavesNothing) {
+  const test::TemporaryFolder folder;
+  ::setenv("TOVREK_TEST_FILE", (folder.path() + "/file").c_str(), 1);
+  std::vector<void (*)()> takers = {takeAsOurs, takeInHelper, takeWithItem};
+  if (kWatchesAllocations) {
+    takers.insert(takers.end(), {takeAsLibrary, takeInHelperAlone, takeWithFileAtWork});
+  }
+  for (size_t i = 0; i < takers.size(); ++i) {
+    take = takers[i];
+    const std::string said = folder.path() + "/said";
+    const auto listen = [&] { ::dup2(::open(said.c_str(), O_CREAT | O_TRUNC | O_RDWR, 0600), 2); };
+    EXPECT_EQ(statusOf(listen, takeAllMemory, {.cleansUpOnSignals = true}), 71) << i;
+    std::string text;
+    EXPECT_TRUE(readFile(said, &text));
+    EXPECT_EQ(text, "out of memory\n") << i;
+    EXPECT_EQ(listDirectory(folder.path()), std::vector<std::string>{"said"}) << i;
+  }
 }
 
 // Bit n: stream n can be used as a program uses it, and belongs to no file of the program's own.
