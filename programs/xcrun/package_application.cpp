@@ -18,12 +18,15 @@ namespace {
 class ScratchFolder {
  public:
   explicit ScratchFolder(std::string path) : path_(std::move(path)), guard_(path_) {}
-  ~ScratchFolder() { removeItem(path_); }
+  ~ScratchFolder() { remove(nullptr); }
   ScratchFolder(const ScratchFolder&) = delete;
   ScratchFolder& operator=(const ScratchFolder&) = delete;
 
   bool create(ErrorText* error) const {
     return createPrivateDirectory(path_) || fail(error, "cannot make a temporary folder");
+  }
+  bool remove(ErrorText* error) const {
+    return !itemExistsNoFollow(path_) || removeItem(path_, error);
   }
   std::string file(const std::string& name) const { return joinPath(path_, name); }
   const std::string& path() const { return path_; }
@@ -139,9 +142,14 @@ bool packageApplication(const PackageRequest& request, const Streams& streams, E
 
   const std::string made = scratch.file("application.ipa");
   Command zip;
-  zip.argv = {"/usr/bin/zip", "-qry", made, "Payload"};
+  // The system's own leaves out what it cannot look at.
+  zip.argv = {launch::findCompanion("zip").value_or("/usr/bin/zip"), "-qry", made, "Payload"};
   zip.workingDirectory = scratch.path();
   if (!runStep(zip, output, error) || !deliver(made, request.output, error)) return false;
+  ErrorText reason;
+  if (!scratch.remove(&reason)) {
+    streams.error(fmt::format("warning: {} stays: {}\n", scratch.path(), reason.text()));
+  }
   if (output != nullptr) output->out(fmt::format("Results at '{}'\n", request.output));
   return true;
 }
