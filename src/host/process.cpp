@@ -16,11 +16,10 @@
 #include <string_view>
 
 #include "host/HostRoot.h"
+#include "host/child_environment.h"
 #include "host/complaint.h"
 #include "host/file_io.h"
 #include "host/running_child.h"
-
-extern char** environ;
 
 namespace tovrek {
 namespace {
@@ -58,39 +57,6 @@ struct SpawnAttributes {
   SpawnAttributes& operator=(const SpawnAttributes&) = delete;
   posix_spawnattr_t attributes;
 };
-
-// Passwords and pins go to those programs alone that ask for them: to what signs or has to do with
-// keychains, also by way of a shell.
-bool mayNeedSecrets(const Command& command) {
-  return std::ranges::any_of(command.argv, [](const std::string& word) {
-    constexpr std::string_view kPrograms[] = {"codesign", "security", "xcrun"};
-    return std::ranges::any_of(
-        kPrograms, [&](std::string_view name) { return word.find(name) != std::string::npos; });
-  });
-}
-
-std::vector<std::string> childEnvironment(const Command& command) {
-  // zip and unzip would take further options from these.
-  constexpr std::array<std::string_view, 8> kReplaced = {
-      "PATH=", "LC_ALL=", "ZIPOPT=", "ZIP=", "UNZIP=", "UNZIPOPT=", "ZIPINFO=", "LANGUAGE="};
-  std::vector<std::string> result;
-  const bool needsSecrets = mayNeedSecrets(command);
-  for (char** entry = environ; *entry != nullptr; ++entry) {
-    const std::string_view variable = *entry;
-    const bool dropped =
-        std::any_of(kReplaced.begin(), kReplaced.end(),
-                    [&](std::string_view name) { return variable.starts_with(name); }) ||
-        std::any_of(command.environment.begin(), command.environment.end(),
-                    [&](const auto& own) { return variable.starts_with(own.first + "="); });
-    const bool isSecret = variable.starts_with("TOVREK_KEYCHAIN_PASSWORD=") ||
-                          variable.starts_with("TOVREK_PKCS11_PIN=");
-    if (!dropped && !(isSecret && !needsSecrets)) result.emplace_back(variable);
-  }
-  result.push_back("LC_ALL=C.UTF-8");
-  result.push_back("PATH=" + HostRoot::searchPath());
-  for (const auto& [name, value] : command.environment) result.push_back(name + "=" + value);
-  return result;
-}
 
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   std::vector<char*> pointers;
@@ -267,6 +233,7 @@ Command shellCommand(const std::string& commandLine) {
   if (replacement != tool) launched = quotedForShell(replacement) + commandLine.substr(tool.size());
   Command command;
   command.argv = {"/bin/sh", "-c", launched};
+  command.shellTool = tool;
   return command;
 }
 

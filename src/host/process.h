@@ -20,6 +20,9 @@ struct Command {
   std::string input{};  // given on standard input, which is empty otherwise
   // Variables set on top of the clean environment.
   std::vector<std::pair<std::string, std::string>> environment{};
+  // The program that a shell is to run, where argv[0] is one: by its name, or by argv[0], it is
+  // decided whether the child gets passwords and pins that are in the environment.
+  std::string shellTool{};
 };
 
 struct Outcome {

@@ -60,6 +60,27 @@ TEST(Process, InputFolderAndEnvironment) {
   EXPECT_EQ(run(shell("cat")).output, "") << "input is empty, not the terminal's";
 }
 
+TEST(Process, SecretsReachOnlyWhatSigns) {
+  const TemporaryFolder root;
+  const ScopedEnvironment environment("TOVREK_HOST_ROOT", root.path()),
+      password("TOVREK_KEYCHAIN_PASSWORD", "pw"), pin("TOVREK_PKCS11_PIN", "12");
+  for (const char* name : {"codesign", "security", "xcrun", "unzip"}) {
+    const std::string tool =
+        root.write(std::string("usr/bin/") + name,
+                   "#!/bin/sh\necho \"[$TOVREK_KEYCHAIN_PASSWORD$TOVREK_PKCS11_PIN]\"\n");
+    ::chmod(tool.c_str(), 0755);
+  }
+  const auto got = [](const Command& command) { return run(command).output == "[pw12]\n"; };
+  EXPECT_TRUE(got({.argv = {"/usr/bin/codesign", "-d", "x"}}));
+  EXPECT_TRUE(got({.argv = {"security"}}));
+  EXPECT_TRUE(got(shellCommand("security find-identity")));
+  EXPECT_TRUE(got(shellCommand("/usr/bin/codesign -d x")));
+  EXPECT_TRUE(got({.argv = {"/usr/bin/xcrun", "-sdk", "iphoneos", "PackageApplication", "x"}}));
+  EXPECT_FALSE(got({.argv = {"/usr/bin/xcrun", "-sdk", "codesign", "unzip", "codesign"}}));
+  EXPECT_FALSE(got({.argv = {"/usr/bin/unzip", "codesign", "security/xcrun"}}));
+  EXPECT_FALSE(got(shellCommand("/usr/bin/unzip codesign /usr/bin/security")));
+}
+
 TEST(Process, UnreadInputAndDeathBySignal) {
   Command command = shell("exit 0");
   command.input = std::string(1000000, 'x');
