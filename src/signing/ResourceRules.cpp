@@ -1,9 +1,9 @@
 #include "signing/ResourceRules.h"
 
-#include <regex.h>
-
 #include <algorithm>
 #include <initializer_list>
+
+#include "formats/PathPattern.h"
 
 namespace tovrek::signing {
 namespace {
@@ -42,23 +42,7 @@ bool flagIn(const PlistDictionary& rule, const char* name) {
 }  // namespace
 
 struct ResourceRules::Rule {
-  Rule() = default;
-  ~Rule() {
-    if (compiled) ::regfree(&expression);
-  }
-  Rule(const Rule&) = delete;
-  Rule& operator=(const Rule&) = delete;
-
-  bool compile(const std::string& pattern) {
-    compiled = ::regcomp(&expression, pattern.c_str(), REG_EXTENDED | REG_NOSUB) == 0;
-    return compiled;
-  }
-  bool matches(const std::string& path) const {
-    return ::regexec(&expression, path.c_str(), 0, nullptr, 0) == 0;
-  }
-
-  regex_t expression{};
-  bool compiled = false;
+  std::unique_ptr<const PathPattern> pattern;
   double weight = 1;
   bool omit = false;
   Verdict verdict = Verdict::kSealed;
@@ -68,6 +52,7 @@ std::optional<ResourceRules> ResourceRules::fromPlist(const PlistDictionary& rul
                                                       ErrorText* error) {
   ResourceRules result;
   result.plist_ = rules;
+  PatternBudget budget;
   for (const auto& [pattern, value] : rules) {
     auto rule = std::make_shared<Rule>();
     if (const bool* sealed = value.boolean()) {
@@ -84,7 +69,8 @@ std::optional<ResourceRules> ResourceRules::fromPlist(const PlistDictionary& rul
       return std::nullopt;
     }
     if (rule->omit) rule->verdict = Verdict::kUnsealed;
-    if (!rule->compile(pattern)) {
+    rule->pattern = PathPattern::compile(pattern, &budget);
+    if (!rule->pattern) {
       fail(error, kInvalidRules);
       return std::nullopt;
     }
@@ -98,7 +84,7 @@ std::optional<ResourceRules> ResourceRules::fromPlist(const PlistDictionary& rul
 
 ResourceRules::Verdict ResourceRules::match(const std::string& path) const {
   for (const auto& rule : rules_) {
-    if (rule->matches(path)) return rule->verdict;
+    if (rule->pattern->isIn(path)) return rule->verdict;
   }
   return Verdict::kUnsealed;
 }

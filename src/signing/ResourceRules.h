@@ -11,7 +11,8 @@
 
 namespace tovrek::signing {
 
-// Rules are POSIX extended regular expressions searched in paths relative to the bundle. Of those
+// Rules are POSIX extended regular expressions searched in paths relative to the bundle, within
+// the bounds of PathPattern. Of those
 // that match, the heaviest counts; of equally heavy ones an omitting one.
 class ResourceRules {
  public:

@@ -12,13 +12,8 @@ bool isSet(const PlistDictionary& rule, const char* key) {
 
 }  // namespace
 
-void SealRules::FreeExpression::operator()(regex_t* expression) const {
-  ::regfree(expression);
-  delete expression;
-}
-
 std::optional<SealRules::Rule> SealRules::readRule(const std::string& pattern,
-                                                   const PlistValue& value) {
+                                                   const PlistValue& value, PatternBudget* budget) {
   Rule rule;
   if (const PlistDictionary* details = value.dictionary()) {
     const PlistValue* weight = details->find("weight");
@@ -31,18 +26,16 @@ std::optional<SealRules::Rule> SealRules::readRule(const std::string& pattern,
   } else {
     return std::nullopt;
   }
-  auto expression = std::make_unique<regex_t>();
-  if (::regcomp(expression.get(), pattern.c_str(), REG_EXTENDED | REG_NOSUB) != 0) {
-    return std::nullopt;
-  }
-  rule.expression.reset(expression.release());
+  rule.pattern = PathPattern::compile(pattern, budget);
+  if (!rule.pattern) return std::nullopt;
   return rule;
 }
 
 std::optional<SealRules> SealRules::read(const PlistDictionary& rules) {
   SealRules result;
+  PatternBudget budget;
   for (const auto& [pattern, value] : rules) {
-    auto rule = readRule(pattern, value);
+    auto rule = readRule(pattern, value, &budget);
     if (!rule) return std::nullopt;
     result.rules_.push_back(*std::move(rule));
   }
@@ -55,7 +48,7 @@ bool SealRules::mustList(const std::string& path) const {
     const bool lighter = decisive != nullptr && rule.weight < decisive->weight;
     const bool loses = decisive != nullptr && rule.weight == decisive->weight && !rule.omits;
     if (lighter || loses) continue;
-    if (::regexec(rule.expression.get(), path.c_str(), 0, nullptr, 0) == 0) decisive = &rule;
+    if (rule.pattern->isIn(path)) decisive = &rule;
   }
   return decisive != nullptr && decisive->lists;
 }

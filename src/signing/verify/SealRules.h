@@ -2,19 +2,19 @@
 // signer's does not excuse itself.
 #pragma once
 
-#include <regex.h>
-
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "formats/PathPattern.h"
 #include "formats/PlistValue.h"
 
 namespace tovrek::signing {
 
 // Which files of a bundle a seal has to list. Patterns are POSIX extended regular expressions,
-// searched in the path from the bundle; the heaviest that matches decides, omission winning a tie.
+// searched in the path from the bundle, within the bounds of PathPattern; the heaviest that matches
+// decides, omission winning a tie.
 class SealRules {
  public:
   // From the "rules" or "rules2" of a seal; none when they are not of the known form.
@@ -24,16 +24,14 @@ class SealRules {
   bool mustList(const std::string& path) const;
 
  private:
-  struct FreeExpression {
-    void operator()(regex_t* expression) const;
-  };
   struct Rule {
-    std::unique_ptr<regex_t, FreeExpression> expression;
+    std::unique_ptr<const PathPattern> pattern;
     double weight = 1;
     bool lists = true;  // neither omits nor leaves it to nested code
     bool omits = false;
   };
-  static std::optional<Rule> readRule(const std::string& pattern, const PlistValue& value);
+  static std::optional<Rule> readRule(const std::string& pattern, const PlistValue& value,
+                                      PatternBudget* budget);
 
   std::vector<Rule> rules_;
 };
