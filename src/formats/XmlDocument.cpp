@@ -12,6 +12,7 @@
 #include "formats/XmlNodeAccess.h"
 #include "formats/libxml_strings.h"
 #include "formats/xml_guard.h"
+#include "formats/xml_limits.h"
 #include "host/Freer.h"
 #include "host/files.h"
 
@@ -87,6 +88,10 @@ void XmlDocument::Freed::operator()(void* document) const noexcept {
 
 std::optional<XmlDocument> XmlDocument::parse(std::string_view bytes, XmlParsing mode,
                                               ErrorText* error) {
+  if (const std::string excess = excessOfXml(bytes); !excess.empty()) {
+    fail(error, excess);
+    return std::nullopt;
+  }
   const ParserContext context(xmlNewParserCtxt());
   if (!context || bytes.size() > INT_MAX) {
     fail(error, "the document is too large");

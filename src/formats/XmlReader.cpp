@@ -10,6 +10,7 @@
 
 #include "formats/libxml_strings.h"
 #include "formats/xml_guard.h"
+#include "formats/xml_limits.h"
 
 namespace tovrek {
 namespace {
@@ -99,6 +100,10 @@ struct ContextFreer {
 }  // namespace
 
 bool readXml(std::string_view bytes, XmlEvents& events) {
+  if (const std::string excess = excessOfXml(bytes); !excess.empty()) {
+    events.parseError(excess);
+    return false;
+  }
   // Pieces keep libxml2's sizes, which are ints, out of the question.
   constexpr size_t kPiece = size_t{1} << 20;
   if (const std::string fault = markupFault(bytes); !fault.empty()) {

@@ -15,4 +15,14 @@ struct PlistLimits {
   size_t bytes = size_t{1} << 30;
 };
 
+// Of documents that are kept as trees, such as manifests and policies.
+struct XmlLimits {
+  size_t bytes = size_t{64} << 20;
+  // Where the encoding is another than one of ASCII with more, in which marks cannot be told from
+  // other bytes.
+  size_t wideBytes = size_t{512} << 10;
+  // Those that start and end an element, counted each.
+  size_t tags = 2'000'000;
+};
+
 }  // namespace tovrek

@@ -15,6 +15,7 @@
 #include "formats/libxml_strings.h"
 #include "formats/plist_readers.h"
 #include "formats/xml_guard.h"
+#include "formats/xml_limits.h"
 
 namespace tovrek {
 namespace {
@@ -285,6 +286,8 @@ std::optional<PlistValue> readXmlPlist(std::string_view bytes, const PlistLimits
     return std::nullopt;
   }
   *reason = markupFault(bytes);
+  // Tags and bytes are no matter here: values are counted as they come.
+  *reason = excessOfXml(bytes, {.bytes = INT_MAX, .wideBytes = size_t{16} << 20, .tags = INT_MAX});
   if (!reason->empty()) return std::nullopt;
   const std::unique_ptr<xmlParserCtxt, ContextFreer> context(
       xmlCreateMemoryParserCtxt(bytes.data(), static_cast<int>(bytes.size())));

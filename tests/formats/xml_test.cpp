@@ -213,6 +213,31 @@ TEST(XmlReader, TextLargerThanOnePiece) {
   EXPECT_EQ(counter.size, kSize);
 }
 
+// Some megabytes that would take gigabytes, or cannot be looked through.
+TEST(XmlDocument, RefusesBeforeItIsParsedWhatTakesTooMuch) {
+  std::string tags, wide;
+  for (int i = 0; i < 2'000'001; ++i) tags += "<a/>";
+  for (int i = 0; i < 300'000; ++i) wide += std::string(" \0", 2);
+  const struct {
+    std::string document, reason;
+  } refused[] = {
+      {"\xFF\xFE" + wide, "bytes"},
+      {"<?xml version='1.0' encoding='UTF-7'?><a>" + std::string(600'000, ' ') + "</a>", "bytes"},
+      {"<r>" + tags + "</r>", "tags"},
+      {"<a>" + std::string(size_t{65} << 20, ' ') + "</a>", "bytes"},
+  };
+  for (const auto& test : refused) {
+    ErrorText error;
+    EXPECT_FALSE(XmlDocument::parse(test.document, XmlParsing::kRecover, &error));
+    EXPECT_NE(error.text().find(test.reason), std::string::npos) << error.text();
+    Transcript events;
+    EXPECT_FALSE(readXml(test.document, events));
+    EXPECT_EQ(events.error, error.text());
+  }
+  EXPECT_TRUE(parsed("<?xml version='1.0' encoding='ISO-8859-1'?><a>" + std::string(600'000, ' ') +
+                     "</a>"));
+}
+
 TEST(XmlNames, Validity) {
   for (const char* good : {"a", "a.b-c", "_x", "a:b", "\xc3\xbc"}) EXPECT_TRUE(isXmlName(good));
   for (const char* bad : {"", "1a", "a b", "a<", "-a", "a\n", "\xff"}) {

@@ -1,0 +1,58 @@
+#include "formats/xml_limits.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+
+namespace tovrek {
+namespace {
+
+std::string lowered(std::string_view text) {
+  std::string result(text);
+  for (char& c : result) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return result;
+}
+
+// The encoding that the document's first line declares; empty for none.
+std::string declaredEncoding(std::string_view bytes) {
+  const std::string_view line = bytes.substr(0, bytes.find('>'));
+  const size_t at = line.find("encoding");
+  const size_t start = at == std::string_view::npos ? at : line.find_first_of("\"'", at);
+  if (start == std::string_view::npos) return "";
+  const std::string_view rest = line.substr(start + 1);
+  return lowered(rest.substr(0, rest.find(line[start])));
+}
+
+// Whether every "<" that the parser sees is that byte, and the other way round.
+bool isReadByBytes(std::string_view bytes) {
+  const std::string_view head = bytes.substr(0, 4);
+  if (head.find('\0') != std::string_view::npos) return false;
+  if (head.starts_with("\xFE\xFF") || head.starts_with("\xFF\xFE") ||
+      head.starts_with("\x4C\x6F")) {
+    return false;
+  }
+  const std::string encoding = declaredEncoding(bytes);
+  return encoding.empty() ||
+         std::ranges::any_of(
+             std::initializer_list<std::string_view>{"utf-8", "utf8", "us-ascii", "ascii",
+                                                     "iso-8859-", "windows-125"},
+             [&](auto name) { return encoding.starts_with(name); });
+}
+
+}  // namespace
+
+std::string excessOfXml(std::string_view bytes, const XmlLimits& limits) {
+  const bool byBytes = isReadByBytes(bytes);
+  const size_t mostBytes = byBytes ? limits.bytes : std::min(limits.bytes, limits.wideBytes);
+  if (bytes.size() > mostBytes) {
+    return fmt::format("it has {} bytes, beyond the limit of {}", bytes.size(), mostBytes);
+  }
+  // More are seen where a text holds "<", fewer never, but for encodings that are short by now.
+  if (static_cast<size_t>(std::ranges::count(bytes, '<')) > limits.tags) {
+    return fmt::format("it has more than {} tags", limits.tags);
+  }
+  return "";
+}
+
+}  // namespace tovrek
