@@ -138,7 +138,11 @@ int exportItems(const Words& words, const Streams& streams) {
     return reportStatus(kExportCall, OsStatus::kItemNotFound, streams);
   }
   std::optional<std::string> password;
-  if (!items.keys.empty()) password = passwordFrom(*options, 'P', "passphrase for the export: ");
+  if (!items.keys.empty()) {
+    password = givenPassword(*options, 'P', "passphrase for the export: ");
+    // A script that forgot it would have keys that anybody can read.
+    if (!password) return reportNoPassword(kExportCall, 'P', streams);
+  }
   const std::string result = inFormat(items, format, options->has('p'), password);
   const Secrecy secrecy = items.keys.empty() ? Secrecy::kPublic : Secrecy::kSecret;
   if (!result.empty()) return writeResult(options->value('o'), result, streams, secrecy);

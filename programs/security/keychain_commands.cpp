@@ -22,11 +22,7 @@ int createKeychain(const Words& words, const Streams& streams) {
     if (itemExistsNoFollow(path)) return reportStatus(call, OsStatus::kDuplicateKeychain, streams);
     const auto password = givenPassword(*options, 'p', "password for new keychain: ");
     // A script that forgot it would have a keychain that any password opens.
-    if (!password) {
-      return reportFailure(
-          fmt::format("{}: no password was given: -p PASSWORD, or -p \"\" for none", call),
-          streams);
-    }
+    if (!password) return reportNoPassword(call, 'p', streams);
     ErrorText error;
     switch (keychain::createKeychain(path, password, &error, keychain::encryptsNewKeychains())) {
       case keychain::CreateResult::kCreated:
@@ -97,14 +93,15 @@ int setKeychainPassword(const Words& words, const Streams& streams) {
   const auto path = existingKeychain(options->operands(), kCall, &status, streams);
   if (!path) return status;
   const std::string before = passwordFrom(*options, 'o', "Old Password: ");
-  const std::string after = passwordFrom(*options, 'p', "New Password: ");
+  const auto after = givenPassword(*options, 'p', "New Password: ");
+  if (!after) return reportNoPassword(kCall, 'p', streams);
   if (!keychain::checkPassword(*path, before))
     return reportStatus(kCall, OsStatus::kAuthFailed, streams);
   ErrorText error;
   if (!isDirectory(*path)) {
     return reportFailure(fmt::format("{}: {} is a single file.", kCall, *path), streams);
   }
-  if (keychain::changePassword(*path, before, after, &error)) return kSuccess;
+  if (keychain::changePassword(*path, before, *after, &error)) return kSuccess;
   return reportFailure(fmt::format("{}: {}", kCall, error.text()), streams);
 }
 

@@ -1,8 +1,11 @@
 #include "programs/security/passwords.h"
 
+#include <fmt/format.h>
+
 #include <iostream>
 
 #include "host/terminal.h"
+#include "programs/security/status.h"
 
 namespace tovrek::security {
 
@@ -16,6 +19,12 @@ std::optional<std::string> givenPassword(const Options& options, char letter,
   if (inputIsTyped()) return readUnseen(prompt);
   std::string line;
   return std::getline(std::cin, line) ? std::optional(line) : std::nullopt;
+}
+
+int reportNoPassword(std::string_view call, char letter, const Streams& streams) {
+  return reportFailure(
+      fmt::format("{0}: no password was given: -{1} PASSWORD, or -{1} \"\" for none", call, letter),
+      streams);
 }
 
 }  // namespace tovrek::security

@@ -21,7 +21,10 @@ namespace {
 std::string runtimeFolder() {
   const char* named = std::getenv("XDG_RUNTIME_DIR");
   if (named != nullptr && *named == '/' && isDirectory(named)) return joinPath(named, "tovrek");
-  return fmt::format("{}/tovrek-{}", isWritable("/dev/shm") ? "/dev/shm" : "/tmp", userId());
+  const std::string name = fmt::format("tovrek-{}", userId());
+  const std::string inMemory = joinPath("/dev/shm", name), other = joinPath("/tmp", name);
+  const bool isTaken = itemExistsNoFollow(inMemory) && !isPrivateDirectory(inMemory);
+  return isWritable("/dev/shm") && !isTaken ? inMemory : other;
 }
 
 std::string fileFor(const std::string& keychain) {

@@ -87,6 +87,9 @@ TEST_F(SecurityItems, ExportsWhatOpensslReads) {
   expectRun({"security", "export", "-k", "kc", "-P", "pw", "-o", "all.p12"}, 0, "");
   expectRun({"security", "import", "all.p12", "-k", "copy", "-P", "pw"}, 0,
             "2 identities imported.\n1 certificate imported.\n");
+  const Outcome forgotten = run({"security", "export", "-k", "kc", "-f", "pemseq"});
+  EXPECT_EQ(forgotten.status, 1) << "nobody gave a password, not even an empty one";
+  EXPECT_EQ(forgotten.output, "");
   for (const char* format : {"x509", "pkcs7", "pkcs8"}) {
     expectRun({"security", "export", "-P", "x", "-f", format}, 44, "",
               "security: SecItemExport: The specified item could not be found in the "

@@ -307,6 +307,8 @@ TEST_F(SecurityTest, PasswordsFromStandardInput) {
   const Outcome forgotten = run({"security", "create-keychain", "forgotten"});
   EXPECT_EQ(forgotten.status, 1) << "nobody gave a password, not even an empty one";
   EXPECT_NE(forgotten.errorOutput.find("no password was given"), std::string::npos);
+  const Outcome unchanged = run({"security", "set-keychain-password", "-o", "typed", "k"});
+  EXPECT_EQ(unchanged.status, 1);
   EXPECT_EQ(run({"security", "unlock-keychain", "k"}, "typed\n").status, 0);
   EXPECT_EQ(run({"security", "unlock-keychain", "k"}, "other\n").status, 51);
 }
