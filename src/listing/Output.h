@@ -4,8 +4,12 @@
 #include <fmt/format.h>
 
 #include <functional>
+#include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
+
+#include "host/printable.h"
 
 namespace tovrek::listing {
 
@@ -19,9 +23,12 @@ class Output {
   Output& operator=(const Output&) = delete;
   ~Output() { flush(); }
 
+  // Texts among the values are names from the file, which nobody vetted: control characters in them
+  // are shown by their bytes, so that a name cannot forge a line.
   template <class... Args>
-  void print(fmt::format_string<Args...> format, Args&&... args) {
-    fmt::format_to(std::back_inserter(buffer_), format, std::forward<Args>(args)...);
+  void print(fmt::format_string<Args...> format, const Args&... args) {
+    fmt::format_to(std::back_inserter(buffer_), fmt::runtime(fmt::string_view(format)),
+                   harmless(args)...);
     if (buffer_.size() >= kPiece) flush();
   }
   void text(std::string_view text);
@@ -33,6 +40,15 @@ class Output {
   void flush();
 
  private:
+  template <class T>
+  static decltype(auto) harmless(const T& value) {
+    if constexpr (std::is_convertible_v<const T&, std::string_view>) {
+      return printable(value);
+    } else {
+      return (value);
+    }
+  }
+
   static constexpr size_t kPiece = size_t{1} << 16;
   Writer writer_;
   fmt::memory_buffer buffer_;
