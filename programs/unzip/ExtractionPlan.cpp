@@ -7,7 +7,6 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "archive/limits.h"
 #include "host/paths.h"
 #include "host/printable.h"
 
@@ -157,7 +156,6 @@ bool destinationPath(const std::string& name, std::string* path) {
 bool planExtraction(const std::vector<const Entry*>& entries, const UnzipOptions& options,
                     const Streams& streams, FolderCursor* destination, ExtractionPlan* plan,
                     ErrorText* error) {
-  if (!archive::isWithin(archive::ArchiveLimits{}, entries, error)) return false;
   Planner planner(options, streams, destination, plan);
   for (const Entry* entry : entries) {
     if (!planner.add(*entry, error)) return false;

@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "archive/ArchiveReader.h"
+#include "archive/limits.h"
 #include "archive/patterns.h"
 #include "host/files.h"
 #include "host/paths.h"
@@ -98,6 +99,14 @@ int refuseDestination(std::string_view what, const std::string& folder, const St
   return kDamaged;
 }
 
+// Before anything is made of the archive: one that passes a limit is made to do harm.
+bool isWithinLimits(const std::string& path, const Entries& entries, const Streams& streams) {
+  ErrorText error;
+  if (archive::isWithin(archive::ArchiveLimits{}, entries, &error)) return true;
+  streams.error(fmt::format("error [{}]:  {}; nothing was unpacked\n", path, error.text()));
+  return false;
+}
+
 int extractEntries(const std::string& path, const ArchiveReader& reader, const Entries& entries,
                    const UnzipOptions& options, const Streams& streams) {
   const std::string folder = options.destination.empty() ? "." : options.destination;
@@ -182,6 +191,7 @@ int processArchive(const std::string& path, const UnzipOptions& options, const S
   }
   if (const int refused = refuseUnreadable(entries, streams); refused != kDone) return refused;
   if (entries.empty()) return status;
+  if (!isWithinLimits(path, entries, streams)) return std::max<int>(status, kDamaged);
   if (options.action == Action::kTest) {
     return std::max(status, testEntries(path, reader, entries, options, streams));
   }
