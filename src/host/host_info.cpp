@@ -46,17 +46,22 @@ std::optional<std::string> systemTemporaryFolder(ErrorText* error) {
       named != nullptr && named[0] == '/' && isDirectory(named)) {
     return standardizePath(named);
   }
-  const std::string folder = fmt::format("/tmp/tovrek-{}", userId());
-  if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
-    failWithErrno(error);
-    return std::nullopt;
+  // Somebody else may have made one first, to read or change what is put into it, or to be in the
+  // way; in the user's own folder nobody can.
+  std::vector<std::string> folders = {fmt::format("/tmp/tovrek-{}", userId()),
+                                      fmt::format("/var/tmp/tovrek-{}", userId())};
+  if (const char* home = std::getenv("HOME"); home != nullptr && home[0] == '/') {
+    folders.push_back(standardizePath(home) + "/.tovrek-tmp");
   }
-  // Somebody else may have made it first, to read or change what is put into it.
-  if (!isPrivateDirectory(folder)) {
-    fail(error, fmt::format("{} is not a private folder of this user", folder));
-    return std::nullopt;
+  int failure = 0;
+  for (const std::string& folder : folders) {
+    if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST && failure == 0) failure = errno;
+    if (isPrivateDirectory(folder)) return folder;
   }
-  return folder;
+  errno = failure;
+  failure != 0 ? failWithErrno(error)
+               : fail(error, fmt::format("{} is not a private folder of this user", folders[0]));
+  return std::nullopt;
 }
 
 std::string uniqueString() {

@@ -13,8 +13,8 @@ namespace tovrek {
 std::string programPath();
 std::string programFolder();
 
-// $TMPDIR when it names a folder by an absolute path; else a folder of this user alone below
-// /tmp, made with mode 0700 on first use; none when it belongs to somebody else.
+// $TMPDIR when it names a folder by an absolute path; else a folder of this user alone below /tmp,
+// /var/tmp or the home folder, made with mode 0700 on first use; none when others have them all.
 std::optional<std::string> systemTemporaryFolder(ErrorText* error = nullptr);
 
 // A random version 4 UUID in upper case.

@@ -14,8 +14,9 @@
 namespace tovrek {
 namespace {
 
-// The common parent of all scratch folders of this user. Temporary folders are shared by all users,
-// so a folder of another one, or one that others may enter, is left alone for one beside it.
+// The common parent of all scratch folders of this user; empty where others have taken its names.
+// Temporary folders are shared by all users, so a folder of another one, or one that others may
+// enter, is left alone for one beside it.
 bool makeFamily(const std::string& systemFolder, std::string* family, ErrorText* error) {
   constexpr char kName[] = "com.orvane.wex";
   const std::string usual = joinPath(systemFolder, kName);
@@ -25,10 +26,8 @@ bool makeFamily(const std::string& systemFolder, std::string* family, ErrorText*
     // The second is for where the first is another's, not for where none can be made.
     if (!itemExistsNoFollow(path)) return false;
   }
-  if (itemExistsNoFollow(*family)) {
-    return fail(error, fmt::format("{} is not a private folder of this user", *family));
-  }
-  return false;
+  family->clear();
+  return true;
 }
 
 // Like those of uniqueString().
@@ -101,7 +100,14 @@ bool TemporaryDirectory::createTempDir(bool create, bool andPackageDir, ErrorTex
   if (!systemFolder) return failToCreate(error, reason);
   std::string family;
   if (!makeFamily(*systemFolder, &family, &reason)) return failToCreate(error, reason);
-  leftovers_ = removeLeftovers(family);
+  if (family.empty()) {
+    // Nobody can take a name that is made up now. What a killed run leaves there stays, as such a
+    // name could also be another program's.
+    systemLog(fmt::format("WARNING: the folders for runs in {} belong to others", *systemFolder));
+    family = *systemFolder;
+  } else {
+    leftovers_ = removeLeftovers(family);
+  }
   if (!makeFolder(family, error)) return false;
   announceScratchFolder(tempDir_);
   if (andPackageDir) {

@@ -68,12 +68,18 @@ TEST_F(UnpackedInputs, ScratchFolderIsPrivateAndGoesWithItsOwner) {
   EXPECT_FALSE(error_.isSet());
 }
 
-TEST_F(UnpackedInputs, ScratchFolderThatCannotBeMadeIsAnError) {
+TEST_F(UnpackedInputs, NobodyCanTakeAllNamesOfScratchFolders) {
   folder_.write("com.orvane.wex", "a file in the way");
   folder_.write(fmt::format("com.orvane.wex-{}", userId()), "and here");
-  EXPECT_FALSE(scratch_.Create(&error_));
-  EXPECT_EQ(error_.text().find("Failed to create temp folder. Error: "), 0u) << error_.text();
-  EXPECT_FALSE(scratch_.created());
+  std::string path;
+  {
+    TemporaryDirectory scratch;
+    ASSERT_TRUE(scratch.Create(&error_)) << error_.text();
+    path = scratch.tempDir();
+    EXPECT_EQ(deletingLastPathComponent(path), folder_.path());
+    EXPECT_TRUE(isPrivateDirectory(path));
+  }
+  EXPECT_FALSE(itemExistsNoFollow(path));
 }
 
 TEST_F(UnpackedInputs, ScratchFoldersOfOthersAreLeftAlone) {
