@@ -81,16 +81,16 @@ def archive_with_bombs(usual, names, size, output):
     return write(bytes(data), output)
 
 
-def with_long_name(symbols=20_000, length=100_000):
+def with_long_name(symbols=20_000, name=b"n" * 100_000):
     """A program whose symbols all have the same long name."""
     segment = struct.pack("<II16sQQQQiiII", 0x19, 72, b"__LINKEDIT", 0x4000, 0x400000, 0x4000,
-                          symbols * 16 + length + 1, 7, 1, 0, 0)
+                          symbols * 16 + len(name) + 1, 7, 1, 0, 0)
     text = struct.pack("<II16sQQQQiiII", 0x19, 72, b"__TEXT", 0x0, 0x4000, 0, 0x4000, 5, 5, 0, 0)
-    table = struct.pack("<IIIIII", 2, 24, 0x4000, symbols, 0x4000 + symbols * 16, length + 1)
+    table = struct.pack("<IIIIII", 2, 24, 0x4000, symbols, 0x4000 + symbols * 16, len(name) + 1)
     commands = text + segment + table
     header = struct.pack("<IIIIIIII", 0xfeedfacf, 0x0100000c, 0, 2, 3, len(commands), 0x85, 0)
     entry = struct.pack("<IBBHQ", 0, 1, 0, 0, 0)
-    return ((header + commands).ljust(0x4000, b"\0") + entry * symbols + b"n" * length + b"\0")
+    return ((header + commands).ljust(0x4000, b"\0") + entry * symbols + name + b"\0")
 
 
 class Exhaustion(judging.AttackTest):

@@ -8,6 +8,7 @@ import unittest
 
 import judging
 import makers
+import test_exhaustion
 from harness import ADMIN, COMPANIONS, IDENTITIES, TOOLKIT, copy_toolkit, read, write
 from judging import companion
 
@@ -117,6 +118,18 @@ class Names(judging.AttackTest):
             self.assertIn(b"\\x0aAuthority=", outcome.output)
             self.assert_plain(read(self.path("out", "log")))
             os.remove(self.path("out", "log"))
+
+    def test_symbols(self):
+        program = test_exhaustion.with_long_name(3, f"_{FORGED}\nWEXSymbols".encode())
+        path = write(program, self.given("program"))
+        outcome = self.held([companion("nm"), "-j", path], (0,))
+        self.assertEqual(outcome.output.count(b"\n"), 3)
+        self.assert_plain(outcome.output)
+        # The 16 bytes of a segment's name.
+        path = write(program.replace(b"__TEXT".ljust(16, b"\0"), b"\nAuthority=Appl\x1b"), path)
+        self.assertNotIn(b"\nAuthority", self.held([companion("otool"), "-l", path], (0,)).output)
+        self.held(self.wrap_words(self.archive({f"{APP}/Small": read(path)})), (0, 254))
+        self.assert_plain(read(self.path("out", "log")))
 
     def test_codesign(self):
         app = self.given(f"{FORGED}.app")
