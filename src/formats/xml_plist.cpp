@@ -285,9 +285,9 @@ std::optional<PlistValue> readXmlPlist(std::string_view bytes, const PlistLimits
     *reason = bytes.empty() ? "it is empty" : "it is too long";
     return std::nullopt;
   }
-  *reason = markupFault(bytes);
   // Tags and bytes are no matter here: values are counted as they come.
-  *reason = excessOfXml(bytes, {.bytes = INT_MAX, .wideBytes = size_t{16} << 20, .tags = INT_MAX});
+  *reason = excessOfXml(bytes, {.bytes = INT_MAX, .tags = INT_MAX});
+  if (reason->empty()) *reason = markupFault(bytes);
   if (!reason->empty()) return std::nullopt;
   const std::unique_ptr<xmlParserCtxt, ContextFreer> context(
       xmlCreateMemoryParserCtxt(bytes.data(), static_cast<int>(bytes.size())));
