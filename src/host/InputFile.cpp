@@ -11,7 +11,7 @@ namespace tovrek {
 
 bool InputFile::open(const std::string& path, ErrorText* error) {
   struct stat info {};
-  fd_ = ItemPath(path).open(O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  fd_ = openItem(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (!fd_.valid() || ::fstat(fd_.get(), &info) != 0) {
     failWithErrno(error);
     fd_.close();
