@@ -118,7 +118,7 @@ bool ArchiveUpdate::writeEntries(const std::vector<Step>& steps, ArchiveWriter* 
     const SourceItem* item = job.step->item;
     if (item == nullptr || job.plan.way == LargeFile::Way::kReuse) return;
     results[i] = job.isInPieces()
-                     ? packPiece(*item, job.plan.method, job.piece, &packers[worker])
+                     ? packPiece(*item, job.plan.methods.of(job.piece), job.piece, &packers[worker])
                      : packItem(*item, job.plan, !options_.withoutExtra, source_, &packers[worker]);
   };
   work.deliver = [&](size_t i) {

@@ -63,7 +63,8 @@ bool PieceEntry::addKnown(const SourceItem& item, const LargeFile& plan, Packer*
   LargeFile anew = plan;
   anew.way = LargeFile::Way::kPieces;
   for (uint64_t piece = 0; piece < anew.pieceCount(item.status.size); ++piece) {
-    if (!add(item, anew, piece, packPiece(item, anew.method, piece, packer), error)) return false;
+    if (!add(item, anew, piece, packPiece(item, anew.methods.of(piece), piece, packer), error))
+      return false;
   }
   return true;
 }

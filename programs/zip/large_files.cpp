@@ -60,19 +60,30 @@ LargeFile judge(const SourceItem& item, const archive::PackedSource* source, int
   return plan;
 }
 
-// None where only the usual level is good enough. A package may grow by a fiftieth.
-std::optional<PieceMethod> quickMethod(double newShare, int level) {
+// A package may grow by a fiftieth against the usual level, new code alone a little more.
+PieceMethods methodsFor(double newShare, int level) {
   constexpr double kMostGrowth = 0.02;
+  constexpr double kMostGrowthOfCode = 0.045;
   constexpr double kGrowthByQuick = 0.12;
   constexpr double kGrowthByFast = 0.09;
-  if (level <= kQuickLevel) return PieceMethod::kQuick;
-  if (level > kUsualLevel) return std::nullopt;
-  if (newShare * kGrowthByQuick <= kMostGrowth) return PieceMethod::kQuick;
-  if (newShare * kGrowthByFast <= kMostGrowth) return PieceMethod::kFast;
-  return std::nullopt;
+  constexpr double kGrowthByThorough = 0.03;
+  if (level <= kQuickLevel) return {.quick = true};
+  if (level > kUsualLevel) return {};
+  const double growth = std::max(kMostGrowthOfCode, kMostGrowth / std::max(newShare, 1e-9));
+  if (growth >= kGrowthByQuick) return {.quick = true};
+  const double share = (growth - kGrowthByThorough) / (kGrowthByFast - kGrowthByThorough);
+  return {.fastShare = std::min(share, 1.0)};
 }
 
 }  // namespace
+
+PieceMethod PieceMethods::of(uint64_t piece) const {
+  if (quick) return PieceMethod::kQuick;
+  const auto fastOnes = [this](uint64_t pieces) {
+    return static_cast<uint64_t>(static_cast<double>(pieces) * fastShare);
+  };
+  return fastOnes(piece + 1) > fastOnes(piece) ? PieceMethod::kFast : PieceMethod::kThorough;
+}
 
 std::vector<LargeFile> planLargeFiles(const std::vector<const SourceItem*>& items,
                                       const archive::PackedSource* source, int level) {
@@ -91,12 +102,15 @@ std::vector<LargeFile> planLargeFiles(const std::vector<const SourceItem*>& item
   // What the source holds is about what the package will hold.
   const uint64_t total =
       std::max({newBytes, source == nullptr ? 0 : source->packedSize(), uint64_t{1}});
-  const auto method =
-      quickMethod(static_cast<double>(newBytes) / static_cast<double>(total), level);
+  const PieceMethods methods =
+      methodsFor(static_cast<double>(newBytes) / static_cast<double>(total), level);
+  // Where most would be packed thoroughly, the usual level is better, but needs a file whole.
+  const bool isSlow = !methods.quick && methods.fastShare < 0.5;
   for (const size_t i : large) {
-    if (plans[i].way != Way::kPieces) continue;
-    plans[i].method = method.value_or(PieceMethod::kThorough);
-    if (!method && items[i]->status.size <= kLargestPackedWhole) plans[i].way = Way::kWhole;
+    plans[i].methods = methods;
+    if (plans[i].way == Way::kPieces && isSlow && items[i]->status.size <= kLargestPackedWhole) {
+      plans[i].way = Way::kWhole;
+    }
   }
   return plans;
 }

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <vector>
 
 #include "archive/PackedSource.h"
@@ -14,16 +13,24 @@ namespace tovrek::zip {
 // Larger files are planned for; smaller ones are read and packed at once.
 inline constexpr uint64_t kLargestRead = 256 << 10;
 
+// How the pieces of files are packed. The quicker methods cost bytes.
+struct PieceMethods {
+  bool quick = false;
+  double fastShare = 0;  // of pieces, where they are not all to be quick; the others are thorough
+
+  archive::PieceMethod of(uint64_t piece) const;
+};
+
 struct LargeFile {
   enum class Way {
     kWhole,   // mapped and packed, or compared, in one go
     kStore,   // copied while it is written
     kReuse,   // the packed form of `known`, if it turns out to be that of this file
-    kPieces,  // packed in pieces, by `method`
+    kPieces,  // packed in pieces, by `methods`
   };
   Way way = Way::kWhole;
   const archive::Entry* known = nullptr;
-  archive::PieceMethod method = archive::PieceMethod::kThorough;
+  PieceMethods methods{};
   uint64_t newBytes = 0;  // about how many packed bytes it will take that no archive has
 
   uint64_t pieceCount(uint64_t size) const {
@@ -31,9 +38,9 @@ struct LargeFile {
   }
 };
 
-// Plans for all items, in their order; those that are no large files have the default. A quick
-// method costs bytes, so how quick it may be depends on how much of the package has to be packed
-// anew: code that makes up a small part of an app may take more room than code that is all of it.
+// Plans for all items, in their order; those that are no large files have the default. How quickly
+// pieces may be packed depends on how much of the package has to be packed anew: code that makes up
+// a small part of an app may take more room than code that is all of it.
 // The plans depend on the contents, the source (which may be null) and the level alone.
 std::vector<LargeFile> planLargeFiles(const std::vector<const SourceItem*>& items,
                                       const archive::PackedSource* source, int level);
