@@ -164,6 +164,13 @@ def add_framework(app, name, megabytes):
     return os.path.getsize(os.path.join(folder, name))
 
 
+def shape(megabytes):
+    """The arguments for an app as real ones are: a quarter of it is the program."""
+    files, executable, frameworks = {5: (200, 1.2, ""), 100: (3000, 25, ""), 500: (
+        10000, 127, "15,20,25")}.get(megabytes, (30 * megabytes, megabytes / 4, ""))
+    return [str(megabytes), str(files), "--executable", str(executable), "--frameworks", frameworks]
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("demo")

@@ -21,8 +21,7 @@ struct SignedCode {
 };
 
 // Reads every page and sealed file anew, but certificates that are in `known` already, which may be
-// null.
-// does not hold to `findings`, under `place`.
+// null. Adds what does not hold to `findings`, under `place`.
 SignedCode judgeCode(const std::string& path, const std::string& place, double now,
                      signing::DigestsToCheck digests, signing::KnownCertificates* known,
                      Findings* findings);
