@@ -14,6 +14,7 @@ import subprocess
 import tempfile
 import time
 
+from make_app import shape
 from wrap import wrap_command
 
 
@@ -40,7 +41,7 @@ def main():
         for size in map(int, arguments.sizes.split(",")):
             app = os.path.join(folder, f"{size}.ipa")
             subprocess.run([maker, os.path.join(arguments.build, "demo", "Fieldbook.ipa"), app,
-                            str(size), str(30 * size)], check=True)
+                            *shape(size)], check=True)
             command, environment = wrap_command(arguments.build, app, os.path.join(folder, "o.wex"))
             command += ["-logFile", os.path.join(folder, "log")]
             environment["TMPDIR"] = folder

@@ -10,7 +10,7 @@ The stock road is what a script without this toolkit pays for files alone: `unzi
 .ipa, `zip` of that into a package, `sha1sum` and `sha256sum` over all files, and no signature. A
 peer is any other program that signs an app anew; in its command {in} and {out} stand for the files.
 
-Without an app the demo app is filled up to each size (see make_app.py): 30 files for a megabyte.
+Without an app the demo app is filled up to each size (see make_app.py); a quarter of it is code.
 """
 import argparse
 import os
@@ -21,6 +21,8 @@ import sys
 import tempfile
 import threading
 import time
+
+from make_app import shape
 
 IDENTITY = "iPhone Distribution: Example Corporation (EXAMPLE123)"
 STOCK_ROAD = """set -e; PATH=/usr/bin:/bin; mkdir "$2"; cd "$2"
@@ -161,7 +163,7 @@ def generated(build, megabytes, scratch):
     app = os.path.join(scratch, f"Generated{megabytes}.ipa")
     generator = os.path.join(os.path.dirname(os.path.abspath(__file__)), "make_app.py")
     subprocess.run([sys.executable, generator, os.path.join(build, "demo", "Fieldbook.ipa"), app,
-                    str(megabytes), str(30 * megabytes)], check=True)
+                    *shape(megabytes)], check=True)
     return app
 
 

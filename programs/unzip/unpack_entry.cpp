@@ -48,7 +48,10 @@ bool bunzip(Bytes packed, std::span<std::byte> target) {
 }  // namespace
 
 std::string contentsFault(const archive::Entry& entry, Bytes contents) {
-  const uint32_t crc = archive::crcOf(contents);
+  return crcFault(entry, archive::crcOf(contents));
+}
+
+std::string crcFault(const archive::Entry& entry, uint32_t crc) {
   if (crc == entry.crc) return {};
   return fmt::format("bad CRC {:08x}  (should be {:08x})", crc, entry.crc);
 }

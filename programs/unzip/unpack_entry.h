@@ -11,6 +11,8 @@ namespace tovrek::unzip {
 // What is wrong with an entry's contents: empty when they are sound. `contents` has exactly the
 // bytes that came out.
 std::string contentsFault(const archive::Entry& entry, archive::Bytes contents);
+// The same for contents with this CRC.
+std::string crcFault(const archive::Entry& entry, uint32_t crc);
 
 inline constexpr char kBadData[] = "invalid compressed data to inflate";
 

@@ -73,28 +73,76 @@ int ArchiveUpdate::writeArchive(const std::vector<Step>& steps) {
                             error.text());
 }
 
+struct ArchiveUpdate::Job {
+  const Step* step = nullptr;
+  LargeFile plan{};
+  uint64_t piece = 0;
+
+  bool isInPieces() const {
+    return plan.way == LargeFile::Way::kPieces || plan.way == LargeFile::Way::kReuse;
+  }
+  // The memory that the result takes until it is written.
+  uint64_t weight() const {
+    if (step->item == nullptr) return 0;
+    if (isInPieces() || plan.way == LargeFile::Way::kStore) return archive::kPieceSize;
+    // The packed form and, for a reused entry, what it is compared with.
+    return 2 * step->item->status.size;
+  }
+};
+
+std::vector<ArchiveUpdate::Job> ArchiveUpdate::jobsFor(const std::vector<Step>& steps) const {
+  std::vector<const SourceItem*> items(steps.size());
+  for (size_t i = 0; i < steps.size(); ++i) items[i] = steps[i].item;
+  const std::vector<LargeFile> plans = planLargeFiles(items, source_, options_.level);
+  std::vector<Job> jobs;
+  for (size_t i = 0; i < steps.size(); ++i) {
+    const uint64_t count = items[i] == nullptr ? 1 : plans[i].pieceCount(items[i]->status.size);
+    for (uint64_t piece = 0; piece < count; ++piece) jobs.push_back({&steps[i], plans[i], piece});
+  }
+  return jobs;
+}
+
 bool ArchiveUpdate::writeEntries(const std::vector<Step>& steps, ArchiveWriter* writer,
                                  ErrorText* error) {
+  const std::vector<Job> jobs = jobsFor(steps);
+  // One more, for what is packed while it is written.
   std::deque<Packer> packers;
-  for (size_t i = 0; i < archive::workerCount(); ++i) packers.emplace_back(options_.level);
-  std::vector<PackedItem> results(steps.size());
-  archive::OrderedWork jobs;
-  jobs.count = steps.size();
-  // The packed form and, for a reused entry, what it is compared with.
-  jobs.weight = [&](size_t i) {
-    const SourceItem* item = steps[i].item;
-    return item == nullptr ? 0 : 2 * item->status.size;
+  for (size_t i = 0; i <= archive::workerCount(); ++i) packers.emplace_back(options_.level);
+  PieceEntry pieces(writer, source_, options_.level, !options_.withoutExtra);
+  std::vector<PackedItem> results(jobs.size());
+  archive::OrderedWork work;
+  work.count = jobs.size();
+  work.weight = [&](size_t i) { return jobs[i].weight(); };
+  work.work = [&](size_t worker, size_t i) {
+    const Job& job = jobs[i];
+    const SourceItem* item = job.step->item;
+    if (item == nullptr || job.plan.way == LargeFile::Way::kReuse) return;
+    results[i] = job.isInPieces()
+                     ? packPiece(*item, job.plan.methods.of(job.piece), job.piece, &packers[worker])
+                     : packItem(*item, job.plan, !options_.withoutExtra, source_, &packers[worker]);
   };
-  jobs.work = [&](size_t worker, size_t i) {
-    if (steps[i].item == nullptr) return;
-    results[i] = packItem(*steps[i].item, !options_.withoutExtra, source_, &packers[worker]);
-  };
-  jobs.deliver = [&](size_t i) {
-    const bool goOn = writeStep(steps[i], &results[i], writer, error);
+  work.deliver = [&](size_t i) {
+    const bool goOn = jobs[i].isInPieces() ? writePiece(jobs[i], &results[i], &packers.back(),
+                                                        &pieces, writer, error)
+                                           : writeStep(*jobs[i].step, &results[i], writer, error);
     results[i] = PackedItem();
     return goOn;
   };
-  return archive::runInOrder(jobs);
+  return archive::runInOrder(work);
+}
+
+bool ArchiveUpdate::writePiece(const Job& job, PackedItem* packed, Packer* packer,
+                               PieceEntry* pieces, ArchiveWriter* writer, ErrorText* error) {
+  const SourceItem& item = *job.step->item;
+  const bool written = job.plan.way == LargeFile::Way::kReuse
+                           ? pieces->addKnown(item, job.plan, packer, error)
+                           : pieces->add(item, job.plan, job.piece, *packed, error);
+  const bool isLast = job.piece + 1 == job.plan.pieceCount(item.status.size);
+  if (!written || !isLast) return written;
+  packed->fault = pieces->fault();
+  if (!packed->fault.empty()) return writeStep(*job.step, packed, writer, error);
+  reportPacked(*job.step, pieces->entry());
+  return true;
 }
 
 bool ArchiveUpdate::writeStep(const Step& step, PackedItem* packed, ArchiveWriter* writer,

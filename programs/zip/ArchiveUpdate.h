@@ -9,6 +9,7 @@
 #include "archive/ArchiveWriter.h"
 #include "archive/PackedSource.h"
 #include "programs/zip/FileList.h"
+#include "programs/zip/PieceEntry.h"
 #include "programs/zip/ZipOptions.h"
 #include "programs/zip/messages.h"
 #include "programs/zip/packing.h"
@@ -37,9 +38,14 @@ class ArchiveUpdate {
     bool replaces = false;
   };
 
+  struct Job;  // one entry, or a piece of one
+
   int writeArchive(const std::vector<Step>& steps);
   bool writeEntries(const std::vector<Step>& steps, archive::ArchiveWriter* writer,
                     ErrorText* error);
+  std::vector<Job> jobsFor(const std::vector<Step>& steps) const;
+  bool writePiece(const Job& job, PackedItem* packed, Packer* packer, PieceEntry* pieces,
+                  archive::ArchiveWriter* writer, ErrorText* error);
   bool writeStep(const Step& step, PackedItem* packed, archive::ArchiveWriter* writer,
                  ErrorText* error);
   bool writeKept(const archive::Entry& kept, archive::ArchiveWriter* writer,

@@ -5,9 +5,11 @@
 
 #include "archive/Entry.h"
 #include "archive/PackedSource.h"
+#include "archive/PieceDeflater.h"
 #include "archive/deflate.h"
 #include "host/InputFile.h"
 #include "programs/zip/FileList.h"
+#include "programs/zip/large_files.h"
 
 namespace tovrek::zip {
 
@@ -22,17 +24,27 @@ struct Packer {
   explicit Packer(int chosenLevel) : level(chosenLevel), deflater(chosenLevel) {}
   int level;
   archive::Deflater deflater;
+  archive::PieceDeflater pieces{};
   archive::Inflater inflater{};
   archive::Buffer contents{};  // of the last small file
   archive::Buffer unpacked{};  // what the contents were compared with
 };
 
-// Up to this size the contents are read at once; larger files are mapped.
-inline constexpr uint64_t kLargestRead = 256 << 10;
+// The entry as far as it does not depend on the contents.
+archive::Entry describe(const SourceItem& item, bool withExtra);
+// What the level makes of an entry's flags.
+uint16_t levelFlags(int level);
 
-// Reads and packs the item. `source` may be null. What is packed depends on the contents, the
-// options and the source only.
-PackedItem packItem(const SourceItem& item, bool withExtra, const archive::PackedSource* source,
-                    Packer* packer);
+// Opens the item's file; false, with the reason, when another stands there by now.
+bool openItemFile(const SourceItem& item, InputFile* file, ErrorText* error);
+
+// Reads and packs the item, whose plan is kWhole or kStore. `source` may be null. What is packed
+// depends on the contents, the options and the source only.
+PackedItem packItem(const SourceItem& item, const LargeFile& plan, bool withExtra,
+                    const archive::PackedSource* source, Packer* packer);
+
+// Reads and packs one piece of a large file. The answer's entry has the CRC of the piece.
+PackedItem packPiece(const SourceItem& item, archive::PieceMethod method, uint64_t piece,
+                     Packer* packer);
 
 }  // namespace tovrek::zip

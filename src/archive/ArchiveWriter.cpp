@@ -98,25 +98,38 @@ bool ArchiveWriter::add(Entry entry, std::string_view localExtra, Bytes packed, 
   return true;
 }
 
+bool ArchiveWriter::begin(const Entry& entry, std::string_view localExtra, ErrorText* error) {
+  begun_ = offset_;
+  // Room for growth between the first look at the file and its end, and of what does not pack.
+  constexpr uint64_t kMargin = 64 << 20;
+  begunAs64_ = entry.size >= kSee64 - kMargin;
+  // The header's place, until its numbers are known.
+  return flush(error) && write(localHeader(entry, localExtra, begunAs64_), error);
+}
+
+bool ArchiveWriter::end(Entry entry, std::string_view localExtra, ErrorText* error) {
+  if (needs64(entry) && !begunAs64_) return fail(error, std::strerror(EFBIG));
+  entry.headerOffset = begun_;
+  if (!flush(error) || !file_.writeAt(begun_, localHeader(entry, localExtra, begunAs64_), error)) {
+    return false;
+  }
+  entries_.push_back(std::move(entry));
+  return true;
+}
+
+bool ArchiveWriter::abandon(ErrorText* error) {
+  pending_.clear();
+  offset_ = begun_;
+  return file_.cutTo(begun_, error);
+}
+
 bool ArchiveWriter::addStored(Entry* entry, std::string_view localExtra, InputFile* from,
                               ErrorText* error) {
-  entry->headerOffset = offset_;
-  // Room for growth between the first look at the file and its end.
-  constexpr uint64_t kMargin = 64 << 20;
-  const bool zip64 = entry->size >= kSee64 - kMargin;
-  // The header's place, until its numbers are known.
-  if (!write(localHeader(*entry, localExtra, zip64), error) || !flush(error) ||
-      !copyStored(entry, from, error)) {
+  if (!begin(*entry, localExtra, error) || !flush(error) || !copyStored(entry, from, error)) {
     return false;
   }
   entry->compressedSize = entry->size;
-  if (needs64(*entry) && !zip64) return fail(error, std::strerror(EFBIG));
-  if (!flush(error) ||
-      !file_.writeAt(entry->headerOffset, localHeader(*entry, localExtra, zip64), error)) {
-    return false;
-  }
-  entries_.push_back(*entry);
-  return true;
+  return end(*entry, localExtra, error);
 }
 
 // Reading and the checksum go on while the bytes before are being written.

@@ -25,6 +25,12 @@ class ArchiveWriter {
   // The contents of an open file, stored. Takes its CRC and size from the bytes that were copied
   // and answers them in `entry`, whose `size` is the expected one before.
   bool addStored(Entry* entry, std::string_view localExtra, InputFile* from, ErrorText* error);
+  // An entry that comes in pieces: begin() with its expected size, append() each piece, end() with
+  // its numbers (CRC and both sizes). abandon() instead leaves the archive as before begin().
+  bool begin(const Entry& entry, std::string_view localExtra, ErrorText* error);
+  bool append(Bytes packed, ErrorText* error) { return write(asText(packed), error); }
+  bool end(Entry entry, std::string_view localExtra, ErrorText* error);
+  bool abandon(ErrorText* error);
   // The directory and the end records.
   bool finish(std::string_view comment, ErrorText* error);
 
@@ -36,6 +42,8 @@ class ArchiveWriter {
   AtomicFile& file_;
   std::string pending_;  // not yet written
   uint64_t offset_ = 0;  // in the archive, behind `pending_`
+  uint64_t begun_ = 0;   // where the entry that comes in pieces begins
+  bool begunAs64_ = false;
   std::vector<Entry> entries_;
 };
 

@@ -36,10 +36,12 @@ uint64_t usualSize(Bytes contents) {
 }  // namespace
 
 bool PackedSource::open(const std::string& path) {
+  packedSize_ = 0;
   sizes_.clear();
   entries_.clear();
   if (reader_.open(path, nullptr) != ArchiveReader::Opened::kDone || !isPackedWell()) return false;
   for (const Entry& entry : reader_.entries()) {
+    packedSize_ += entry.compressedSize;
     if (!isReadable(entry)) continue;
     sizes_.insert(entry.size);
     entries_.try_emplace({entry.size, entry.crc}, &entry);
@@ -77,11 +79,15 @@ bool PackedSource::isPackedWell() const {
   return theirs <= usual + usual / 100;
 }
 
+const Entry* PackedSource::find(uint64_t size, uint32_t crc) const {
+  const auto at = entries_.find({size, crc});
+  return at == entries_.end() ? nullptr : at->second;
+}
+
 PackedSource::Known PackedSource::lookUp(Bytes contents, uint32_t crc, Inflater* inflater,
                                          Buffer* room, Buffer* packed) const {
-  const auto at = entries_.find({contents.size(), crc});
-  if (at == entries_.end()) return Known::kNothing;
-  const Entry* found = at->second;
+  const Entry* found = find(contents.size(), crc);
+  if (found == nullptr) return Known::kNothing;
   if (!isWorthPacking(found->size, found->compressedSize)) return Known::kNotWorthPacking;
 
   const Bytes theirs = reader_.packed(*found);

@@ -35,6 +35,12 @@ class PackedSource {
 
   // Whether some entry unpacks to this many bytes, which is worth a closer look.
   bool mayHave(uint64_t size) const { return sizes_.contains(size); }
+  // The first entry for contents of this size and CRC, which may be others all the same; null for
+  // none.
+  const Entry* find(uint64_t size, uint32_t crc) const;
+  Bytes packed(const Entry& entry) const { return reader_.packed(entry); }
+  // Of all entries together.
+  uint64_t packedSize() const { return packedSize_; }
   // What the archive tells about a file of these contents; for kPacked `packed` gets the deflated
   // form. Safe to call from several threads, each with an inflater and a room to unpack in.
   Known lookUp(Bytes contents, uint32_t crc, Inflater* inflater, Buffer* room,
@@ -44,6 +50,7 @@ class PackedSource {
   bool isPackedWell() const;
 
   ArchiveReader reader_;
+  uint64_t packedSize_ = 0;
   std::unordered_set<uint64_t> sizes_;
   // By size and CRC the first entry of the archive.
   std::map<std::pair<uint64_t, uint32_t>, const Entry*> entries_;

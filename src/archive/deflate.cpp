@@ -6,6 +6,8 @@
 namespace tovrek::archive {
 namespace {
 
+constexpr size_t kTrialPiece = 4096;
+
 bool isArchive(Bytes contents) {
   return contents.size() > kLocalHeaderSize && numberAt<uint32_t>(contents, 0) == kLocalHeader;
 }
@@ -31,30 +33,35 @@ size_t Deflater::deflate(Bytes contents, std::span<std::byte> target) {
                                      target.size());
 }
 
-bool looksCompressible(Bytes contents) {
-  constexpr size_t kPieceSize = 4096;
+std::optional<uint64_t> estimatedPackedSize(Bytes contents) {
   constexpr size_t kMostPieces = 64;
   constexpr size_t kBytesPerPiece = 32768;
-  if (contents.size() <= 4 * kPieceSize) return true;  // packing it is as quick
   const size_t pieces = std::clamp<size_t>(contents.size() / kBytesPerPiece, 4, kMostPieces);
   // From the middle of each part: the ends of a file are often unlike the rest of it.
   const size_t step = contents.size() / pieces;
-  const size_t first = (step - kPieceSize) / 2;
-  const Buffer sample(pieces * kPieceSize);
-  const Buffer packed(pieces * kPieceSize);
-  if (sample.bytes().empty() || packed.bytes().empty()) return false;
+  const size_t first = (step - kTrialPiece) / 2;
+  const Buffer sample(pieces * kTrialPiece);
+  const Buffer packed(pieces * kTrialPiece);
+  if (sample.bytes().empty() || packed.bytes().empty()) return std::nullopt;
   for (size_t i = 0; i < pieces; ++i) {
-    std::memcpy(&sample.bytes()[i * kPieceSize], &contents[first + i * step], kPieceSize);
+    std::memcpy(&sample.bytes()[i * kTrialPiece], &contents[first + i * step], kTrialPiece);
   }
-  const size_t size = pieces * kPieceSize;
+  const size_t size = pieces * kTrialPiece;
   constexpr int kFastest = 1;
   const size_t packedSize = Deflater(kFastest).deflate(sample.bytes(), packed.bytes());
-  if (packedSize == 0) return false;
+  if (packedSize == 0) return std::nullopt;
   // What an archive holds was packed already, as far as somebody found it worth while: the little
   // that its directory and its most even entries still gain does not pay for a whole second round.
   constexpr size_t kShareOfArchive = 50;
-  return isArchive(contents) ? packedSize < size - size / kShareOfArchive
-                             : isWorthPacking(size, packedSize);
+  const bool isWorth = isArchive(contents) ? packedSize < size - size / kShareOfArchive
+                                           : isWorthPacking(size, packedSize);
+  if (!isWorth) return std::nullopt;
+  return contents.size() / size * packedSize;
+}
+
+bool looksCompressible(Bytes contents) {
+  if (contents.size() <= 4 * kTrialPiece) return true;  // packing it is as quick
+  return estimatedPackedSize(contents).has_value();
 }
 
 }  // namespace tovrek::archive

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <new>
+#include <optional>
 #include <span>
 
 #include "archive/zip_records.h"
@@ -84,5 +85,8 @@ constexpr bool isWorthPacking(uint64_t size, uint64_t packedSize) {
 
 // Whether packing `contents` is worth the time: judged by a quick trial on pieces spread over it.
 bool looksCompressible(Bytes contents);
+// About what packing gives, by the same trial; none where it is not worth the time. Not for
+// contents of a few kilobytes.
+std::optional<uint64_t> estimatedPackedSize(Bytes contents);
 
 }  // namespace tovrek::archive

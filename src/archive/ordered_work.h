@@ -8,7 +8,7 @@
 namespace tovrek::archive {
 
 // The most bytes that jobs hold in memory at a time, besides one job that needs more by itself.
-inline constexpr uint64_t kMemoryWindow = 48 << 20;
+inline constexpr uint64_t kMemoryWindow = 32 << 20;
 
 struct OrderedWork {
   size_t count = 0;

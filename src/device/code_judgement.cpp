@@ -15,7 +15,8 @@ class CodeJudge {
   CodeJudge(const std::string& place, double now, Findings* findings)
       : place_(place), now_(now), findings_(*findings) {}
 
-  SignedCode judge(const std::string& path, signing::DigestsToCheck digests);
+  SignedCode judge(const std::string& path, signing::DigestsToCheck digests,
+                   signing::KnownCertificates* known);
 
  private:
   void refuse(std::string_view code, std::string reason) {
@@ -31,10 +32,12 @@ class CodeJudge {
   Findings& findings_;
 };
 
-SignedCode CodeJudge::judge(const std::string& path, signing::DigestsToCheck digests) {
+SignedCode CodeJudge::judge(const std::string& path, signing::DigestsToCheck digests,
+                            signing::KnownCertificates* known) {
   SignedCode code;
   signing::VerifyOptions options;
   options.digests = digests;
+  options.certificates = known;
   const signing::Verdict verdict = signing::verifyCode(path, options);
   judgeVerdict(verdict);
   readSignature(path, &code);
@@ -105,8 +108,9 @@ void CodeJudge::judgeDates(const Certificate& certificate) {
 }  // namespace
 
 SignedCode judgeCode(const std::string& path, const std::string& place, double now,
-                     signing::DigestsToCheck digests, Findings* findings) {
-  return CodeJudge(place, now, findings).judge(path, digests);
+                     signing::DigestsToCheck digests, signing::KnownCertificates* known,
+                     Findings* findings) {
+  return CodeJudge(place, now, findings).judge(path, digests, known);
 }
 
 }  // namespace tovrek::device

@@ -7,6 +7,7 @@
 #include "device/Finding.h"
 #include "formats/Certificate.h"
 #include "formats/PlistValue.h"
+#include "signing/KnownCertificates.h"
 #include "signing/verify/resource_check.h"
 
 namespace tovrek::device {
@@ -19,8 +20,10 @@ struct SignedCode {
   std::optional<PlistDictionary> entitlements;
 };
 
-// Reads every page and sealed file anew. Adds what does not hold to `findings`, under `place`.
+// Reads every page and sealed file anew, but certificates that are in `known` already, which may be
+// null. Adds what does not hold to `findings`, under `place`.
 SignedCode judgeCode(const std::string& path, const std::string& place, double now,
-                     signing::DigestsToCheck digests, Findings* findings);
+                     signing::DigestsToCheck digests, signing::KnownCertificates* known,
+                     Findings* findings);
 
 }  // namespace tovrek::device

@@ -41,19 +41,22 @@ class AppJudge {
   const double now_;
   const signing::DigestsToCheck digests_;
   Findings& findings_;
+  signing::KnownCertificates certificates_;         // of all code of the app
   std::string team_;                                // of the app
   std::map<std::string, std::string> identifiers_;  // of the apps seen so far, by path
 };
 
 void AppJudge::judgeMain() {
-  const SignedCode code = judgeCode(app_, placeOf(app_), now_, digests_, &findings_);
+  const SignedCode code =
+      judgeCode(app_, placeOf(app_), now_, digests_, &certificates_, &findings_);
   team_ = code.team;
   identifiers_[app_] = identifierIn(code.info);
   judgeEmbeddedProfile(app_, code);
 }
 
 void AppJudge::judgeNested(const NestedCode& nested) {
-  const SignedCode code = judgeCode(nested.path, placeOf(nested.path), now_, digests_, &findings_);
+  const SignedCode code =
+      judgeCode(nested.path, placeOf(nested.path), now_, digests_, &certificates_, &findings_);
   if (code.signer && code.team != team_) {
     refuse(kTeamMismatch, nested.path,
            fmt::format("it is signed by the team {}, the app by {}",

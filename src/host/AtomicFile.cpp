@@ -98,6 +98,12 @@ bool AtomicFile::writeAt(uint64_t offset, std::string_view bytes, ErrorText* err
   return writeAllAt(state_->fd.get(), bytes, offset) || failWithErrno(error);
 }
 
+bool AtomicFile::cutTo(uint64_t size, ErrorText* error) {
+  const auto end = static_cast<off_t>(size);
+  const int fd = state_->fd.get();
+  return (::ftruncate(fd, end) == 0 && ::lseek(fd, end, SEEK_SET) == end) || failWithErrno(error);
+}
+
 void AtomicFile::startFlush([[maybe_unused]] uint64_t offset, [[maybe_unused]] uint64_t size) {
 #ifdef __linux__
   if (!state_->lasting) return;

@@ -39,6 +39,8 @@ class AtomicFile {
   // Writes at a place of its own; what is never written in between reads as zeros. Several threads
   // may do so at once.
   bool writeAt(uint64_t offset, std::string_view bytes, ErrorText* error = nullptr);
+  // Drops all behind the first `size` bytes; writing goes on there.
+  bool cutTo(uint64_t size, ErrorText* error = nullptr);
   // Has the system send what was written there to the disk already now, so that commit() waits
   // less. Only a hint.
   void startFlush(uint64_t offset, uint64_t size);

@@ -11,7 +11,7 @@ namespace tovrek {
 
 bool InputFile::open(const std::string& path, ErrorText* error) {
   struct stat info {};
-  fd_ = ItemPath(path).open(O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  fd_ = openItem(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (!fd_.valid() || ::fstat(fd_.get(), &info) != 0) {
     failWithErrno(error);
     fd_.close();
@@ -39,11 +39,12 @@ std::optional<size_t> InputFile::read(std::span<char> room, ErrorText* error) {
   }
 }
 
-std::optional<size_t> InputFile::readBeginning(std::span<std::byte> room, ErrorText* error) const {
+std::optional<size_t> InputFile::readAt(uint64_t offset, std::span<std::byte> room,
+                                        ErrorText* error) const {
   size_t filled = 0;
   while (filled < room.size()) {
-    const ssize_t count =
-        ::pread(fd_.get(), &room[filled], room.size() - filled, static_cast<off_t>(filled));
+    const ssize_t count = ::pread(fd_.get(), &room[filled], room.size() - filled,
+                                  static_cast<off_t>(offset + filled));
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) {
       failWithErrno(error);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
@@ -26,9 +27,10 @@ class InputFile {
 
   // Reads on, as much as comes at a time; 0 at the end. None, with the reason, after a failure.
   std::optional<size_t> read(std::span<char> room, ErrorText* error = nullptr);
-  // Reads from the beginning until the room is full or the file ends. read() goes on from where it
-  // was.
-  std::optional<size_t> readBeginning(std::span<std::byte> room, ErrorText* error = nullptr) const;
+  // Reads from a place of its own until the room is full or the file ends. read() goes on from
+  // where it was.
+  std::optional<size_t> readAt(uint64_t offset, std::span<std::byte> room,
+                               ErrorText* error = nullptr) const;
 
   // For what only a descriptor can do.
   int descriptor() const { return fd_.get(); }

@@ -80,17 +80,46 @@ UniqueFd openStepByStep(UniqueFd folder, const std::string& below) {
   return folder;
 }
 
-UniqueFd openBelow(UniqueFd root, const std::string& below) {
-  if (!root.valid() || below.empty()) return root;
+// Opens what is below the folder, passing no link, in one call. False where the system has none
+// for that; else the answer, with the reason in errno when it is not open, is in `fd`.
+bool openInOneCall([[maybe_unused]] const UniqueFd& root, [[maybe_unused]] const std::string& below,
+                   [[maybe_unused]] int flags, [[maybe_unused]] UniqueFd* fd) {
 #ifdef __linux__
   open_how how{};
-  how.flags = kFolder;
+  how.flags = static_cast<unsigned>(flags);
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
-  const long fd = ::syscall(SYS_openat2, root.get(), below.c_str(), &how, sizeof(how));
-  if (fd >= 0) return UniqueFd(static_cast<int>(fd));
-  if (errno != ENOSYS && errno != EPERM) return UniqueFd();
+  *fd = UniqueFd(
+      static_cast<int>(::syscall(SYS_openat2, root.get(), below.c_str(), &how, sizeof(how))));
+  return fd->valid() || (errno != ENOSYS && errno != EPERM);
+#else
+  return false;
 #endif
+}
+
+UniqueFd openBelow(UniqueFd root, const std::string& below) {
+  if (!root.valid() || below.empty()) return root;
+  UniqueFd folder;
+  if (openInOneCall(root, below, kFolder, &folder)) return folder;
   return openStepByStep(std::move(root), below);
+}
+
+// Where an absolute path lies: below which guarded folder (empty for none), and where there.
+struct GuardedPlace {
+  std::string root;
+  std::string below;
+};
+
+GuardedPlace guardedPlace(const std::string& path) {
+  const std::string_view guarded = guardedFolders();
+  if (path.empty() || guarded.empty()) return {};
+  const std::string absolute = absolutePath(path);
+  const std::string root(folderAround(absolute, guarded));
+  return root.empty() ? GuardedPlace() : GuardedPlace{root, absolute.substr(root.size() + 1)};
+}
+
+// The last component is no name of an item; what it leads to has one of its own.
+bool endsInParent(const std::string& below) {
+  return below == ".." || below.ends_with("/..");
 }
 
 }  // namespace
@@ -109,11 +138,8 @@ void guardFolder(const std::string& folder) {
 }
 
 ItemPath::ItemPath(const std::string& path) : name_(path) {
-  const std::string_view guarded = guardedFolders();
-  if (path.empty() || guarded.empty()) return;
-  const std::string absolute = absolutePath(path);
-  const std::string root(folderAround(absolute, guarded));
-  if (!root.empty()) reach(root, absolute.substr(root.size() + 1));
+  const GuardedPlace place = guardedPlace(path);
+  if (!place.root.empty()) reach(place.root, place.below);
 }
 
 void ItemPath::reach(const std::string& root, const std::string& below) {
@@ -121,8 +147,7 @@ void ItemPath::reach(const std::string& root, const std::string& below) {
   const size_t slash = below.rfind('/');
   const std::string parent = slash == std::string::npos ? "" : below.substr(0, slash);
   name_ = slash == std::string::npos ? below : below.substr(slash + 1);
-  if (name_ == "..") {
-    // No name of an item; what it would lead to has one of its own.
+  if (endsInParent(below)) {
     reached_ = false;
     errno = EINVAL;
     return;
@@ -138,6 +163,16 @@ int ItemPath::folder() const {
 UniqueFd ItemPath::open(int flags, unsigned mode) const {
   if (!reached_) return UniqueFd();
   return UniqueFd(::openat(folder(), name(), guarded_ ? flags | O_NOFOLLOW : flags, mode));
+}
+
+UniqueFd openItem(const std::string& path, int flags) {
+  const GuardedPlace place = guardedPlace(path);
+  if (!place.root.empty() && !endsInParent(place.below)) {
+    const UniqueFd root(::open(place.root.c_str(), kFolder));
+    UniqueFd fd;
+    if (!root.valid() || openInOneCall(root, place.below, flags | O_NOFOLLOW, &fd)) return fd;
+  }
+  return ItemPath(path).open(flags);
 }
 
 }  // namespace tovrek

@@ -37,4 +37,7 @@ class ItemPath {
   bool reached_ = true;
 };
 
+// ItemPath(path).open(flags) for what is there already, with fewer calls to the system.
+UniqueFd openItem(const std::string& path, int flags);
+
 }  // namespace tovrek

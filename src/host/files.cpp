@@ -129,7 +129,8 @@ bool readFile(const std::string& path, std::string* contents, ErrorText* error) 
   }
   if (item.guarded() && !S_ISREG(info.st_mode)) return fail(error, "Not a regular file");
   contents->clear();
-  contents->resize(static_cast<size_t>(info.st_size));
+  // With a byte more, so that the end is seen without making room for anything behind it.
+  contents->resize(static_cast<size_t>(info.st_size) + 1);
   size_t filled = 0;
   for (;;) {
     // A file may grow or, like those of /proc, have no size: read on until its end.

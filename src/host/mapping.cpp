@@ -12,7 +12,7 @@ namespace tovrek {
 
 Mapped mapFile(const std::string& path, bool edit, Mapping* mapping) {
   // O_NONBLOCK: a pipe without a writer must not hang the run; regular files ignore it.
-  mapping->fd = ItemPath(path).open((edit ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK);
+  mapping->fd = openItem(path, (edit ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK);
   if (!mapping->fd.valid()) return Mapped::kOpenFailed;
   struct stat info {};
   if (::fstat(mapping->fd.get(), &info) != 0) return Mapped::kStatFailed;

@@ -68,7 +68,7 @@ class Walk {
       : root_(std::move(root)), visit_(visit), error_(error) {}
 
   bool run(bool mayBeMissing) {
-    const UniqueFd root = ItemPath(root_).open(kFolder);
+    const UniqueFd root = openItem(root_, kFolder);
     const bool missing = !root.valid() && (errno == ENOENT || errno == ENOTDIR);
     return (missing && mayBeMissing) || walk(root, "");
   }
@@ -227,7 +227,7 @@ bool removeItem(const std::string& path, ErrorText* error) {
 
 std::optional<std::vector<std::string>> listDirectory(const std::string& path, ErrorText* error) {
   std::vector<std::string> names;
-  const UniqueFd folder = ItemPath(path).open(kFolder);
+  const UniqueFd folder = openItem(path, kFolder);
   const bool whole = folder.valid() && forEachEntry(folder.get(), [&](const dirent& entry) {
                        names.emplace_back(entry.d_name);
                        return true;

@@ -222,7 +222,7 @@ void judgeApp(const Tree& tree, const std::string& folder, const std::string& pa
 void judgeCodeFile(const std::string& path, const Rules& rules, Subject* subject) {
   device::Findings found;
   const std::string place = lastPathComponent(path);
-  device::judgeCode(path, place, rules.now, signing::DigestsToCheck::kAll, &found);
+  device::judgeCode(path, place, rules.now, signing::DigestsToCheck::kAll, nullptr, &found);
   addInstallerFindings(found, deletingLastPathComponent(path), &subject->findings);
   for (const CodeObject& object : subject->code) {
     for (const Slice& slice : object.slices) {

@@ -63,41 +63,69 @@ std::optional<std::string> makeCms(const SigningIdentity& identity,
   return der;
 }
 
-std::optional<CmsSignature> CmsSignature::parse(std::string_view bytes, ErrorText* error) {
+bool CmsSignature::decode(std::string_view bytes) {
   const BioOwner source = readingFrom(bytes);
+  cms_.reset(d2i_CMS_bio(source.get(), nullptr), Freer<CMS_ContentInfo_free>());
+  return cms_ && OBJ_obj2nid(CMS_get0_type(cms_.get())) == NID_pkcs7_signed;
+}
+
+std::optional<CmsSignature> CmsSignature::parse(std::string_view bytes, ErrorText* error) {
   CmsSignature signature;
-  signature.cms_.reset(d2i_CMS_bio(source.get(), nullptr), Freer<CMS_ContentInfo_free>());
-  if (!signature.cms_ || OBJ_obj2nid(CMS_get0_type(signature.cms_.get())) != NID_pkcs7_signed) {
+  if (!signature.decode(bytes)) {
     fail(error, "the signature is no signed CMS message (" + opensslReason() + ")");
     return std::nullopt;
   }
-  if (!signature.readSigner(error)) return std::nullopt;
+  if (!signature.readSigner(nullptr, error)) return std::nullopt;
   return signature;
 }
 
-bool CmsSignature::readSigner(ErrorText* error) {
+std::optional<CmsSignature> CmsSignature::parse(std::string_view bytes, KnownCertificates* known) {
+  const auto parts = withoutCertificates(bytes);
+  KnownCertificates::Set* set = parts ? known->read(parts->certificates) : nullptr;
+  CmsSignature signature;
+  bool good = set != nullptr && signature.decode(parts->rest);
+  for (size_t i = 0; good && i < set->certificates.size(); ++i) {
+    // Not for one that is there twice.
+    good = CMS_add1_cert(signature.cms_.get(), set->certificates[i].x509().get()) == 1;
+  }
+  if (good && signature.readSigner(set, nullptr)) return signature;
+  ERR_clear_error();
+  return parse(bytes);
+}
+
+namespace {
+
+std::vector<Certificate> certificatesIn(CMS_ContentInfo* cms) {
+  const CertificateList enclosed(CMS_get1_certs(cms));
+  std::vector<Certificate> certificates;
+  for (int i = 0; i < sk_X509_num(enclosed.get()); ++i) {
+    X509* x509 = sk_X509_value(enclosed.get(), i);
+    X509_up_ref(x509);
+    certificates.push_back(Certificate::of(X509Owner(x509)));
+  }
+  return certificates;
+}
+
+}  // namespace
+
+bool CmsSignature::readSigner(KnownCertificates::Set* known, ErrorText* error) {
   STACK_OF(CMS_SignerInfo)* signers = CMS_get0_SignerInfos(cms_.get());
   if (sk_CMS_SignerInfo_num(signers) != 1) {
     return fail(error, fmt::format("the signature has {} signers, not one",
                                    std::max(0, sk_CMS_SignerInfo_num(signers))));
   }
   CMS_SignerInfo* signer = sk_CMS_SignerInfo_value(signers, 0);
-  const CertificateList enclosed(CMS_get1_certs(cms_.get()));
-  std::optional<Certificate> leaf;
-  std::vector<Certificate> others;
-  for (int i = 0; i < sk_X509_num(enclosed.get()); ++i) {
-    X509* x509 = sk_X509_value(enclosed.get(), i);
-    X509_up_ref(x509);
-    auto certificate = Certificate::of(X509Owner(x509));
-    if (!leaf && CMS_SignerInfo_cert_cmp(signer, x509) == 0) {
-      CMS_SignerInfo_set1_signer_cert(signer, x509);
-      leaf = std::move(certificate);
-    } else {
-      others.push_back(std::move(certificate));
-    }
+  KnownCertificates::Set own;
+  if (known == nullptr) own.certificates = certificatesIn(cms_.get());
+  KnownCertificates::Set* set = known == nullptr ? &own : known;
+  const auto leaf = std::ranges::find_if(set->certificates, [&](const Certificate& each) {
+    return CMS_SignerInfo_cert_cmp(signer, each.x509().get()) == 0;
+  });
+  if (leaf == set->certificates.end()) {
+    return fail(error, "the signer's certificate is not in the signature");
   }
-  if (!leaf) return fail(error, "the signer's certificate is not in the signature");
-  chain_ = CertificateChain::build(*leaf, others);
+  CMS_SignerInfo_set1_signer_cert(signer, leaf->x509().get());
+  chain_ = KnownCertificates::chainOf(set, *leaf);
   signingTime_ = signingTimeOf(signer);
   timestamp_ = timestampOf(signer);
   cdHashes_ = cdHashesOf(signer);

@@ -12,6 +12,7 @@
 #include "host/ErrorText.h"
 #include "signing/CertificateChain.h"
 #include "signing/CodeDirectory.h"
+#include "signing/KnownCertificates.h"
 #include "signing/SigningIdentity.h"
 #include "signing/timestamp.h"
 
@@ -30,6 +31,8 @@ class CmsSignature {
  public:
   // From BER or DER. Needs one signer whose certificate is among those enclosed.
   static std::optional<CmsSignature> parse(std::string_view bytes, ErrorText* error = nullptr);
+  // The same, with certificates taken from what was read before and left there for the next.
+  static std::optional<CmsSignature> parse(std::string_view bytes, KnownCertificates* known);
 
   const CertificateChain& chain() const { return chain_; }
   // The message itself, with the signer's certificate set.
@@ -51,7 +54,9 @@ class CmsSignature {
   bool isSignatureOver(std::string_view content, ErrorText* error = nullptr) const;
 
  private:
-  bool readSigner(ErrorText* error);
+  // `known` may be null.
+  bool readSigner(KnownCertificates::Set* known, ErrorText* error);
+  bool decode(std::string_view bytes);
 
   std::shared_ptr<CMS_ContentInfo> cms_;
   CertificateChain chain_;

@@ -218,8 +218,8 @@ TEST(InputFile, TellsRegularFilesFromOthers) {
   InputFile file;
   ASSERT_TRUE(file.openRegular(folder.write("plain", "abcdef")));
   std::array<std::byte, 9> room{};
-  EXPECT_EQ(file.readBeginning(std::span(room).first(4)), 4U);
-  EXPECT_EQ(file.readBeginning(room), 6U);
+  EXPECT_EQ(file.readAt(0, std::span(room).first(4)), 4U);
+  EXPECT_EQ(file.readAt(0, room), 6U);
   std::array<char, 9> text{};
   EXPECT_EQ(file.read(text), 6U) << "goes on from the beginning";
   EXPECT_EQ(file.read(text), 0U);

@@ -5,14 +5,17 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <fstream>
 
 #include "host/files.h"
 #include "signing/CmsSignature.h"
 #include "signing/CodeSignature.h"
+#include "signing/KnownCertificates.h"
 #include "signing/RequirementParser.h"
 #include "signing/SignatureOutput.h"
 #include "signing/verify/Verifier.h"
+#include "signing/verify/message_check.h"
 #include "tests/signing/TestAuthority.h"
 #include "tests/support/SignableImage.h"
 #include "tests/support/matchers.h"
@@ -226,6 +229,41 @@ TEST(Signer, MessageIsAcceptedByOpenssl) {
   ASSERT_TRUE(cms->namedHashes());
   ASSERT_EQ(cms->namedHashes()->size(), 2u);
   EXPECT_FALSE(cms->isSignatureOver(signature.best().blob()));
+}
+
+// Certificates that were read before make no difference, whichever byte of a message is damaged.
+TEST(Signer, MessagesAreReadAlikeWithKnownCertificates) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("tool", SignableImage().build());
+  ASSERT_TRUE(signs(path, withIdentity()));
+  const Opened opened(path);
+  const CodeSignature signature = opened.signature();
+  const std::string whole(signature.cms());
+  const std::string_view content = signature.primary().blob();
+  KnownCertificates known;
+  const auto parts = withoutCertificates(whole);
+  ASSERT_TRUE(parts);
+  EXPECT_EQ(parts->rest.find(parts->certificates.substr(0, 64)), std::string::npos);
+  ASSERT_TRUE(known.read(parts->certificates));
+  size_t readable = 0;
+  for (size_t at = 0; at <= whole.size(); at += at < 96 ? 1 : 17) {
+    std::string message = whole;
+    if (at < whole.size()) message[at] = static_cast<char>(message[at] ^ 0x81);
+    const auto plain = CmsSignature::parse(message);
+    const auto quick = CmsSignature::parse(message, &known);
+    ASSERT_EQ(quick.has_value(), plain.has_value()) << at;
+    if (!plain) continue;
+    ++readable;
+    const std::vector<Certificate>& chain = plain->chain().certificates();
+    EXPECT_TRUE(std::ranges::equal(quick->chain().certificates(), chain, {}, &Certificate::der,
+                                   &Certificate::der))
+        << at;
+    EXPECT_EQ(quick->isSignatureOver(content), plain->isSignatureOver(content)) << at;
+    EXPECT_EQ(messageFault(signature, *quick, quick->chain()),
+              messageFault(signature, *plain, plain->chain()))
+        << at;
+  }
+  EXPECT_GT(readable, 20u);
 }
 
 TEST(Signer, AdhocHasNoSigner) {

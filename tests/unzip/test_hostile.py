@@ -87,6 +87,27 @@ class Hostile(ArchiveTest):
                 ("shorter", changed((central + 24, "I", 499)), 2, "invalid compressed data", ["b"])]:
             self.refuse(what, data, status, message, remains=remains)
 
+    def test_large_contents_that_cannot_be_unpacked(self):
+        """Entries that are unpacked in pieces: nothing of a damaged one is printed."""
+        contents = text(1, 1 << 20) * 9
+        whole = self.make(("a", contents), ("b", b"after"))
+        central = whole.index(b"PK\1\2")
+        for what, at, value, message in [
+                ("sound", 0, whole[0], ""), ("flipped", 50000, whole[50000] ^ 8, "a  "),
+                ("checksum", central + 16, whole[central + 16] ^ 1, "bad CRC"),
+                ("longer", central + 24, 1, "invalid compressed data"),
+                ("shorter", central + 26, whole[central + 26] - 1, "invalid compressed data")]:
+            data = bytearray(whole)
+            data[at] = value
+            self.write("input.zip", bytes(data))
+            piped = self.run_in(self.folder, OUR_UNZIP, "-p", "input.zip")
+            tested = self.run_in(self.folder, OUR_UNZIP, "-tqq", "input.zip")
+            with self.subTest(what):
+                self.assertEqual(piped.stdout, (b"" if message else contents) + b"after")
+                self.assertEqual((piped.returncode, tested.returncode), (2 if message else 0,) * 2)
+                self.assertIn(message, piped.stderr.decode())
+                self.assertIn(message, tested.stdout.decode())
+
     def test_containers_that_contradict_themselves(self):
         whole = self.make(("a", text(1, 500)), ("b", text(2, 500)))
         central = whole.index(b"PK\1\2")

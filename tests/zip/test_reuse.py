@@ -27,11 +27,13 @@ def with_crc_of(contents, wanted):
 
 class Reuse(ArchiveTest):
     NAMES = [f"Payload/{name}" for name in ("kept", "large", "victim", "twin")]
+    VICTIM_SIZE = 20000
 
     def setUp(self):
         super().setUp()
         for index, name in enumerate(self.NAMES):
-            self.write(os.path.join("made", name), text(index, 3 << 20 if index == 1 else 20000))
+            size = {1: 3 << 20, 2: self.VICTIM_SIZE}.get(index, 20000)
+            self.write(os.path.join("made", name), text(index, size))
         self.write("made/Payload/noise", os.urandom(100000))
         # Level 9 gives other bytes than ours, so it shows where an entry comes from.
         self.source = self.path("source.ipa")
@@ -76,7 +78,7 @@ class Reuse(ArchiveTest):
     def test_no_change_slips_through(self):
         for change in (lambda: self.overwrite(b"changed"), lambda: self.overwrite(text(99, 20000)),
                        self.edit_with_same_crc, self.edit_through_mapping, self.replace_by_rename,
-                       self.replace_by_hard_link, lambda: os.truncate(self.victim, 19999)):
+                       self.replace_by_hard_link, lambda: os.truncate(self.victim, self.VICTIM_SIZE - 1)):
             self.run_in("/", "rm", "-rf", os.path.join(self.work, "Payload"))
             self.run_well(self.work, OUR_UNZIP, "-q", "-d", self.work, self.source)
             before = os.lstat(self.victim)
@@ -128,3 +130,45 @@ class Reuse(ArchiveTest):
                    if "Defl" in line or "Stored" in line}
         self.assertEqual(methods, {"source.ipa": "Stored", "made/Payload/noise": "Stored",
                                    "made/Payload/large": "Defl:N"})
+
+
+class ReuseInPieces(Reuse):
+    """The same for files that are never held in memory, whose packed form is compared and written
+    piece by piece, and taken back out of the archive where it was not theirs."""
+    VICTIM_SIZE = 5 << 20
+    test_what_does_not_shrink_is_stored = test_moved_and_copied_files_are_reused = None
+
+
+class Pieces(ArchiveTest):
+    """Large files packed anew: by a method that goes by their share of the package."""
+
+    # Megabytes of the changed file, of noise beside it, and the most that the package may take of
+    # what the stock program makes.
+    CASES = {"quick": (1.3, 7, 1.02), "fast": (1.3, 4, 1.02), "whole": (1.3, 0, 1.01),
+             "thorough": (17, 0, 1.05)}
+
+    def code(self, megabytes):
+        """Text with a part in the middle that does not pack, and of an odd length."""
+        half = text(5, 1 << 20) * int(megabytes)
+        return half[:int(megabytes * 500000)] + os.urandom(700001) + half[:int(megabytes * 500000)]
+
+    def test_by_share(self):
+        for name, (megabytes, noise, most) in self.CASES.items():
+            self.write(f"{name}/changed", self.code(megabytes))
+            self.write(f"{name}/noise", os.urandom(int(noise * 1e6)))
+            self.write(f"{name}/small", text(1, 1000))
+            self.run_well(self.path(name), STOCK_ZIP, "-qr", self.path(f"{name}.zip"), ".")
+            with open(self.path(name, "changed"), "r+b") as file:
+                file.write(b"changed")
+            results = []
+            for processors in ("0", "0-63"):
+                result = self.path(f"{name}-{processors}.zip")
+                self.run_well(self.path(name), "taskset", "-c", processors, OUR_ZIP, "-qr", result,
+                              ".", environment={"TOVREK_PACKED_SOURCE": self.path(f"{name}.zip")})
+                with open(result, "rb") as file:
+                    results.append(file.read())
+            with self.subTest(name):
+                self.assertEqual(*results)
+                self.assertEqual(self.unpack(STOCK_UNZIP, result, f"{name}-out"),
+                                 snapshot(self.path(name)))
+                self.assertLess(len(results[0]) / os.path.getsize(self.path(f"{name}.zip")), most)

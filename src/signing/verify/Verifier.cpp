@@ -131,6 +131,7 @@ class Verifier {
   bool hasSeal_ = false;
   std::optional<CodeSignature> signature_;  // of the main image
   CertificateChain chain_;                  // of the last image that was checked
+  KnownCertificates certificates_;          // of this code alone
 };
 
 Verdict Verifier::run(const std::string& path) {
@@ -203,7 +204,8 @@ bool Verifier::checkSignature(const CodeSignature& signature, std::string_view c
 bool Verifier::checkMessage(const CodeSignature& signature) {
   chain_ = CertificateChain();
   if (signature.isAdhoc()) return signature.cms().empty() || failed(kInvalidSignature);
-  const auto cms = CmsSignature::parse(signature.cms());
+  const auto cms = CmsSignature::parse(
+      signature.cms(), options_.certificates != nullptr ? options_.certificates : &certificates_);
   if (!cms) return failed(kInvalidSignature);
   verdict_.enclosed = cms->chain();
   CertificateChain chain = verdict_.enclosed.completed();
@@ -256,6 +258,8 @@ bool Verifier::checkNested() {
     options.strict = options_.strict;
     options.digests = options_.digests;
     options.depth = options_.depth + 1;
+    options.certificates =
+        options_.certificates != nullptr ? options_.certificates : &certificates_;
     if (requirement) options.requirement = requirement->blob();
     if (requirement && options.depth <= kDeepestNestedCode && liesInside(object_, nested.path)) {
       const Verdict inner = verifyCode(nested.path, options);

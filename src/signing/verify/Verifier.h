@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "signing/CertificateChain.h"
+#include "signing/KnownCertificates.h"
 #include "signing/verify/resource_check.h"
 
 namespace tovrek::signing {
@@ -24,6 +25,8 @@ struct VerifyOptions {
   DigestsToCheck digests = DigestsToCheck::kAll;
   // How many bundles this one lies in, as far as one call has followed their seals.
   int depth = 0;
+  // Certificates of code that was checked before; null for none.
+  KnownCertificates* certificates = nullptr;
 };
 
 struct Verdict {

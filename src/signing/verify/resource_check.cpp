@@ -5,8 +5,7 @@
 #include <map>
 
 #include "formats/Digest.h"
-#include "host/MappedFile.h"
-#include "host/bytes.h"
+#include "host/InputFile.h"
 #include "host/files.h"
 #include "host/parallel.h"
 #include "host/paths.h"
@@ -15,14 +14,15 @@
 namespace tovrek::signing {
 namespace {
 
-constexpr uint64_t kLargestCopy = 256 << 10;
-constexpr size_t kFilesAtOnce = 16;
+constexpr size_t kPieceSize = 128 << 10;  // stays in a core's cache
+constexpr size_t kFilesAtOnce = 64;
 
 // A seal's entry for one file.
 struct Sealed {
   std::string sha1, sha256, link;
   bool optional = false;
-  bool isNested = false;  // code with its own signature
+  bool isNested = false;               // code with its own signature
+  ItemKind seenAs = ItemKind::kOther;  // by the walk: a file or a link
 };
 
 std::string bytesUnder(const PlistDictionary& entry, const char* key) {
@@ -46,39 +46,77 @@ Sealed sealedFrom(const PlistValue& value) {
   return sealed;
 }
 
-bool isAsSealed(const Sealed& sealed, std::string_view bytes, DigestsToCheck digests) {
-  if (sealed.sha1.empty() && sealed.sha256.empty()) return false;
-  const auto hasDigest = [&](DigestAlgorithm algorithm, const std::string& digest) {
-    return digest.empty() || digestOf(algorithm, bytes) == digest;
-  };
-  const bool needsSha1 = digests == DigestsToCheck::kAll || sealed.sha256.empty();
-  return (!needsSha1 || hasDigest(DigestAlgorithm::kSha1, sealed.sha1)) &&
-         hasDigest(DigestAlgorithm::kSha256, sealed.sha256);
-}
+// Reads files and compares them with what was sealed. For one thread: keeps from file to file what
+// is costly to make.
+class SealedFileReader {
+ public:
+  explicit SealedFileReader(DigestsToCheck digests) : digests_(digests) {}
 
-// `size` is none for a link that points nowhere.
-bool isUnchanged(const std::string& path, std::optional<uint64_t> size, const Sealed& sealed,
-                 DigestsToCheck digests) {
-  if (sealed.isNested) return true;
-  if (isSymbolicLink(path)) {
+  // What is wrong with one sealed file; empty when it is as it was.
+  std::string differenceOf(const std::string& path, const Sealed& sealed) {
+    if (sealed.seenAs == ItemKind::kOther && !fileSize(path) && !itemExistsNoFollow(path)) {
+      return sealed.optional ? "" : "file missing: " + path;
+    }
+    return isUnchanged(path, sealed) ? "" : "file modified: " + path;
+  }
+
+ private:
+  bool isUnchanged(const std::string& path, const Sealed& sealed) {
+    if (sealed.isNested) return true;
+    // Only what the walk has not met, as it stands behind a link, is asked for its kind.
+    const bool isLink = sealed.seenAs == ItemKind::kLink ||
+                        (sealed.seenAs == ItemKind::kOther && isSymbolicLink(path));
+    if (!isLink) return hasContents(path, sealed);
     std::error_code code;
     return !sealed.link.empty() &&
            std::filesystem::read_symlink(path, code).string() == sealed.link && !code;
   }
-  // To map a small file costs more than to copy it.
-  if (size.value_or(0) <= kLargestCopy) {
-    std::string bytes;
-    return readFile(path, &bytes) && isAsSealed(sealed, bytes, digests);
-  }
-  MappedFile file;
-  return file.open(path, nullptr) && isAsSealed(sealed, asText(file.bytes()), digests);
-}
 
-// What is wrong with one sealed file; empty when it is as it was.
-std::string differenceOf(const std::string& path, const Sealed& sealed, DigestsToCheck digests) {
-  const auto size = fileSize(path);
-  if (!size && !itemExistsNoFollow(path)) return sealed.optional ? "" : "file missing: " + path;
-  return isUnchanged(path, size, sealed, digests) ? "" : "file modified: " + path;
+  bool hasContents(const std::string& path, const Sealed& sealed) {
+    const bool needsSha1 =
+        !sealed.sha1.empty() && (digests_ == DigestsToCheck::kAll || sealed.sha256.empty());
+    const bool needsSha256 = !sealed.sha256.empty();
+    if (!needsSha1 && !needsSha256) return false;
+    InputFile file;
+    if (!file.openRegular(path)) return false;
+    std::optional<size_t> got;
+    // A file that ends where its size says needs no further look.
+    for (uint64_t total = 0; total < file.status().size; total += *got) {
+      got = file.read(piece_);
+      if (!got) break;
+      const std::string_view bytes(piece_.data(), *got);
+      if (needsSha1) sha1_.update(bytes);
+      if (needsSha256) sha256_.update(bytes);
+      if (*got == 0) break;
+    }
+    const bool isRead = file.status().size == 0 || got;
+    const bool sameSha1 = !needsSha1 || sha1_.finish() == sealed.sha1;
+    const bool sameSha256 = !needsSha256 || sha256_.finish() == sealed.sha256;
+    return isRead && sameSha1 && sameSha256;
+  }
+
+  DigestsToCheck digests_;
+  Digest sha1_{DigestAlgorithm::kSha1};
+  Digest sha256_{DigestAlgorithm::kSha256};
+  std::vector<char> piece_ = std::vector<char>(kPieceSize);
+};
+
+std::vector<std::string> changedFiles(const CodeObject& object,
+                                      const std::map<std::string, Sealed>& expected,
+                                      DigestsToCheck digests) {
+  std::vector<std::pair<std::string, const Sealed*>> files;
+  for (const auto& [path, sealed] : expected) {
+    files.emplace_back(joinPath(object.root, path), &sealed);
+  }
+  std::vector<std::string> differences(files.size());
+  forEachPart(files.size(), kFilesAtOnce, [&](size_t begin, size_t end) {
+    SealedFileReader reader(digests);
+    for (size_t i = begin; i < end; ++i) {
+      differences[i] = reader.differenceOf(files[i].first, *files[i].second);
+    }
+  });
+  std::erase(differences, "");
+  return differences;
 }
 
 // In the root of a bundle, what never belongs to the seal.
@@ -105,31 +143,24 @@ std::vector<std::string> resourceDifferences(const CodeObject& object, const std
 
   std::map<std::string, Sealed> expected;
   for (const auto& [path, value] : *files) expected.emplace(path, sealedFrom(value));
-  std::vector<std::pair<std::string, const Sealed*>> sealedFiles;
-  for (const auto& [path, sealed] : expected) {
-    sealedFiles.emplace_back(joinPath(object.root, path), &sealed);
-  }
-  std::vector<std::string> differences(sealedFiles.size());
-  forEachPart(sealedFiles.size(), kFilesAtOnce, [&](size_t begin, size_t end) {
-    for (size_t i = begin; i < end; ++i) {
-      differences[i] = differenceOf(sealedFiles[i].first, *sealedFiles[i].second, digests);
-    }
-  });
-  std::erase(differences, "");
+  std::vector<std::string> added;
   const auto compare = [&](const WalkedItem& item) {
     if (isUnsealed(item.relativePath, object)) return false;
     const auto known = expected.find(item.relativePath);
+    if (known != expected.end()) known->second.seenAs = item.kind;
     if (item.kind == ItemKind::kDirectory) return known == expected.end();
     const bool older = !second && item.kind != ItemKind::kFile;
     if (!older && known == expected.end() && rules->mustList(item.relativePath)) {
-      differences.push_back("file added: " + joinPath(object.root, item.relativePath));
+      added.push_back("file added: " + joinPath(object.root, item.relativePath));
     }
     return true;
   };
   ErrorText reason;
   if (!walkDirectory(object.root, compare, &reason)) {
-    differences.push_back("folder unreadable: " + reason.text());
+    added.push_back("folder unreadable: " + reason.text());
   }
+  std::vector<std::string> differences = changedFiles(object, expected, digests);
+  differences.insert(differences.end(), added.begin(), added.end());
   std::stable_sort(differences.begin(), differences.end());
   return differences;
 }
