@@ -12,16 +12,18 @@ namespace {
 
 constexpr std::string_view kSeparator = "\n------------------------------\n";
 
-std::string_view lastBlock(std::string_view text) {
-  const size_t start = text.rfind("\n\n");
-  return start == text.npos ? text : text.substr(start + 2);
-}
-
 }  // namespace
 
 std::string reportedText(std::string_view printed) {
-  const size_t line = printed.rfind(kSeparator);
-  return line == printed.npos ? "" : trimmed(lastBlock(printed.substr(0, line)));
+  const size_t last = printed.rfind(kSeparator);
+  if (last == printed.npos) return "";
+  const size_t gap = printed.substr(0, last).rfind("\n\n");
+  std::string_view block = printed.substr(gap == printed.npos ? 0 : gap + 2);
+  // The same text may follow once more, as a line of the log.
+  block = block.substr(0, block.find(kSeparator));
+  std::string text = trimmed(block);
+  // The name of a stage, of which each has such a line too.
+  return text.ends_with("...") ? "" : text;
 }
 
 std::string endingText(std::string_view printed) {
