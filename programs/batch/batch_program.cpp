@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "batch/Progress.h"
+#include "batch/renewal.h"
 #include "host/terminal.h"
 #include "programs/batch/Options.h"
 
@@ -33,7 +34,9 @@ int run(const Arguments& arguments, const Streams& streams) {
     case Verb::kCheck:
       return checkTable(options->run.table, console);
     case Verb::kRenew:
-      return kCannotRun;
+      return renew({*options->folder, *options->certificate, *options->profiles, *options->output,
+                    options->keychain, options->within},
+                   options->run, options->yes, console);
     case Verb::kHelp:
       break;
   }

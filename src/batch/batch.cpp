@@ -7,6 +7,7 @@
 #include "batch/LocalEngine.h"
 #include "batch/Progress.h"
 #include "batch/preparation.h"
+#include "batch/report.h"
 #include "host/clock.h"
 #include "host/host_info.h"
 #include "host/interruption.h"
@@ -128,11 +129,21 @@ class TableRun {
     console_.streams.out(fmt::format(
         "{} done, {} failed, {} left of {}; {:.1f} s, {:.1f} a second\n", done, failed.size(), left,
         jobs_.size(), seconds, seconds > 0 ? static_cast<double>(ended) / seconds : 0));
+    const bool isReported = !options_.report || report(*options_.report, seconds);
     if (interruption() != 0) {
       console_.streams.error("Batch: interrupted; --resume completes the run\n");
       endByInterruption();
     }
+    if (!isReported) return kCannotRun;
     return failed.empty() && left == 0 ? kAllDone : kNotAll;
+  }
+
+  bool report(const std::string& folder, double seconds) {
+    ErrorText error;
+    const Report whole{options_.table, currentTime(), seconds, jobs_, results_, state_};
+    if (writeReport(folder, whole, &error)) return true;
+    cannot(fmt::format("{}: {}", folder, error.text()));
+    return false;
   }
 
   void printFailures(const std::vector<size_t>& failed) {

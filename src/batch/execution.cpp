@@ -64,7 +64,7 @@ class Staging {
   bool deliver(ErrorText* error) const {
     for (const Output& output : outputs_) {
       ErrorText reason;
-      if (!deliverFile(placeOf(output), output.path, Source::kSpent, &reason)) {
+      if (!renameFileInto(placeOf(output), output.path, &reason)) {
         return fail(error, fmt::format("{} could not be written: {}", output.path, reason.text()));
       }
     }
@@ -128,7 +128,7 @@ class Execution {
     if (!digest) return fails(error.text());
     result_.digest = *digest;
     Staging staging(job_, uniqueString());
-    if (!workshop_.state.removeResult(job_, &error) || !removeLog(&error) ||
+    if (!workshop_.state.removeResult(job_, &error) || !clearFolder(&error) ||
         !staging.make(&error)) {
       return fails(error.text());
     }
@@ -143,9 +143,16 @@ class Execution {
     judge(end, staging);
   }
 
-  bool removeLog(ErrorText* error) const {
-    const std::string log = workshop_.state.logOf(job_);
-    return !itemExistsNoFollow(log) || removeItem(log, error);
+  // Of what an earlier attempt has left: its log, and files that it was killed at writing.
+  bool clearFolder(ErrorText* error) const {
+    const std::string folder = workshop_.state.folderOf(job_);
+    const auto names = listDirectory(folder, error);
+    if (!names) return false;
+    for (const std::string& name : *names) {
+      const bool isOld = name.starts_with(".tovrek-") || name.ends_with(".log");
+      if (isOld && !removeItem(joinPath(folder, name), error)) return false;
+    }
+    return true;
   }
 
   std::vector<std::string> commandLine(const Staging& staging) const {

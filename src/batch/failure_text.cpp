@@ -29,7 +29,9 @@ std::string reportedText(std::string_view printed) {
 std::string endingText(std::string_view printed) {
   const std::string reported = reportedText(printed);
   if (!reported.empty()) return reported;
-  const std::string all = trimmed(printed);
+  std::string all = trimmed(printed);
+  const std::string_view hyphens = kSeparator.substr(1, kSeparator.size() - 2);
+  while (all.ends_with(hyphens)) all = trimmed(all.substr(0, all.size() - hyphens.size()));
   return all.substr(all.rfind('\n') + 1);
 }
 
