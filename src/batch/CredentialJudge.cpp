@@ -75,7 +75,7 @@ void CredentialJudge::judgeProfile(const Job& job, const inspect::ProfileDetails
   const std::string* wanted = job.value("bundleID");
   ErrorText reason;
   const auto identifier = wanted != nullptr ? *wanted : appIdentifier(job.input(), &reason);
-  if (!identifier) return refuse(job, "in", reason.text(), faults);
+  if (!identifier) return refuse(job, "in", job.input() + ": " + reason.text(), faults);
   if (grants.entitlements.empty()) return;
   const WrapperLogger silent = inspect::silentLogger();
   if (!ProvisioningProfile::validateProfileWithPList(

@@ -173,7 +173,9 @@ class JobMaker {
   void checkWords() {
     std::map<std::string, const char*> seen;
     for (const JobOption& option : job_.options) {
-      if (option.column->kind == ColumnKind::kSwitch) continue;
+      // Outputs are made under other paths.
+      const ColumnKind kind = option.column->kind;
+      if (kind == ColumnKind::kSwitch || kind == ColumnKind::kOutput) continue;
       if (isReserved(job_.command, option.value)) {
         refuse(option.column->name,
                fmt::format("the command line has a meaning of its own for {}", option.value));

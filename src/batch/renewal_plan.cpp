@@ -16,18 +16,33 @@ namespace {
 
 constexpr double kSecondsOfDay = 86400;
 
-// The tree of the app; for a package that of the archive inside.
-std::unique_ptr<inspect::Tree> openApp(const std::string& path, ErrorText* error) {
+// An app's tree, with that of the package whose bytes it may be made of.
+struct AppTrees {
+  std::unique_ptr<inspect::Tree> outer, app;
+};
+
+AppTrees openApp(const std::string& path, ErrorText* error) {
+  AppTrees trees;
+  const std::string extension = toLowerAscii(pathExtension(path));
+  if (extension == "app") {
+    trees.app = inspect::openFolder(path, error);
+    return trees;
+  }
   auto tree = inspect::openArchive(path, error);
-  if (!tree || toLowerAscii(pathExtension(path)) != "wex") return tree;
+  if (!tree || extension != "wex") {
+    trees.app = std::move(tree);
+    return trees;
+  }
+  trees.outer = std::move(tree);
   inspect::Findings findings;
-  const inspect::Package package = inspect::readPackage(*tree, &findings);
+  const inspect::Package package = inspect::readPackage(*trees.outer, &findings);
   if (package.appArchive.empty()) {
     fail(error, "the package holds no app");
-    return nullptr;
+    return trees;
   }
-  auto contents = tree->read(package.appArchive, inspect::kLargestItem, error);
-  return contents ? inspect::openArchive(std::move(*contents), error) : nullptr;
+  auto contents = trees.outer->read(package.appArchive, inspect::kLargestItem, error);
+  if (contents) trees.app = inspect::openArchive(std::move(*contents), error);
+  return trees;
 }
 
 void noteEnd(double at, RenewalCandidate* candidate) {
@@ -122,19 +137,19 @@ RenewalCandidate readCandidate(const std::string& path) {
   candidate.path = path;
   ErrorText error;
   const bool isFolder = toLowerAscii(pathExtension(path)) == "app";
-  const auto tree = isFolder ? inspect::openFolder(path, &error) : openApp(path, &error);
-  if (!tree) {
+  const AppTrees trees = openApp(path, &error);
+  if (!trees.app) {
     candidate.problem = "it cannot be read: " + error.text();
     return candidate;
   }
   inspect::Findings findings;
   const auto folder =
-      isFolder ? std::optional<std::string>("") : inspect::findApp(*tree, &findings);
+      isFolder ? std::optional<std::string>("") : inspect::findApp(*trees.app, &findings);
   if (!folder) {
     candidate.problem = "it holds no app";
     return candidate;
   }
-  const inspect::App app = inspect::readApp(*tree, *folder, &findings);
+  const inspect::App app = inspect::readApp(*trees.app, *folder, &findings);
   candidate.isWrapped = app.isWrapped;
   for (const inspect::CodeObject& code : app.code) takeCode(code, &candidate);
   if (candidate.identifier.empty()) candidate.problem = "its app has no identifier";
