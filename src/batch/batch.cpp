@@ -5,10 +5,14 @@
 #include <algorithm>
 
 #include "batch/LocalEngine.h"
+#include "batch/Parcels.h"
 #include "batch/Progress.h"
+#include "batch/parallel_engine.h"
 #include "batch/preparation.h"
 #include "batch/report.h"
+#include "batch/slurm_engine.h"
 #include "host/clock.h"
+#include "host/files.h"
 #include "host/host_info.h"
 #include "host/interruption.h"
 #include "host/paths.h"
@@ -16,12 +20,23 @@
 namespace tovrek::batch {
 namespace {
 
+// With paths that other processes, in other folders, understand too.
+RunOptions fromAnywhere(RunOptions options) {
+  const auto makeAbsolute = [](std::string* path) {
+    const auto folder = realPath(containingFolder(*path));
+    if (folder && !path->empty()) *path = joinPath(*folder, lastPathComponent(*path));
+  };
+  makeAbsolute(&options.table);
+  if (options.state) makeAbsolute(&*options.state);
+  return options;
+}
+
 class TableRun {
  public:
   TableRun(const RunOptions& options, const Console& console)
-      : options_(options),
+      : options_(fromAnywhere(options)),
         console_(console),
-        state_(options.state.value_or(StateFolder::beside(options.table))),
+        state_(options_.state.value_or(StateFolder::beside(options_.table))),
         digests_(installedFolder()),
         workshop_{state_, installedFolder(), machineName(), digests_, children_} {}
 
@@ -46,6 +61,7 @@ class TableRun {
 
   void judge(Faults* faults) {
     judgeFiles(jobs_, faults);
+    if (options_.hosts) Parcels::judge(jobs_, faults);
     CredentialJudge judge({currentTime(), !options_.hosts});
     for (size_t i = 0; i < jobs_.size(); ++i) {
       if (results_.empty() || !results_[i]) judge.judge(jobs_[i], faults);
@@ -66,7 +82,7 @@ class TableRun {
       if (!faults.empty()) return refuseFaults(faults, 1, console_);
       ErrorText error;
       if (!state_.make(&error)) return cannot(state_.path() + ": " + error.text());
-      runLocally({&jobs_.front()}, LocalLimits());
+      LocalEngine(workshop_, LocalLimits()).run({&jobs_.front()}, start(1));
     }
     if (interruption() != 0) endByInterruption();
     const JobResult& result = *results_.front();
@@ -91,23 +107,37 @@ class TableRun {
       console_.streams.out(
           fmt::format("{} of {} are done already\n", jobs_.size() - waiting.size(), jobs_.size()));
     }
-    runLocally(waiting, LocalLimits::forMachine(options_.jobs));
+    if (!runWith(waiting, &error)) return cannot(error.text());
     return finish();
   }
 
-  void runLocally(const std::vector<const Job*>& waiting, const LocalLimits& limits) {
-    noteInterruptions();
-    progress_.emplace(console_.streams, console_.isTerminal, waiting.size());
-    const bool isSilent = options_.index.has_value();
-    LocalEngine(workshop_, limits)
-        .run(waiting, {[&](const Job& job, const JobResult& result) {
-                         results_[static_cast<size_t>(&job - jobs_.data())] = result;
-                         if (!isSilent) progress_->ended(job, result);
-                       },
-                       [&](size_t running) {
-                         if (!isSilent) progress_->show(running);
-                       }});
+  // The engine alone differs: a row is the same process everywhere.
+  bool runWith(const std::vector<const Job*>& waiting, ErrorText* error) {
+    const Observer observer = start(waiting.size());
+    bool ran = true;
+    if (options_.engine == EngineKind::kLocal || waiting.empty()) {
+      LocalEngine(workshop_, LocalLimits::forMachine(options_.jobs)).run(waiting, observer);
+    } else if (options_.engine == EngineKind::kParallel) {
+      ran = runOnParallel(options_, waiting, workshop_, observer, error);
+    } else {
+      ran = runOnSlurm(options_.table, waiting, options_.jobs, workshop_, observer, error);
+    }
     progress_->finish();
+    return ran;
+  }
+
+  Observer start(size_t waiting) {
+    noteInterruptions();
+    progress_.emplace(console_.streams, console_.isTerminal, waiting);
+    // One job is told of by whoever has called for it.
+    const bool isSilent = options_.index.has_value();
+    return {[this, isSilent](const Job& job, const JobResult& result) {
+              results_[static_cast<size_t>(&job - jobs_.data())] = result;
+              if (!isSilent) progress_->ended(job, result);
+            },
+            [this, isSilent](size_t running) {
+              if (!isSilent) progress_->show(running);
+            }};
   }
 
   // Tells what failed and what is left, and how it went.
@@ -157,7 +187,7 @@ class TableRun {
     }
   }
 
-  const RunOptions& options_;
+  RunOptions options_;
   const Console& console_;
   StateFolder state_;
   JobDigests digests_;
