@@ -2,12 +2,17 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
 #include "batch/failure_text.h"
 #include "host/clock.h"
 #include "host/delivery.h"
 #include "host/file_status.h"
 #include "host/files.h"
 #include "host/host_info.h"
+#include "host/interruption.h"
 #include "host/paths.h"
 
 namespace tovrek::batch {
@@ -15,6 +20,7 @@ namespace {
 
 constexpr size_t kMostPrinted = 64 << 10;  // that the ending text is looked for in
 constexpr size_t kLongestText = 4 << 10;
+constexpr auto kGrace = std::chrono::milliseconds(300);
 
 // Where an output is made: in a folder of this job's beside its place, and there in one of this
 // attempt's. A command that has outlived the run which started it finds its folder gone.
@@ -135,12 +141,20 @@ class Execution {
     ChildEnd end;
     const bool ran = workshop_.children.run(
         {commandLine(staging), "", workshop_.state.outputOf(job_)}, &end, &error);
-    if (workshop_.children.isStopped()) {
+    if (isGivenUp(end)) {
       result_.status = JobStatus::kStopped;
       return;
     }
     if (!ran) return fails("the command could not be started: " + error.text());
     judge(end, staging);
+  }
+
+  // Whoever ends a whole run may reach the command first, and this process a moment later.
+  bool isGivenUp(const ChildEnd& end) const {
+    constexpr int kEndingSignals[] = {1, 2, 15};  // hang-up, interrupt, termination
+    const bool wasEnded = end.signalled && std::ranges::count(kEndingSignals, end.status) != 0;
+    if (wasEnded && interruption() == 0) std::this_thread::sleep_for(kGrace);
+    return workshop_.children.isStopped() || interruption() != 0;
   }
 
   // Of what an earlier attempt has left: its log, and files that it was killed at writing.

@@ -22,7 +22,7 @@ def free_port():
 
 
 def wait_for(condition, what):
-    for _ in range(200):
+    for _ in range(600):
         if condition():
             return
         time.sleep(0.05)
@@ -108,6 +108,9 @@ PermitRootLogin yes
   StrictHostKeyChecking no
   UserKnownHostsFile {cls.ssh}/known
   LogLevel ERROR
+  ControlMaster auto
+  ControlPath {cls.ssh}/master
+  ControlPersist 5
 """.encode(), cls.ssh, "config")
         if os.getuid() == 0:
             os.makedirs("/run/sshd", exist_ok=True)
@@ -132,20 +135,20 @@ PermitRootLogin yes
                           self.remote(program, **variables), *words, program=self.program)
 
     def test_files_travel(self):
-        contents = [f"app {index}" for index in range(6)] + ["bad:", "lazy"]
+        contents = ["app 0", "app 1", "bad:", "lazy"]
         table = self.make_jobs(contents)
         result = self.run_on_hosts(table, self.program)
         self.assertEqual(result.returncode, 1, result.stderr)
-        self.assertIn("6 done, 2 failed, 0 left of 8", result.stdout)
+        self.assertIn("2 done, 2 failed, 0 left of 4", result.stdout)
         self.assertIn("ERROR: <b>bad</b>", result.stdout)
         self.assert_whole(contents)
-        self.assertEqual(len(os.listdir(self.path("out"))), 6)
+        self.assertEqual(len(os.listdir(self.path("out"))), 2)
         # No input was read where it lies, and nothing is left on either side.
         self.assertFalse([path for path in self.begun() if path.startswith(self.folder)])
         self.assertEqual([name for name in os.listdir(self.path("jobs.csv.state", "parcels"))
                           if not name.endswith(".jsonl")], [])
         before = len(self.begun())
-        self.assertIn("6 of 8 are done already", self.run_on_hosts(table, self.program).stdout)
+        self.assertIn("2 of 4 are done already", self.run_on_hosts(table, self.program).stdout)
         self.assertEqual(len(self.begun()), before + 2)
 
     def test_keys_stay(self):
@@ -172,3 +175,96 @@ PermitRootLogin yes
         self.assertEqual(result.returncode, 1)
         for text in ("row 1 (line 2), in: its path holds a tab", "row 2 (line 3), policyXML: another"):
             self.assertIn(text, result.stderr)
+
+
+SLURM = [shutil.which(name, path=os.environ.get("PATH", "") + ":/usr/sbin")
+         for name in ("sbatch", "slurmctld", "slurmd", "munged")]
+
+
+@unittest.skipUnless(all(SLURM) and os.getuid() == 0,
+                     "Slurm is not installed, or this user may not start its services")
+class Slurm(StandInTest):
+    """A cluster of this machine alone, with a configuration of its own."""
+
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.cluster = cls.enterClassContext(tempfile.TemporaryDirectory(prefix="tovrek-slurm-"))
+        os.chmod(cls.cluster, 0o755)
+        ports = (free_port(), free_port())
+        here = socket.gethostname()
+        configuration = write(f"""ClusterName=test
+SlurmctldHost={here}(127.0.0.1)
+SlurmctldPort={ports[0]}
+SlurmdPort={ports[1]}
+SlurmUser=root
+AuthType=auth/munge
+AuthInfo=socket={cls.cluster}/munge/socket
+CredType=cred/munge
+StateSaveLocation={cls.cluster}/state
+SlurmdSpoolDir={cls.cluster}/spool
+SlurmctldPidFile={cls.cluster}/slurmctld.pid
+SlurmdPidFile={cls.cluster}/slurmd.pid
+SlurmctldLogFile={cls.cluster}/slurmctld.log
+SlurmdLogFile={cls.cluster}/slurmd.log
+ProctrackType=proctrack/linuxproc
+TaskPlugin=task/none
+JobAcctGatherType=jobacct_gather/none
+AccountingStorageType=accounting_storage/none
+SelectType=select/cons_tres
+SelectTypeParameters=CR_Core
+SchedulerParameters=sched_interval=1,batch_sched_delay=0
+ReturnToService=2
+MpiDefault=none
+NodeName={here} NodeAddr=127.0.0.1 CPUs={os.cpu_count()} State=UNKNOWN
+PartitionName=all Nodes={here} Default=YES MaxTime=INFINITE State=UP
+""".encode(), cls.cluster, "slurm.conf")
+        for name in ("state", "spool", "munge"):
+            os.makedirs(os.path.join(cls.cluster, name), 0o755)
+        os.chmod(write(os.urandom(128), cls.cluster, "key"), 0o400)
+        munge = os.path.join(cls.cluster, "munge")
+        cls.serve(SLURM[3], "--foreground", "--force", f"--socket={munge}/socket",
+                  f"--key-file={cls.cluster}/key", f"--pid-file={munge}/pid",
+                  f"--log-file={munge}/log", f"--seed-file={munge}/seed")
+        wait_for(lambda: os.path.exists(f"{munge}/socket"), "munged does not answer")
+        cls.environment["SLURM_CONF"] = configuration
+        cls.serve(SLURM[1], "-D", "-f", configuration)
+        cls.serve(SLURM[2], "-D", "-f", configuration, "-N", here)
+        wait_for(lambda: b"idle" in run("sinfo", "-h", "-o", "%T", check=False,
+                                        env=cls.environment).stdout, "no node is idle")
+
+    @classmethod
+    def serve(cls, *command):
+        service = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                   env=cls.environment)
+        cls.addClassCleanup(service.wait)
+        cls.addClassCleanup(service.terminate)
+
+    def run_slurm(self, *words):
+        return self.run_jobs("--engine", "slurm", *words)
+
+    def test_one_array(self):
+        contents = [f"app {index}" for index in range(6)] + ["bad:", "lazy"]
+        self.make_jobs(contents)
+        result = self.run_slurm("--jobs", "4")
+        engine = read(self.folder, "jobs.csv.state", "engine.txt")
+        self.assertEqual(result.returncode, 1, result.stderr + engine.decode())
+        self.assertIn("6 done, 2 failed, 0 left of 8", result.stdout)
+        self.assert_whole(contents)
+        before = len(self.begun())
+        write(b"good now", self.folder, "in", "6.wex")
+        self.assertIn("7 done, 1 failed, 0 left of 8", self.run_slurm().stdout)
+        self.assertEqual(len(self.begun()), before + 2)
+
+    def test_interrupted(self):
+        table = self.make_jobs(["slow", "slow"])
+        batch = subprocess.Popen([self.program, "run", table, "--engine", "slurm"],
+                                 env=self.environment, stdout=subprocess.DEVNULL,
+                                 stderr=subprocess.DEVNULL)
+        wait_for(self.begun, "nothing has begun")
+        batch.terminate()
+        self.assertEqual(batch.wait(timeout=30), -15)
+        queue = lambda: run("squeue", "-h", env=self.environment).stdout
+        wait_for(lambda: not queue(), "the array goes on")
+        self.assertEqual(self.results(table), {})
+        self.assertEqual(os.listdir(self.path("out")), [])
