@@ -2,6 +2,7 @@
 
 #include "batch/app_facts.h"
 #include "batch/judging.h"
+#include "host/file_status.h"
 #include "host/files.h"
 #include "inspect/forecast.h"
 #include "inspect/identity_forecast.h"
@@ -20,6 +21,12 @@ std::string joinedReasons(const inspect::Findings& findings) {
     reasons += (reasons.empty() ? "" : "; ") + each.reason;
   }
   return reasons;
+}
+
+// A pipe would be waited for.
+bool isRegularFile(const std::string& path) {
+  const auto status = statusOf(path);
+  return status && status->kind == ItemKind::kFile;
 }
 
 // The keychain that the command is told of; it looks there only when -pell is given too.
@@ -89,7 +96,7 @@ void CredentialJudge::judgeProfile(const Job& job, const inspect::ProfileDetails
 void CredentialJudge::judge(const Job& job, Faults* faults) {
   const std::string* path = job.value("Profile");
   // Those that were told of already.
-  if (path == nullptr || !isPlainFile(*path) || !isPlainFile(job.input())) return;
+  if (path == nullptr || !isRegularFile(*path) || !isRegularFile(job.input())) return;
   const ProfileAnswer& answer = profileAt(*path);
   if (!answer.profile) {
     return refuse(job, "Profile", "it is no profile: " + answer.problem, faults);
@@ -100,7 +107,7 @@ void CredentialJudge::judge(const Job& job, Faults* faults) {
 }
 
 void judgeThoroughly(const Job& job, const JudgingRules& rules, Faults* faults) {
-  if (!isPlainFile(job.input())) return;
+  if (!isRegularFile(job.input())) return;
   inspect::OpenApp open;
   const inspect::Rules inspection{.now = rules.now};
   const inspect::Subject subject = inspect::inspectInput(job.input(), inspection, &open);

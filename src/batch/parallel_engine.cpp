@@ -93,6 +93,13 @@ class ParallelRun {
 
 bool runOnParallel(const RunOptions& options, const std::vector<const Job*>& jobs,
                    const Workshop& workshop, const Observer& observer, ErrorText* error) {
+  for (const std::string& path :
+       {options.table, workshop.state.path(), programPath(), options.remote.value_or("")}) {
+    if (path.find('{') != path.npos) {
+      return fail(error,
+                  fmt::format("parallel has a meaning of its own for the brace in {}", path));
+    }
+  }
   ParallelRun run(options, jobs, workshop, observer);
   return options.hosts ? run.onHosts(error) : run.here(error);
 }

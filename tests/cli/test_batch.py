@@ -104,7 +104,11 @@ class Interruptions(StandInTest):
                 [self.program, "run", table, "--jobs", "3", *(["--resume"] if attempt else [])],
                 env=self.environment | {"PAUSE": "0.02"}, start_new_session=True,
                 stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-            time.sleep(moments.uniform(0.01, 0.15))
+            # Counted in rows, as machines differ; now and then before the first one.
+            enough = len(self.begun()) + moments.randrange(14)
+            while len(self.begun()) < enough:
+                time.sleep(0.002)
+            time.sleep(moments.uniform(0, 0.03))
             kill_session(run.pid)
             run.wait()
             self.assert_whole(contents)
@@ -355,10 +359,12 @@ class Credentials(BatchTest):
         write(b"text", self.folder, "text.mobileprovision")
         profile(self.path("old.mobileprovision"), ExpirationDate=datetime(2020, 1, 1))
         profile(self.path("other.mobileprovision"), {"application-identifier": f"{TEAM}.com.other"})
+        os.mkfifo(self.path("pipe.mobileprovision"))
         sound = {"command": "Wrap", "in": "a.ipa", "Cert": ADMIN, "Profile": self.profile}
         cases = [
             ({}, None), ({"in": "text.ipa"}, "in: "),
             ({"Profile": "text.mobileprovision"}, "Profile: it is no profile"),
+            ({"Profile": "pipe.mobileprovision"}, "Profile: "),
             ({"Profile": "old.mobileprovision"}, "Profile: it ended on 2020-01-01"),
             ({"Profile": "other.mobileprovision"},
              f"Profile: it is for {TEAM}.com.other, not for com.example.a"),
