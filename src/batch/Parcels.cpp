@@ -14,8 +14,6 @@
 namespace tovrek::batch {
 namespace {
 
-constexpr uint64_t kLargestResult = 1 << 20;
-
 bool isFileOf(const std::string& path, uint64_t size) {
   const auto status = statusNoFollow(path);
   return status && status->kind == ItemKind::kFile && status->size == size;
@@ -102,13 +100,7 @@ std::optional<JobResult> Parcels::unpack(const Job& job) const {
 
 std::optional<JobResult> Parcels::take(const Job& job, const std::string& parcel,
                                        const std::string& row) const {
-  const auto status = statusNoFollow(joinPath(row, "result.json"));
-  std::string text;
-  if (!status || status->kind != ItemKind::kFile || status->size > kLargestResult ||
-      !readFile(joinPath(row, "result.json"), &text)) {
-    return std::nullopt;
-  }
-  auto result = parseResult(text);
+  auto result = readResult(joinPath(row, "result.json"));
   if (!result) return std::nullopt;
   const auto outputs = job.paths(ColumnKind::kOutput);
   const bool isDone = result->status == JobStatus::kDone;

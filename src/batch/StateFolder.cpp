@@ -37,12 +37,7 @@ std::string StateFolder::resultPath(const Job& job) const {
 }
 
 std::optional<JobResult> StateFolder::result(const Job& job) const {
-  const auto status = statusNoFollow(resultPath(job));
-  if (!status || status->kind != ItemKind::kFile || status->size > kLargestResult) {
-    return std::nullopt;
-  }
-  std::string text;
-  return readFile(resultPath(job), &text) ? parseResult(text) : std::nullopt;
+  return readResult(resultPath(job));
 }
 
 bool StateFolder::write(const Job& job, const JobResult& result, ErrorText* error) const {
@@ -53,6 +48,15 @@ bool StateFolder::write(const Job& job, const JobResult& result, ErrorText* erro
 
 bool StateFolder::removeResult(const Job& job, ErrorText* error) const {
   return !itemExistsNoFollow(resultPath(job)) || removeItem(resultPath(job), error);
+}
+
+std::optional<JobResult> readResult(const std::string& path) {
+  const auto status = statusNoFollow(path);
+  if (!status || status->kind != ItemKind::kFile || status->size > kLargestResult) {
+    return std::nullopt;
+  }
+  std::string text;
+  return readFile(path, &text) ? parseResult(text) : std::nullopt;
 }
 
 bool outputsAreThere(const Job& job, const JobResult& result) {

@@ -44,6 +44,9 @@ class StateFolder {
   FolderLock lock_;
 };
 
+// A result out of a regular file of bearable size; none for anything else.
+std::optional<JobResult> readResult(const std::string& path);
+
 // Whether all outputs are there, as large as they were made.
 bool outputsAreThere(const Job& job, const JobResult& result);
 
