@@ -6,7 +6,6 @@
 #include "host/files.h"
 #include "host/host_info.h"
 #include "host/interruption.h"
-#include "host/parallel.h"
 #include "host/resources.h"
 
 namespace tovrek::batch {

@@ -7,11 +7,11 @@
 #include <list>
 #include <mutex>
 #include <optional>
-#include <thread>
 #include <vector>
 
 #include "batch/Observer.h"
 #include "batch/execution.h"
+#include "host/parallel.h"
 
 namespace tovrek::batch {
 
@@ -48,7 +48,7 @@ class LocalEngine {
     uint64_t memory;
     JobResult result{};
     bool ended = false;
-    std::optional<std::thread> thread{};
+    std::optional<Helper> thread{};
   };
 
   void queue(const std::vector<const Job*>& jobs);
