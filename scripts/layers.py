@@ -12,6 +12,7 @@ LAYERS = {
     # Libraries, in src/.
     "converter": ["engine", "package", "profile", "device"],
     "device": ["signing/verify", "profile"],
+    "batch": ["inspect"],
     "inspect": ["archive", "device", "engine", "keychain", "package"],
     "package": ["icons", "tools"],
     "profile": ["tools"],
@@ -36,6 +37,7 @@ LAYERS = {
     "reserve": ["engine", "formats"],
     # Programs, in programs/.
     "programs/tovrek": ["converter"],
+    "programs/batch": ["batch"],
     "programs/inspect": ["inspect"],
     "programs/codesign": ["signing/verify", "keychain"],
     "programs/security": ["keychain"],

@@ -117,6 +117,7 @@ bool AtomicFile::flush(ErrorText* error) {
 }
 
 bool AtomicFile::commit(ErrorText* error, std::optional<uint32_t> mode) {
+  // Asking for the mask changes it for a moment, which other threads would see: only where needed.
   if (!mode) mode = modeForNewFile(state_->path);
   return mode ? finish(*mode, renameReplacing, error) : failWithErrno(error);
 }

@@ -48,6 +48,10 @@ bool flushTree(const std::string& folder, ErrorText* error) {
   return flushed && walkDirectory(folder, visit, error) && flushed;
 }
 
+bool renameFileInto(const std::string& from, const std::string& to, ErrorText* error) {
+  return install(from, to, isPlainFile(to), error);
+}
+
 bool deliverFile(const std::string& from, const std::string& to, Source source, ErrorText* error) {
   const bool replaces = isPlainFile(to);
   if (!replaces && itemExistsNoFollow(to)) {

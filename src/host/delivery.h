@@ -22,4 +22,8 @@ bool deliverFile(const std::string& from, const std::string& to, Source source,
 // for.
 bool flushTree(const std::string& folder, ErrorText* error = nullptr);
 
+// deliverFile() for a file on the same file system that is as it is to be: it takes the name
+// itself, so that even a run that is killed leaves nothing beside it.
+bool renameFileInto(const std::string& from, const std::string& to, ErrorText* error = nullptr);
+
 }  // namespace tovrek

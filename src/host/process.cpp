@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/wait.h>
@@ -20,6 +19,7 @@
 #include "host/complaint.h"
 #include "host/file_io.h"
 #include "host/running_child.h"
+#include "host/spawning.h"
 
 namespace tovrek {
 namespace {
@@ -41,29 +41,6 @@ struct Pipe {
     return true;
   }
 };
-
-// Owners of what posix_spawn takes.
-struct FileActions {
-  FileActions() { posix_spawn_file_actions_init(&actions); }
-  ~FileActions() { posix_spawn_file_actions_destroy(&actions); }
-  FileActions(const FileActions&) = delete;
-  FileActions& operator=(const FileActions&) = delete;
-  posix_spawn_file_actions_t actions;
-};
-struct SpawnAttributes {
-  SpawnAttributes() { posix_spawnattr_init(&attributes); }
-  ~SpawnAttributes() { posix_spawnattr_destroy(&attributes); }
-  SpawnAttributes(const SpawnAttributes&) = delete;
-  SpawnAttributes& operator=(const SpawnAttributes&) = delete;
-  posix_spawnattr_t attributes;
-};
-
-std::vector<char*> pointersTo(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  for (std::string& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
 
 // A bare name is found in the child's PATH, not in that of this process.
 std::string findProgram(const std::string& name) {
@@ -133,11 +110,7 @@ int spawn(const Command& command, Pipe& input, Pipe& output, Pipe& errors, pid_t
     posix_spawn_file_actions_addchdir_np(&files.actions, command.workingDirectory.c_str());
   }
   SpawnAttributes spawning;
-  sigset_t defaults;
-  sigemptyset(&defaults);
-  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ}) {
-    sigaddset(&defaults, number);
-  }
+  const sigset_t defaults = endingSignals();
   posix_spawnattr_setsigdefault(&spawning.attributes, &defaults);
   posix_spawnattr_setsigmask(&spawning.attributes, &mask);
   // A group of its own, so that an interruption reaches all programs of a pipeline.
