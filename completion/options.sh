@@ -35,12 +35,11 @@ _tovrek_options() {
 # What Inspect reads, by ending.
 _tovrek_inputs=.ipa.app.wex.mobileprovision.p12.pfx.cer.crt.der.pem
 
-# _tovrek_lower WORD: options and commands may be typed in any case.
-_tovrek_lower() { printf '%s\n' "$1" | tr '[:upper:]' '[:lower:]'; }
+# Options and commands may be typed in any case.
 
 # _tovrek_command WORD: the command as its table spells it; nothing for other words.
 _tovrek_command() {
-  case $(_tovrek_lower "$1") in
+  case $(printf '%s' "$1" | tr '[:upper:]' '[:lower:]') in
     wrap) echo Wrap ;;
     sign) echo Sign ;;
     setinfo) echo SetInfo ;;
@@ -50,22 +49,15 @@ _tovrek_command() {
 
 # _tovrek_kind COMMAND OPTION: what kind of value follows; nothing where none does.
 _tovrek_kind() {
-  local name kind
-  _tovrek_options "$1" | while read -r name kind; do
-    if [ "$(_tovrek_lower "$name")" = "$(_tovrek_lower "$2")" ]; then echo "$kind"; fi
-  done
+  _tovrek_options "$1" | awk 'BEGIN { option = tolower(ARGV[1]); ARGV[1] = "" }
+    tolower($1) == option { print $2 }' "$2"
 }
 
 # _tovrek_left COMMAND WORD...: the options that none of the words is yet.
 _tovrek_left() {
-  local name kind given word
-  _tovrek_options "$1" | while read -r name kind; do
-    given=
-    for word in "$@"; do
-      if [ "$(_tovrek_lower "$word")" = "$(_tovrek_lower "$name")" ]; then given=yes; fi
-    done
-    if [ -z "$given" ]; then printf '%s\n' "$name"; fi
-  done
+  _tovrek_options "$1" | awk '
+    BEGIN { for (i = 1; i < ARGC; ++i) { given[tolower(ARGV[i])]; ARGV[i] = "" } }
+    !(tolower($1) in given) { print $1 }' "$@"
 }
 
 # _tovrek_identities PROGRAM: the names of the certificates that can sign, a line each, as the

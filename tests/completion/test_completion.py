@@ -66,7 +66,7 @@ class Terminal:
 
     def complete(self, line):
         self.send(line + "\t\x18s")  # the key ends the line
-        return self.wait(r"<<(.*?)>>").group(1).rstrip()
+        return self.wait(r"<<(.*?)>>").group(1).rstrip().replace("\\:", ":")  # the same word
 
     def close(self):
         self.send("\x15exit\n")
