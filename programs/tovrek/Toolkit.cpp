@@ -11,10 +11,11 @@
 #include "context/RunContext.h"
 #include "converter/AppConverter.h"
 #include "converter/validation.h"
-#include "host/host_info.h"
+#include "host/installation.h"
 #include "host/paths.h"
 #include "host/utf8.h"
 #include "host/version.h"
+#include "log/SystemLog.h"
 #include "log/TKProgressor.h"
 #include "programs/tovrek/CommandLineProcessor.h"
 #include "programs/tovrek/confine_run.h"
@@ -52,6 +53,15 @@ std::string escaped(std::string_view bytes) {
   return result;
 }
 
+// A log that cannot be had is told of once, not for each of its lines.
+void prepareDefaultLog(Request& request) {
+  ErrorText reason;
+  if (request.logFile != defaultLogFile() || makeDefaultLogFolder(&reason)) return;
+  systemLog(fmt::format("ERROR: failed to write file at {}, error is {}", *request.logFile,
+                        reason.text()));
+  request.logFile.reset();
+}
+
 void setUpCommandLineLog(const Request& request, WrapperLogger& log) {
   log.setLogFilename(request.logFile);
   log.setLogDisplayLevel(request.logDisplayLevel);
@@ -78,7 +88,7 @@ std::string appOf(const UnpackedInput& input) {
 int convert(const Request& request, UnpackedInput input, RunContext& context,
             TKProgressor& progressor, const Streams& streams) {
   const WrapperLogger& log = context.loggers.commandLine;
-  const std::string contentPath = joinPath(programFolder(), "Data");
+  const std::string contentPath = contentFolder();
   log.logBasic(fmt::format("Content path: {}", contentPath));
   // The app is looked at once more to explain a refusal.
   const std::shared_ptr<TemporaryDirectory> scratch = input.directory;
@@ -143,6 +153,7 @@ int run(const Arguments& arguments, const Streams& streams) {
     explain({.text = error.text()}, streams);
     return kExitBadInput;
   }
+  prepareDefaultLog(*request);
   setUpCommandLineLog(*request, context.loggers.commandLine);
   CLProgressor progressor(context.loggers.commandLine);
   AppConverter::initializeLogging(*request, context);

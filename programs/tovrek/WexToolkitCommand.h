@@ -27,6 +27,8 @@ class WexToolkitCommand {
   // Whether the text is none of the command's options. Prints a note for each one that it is.
   bool CheckForMissingParamValue(std::string_view text) const;
 
+  // What the command takes besides "-help", one row for each option.
+  const OptionTable& options() const { return table_; }
   // The options' names. Some stand twice.
   const std::vector<std::string>& supportedParams() const { return supportedParams_; }
   void setSupportedParams(std::vector<std::string> names) { supportedParams_ = std::move(names); }

@@ -1,10 +1,9 @@
 #include "converter/Request.h"
 
-#include "host/host_info.h"
-#include "host/paths.h"
+#include "host/installation.h"
 
 namespace tovrek {
 
-Request::Request() : logFile(joinPath(programFolder(), "logs/Orvane.log")) {}
+Request::Request() : logFile(defaultLogFile()) {}
 
 }  // namespace tovrek

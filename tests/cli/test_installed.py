@@ -1,0 +1,50 @@
+"""Where content and log are: in a folder of one's own, and in the installation of a package."""
+import os
+import shutil
+
+from harness import TOOLKIT, WholeProgramTest, read, write
+
+
+class Installed(WholeProgramTest):
+    def setUp(self):
+        self.toolkit = self.path(self.id(), "toolkit")
+        os.makedirs(self.toolkit)
+        shutil.copy(os.path.join(TOOLKIT, "Tovrek"), self.toolkit)
+        os.symlink(os.path.join(TOOLKIT, "host"), os.path.join(self.toolkit, "host"))
+        self.local = self.path(self.id(), "etc")
+        self.input = write(b"no app", self.path("App.txt"))
+
+    def refused(self, log, content):
+        """A run that gets as far as the content writes this log, and takes this content."""
+        command = self.wrap_command(self.input, self.path("x.wex"), "-logWriteLevel", "3",
+                                    toolkit=self.toolkit)
+        named = command.index("-logFile")
+        del command[named:named + 2]
+        result = self.run_toolkit(command, {"XDG_STATE_HOME": self.path(self.id(), "state")})
+        self.assert_ends_with(result, 254, "Unknown input file.")
+        if log is None:
+            return result.stderr
+        self.assertNotIn("failed to write", result.stderr)
+        self.assertIn(f"Content path: {content}\n", read(log).decode())
+        return result.stderr
+
+    def test_folder_of_ones_own(self):
+        os.mkdir(os.path.join(self.toolkit, "logs"))
+        self.refused(os.path.join(self.toolkit, "logs/Orvane.log"), os.path.join(self.toolkit, "Data"))
+        # Neither made nor replaced by another place: it is known from scripts where the log is.
+        shutil.rmtree(os.path.join(self.toolkit, "logs"))
+        self.assertIn("failed to write", self.refused(None, None))
+        self.assertFalse(os.path.exists(self.path(self.id(), "state")))
+
+    def test_package(self):
+        os.mkdir(self.local)
+        os.symlink(self.local, os.path.join(self.toolkit, "local"))
+        log = self.path(self.id(), "state/tovrek/Orvane.log")
+        self.refused(log, os.path.join(self.toolkit, "Data"))
+        os.remove(log)
+        os.mkdir(os.path.join(self.local, "Data"))
+        self.refused(log, os.path.join(self.toolkit, "local/Data"))
+        # A log that cannot be had is told of once.
+        shutil.rmtree(self.path(self.id(), "state"))
+        write(b"", self.path(self.id(), "state"))
+        self.assertEqual(self.refused(None, None).count("failed to write"), 1)
