@@ -150,7 +150,7 @@ std::optional<std::string> FieldReader<P>::showWord(FieldKind kind) {
     case FieldKind::kTableEnd:
       return noted(value, tableStart_ + value * sizeof(macho::macho_nlist<P>) > fileSize);
     case FieldKind::kText:
-      return textAt(command_, value);
+      return printable(textAt(command_, value));
     case FieldKind::kTime:
       return fmt::format("{} {}", value, timeText(value));
     case FieldKind::kVersion:
@@ -176,8 +176,9 @@ void listForm(const macho::Image<P>& image, const CommandView& command, const Co
                         *value);
   }
   const bool right = form.exact ? command.cmdsize == reader.end() : true;
-  output->print("{:>{}} {}\n{:>{}} {}{}\n{}", "cmd", form.width, form.name, "cmdsize", form.width,
-                command.cmdsize, right ? "" : " Incorrect size", text);
+  output->print("{:>{}} {}\n{:>{}} {}{}\n", "cmd", form.width, form.name, "cmdsize", form.width,
+                command.cmdsize, right ? "" : " Incorrect size");
+  output->text(text);
 }
 
 template <class P>

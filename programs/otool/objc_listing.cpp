@@ -110,12 +110,14 @@ std::string ObjcLister<P>::named(const Target& target) const {
 
 template <class P>
 void ObjcLister<P>::field(std::string_view label, uint64_t value, std::string_view note) {
-  output_->print("{} {:#x}{}\n", label, value, note);
+  output_->text(label);
+  output_->print(" {:#x}{}\n", value, note);
 }
 
 template <class P>
 void ObjcLister<P>::textField(std::string_view label, const Target& target) {
-  output_->print("{} {:#x}", label, target.address);
+  output_->text(label);
+  output_->print(" {:#x}", target.address);
   if (const auto text = reader_.textAt(target.address)) output_->print(" {}", *text);
   output_->text("\n");
 }
@@ -262,12 +264,14 @@ void ObjcLister<P>::listMethods(uint64_t address, std::string_view tabs) {
   uint32_t entrySize = 0, count = 0;
   if (!listHeader(address, &entrySize, &count)) return;
   const bool relative = (entrySize & kRelativeMethods) != 0;
+  output_->text(tabs);
   if (relative) {
-    output_->print("{}\t\t   entsize {} (relative) \n", tabs, entrySize & ~kMethodListFlags);
+    output_->print("\t\t   entsize {} (relative) \n", entrySize & ~kMethodListFlags);
   } else {
-    output_->print("{}\t\t   entsize {}\n", tabs, entrySize);
+    output_->print("\t\t   entsize {}\n", entrySize);
   }
-  output_->print("{}\t\t     count {}\n", tabs, count);
+  output_->text(tabs);
+  output_->print("\t\t     count {}\n", count);
   const uint64_t stride = relative ? 12 : 3 * kPointer;
   uint64_t entry = address + 8;
   for (uint32_t i = 0; i < count && goesOn(); ++i, entry += stride) {
@@ -291,7 +295,8 @@ void ObjcLister<P>::listMethod(uint64_t address, std::string_view tabs) {
   textField("\t\t     types", pointer(address, 1));
   const Target imp = pointer(address, 2);
   const std::string_view symbol = imp.address == 0 ? imp.import : reader_.symbolAt(imp.address);
-  output_->print("{}\t\t       imp ", tabs);
+  output_->text(tabs);
+  output_->text("\t\t       imp ");
   // With 64 bits the symbol stands in place of the address.
   if (kPointer == 4) {
     output_->print("{:#x}{}{}\n", imp.address, symbol.empty() ? "" : " ", symbol);
@@ -311,7 +316,8 @@ void ObjcLister<P>::listRelativeMethod(uint64_t address, bool direct, std::strin
     if (!word(place, &distance)) return;
     const uint64_t target = static_cast<typename P::Integer>(
         place + static_cast<uint64_t>(int64_t{static_cast<int32_t>(distance)}));
-    output_->print("{}\t\t {} {:#x} ({:#x})", tabs, labels[i], distance, target);
+    output_->text(tabs);
+    output_->print("\t\t {} {:#x} ({:#x})", labels[i], distance, target);
     std::optional<std::string_view> text;
     if (i == 2) {
       text = reader_.symbolAt(target);

@@ -24,7 +24,8 @@ class Output {
   ~Output() { flush(); }
 
   // Texts among the values are names from the file, which nobody vetted: control characters in them
-  // are shown by their bytes, so that a name cannot forge a line.
+  // are shown by their bytes, so that a name cannot forge a line. What has lines or tabs of its own
+  // goes to text().
   template <class... Args>
   void print(fmt::format_string<Args...> format, const Args&... args) {
     fmt::format_to(std::back_inserter(buffer_), fmt::runtime(fmt::string_view(format)),
