@@ -23,9 +23,6 @@ namespace {
 using archive::Bytes;
 using archive::Entry;
 
-// Larger entries are unpacked right into the mapped file, so that they need no memory of their own.
-constexpr uint64_t kLargestInMemory = 8 << 20;
-
 struct Result {
   int status = kDone;
   std::string text{};  // for standard error
@@ -41,6 +38,7 @@ struct Worker {
 // False with errno when the file could not be written; damaged contents are a `fault`.
 bool writeContents(const archive::ArchiveReader& reader, const Entry& entry, const NewFile& file,
                    Worker* worker, std::string* fault) {
+  // Into the mapped file, so that it needs no memory of its own.
   if (entry.method != archive::kStored && entry.size > kLargestInMemory) {
     return file.writeMapped(entry.size, [&](std::span<std::byte> target) {
       const bool sound = unpackInto(reader, entry, &worker->inflater, target);

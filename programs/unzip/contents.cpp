@@ -16,9 +16,6 @@ namespace {
 using archive::ArchiveReader;
 using archive::Entry;
 
-// Larger deflated entries are unpacked in pieces.
-constexpr uint64_t kLargestInMemory = 8 << 20;
-
 using UsePiece = std::function<bool(archive::Bytes)>;
 
 bool isUnpackedInPieces(const Entry& entry) {

@@ -1,12 +1,16 @@
 // The contents of one entry.
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "archive/ArchiveReader.h"
 #include "archive/deflate.h"
 
 namespace tovrek::unzip {
+
+// Larger entries are never held whole.
+inline constexpr uint64_t kLargestInMemory = 8 << 20;
 
 // What is wrong with an entry's contents: empty when they are sound. `contents` has exactly the
 // bytes that came out.

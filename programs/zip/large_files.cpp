@@ -17,7 +17,6 @@ using Way = LargeFile::Way;
 // Up to these sizes files are compared, and packed, as a whole.
 constexpr uint64_t kLargestComparedWhole = 4 << 20;
 constexpr uint64_t kLargestPackedWhole = 16 << 20;
-constexpr int kUsualLevel = 6;
 constexpr int kQuickLevel = 2;
 
 bool isLarge(const SourceItem& item) {

@@ -10,6 +10,10 @@
 
 namespace tovrek::zip {
 
+// What is packed at this level or a lower one may be replaced by the packed form that a file had in
+// the archive it came from.
+inline constexpr int kUsualLevel = 6;
+
 // Larger files are planned for; smaller ones are read and packed at once.
 inline constexpr uint64_t kLargestRead = 256 << 10;
 

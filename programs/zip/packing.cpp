@@ -37,7 +37,6 @@ void store(Bytes contents, PackedItem* result) {
 Buffer deflated(Bytes contents, const archive::PackedSource* source, Packer* packer, uint32_t* crc,
                 uint16_t* flags) {
   using Known = archive::PackedSource::Known;
-  constexpr int kUsualLevel = 6;
   Buffer packed;
   if (packer->level == 0 || contents.size() < 2) return packed;
   if (source != nullptr && packer->level <= kUsualLevel && source->mayHave(contents.size())) {
