@@ -11,7 +11,6 @@
 
 #include "formats/XmlNodeAccess.h"
 #include "formats/libxml_strings.h"
-#include "formats/xml_guard.h"
 #include "formats/xml_limits.h"
 #include "host/Freer.h"
 #include "host/files.h"
@@ -95,10 +94,6 @@ std::optional<XmlDocument> XmlDocument::parse(std::string_view bytes, XmlParsing
   const ParserContext context(xmlNewParserCtxt());
   if (!context || bytes.size() > INT_MAX) {
     fail(error, "the document is too large");
-    return std::nullopt;
-  }
-  if (const std::string fault = markupFault(bytes); !fault.empty()) {
-    fail(error, fault);
     return std::nullopt;
   }
   Parsing parsing;

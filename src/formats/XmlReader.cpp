@@ -9,7 +9,6 @@
 #include <string>
 
 #include "formats/libxml_strings.h"
-#include "formats/xml_guard.h"
 #include "formats/xml_limits.h"
 
 namespace tovrek {
@@ -106,10 +105,6 @@ bool readXml(std::string_view bytes, XmlEvents& events) {
   }
   // Pieces keep libxml2's sizes, which are ints, out of the question.
   constexpr size_t kPiece = size_t{1} << 20;
-  if (const std::string fault = markupFault(bytes); !fault.empty()) {
-    events.parseError(fault);
-    return false;
-  }
   xmlSAXHandler callbacks = handlers();
   Reading reading{events, bytes.size() * 2 + kMostExpansion};  // UTF-16 grows as UTF-8
   const std::unique_ptr<xmlParserCtxt, ContextFreer> context(

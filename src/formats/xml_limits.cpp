@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "formats/xml_guard.h"
+
 namespace tovrek {
 namespace {
 
@@ -52,7 +54,7 @@ std::string excessOfXml(std::string_view bytes, const XmlLimits& limits) {
   if (static_cast<size_t>(std::ranges::count(bytes, '<')) > limits.tags) {
     return fmt::format("it has more than {} tags", limits.tags);
   }
-  return "";
+  return markupFault(bytes);
 }
 
 }  // namespace tovrek

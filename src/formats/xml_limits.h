@@ -9,7 +9,8 @@
 
 namespace tovrek {
 
-// Empty while the document keeps within the limits, else which of them it passes.
+// Empty while the document keeps within the limits and markupFault() finds nothing, else what is
+// wrong with it.
 std::string excessOfXml(std::string_view bytes, const XmlLimits& limits = {});
 
 }  // namespace tovrek

@@ -14,7 +14,6 @@
 #include "formats/base64.h"
 #include "formats/libxml_strings.h"
 #include "formats/plist_readers.h"
-#include "formats/xml_guard.h"
 #include "formats/xml_limits.h"
 
 namespace tovrek {
@@ -287,7 +286,6 @@ std::optional<PlistValue> readXmlPlist(std::string_view bytes, const PlistLimits
   }
   // Tags and bytes are no matter here: values are counted as they come.
   *reason = excessOfXml(bytes, {.bytes = INT_MAX, .tags = INT_MAX});
-  if (reason->empty()) *reason = markupFault(bytes);
   if (!reason->empty()) return std::nullopt;
   const std::unique_ptr<xmlParserCtxt, ContextFreer> context(
       xmlCreateMemoryParserCtxt(bytes.data(), static_cast<int>(bytes.size())));
