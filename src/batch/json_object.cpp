@@ -11,25 +11,6 @@
 namespace tovrek::batch {
 namespace {
 
-void appendUtf8(uint32_t c, std::string* text) {
-  const auto add = [&](uint32_t byte) { text->push_back(static_cast<char>(byte)); };
-  if (c < 0x80) {
-    add(c);
-  } else if (c < 0x800) {
-    add(0xc0 | c >> 6);
-    add(0x80 | (c & 0x3f));
-  } else if (c < 0x10000) {
-    add(0xe0 | c >> 12);
-    add(0x80 | (c >> 6 & 0x3f));
-    add(0x80 | (c & 0x3f));
-  } else {
-    add(0xf0 | c >> 18);
-    add(0x80 | (c >> 12 & 0x3f));
-    add(0x80 | (c >> 6 & 0x3f));
-    add(0x80 | (c & 0x3f));
-  }
-}
-
 class ObjectReader {
  public:
   ObjectReader(std::string_view text, ErrorText* error) : text_(text), error_(error) {}
@@ -114,7 +95,7 @@ class ObjectReader {
     } else if (point >= 0xdc00 && point < 0xe000) {
       return false;
     }
-    appendUtf8(point, text);
+    appendUtf8(text, point);
     return true;
   }
 

@@ -29,15 +29,8 @@ RowState stateOf(const std::optional<JobResult>& result) {
 }
 
 const char* nameOf(RowState state) {
-  switch (state) {
-    case RowState::kDone:
-      return "done";
-    case RowState::kFailed:
-      return "failed";
-    case RowState::kLeft:
-      break;
-  }
-  return "left";
+  constexpr const char* kNames[] = {"done", "failed", "left"};
+  return kNames[static_cast<size_t>(state)];
 }
 
 size_t countOf(const Report& report, RowState wanted) {

@@ -18,22 +18,6 @@ constexpr double kEpochOfDates = 978307200;
 // Further away (the years 0 and 9999) no date has a text form.
 constexpr double kEarliest = -62135596800, kLatest = 253402300799;
 
-void appendUtf8(std::string* to, uint32_t point) {
-  const auto put = [&](uint32_t byte) { *to += static_cast<char>(byte); };
-  if (point < 0x80) return put(point);
-  if (point < 0x800) {
-    put(0xC0 | point >> 6);
-  } else if (point < 0x10000) {
-    put(0xE0 | point >> 12);
-    put(0x80 | (point >> 6 & 0x3F));
-  } else {
-    put(0xF0 | point >> 18);
-    put(0x80 | (point >> 12 & 0x3F));
-    put(0x80 | (point >> 6 & 0x3F));
-  }
-  put(0x80 | (point & 0x3F));
-}
-
 class BinaryReader {
  public:
   BinaryReader(std::string_view bytes, const PlistLimits& limits)

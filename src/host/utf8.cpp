@@ -42,4 +42,20 @@ size_t utf16Length(std::string_view utf8) {
   return length;
 }
 
+void appendUtf8(std::string* to, uint32_t point) {
+  const auto put = [&](uint32_t byte) { *to += static_cast<char>(byte); };
+  if (point < 0x80) return put(point);
+  if (point < 0x800) {
+    put(0xC0 | point >> 6);
+  } else if (point < 0x10000) {
+    put(0xE0 | point >> 12);
+    put(0x80 | (point >> 6 & 0x3F));
+  } else {
+    put(0xF0 | point >> 18);
+    put(0x80 | (point >> 12 & 0x3F));
+    put(0x80 | (point >> 6 & 0x3F));
+  }
+  put(0x80 | (point & 0x3F));
+}
+
 }  // namespace tovrek
