@@ -3,28 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cctype>
 
+#include "formats/xml_encoding.h"
 #include "formats/xml_guard.h"
 
 namespace tovrek {
 namespace {
-
-std::string lowered(std::string_view text) {
-  std::string result(text);
-  for (char& c : result) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return result;
-}
-
-// The encoding that the document's first line declares; empty for none.
-std::string declaredEncoding(std::string_view bytes) {
-  const std::string_view line = bytes.substr(0, bytes.find('>'));
-  const size_t at = line.find("encoding");
-  const size_t start = at == std::string_view::npos ? at : line.find_first_of("\"'", at);
-  if (start == std::string_view::npos) return "";
-  const std::string_view rest = line.substr(start + 1);
-  return lowered(rest.substr(0, rest.find(line[start])));
-}
 
 // Whether every "<" that the parser sees is that byte, and the other way round.
 bool isReadByBytes(std::string_view bytes) {

@@ -1,7 +1,7 @@
-// The XML form, in any encoding that libxml2 knows. Read by events, so that nothing but the
-// values themselves takes memory.
-#include <libxml/parser.h>
-#include <libxml/parserInternals.h>
+// The XML form, in any encoding that the C library knows. Read by events, so that nothing but the
+// values themselves takes memory; and by expat, which starts faster than libxml2, with all that
+// one loads: `codesign` is started for each code object of an app.
+#include <expat.h>
 
 #include <algorithm>
 #include <charconv>
@@ -12,9 +12,11 @@
 
 #include "formats/PlistBudget.h"
 #include "formats/base64.h"
-#include "formats/libxml_strings.h"
 #include "formats/plist_readers.h"
+#include "formats/xml_encoding.h"
 #include "formats/xml_limits.h"
+#include "host/Freer.h"
+#include "host/paths.h"
 
 namespace tovrek {
 namespace {
@@ -207,79 +209,111 @@ class XmlPlistReader {
   std::optional<PlistValue> result_;
 };
 
-struct Reading {
-  XmlPlistReader reader;
-  std::string fault;      // the first one; nothing more is read
-  std::string complaint;  // of libxml2: counts when the document is not well formed
-};
-
-xmlParserCtxtPtr contextOf(void* context) {
-  return static_cast<xmlParserCtxtPtr>(context);
-}
-
-Reading& readingOf(void* context) {
-  return *static_cast<Reading*>(contextOf(context)->_private);
-}
-
-void stopAtFault(void* context) {
-  Reading& reading = readingOf(context);
-  if (reading.reader.fault().empty() || !reading.fault.empty()) return;
-  reading.fault =
-      "line " + std::to_string(xmlSAX2GetLineNumber(context)) + ": " + reading.reader.fault();
-  xmlStopParser(contextOf(context));
-}
-
-void onStart(void* context, const xmlChar* name, const xmlChar* /*prefix*/, const xmlChar* /*uri*/,
-             int /*namespaces*/, const xmlChar** /*namespaceList*/, int /*attributes*/,
-             int /*defaulted*/, const xmlChar** /*attributeList*/) {
-  if (!readingOf(context).fault.empty()) return;
-  readingOf(context).reader.start(reinterpret_cast<const char*>(name));
-  stopAtFault(context);
-}
-
-void onEnd(void* context, const xmlChar* name, const xmlChar* /*prefix*/, const xmlChar* /*uri*/) {
-  if (!readingOf(context).fault.empty()) return;
-  readingOf(context).reader.end(reinterpret_cast<const char*>(name));
-  stopAtFault(context);
-}
-
-void onCharacters(void* context, const xmlChar* text, int length) {
-  if (!readingOf(context).fault.empty()) return;
-  readingOf(context).reader.characters(
-      {reinterpret_cast<const char*>(text), static_cast<size_t>(length)});
-  stopAtFault(context);
-}
-
-// A reference to what no one declared; declarations are not taken in.
-void onReference(void* context, const xmlChar* name) {
-  Reading& reading = readingOf(context);
-  if (reading.fault.empty()) reading.fault = "unknown entity " + fromXmlChars(name);
-  xmlStopParser(contextOf(context));
-}
-
-void onError(void* context, xmlErrorPtr error) {
-  std::string& complaint = readingOf(context).complaint;
-  if (complaint.empty() && error->level >= XML_ERR_ERROR) complaint = describeXmlError(error);
-}
-
-struct ContextFreer {
-  void operator()(xmlParserCtxt* context) const noexcept {
-    xmlFreeDoc(context->myDoc);
-    xmlFreeParserCtxt(context);
+// One document on its way through expat, up to the first fault.
+class Reading {
+ public:
+  Reading(const PlistLimits& limits, const char* encoding)
+      : list_(limits), parser_(XML_ParserCreate(encoding)) {
+    if (!parser_) {
+      fault_ = "out of memory";
+      return;
+    }
+    XML_SetUserData(parser_.get(), this);
+    XML_SetElementHandler(parser_.get(), onStart, onEnd);
+    XML_SetCharacterDataHandler(parser_.get(), onCharacters);
+    // With a handler for all else expat replaces no entity that the document declares; it comes to
+    // the handlers below, like one that nobody declared.
+    XML_SetDefaultHandler(parser_.get(), [](void*, const XML_Char*, int) {});
+    XML_SetSkippedEntityHandler(parser_.get(), onEntity);
+    XML_SetExternalEntityRefHandlerArg(parser_.get(), this);
+    XML_SetExternalEntityRefHandler(parser_.get(), onOutsideEntity);
   }
+
+  void read(std::string_view bytes) {
+    // Sizes are ints there.
+    constexpr size_t kPiece = size_t{1} << 20;
+    while (fault_.empty()) {
+      const std::string_view piece = bytes.substr(0, kPiece);
+      bytes.remove_prefix(piece.size());
+      const XML_Status status = XML_Parse(parser_.get(), piece.data(),
+                                          static_cast<int>(piece.size()), bytes.empty() ? 1 : 0);
+      if (status != XML_STATUS_OK && fault_.empty()) {
+        stop(XML_ErrorString(XML_GetErrorCode(parser_.get())));
+      }
+      if (bytes.empty()) return;
+    }
+  }
+
+  // None, with what is wrong.
+  std::optional<PlistValue> take(std::string* reason) {
+    std::optional<PlistValue> value = list_.take();
+    *reason = fault_.empty() ? list_.fault() : fault_;
+    return reason->empty() ? std::move(value) : std::nullopt;
+  }
+
+ private:
+  static Reading& of(void* data) { return *static_cast<Reading*>(data); }
+  static void onStart(void* data, const XML_Char* name, const XML_Char** /*attributes*/) {
+    of(data).list([&](XmlPlistReader& list) { list.start(name); });
+  }
+  static void onEnd(void* data, const XML_Char* name) {
+    of(data).list([&](XmlPlistReader& list) { list.end(name); });
+  }
+  static void onCharacters(void* data, const XML_Char* text, int length) {
+    of(data).list([&](XmlPlistReader& list) {
+      list.characters({text, static_cast<size_t>(length)});
+    });
+  }
+  static void onEntity(void* data, const XML_Char* name, int isParameter) {
+    if (isParameter == 0) of(data).stop("unknown entity " + std::string(name));
+  }
+  // The argument is what was set for it, whatever its type.
+  static int onOutsideEntity(XML_Parser argument, const XML_Char* /*context*/,
+                             const XML_Char* /*base*/, const XML_Char* /*systemId*/,
+                             const XML_Char* /*publicId*/) {
+    of(argument).stop("an entity from outside of the document");
+    return XML_STATUS_ERROR;
+  }
+
+  // Some events still come after a stop.
+  void list(const auto& tell) {
+    if (!fault_.empty()) return;
+    tell(list_);
+    if (!list_.fault().empty()) stop(list_.fault());
+  }
+  void stop(const std::string& fault) {
+    if (!fault_.empty()) return;
+    fault_ = "line " + std::to_string(XML_GetCurrentLineNumber(parser_.get())) + ": " + fault;
+    XML_StopParser(parser_.get(), XML_FALSE);
+  }
+
+  XmlPlistReader list_;
+  std::unique_ptr<XML_ParserStruct, Freer<XML_ParserFree>> parser_;
+  std::string fault_;
 };
+
+// Without what signatures and sloppy writers leave: zero bytes behind the document, white space
+// before it.
+std::string_view withoutEdges(std::string_view bytes) {
+  const bool isWide = bytes.starts_with("\xFE\xFF") || bytes.starts_with("\xFF\xFE") ||
+                      (bytes.size() > 1 && (bytes[0] == '\0' || bytes[1] == '\0'));
+  if (isWide) return bytes;
+  bytes = bytes.substr(0, bytes.find_last_not_of('\0') + 1);
+  bytes.remove_prefix(std::min(bytes.find_first_not_of(" \t\r\n"), bytes.size()));
+  return bytes;
+}
+
+// Whether expat reads documents that declare this encoding; none is UTF-8 or UTF-16 by its mark.
+bool readsEncoding(std::string_view encoding) {
+  return encoding.empty() || encoding == "utf-8" || encoding == "us-ascii" ||
+         encoding == "iso-8859-1" || encoding.starts_with("utf-16");
+}
 
 }  // namespace
 
 std::optional<PlistValue> readXmlPlist(std::string_view bytes, const PlistLimits& limits,
                                        std::string* reason) {
-  // Signatures and sloppy writers leave zero bytes behind the document, some white space before.
-  const bool isWide = bytes.starts_with("\xFE\xFF") || bytes.starts_with("\xFF\xFE") ||
-                      (bytes.size() > 1 && (bytes[0] == '\0' || bytes[1] == '\0'));
-  if (!isWide) {
-    bytes = bytes.substr(0, bytes.find_last_not_of('\0') + 1);
-    bytes.remove_prefix(std::min(bytes.find_first_not_of(" \t\r\n"), bytes.size()));
-  }
+  bytes = withoutEdges(bytes);
   if (bytes.empty() || bytes.size() > INT_MAX) {
     *reason = bytes.empty() ? "it is empty" : "it is too long";
     return std::nullopt;
@@ -287,27 +321,21 @@ std::optional<PlistValue> readXmlPlist(std::string_view bytes, const PlistLimits
   // Tags and bytes are no matter here: values are counted as they come.
   *reason = excessOfXml(bytes, {.bytes = INT_MAX, .tags = INT_MAX});
   if (!reason->empty()) return std::nullopt;
-  const std::unique_ptr<xmlParserCtxt, ContextFreer> context(
-      xmlCreateMemoryParserCtxt(bytes.data(), static_cast<int>(bytes.size())));
-  if (!context) {
-    *reason = "out of memory";
-    return std::nullopt;
+  const std::string encoding = declaredEncoding(bytes);
+  std::string converted;
+  if (!readsEncoding(encoding)) {
+    auto utf8 = utf8From(bytes, encoding);
+    if (!utf8) {
+      *reason =
+          "line 1: the text is not in the encoding that it declares, or nobody knows that one";
+      return std::nullopt;
+    }
+    converted = std::move(*utf8);
+    bytes = converted;
   }
-  xmlSAXHandler callbacks = saxHandlers(onStart, onEnd, onCharacters, onError);
-  callbacks.reference = onReference;
-  *context->sax = callbacks;
-  Reading reading{XmlPlistReader(limits), {}, {}};
-  context->_private = &reading;
-  // The library's own limits are lower than ours on texts.
-  xmlCtxtUseOptions(context.get(), XML_PARSE_NONET | XML_PARSE_HUGE);
-  xmlParseDocument(context.get());
-  if (reading.fault.empty() && context->wellFormed == 0) {
-    reading.fault = reading.complaint.empty() ? "it is no XML" : reading.complaint;
-  }
-  std::optional<PlistValue> result = reading.reader.take();
-  if (reading.fault.empty()) reading.fault = reading.reader.fault();
-  *reason = reading.fault;
-  return reading.fault.empty() ? std::move(result) : std::nullopt;
+  Reading reading(limits, converted.empty() ? nullptr : "UTF-8");
+  reading.read(bytes);
+  return reading.take(reason);
 }
 
 }  // namespace tovrek
