@@ -25,12 +25,12 @@ void PlistDictionary::set(std::string_view key, PlistValue value) {
   if (PlistValue* old = find(key)) {
     *old = std::move(value);
   } else {
-    append(key, std::move(value));
+    append(std::string(key), std::move(value));
   }
 }
 
-void PlistDictionary::append(std::string_view key, PlistValue value) {
-  entries_.emplace_back(std::string(key), std::move(value));
+void PlistDictionary::append(std::string key, PlistValue value) {
+  entries_.emplace_back(std::move(key), std::move(value));
 }
 
 void PlistDictionary::remove(std::string_view key) {

@@ -33,7 +33,7 @@ class PlistDictionary {
   bool contains(std::string_view key) const { return find(key) != nullptr; }
   void set(std::string_view key, PlistValue value);
   // As set() for a key that is known to be new; constant time.
-  void append(std::string_view key, PlistValue value);
+  void append(std::string key, PlistValue value);
   void remove(std::string_view key);
 
   size_t size() const;

@@ -37,8 +37,8 @@ std::string base64Of(std::string_view bytes) {
 std::optional<std::string> bytesFromBase64(std::string_view digits) {
   if (digits.size() % 4 != 0) return std::nullopt;
   for (int padding = 0; padding < 2 && digits.ends_with('='); padding++) digits.remove_suffix(1);
-  std::string bytes;
-  bytes.reserve(digits.size() / 4 * 3 + 2);
+  std::string bytes(digits.size() * 3 / 4, '\0');
+  char* next = bytes.data();
   uint32_t bits = 0;
   int count = 0;
   for (const char digit : digits) {
@@ -48,7 +48,7 @@ std::optional<std::string> bytesFromBase64(std::string_view digits) {
     count += 6;
     if (count < 8) continue;
     count -= 8;
-    bytes.push_back(static_cast<char>(bits >> count));
+    *next++ = static_cast<char>(bits >> count);
     bits &= (1U << count) - 1;
   }
   return bytes;

@@ -20,6 +20,12 @@ bool failFormat(ErrorText* error, const std::string& reason) {
 }  // namespace
 
 PlistDictionary dictionaryOf(std::vector<PlistDictionary::Entry> entries) {
+  PlistDictionary result;
+  constexpr size_t kFew = 8;  // for which a look at each is quicker than an index
+  if (entries.size() <= kFew) {
+    for (auto& [key, value] : entries) result.set(key, std::move(value));
+    return result;
+  }
   std::unordered_map<std::string_view, size_t> places;
   places.reserve(entries.size());
   std::vector<bool> repeated(entries.size());
@@ -29,9 +35,8 @@ PlistDictionary dictionaryOf(std::vector<PlistDictionary::Entry> entries) {
     entries[known->second].second = std::move(entries[i].second);
     repeated[i] = true;
   }
-  PlistDictionary result;
   for (size_t i = 0; i < entries.size(); ++i) {
-    if (!repeated[i]) result.append(entries[i].first, std::move(entries[i].second));
+    if (!repeated[i]) result.append(std::move(entries[i].first), std::move(entries[i].second));
   }
   return result;
 }

@@ -9,9 +9,15 @@
 
 namespace tovrek {
 
-bool InputFile::open(const std::string& path, ErrorText* error) {
+namespace {
+
+constexpr int kReading = O_RDONLY | O_CLOEXEC | O_NONBLOCK;
+
+}  // namespace
+
+bool InputFile::take(UniqueFd fd, ErrorText* error) {
   struct stat info {};
-  fd_ = openItem(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  fd_ = std::move(fd);
   if (!fd_.valid() || ::fstat(fd_.get(), &info) != 0) {
     failWithErrno(error);
     fd_.close();
@@ -21,8 +27,19 @@ bool InputFile::open(const std::string& path, ErrorText* error) {
   return true;
 }
 
+bool InputFile::open(const std::string& path, ErrorText* error) {
+  return take(openItem(path, kReading), error);
+}
+
 bool InputFile::openRegular(const std::string& path, ErrorText* error) {
-  if (!open(path, error)) return false;
+  return open(path, error) && refuseUnlessRegular(error);
+}
+
+bool InputFile::openRegular(const ItemFolder& folder, const std::string& below, ErrorText* error) {
+  return take(folder.openItem(below, kReading), error) && refuseUnlessRegular(error);
+}
+
+bool InputFile::refuseUnlessRegular(ErrorText* error) {
   if (status_.kind == ItemKind::kFile) return true;
   fd_.close();
   return fail(error,

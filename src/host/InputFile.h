@@ -13,6 +13,8 @@
 
 namespace tovrek {
 
+class ItemFolder;
+
 // Opened without waiting: a pipe that nobody writes into must not hang the run.
 class InputFile {
  public:
@@ -20,6 +22,8 @@ class InputFile {
   // The same for a regular file, through links; anything else is refused, as an app could bring a
   // pipe or a link to a device, which would block or never end.
   bool openRegular(const std::string& path, ErrorText* error = nullptr);
+  // The same for a file of the folder.
+  bool openRegular(const ItemFolder& folder, const std::string& below, ErrorText* error = nullptr);
   bool isOpen() const { return fd_.valid(); }
 
   // As it was when the file was opened.
@@ -38,6 +42,9 @@ class InputFile {
   int release() { return fd_.release(); }
 
  private:
+  bool take(UniqueFd fd, ErrorText* error);
+  bool refuseUnlessRegular(ErrorText* error);
+
   UniqueFd fd_;
   FileStatus status_;
 };

@@ -15,6 +15,7 @@
 #include <string_view>
 
 #include "host/files.h"
+#include "host/paths.h"
 
 namespace tovrek {
 namespace {
@@ -173,6 +174,17 @@ UniqueFd openItem(const std::string& path, int flags) {
     if (!root.valid() || openInOneCall(root, place.below, flags | O_NOFOLLOW, &fd)) return fd;
   }
   return ItemPath(path).open(flags);
+}
+
+ItemFolder::ItemFolder(std::string path) : path_(std::move(path)) {
+  if (!guardedPlace(path_).root.empty()) folder_ = tovrek::openItem(path_, kFolder);
+}
+
+UniqueFd ItemFolder::openItem(const std::string& below, int flags) const {
+  UniqueFd fd;
+  const bool isWithin = folder_.valid() && !below.empty() && !endsInParent(below);
+  if (isWithin && openInOneCall(folder_, below, flags | O_NOFOLLOW, &fd)) return fd;
+  return tovrek::openItem(joinPath(path_, below), flags);
 }
 
 }  // namespace tovrek

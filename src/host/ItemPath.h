@@ -40,4 +40,17 @@ class ItemPath {
 // ItemPath(path).open(flags) for what is there already, with fewer calls to the system.
 UniqueFd openItem(const std::string& path, int flags);
 
+// A folder of which many items are opened: finds the way to it once.
+class ItemFolder {
+ public:
+  explicit ItemFolder(std::string path);
+  const std::string& path() const { return path_; }
+  // openItem() for what `below` leads to from the folder.
+  UniqueFd openItem(const std::string& below, int flags) const;
+
+ private:
+  std::string path_;
+  UniqueFd folder_;  // where it is in a guarded folder
+};
+
 }  // namespace tovrek

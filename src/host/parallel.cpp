@@ -31,7 +31,8 @@ void forEachPart(size_t count, size_t grain, const std::function<void(size_t, si
     }
   };
   const size_t parts = count / grain + (count % grain != 0 ? 1 : 0);
-  const size_t processors = std::max<size_t>(1, std::thread::hardware_concurrency());
+  // Asking reads files, each time.
+  static const size_t processors = std::max<size_t>(1, std::thread::hardware_concurrency());
   std::vector<Helper> helpers;
   for (size_t i = 1; i < std::min({parts, processors, kMostThreads}); ++i) {
     auto helper = startHelper(takeParts);

@@ -6,6 +6,7 @@
 
 #include "formats/Digest.h"
 #include "host/InputFile.h"
+#include "host/ItemPath.h"
 #include "host/files.h"
 #include "host/parallel.h"
 #include "host/paths.h"
@@ -50,35 +51,37 @@ Sealed sealedFrom(const PlistValue& value) {
 // is costly to make.
 class SealedFileReader {
  public:
-  explicit SealedFileReader(DigestsToCheck digests) : digests_(digests) {}
+  SealedFileReader(const ItemFolder& root, DigestsToCheck digests)
+      : root_(root), digests_(digests) {}
 
   // What is wrong with one sealed file; empty when it is as it was.
-  std::string differenceOf(const std::string& path, const Sealed& sealed) {
+  std::string differenceOf(const std::string& relative, const Sealed& sealed) {
+    const std::string path = joinPath(root_.path(), relative);
     if (sealed.seenAs == ItemKind::kOther && !fileSize(path) && !itemExistsNoFollow(path)) {
       return sealed.optional ? "" : "file missing: " + path;
     }
-    return isUnchanged(path, sealed) ? "" : "file modified: " + path;
+    return isUnchanged(relative, path, sealed) ? "" : "file modified: " + path;
   }
 
  private:
-  bool isUnchanged(const std::string& path, const Sealed& sealed) {
+  bool isUnchanged(const std::string& relative, const std::string& path, const Sealed& sealed) {
     if (sealed.isNested) return true;
     // Only what the walk has not met, as it stands behind a link, is asked for its kind.
     const bool isLink = sealed.seenAs == ItemKind::kLink ||
                         (sealed.seenAs == ItemKind::kOther && isSymbolicLink(path));
-    if (!isLink) return hasContents(path, sealed);
+    if (!isLink) return hasContents(relative, sealed);
     std::error_code code;
     return !sealed.link.empty() &&
            std::filesystem::read_symlink(path, code).string() == sealed.link && !code;
   }
 
-  bool hasContents(const std::string& path, const Sealed& sealed) {
+  bool hasContents(const std::string& relative, const Sealed& sealed) {
     const bool needsSha1 =
         !sealed.sha1.empty() && (digests_ == DigestsToCheck::kAll || sealed.sha256.empty());
     const bool needsSha256 = !sealed.sha256.empty();
     if (!needsSha1 && !needsSha256) return false;
     InputFile file;
-    if (!file.openRegular(path)) return false;
+    if (!file.openRegular(root_, relative)) return false;
     std::optional<size_t> got;
     // A file that ends where its size says needs no further look.
     for (uint64_t total = 0; total < file.status().size; total += *got) {
@@ -95,6 +98,7 @@ class SealedFileReader {
     return isRead && sameSha1 && sameSha256;
   }
 
+  const ItemFolder& root_;
   DigestsToCheck digests_;
   Digest sha1_{DigestAlgorithm::kSha1};
   Digest sha256_{DigestAlgorithm::kSha256};
@@ -104,15 +108,14 @@ class SealedFileReader {
 std::vector<std::string> changedFiles(const CodeObject& object,
                                       const std::map<std::string, Sealed>& expected,
                                       DigestsToCheck digests) {
-  std::vector<std::pair<std::string, const Sealed*>> files;
-  for (const auto& [path, sealed] : expected) {
-    files.emplace_back(joinPath(object.root, path), &sealed);
-  }
+  const ItemFolder root(object.root);
+  std::vector<const std::pair<const std::string, Sealed>*> files;
+  for (const auto& file : expected) files.push_back(&file);
   std::vector<std::string> differences(files.size());
   forEachPart(files.size(), kFilesAtOnce, [&](size_t begin, size_t end) {
-    SealedFileReader reader(digests);
+    SealedFileReader reader(root, digests);
     for (size_t i = begin; i < end; ++i) {
-      differences[i] = reader.differenceOf(files[i].first, *files[i].second);
+      differences[i] = reader.differenceOf(files[i]->first, files[i]->second);
     }
   });
   std::erase(differences, "");
