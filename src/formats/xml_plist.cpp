@@ -14,7 +14,6 @@
 #include "formats/base64.h"
 #include "formats/plist_readers.h"
 #include "formats/xml_encoding.h"
-#include "formats/xml_limits.h"
 #include "host/Freer.h"
 #include "host/paths.h"
 
@@ -209,6 +208,11 @@ class XmlPlistReader {
   std::optional<PlistValue> result_;
 };
 
+// Lists have one in their first element. expat goes through all that are declared for an element
+// each time that the element comes.
+constexpr size_t kMostAttributes = 1000;
+constexpr size_t kMostDeclaredAttributes = 100;
+
 // One document on its way through expat, up to the first fault.
 class Reading {
  public:
@@ -225,6 +229,7 @@ class Reading {
     // the handlers below, like one that nobody declared.
     XML_SetDefaultHandler(parser_.get(), [](void*, const XML_Char*, int) {});
     XML_SetSkippedEntityHandler(parser_.get(), onEntity);
+    XML_SetAttlistDeclHandler(parser_.get(), onDeclaredAttribute);
     XML_SetExternalEntityRefHandlerArg(parser_.get(), this);
     XML_SetExternalEntityRefHandler(parser_.get(), onOutsideEntity);
   }
@@ -253,7 +258,10 @@ class Reading {
 
  private:
   static Reading& of(void* data) { return *static_cast<Reading*>(data); }
-  static void onStart(void* data, const XML_Char* name, const XML_Char** /*attributes*/) {
+  static void onStart(void* data, const XML_Char* name, const XML_Char** attributes) {
+    size_t words = 0;  // a name and a value for each
+    while (attributes[words] != nullptr) ++words;
+    if (words / 2 > kMostAttributes) of(data).stop("an element has too many attributes");
     of(data).list([&](XmlPlistReader& list) { list.start(name); });
   }
   static void onEnd(void* data, const XML_Char* name) {
@@ -263,6 +271,12 @@ class Reading {
     of(data).list([&](XmlPlistReader& list) {
       list.characters({text, static_cast<size_t>(length)});
     });
+  }
+  static void onDeclaredAttribute(void* data, const XML_Char* /*element*/,
+                                  const XML_Char* /*attribute*/, const XML_Char* /*type*/,
+                                  const XML_Char* /*value*/, int /*isRequired*/) {
+    if (++of(data).declaredAttributes_ <= kMostDeclaredAttributes) return;
+    of(data).stop("too many attributes are declared");
   }
   static void onEntity(void* data, const XML_Char* name, int isParameter) {
     if (isParameter == 0) of(data).stop("unknown entity " + std::string(name));
@@ -290,6 +304,7 @@ class Reading {
   XmlPlistReader list_;
   std::unique_ptr<XML_ParserStruct, Freer<XML_ParserFree>> parser_;
   std::string fault_;
+  size_t declaredAttributes_ = 0;
 };
 
 // Without what signatures and sloppy writers leave: zero bytes behind the document, white space
@@ -318,9 +333,6 @@ std::optional<PlistValue> readXmlPlist(std::string_view bytes, const PlistLimits
     *reason = bytes.empty() ? "it is empty" : "it is too long";
     return std::nullopt;
   }
-  // Tags and bytes are no matter here: values are counted as they come.
-  *reason = excessOfXml(bytes, {.bytes = INT_MAX, .tags = INT_MAX});
-  if (!reason->empty()) return std::nullopt;
   const std::string encoding = declaredEncoding(bytes);
   std::string converted;
   if (!readsEncoding(encoding)) {

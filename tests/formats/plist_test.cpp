@@ -125,6 +125,12 @@ std::string chainedBinary(size_t depth, size_t copies, bool cyclic) {
   return binaryOf(objects);
 }
 
+std::string numbered(const std::string& before, const std::string& behind, size_t count) {
+  std::string result;
+  for (size_t i = 0; i < count; ++i) result += before + std::to_string(i) + behind;
+  return result;
+}
+
 TEST(Plist, BadInputIsRefusedWithItsReason) {
   const std::string good = serializePlist(everyKind(), PlistFormat::kBinary);
   const struct {
@@ -142,7 +148,11 @@ TEST(Plist, BadInputIsRefusedWithItsReason) {
       {"<plist>" + repeated("<array><!-- </array> -->", 100000), "nested too deeply"},
       {"<plist>" + repeated("<array a=\"/>\">", 100000), "nested too deeply"},
       {"<plist><array>" + repeated("<true/>", 1000001) + "</array></plist>", "too many values"},
-      {"<plist" + repeated(" a=''", 1001) + "/>", "line 1: an element has too many attributes"},
+      {"<plist" + numbered(" a", "=''", 1001) + "/>", "line 1: an element has too many attributes"},
+      {"<!DOCTYPE plist [" + numbered("<!ATTLIST plist a", " CDATA '1'>", 101) + "]><plist/>",
+       "line 1: too many attributes are declared"},
+      {"<!DOCTYPE plist [<!ENTITY e SYSTEM \"/etc/passwd\">]><plist><string>&e;</string></plist>",
+       "line 1: an entity from outside"},
       {chainedBinary(60000, 1, true), "nested too deeply"},
       {chainedBinary(100, 10, false), "too many values"},
       {binaryOf({"\x52" + std::string("a\0", 2)}), "a zero character"},
