@@ -126,7 +126,7 @@ void Display::executableSegment() {
 }
 
 void Display::segment() {
-  if (info().version >= signing::kExecSegVersion) executableSegment();
+  if (info().version >= signing::CodeDirectoryVersion::kExecSeg) executableSegment();
   line(kDetails, "Page size={}",
        info().pageSizeLog2 == 0 ? "none" : std::to_string(1U << info().pageSizeLog2));
 }

@@ -1,5 +1,10 @@
 #include "programs/tovrek/help.h"
 
+// Concatenates with the literals around it, as a constant does not.
+#define EXCLUDED_DEVICES                                                                        \
+  " -excludedDevices DEVICES   ==>  (Optional)A list of device type the App is not allowed to " \
+  "run \n"
+
 namespace tovrek {
 
 std::string wrapHelp() {
@@ -76,10 +81,8 @@ std::string setInfoHelp() {
          " -out OUTPUTFILE            ==>  (Required)Name of the output wex file\n"
          " -appDesc DESCRIPTION       ==>  (Optional)Description of the package \n"
          " -minPlatform  VERSION      ==>  (Optional)Minimum supported platform version \n"
-         " -maxPlatform  VERSION      ==>  (Optional)Maximum supported platform version \n"
-         " -excludedDevices DEVICES   ==>  (Optional)A list of device type the App is not allowed "
-         "to "
-         "run \n"
+         " -maxPlatform  VERSION      ==>  (Optional)Maximum supported platform version "
+         "\n" EXCLUDED_DEVICES
          " -storeURL url              ==>  (Optional)http://adhoc.example.com/store/sample.ipa\n"
          " -embedBundle bundlePath    ==>  (Optional)/Users/admin/Documents/sample.ipa\n\n"
          " Note: -storeURL and -embedBundle options should not be used at the same time. \n"
@@ -107,10 +110,8 @@ std::string sdkPrepHelp() {
          "the Team ID)\n"
          " -appDesc DESCRIPTION       ==>  (Optional)Description of the package \n"
          " -minPlatform VERSION       ==>  (Optional)Minimum supported platform version \n"
-         " -maxPlatform VERSION       ==>  (Optional)Maximum supported platform version \n"
-         " -excludedDevices DEVICES   ==>  (Optional)A list of device type the App is not allowed "
-         "to "
-         "run \n"
+         " -maxPlatform VERSION       ==>  (Optional)Maximum supported platform version "
+         "\n" EXCLUDED_DEVICES
          " -adalClientID  ADALCLIENTID ==>  (Optional) store or overwrite specified Intune ADAL "
          "ClientId setting in info.plist (supports multi tenant Intune ClientId)\n"
          " -adalNSGResource  ADALRESOURCE ==>  (Optional) store or overwrite specified  Intune "

@@ -7,6 +7,7 @@
 #include "converter/codesign_commands.h"
 #include "converter/common.h"
 #include "converter/steps.h"
+#include "formats/entitlement_keys.h"
 #include "host/clock.h"
 #include "host/files.h"
 #include "host/paths.h"
@@ -18,17 +19,9 @@
 namespace tovrek::converter {
 namespace {
 
-constexpr char kApplicationIdentifier[] = "application-identifier";
-constexpr char kKeychainGroups[] = "keychain-access-groups";
-constexpr char kAppGroups[] = "com.apple.security.application-groups";
-constexpr char kAssociatedDomains[] = "com.apple.developer.associated-domains";
-constexpr char kBetaReports[] = "beta-reports-active";
-constexpr char kICloudServices[] = "com.apple.developer.icloud-services";
-constexpr char kICloudEnvironment[] = "com.apple.developer.icloud-container-environment";
-constexpr const char* kICloudIdentifiers[] = {
-    "com.apple.developer.icloud-container-development-container-identifiers",
-    "com.apple.developer.icloud-container-identifiers",
-    "com.apple.developer.ubiquity-kvstore-identifier"};
+constexpr const char* kICloudIdentifiers[] = {entitlement::kICloudDevelopmentContainers,
+                                              entitlement::kICloudContainers,
+                                              entitlement::kKeyValueStore};
 
 // What codesign extracts from the old signature goes into this file of the app.
 constexpr char kOldEntitlements[] = "orig-entitlements.plist";
@@ -100,9 +93,9 @@ OptionalDictionary readOldEntitlements(const WrapperLogger& log, const std::stri
 }
 
 void keepAssociatedDomains(const OptionalDictionary& old, PlistDictionary* entitlements) {
-  const PlistValue* domains = old ? old->find(kAssociatedDomains) : nullptr;
-  if (domains && entitlements->contains(kAssociatedDomains)) {
-    entitlements->set(kAssociatedDomains, *domains);
+  const PlistValue* domains = old ? old->find(entitlement::kAssociatedDomains) : nullptr;
+  if (domains && entitlements->contains(entitlement::kAssociatedDomains)) {
+    entitlements->set(entitlement::kAssociatedDomains, *domains);
   }
 }
 
@@ -110,7 +103,7 @@ void warnOfMissingEntitlements(const WrapperLogger& log, const OptionalDictionar
                                const PlistDictionary& profile, ErrorText* error) {
   if (!old) return;
   for (const auto& [key, value] : *old) {
-    if (key == kBetaReports || profile.contains(key)) continue;
+    if (key == entitlement::kBetaReports || profile.contains(key)) continue;
     log.logWarning(fmt::format(
         "WARNING: Missing a required entitlement ({}) in the specified provisioning profile.",
         key));
@@ -124,7 +117,7 @@ void warnOfMissingEntitlements(const WrapperLogger& log, const OptionalDictionar
 void completeKeychainGroups(const WrapperLogger& log, const std::string& newAppId,
                             const std::string& teamPrefix, bool isExplicit,
                             PlistDictionary* entitlements) {
-  PlistValue::Array groups = listIn(*entitlements, kKeychainGroups);
+  PlistValue::Array groups = listIn(*entitlements, entitlement::kKeychainGroups);
   const bool hasOwn = std::any_of(groups.begin(), groups.end(), [&](const PlistValue& group) {
     return group.string() && equalsIgnoringCase(*group.string(), newAppId);
   });
@@ -136,19 +129,19 @@ void completeKeychainGroups(const WrapperLogger& log, const std::string& newAppI
   }
   groups.emplace_back(teamPrefix + "." + kManagementGroup);
   if (isExplicit) groups.emplace_back(teamPrefix + ".*");
-  for (const PlistValue& group : listIn(*entitlements, kAppGroups)) {
+  for (const PlistValue& group : listIn(*entitlements, entitlement::kAppGroups)) {
     if (group.string()) groups.emplace_back(teamPrefix + "." + *group.string());
   }
-  entitlements->set(kKeychainGroups, std::move(groups));
+  entitlements->set(entitlement::kKeychainGroups, std::move(groups));
 }
 
 void fitICloud(const OptionalDictionary& old, PlistDictionary* entitlements) {
   for (const char* key : kICloudIdentifiers) {
     if (!holdsKey(old, key)) entitlements->remove(key);
   }
-  entitlements->remove(kICloudEnvironment);
-  if (holdsKey(old, kICloudServices)) {
-    entitlements->set(kICloudServices, *old->find(kICloudServices));
+  entitlements->remove(entitlement::kICloudEnvironment);
+  if (holdsKey(old, entitlement::kICloudServices)) {
+    entitlements->set(entitlement::kICloudServices, *old->find(entitlement::kICloudServices));
   }
 }
 
@@ -234,23 +227,24 @@ bool GenerateEntitlement(const Run& run, const std::string& targetPath,
   ProvisioningProfile::validateProfileWithDataProtection(*profile, log, error);
   ProvisioningProfile::validateProfileWithTeamIdentifier(*profile, log, error);
 
-  const std::string profileAppId = stringForKeyOr(*profile, kApplicationIdentifier, "");
+  const std::string profileAppId =
+      stringForKeyOr(*profile, entitlement::kApplicationIdentifier, "");
   const std::string teamPrefix = prefixOf(profileAppId);
   systemLog(fmt::format("new bundle seed ID: {}, teamIdFromProfile: {}", profileAppId, teamPrefix));
   const std::string newAppId = newApplicationIdentifier(profileAppId, teamPrefix, run);
   log.logDetailed("newAppID: " + newAppId);
 
   const OptionalDictionary old = readOldEntitlements(log, appPath);
-  const auto oldAppId = stringIn(old, kApplicationIdentifier);
+  const auto oldAppId = stringIn(old, entitlement::kApplicationIdentifier);
   const auto oldPrefix = oldAppId ? std::optional(prefixOf(*oldAppId)) : std::nullopt;
 
   PlistDictionary entitlements = *profile;
   keepAssociatedDomains(old, &entitlements);
   warnOfMissingEntitlements(log, old, *profile, error);
-  MergeAppIDGroupsWithOldEntitlement(log, old, &entitlements, kKeychainGroups, oldAppId, oldPrefix,
-                                     newAppId);
+  MergeAppIDGroupsWithOldEntitlement(log, old, &entitlements, entitlement::kKeychainGroups,
+                                     oldAppId, oldPrefix, newAppId);
   completeKeychainGroups(log, newAppId, teamPrefix, !isWildcard(profileAppId), &entitlements);
-  entitlements.set(kApplicationIdentifier, newAppId);
+  entitlements.set(entitlement::kApplicationIdentifier, newAppId);
   fitICloud(old, &entitlements);
 
   log.logBasic("Fixing appID in the new entitlement string...");
@@ -332,12 +326,12 @@ bool dropRepeatedGroups(Run& run, ErrorText* error) {
   auto entitlements = run.isRenewal ? readPlistDictionary(run.entitlementPath) : std::nullopt;
   if (!entitlements) return true;
   PlistValue::Array groups;
-  for (PlistValue& group : listIn(*entitlements, kKeychainGroups)) {
+  for (PlistValue& group : listIn(*entitlements, entitlement::kKeychainGroups)) {
     if (std::find(groups.begin(), groups.end(), group) == groups.end()) {
       groups.push_back(std::move(group));
     }
   }
-  entitlements->set(kKeychainGroups, std::move(groups));
+  entitlements->set(entitlement::kKeychainGroups, std::move(groups));
   const std::string xml = serializePlist(*entitlements, PlistFormat::kXml);
   return writeFileAtomically(run.entitlementPath, xml, error);
 }

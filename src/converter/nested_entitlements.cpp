@@ -2,11 +2,11 @@
 
 #include "converter/common.h"
 #include "device/grants.h"
+#include "formats/entitlement_keys.h"
 
 namespace tovrek::converter {
 namespace {
 
-constexpr char kAppGroups[] = "com.apple.security.application-groups";
 constexpr std::string_view kGroupPrefix = "group.";
 
 // Texts of the old team become those of the new one.
@@ -48,13 +48,15 @@ PlistDictionary nestedEntitlements(const device::Profile& profile, const PlistDi
                                    const std::string& bundleIdentifier, const Renaming& renamed,
                                    std::vector<std::string>* lost) {
   PlistDictionary result;
-  const std::string oldPrefix = prefixOf(stringForKeyOr(old, device::kApplicationIdentifier, ""));
+  const std::string oldPrefix =
+      prefixOf(stringForKeyOr(old, entitlement::kApplicationIdentifier, ""));
   for (const auto& [key, value] : old) {
     const PlistValue* granted = profile.entitlements.find(key);
     if (granted && isFixed(*granted)) continue;  // below
-    if (key == device::kApplicationIdentifier) continue;
+    if (key == entitlement::kApplicationIdentifier) continue;
     PlistValue wanted = oldPrefix.empty() ? value : repointed(value, oldPrefix, profile.prefix());
-    if (granted && key == kAppGroups) wanted = renamedGroups(*granted, wanted, renamed);
+    if (granted && key == entitlement::kAppGroups)
+      wanted = renamedGroups(*granted, wanted, renamed);
     const auto part = granted ? device::grantedPart(*granted, wanted) : std::nullopt;
     if (part) result.set(key, *part);
     if ((!part || *part != wanted) && key != kStoreReports) lost->push_back(key);
@@ -62,7 +64,7 @@ PlistDictionary nestedEntitlements(const device::Profile& profile, const PlistDi
   for (const auto& [key, granted] : profile.entitlements) {
     if (isFixed(granted)) result.set(key, granted);
   }
-  result.set(device::kApplicationIdentifier, profile.prefix() + "." + bundleIdentifier);
+  result.set(entitlement::kApplicationIdentifier, profile.prefix() + "." + bundleIdentifier);
   return result;
 }
 

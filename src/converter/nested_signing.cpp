@@ -10,6 +10,7 @@
 #include "converter/extensions.h"
 #include "converter/nested_entitlements.h"
 #include "converter/steps.h"
+#include "formats/entitlement_keys.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "package/signed_entitlements.h"
@@ -17,7 +18,6 @@
 namespace tovrek::converter {
 namespace {
 
-constexpr char kApplicationIdentifier[] = "application-identifier";
 constexpr char kProfileName[] = "embedded.mobileprovision";
 constexpr const char* kExtensionFolders[] = {"PlugIns", "Extensions", "Watch"};
 // The extensions and the watch app, inner ones first.
@@ -55,7 +55,7 @@ PlistDictionary fittedTo(const PlistDictionary& profile, const PlistDictionary& 
   PlistDictionary fitted;
   for (const auto& [key, value] : old) {
     const PlistValue* granted = profile.find(key);
-    if (key == kApplicationIdentifier) {
+    if (key == entitlement::kApplicationIdentifier) {
       fitted.set(key, identifier);
     } else if (granted) {
       fitted.set(key, isFixed(*granted) ? *granted : value);
@@ -73,7 +73,7 @@ bool fitNestedBundle(const Run& run, const std::string& path,
   const PlistDictionary* profile =
       run.profile ? dictionaryForKey(*run.profile, "Entitlements") : nullptr;
   if (!bundle || !profile) return true;
-  const std::string granted = stringForKeyOr(*profile, kApplicationIdentifier, "");
+  const std::string granted = stringForKeyOr(*profile, entitlement::kApplicationIdentifier, "");
   const std::string bundleId = identifierOf(*bundle);
   const std::string identifier = prefixOf(granted) + "." + bundleId;
   const auto warn = [&](const std::string& text) {
@@ -105,7 +105,8 @@ bool fitNestedBundle(const Run& run, const std::string& path,
   for (const std::string& key : lost) {
     warn(fmt::format("the provisioning profile does not grant the entitlement {}", key));
   }
-  const std::string oldPrefix = prefixOf(stringForKeyOr(*old, kApplicationIdentifier, ""));
+  const std::string oldPrefix =
+      prefixOf(stringForKeyOr(*old, entitlement::kApplicationIdentifier, ""));
   if (!oldPrefix.empty()) xml = replaceAll(xml, oldPrefix, prefixOf(granted));
   *entitlementPath = joinPath(run.scratch(), "nested-entitlement.plist");
   return writeFileAtomically(**entitlementPath, xml, error);

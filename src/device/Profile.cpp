@@ -4,6 +4,7 @@
 #include <climits>
 
 #include "device/grants.h"
+#include "formats/entitlement_keys.h"
 #include "formats/openssl_owners.h"
 #include "host/files.h"
 #include "profile/developer_certificates.h"
@@ -70,9 +71,10 @@ Profile profileOf(const PlistDictionary& plist) {
   if (const PlistDictionary* granted = dictionaryForKey(plist, "Entitlements")) {
     profile.entitlements = *granted;
   }
-  profile.applicationIdentifier = stringForKeyOr(profile.entitlements, kApplicationIdentifier, "");
+  profile.applicationIdentifier =
+      stringForKeyOr(profile.entitlements, entitlement::kApplicationIdentifier, "");
   const auto teams = textsIn(plist, "TeamIdentifier");
-  profile.team = stringForKeyOr(profile.entitlements, kTeamIdentifier,
+  profile.team = stringForKeyOr(profile.entitlements, entitlement::kTeamIdentifier,
                                 teams.empty() ? std::string() : teams.front());
   profile.created = timeIn(plist, "CreationDate");
   profile.expires = timeIn(plist, "ExpirationDate");

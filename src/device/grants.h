@@ -9,10 +9,6 @@
 
 namespace tovrek::device {
 
-inline constexpr const char* kApplicationIdentifier = "application-identifier";
-inline constexpr const char* kTeamIdentifier = "com.apple.developer.team-identifier";
-inline constexpr const char* kGetTaskAllow = "get-task-allow";
-
 // Whether a granted text admits another one: the same, or what a trailing "*" stands for.
 bool admits(const std::string& granted, const std::string& wanted);
 

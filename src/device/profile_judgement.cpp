@@ -4,6 +4,7 @@
 
 #include "device/grants.h"
 #include "device/installation.h"
+#include "formats/entitlement_keys.h"
 #include "host/clock.h"
 
 namespace tovrek::device {
@@ -53,7 +54,7 @@ void ProfileJudge::judgeKind(double now) {
     limit(kProfileDevices, fmt::format("the provisioning profile admits {} devices alone",
                                        profile_.devices->size()));
   }
-  const PlistValue* debugged = profile_.entitlements.find(kGetTaskAllow);
+  const PlistValue* debugged = profile_.entitlements.find(entitlement::kGetTaskAllow);
   if (debugged != nullptr && debugged->boolean() != nullptr && *debugged->boolean()) {
     limit(kProfileDevelopment, "the provisioning profile is for development: debuggers may attach");
   }
@@ -83,7 +84,7 @@ void ProfileJudge::judgeEntitlements() {
   }
   judgeIdentifiersAmong(*entitlements);
   for (const std::string& key : notGranted(profile_.entitlements, *entitlements)) {
-    if (key == kApplicationIdentifier) continue;  // said already
+    if (key == entitlement::kApplicationIdentifier) continue;  // said already
     const bool isPart = profile_.entitlements.contains(key);
     refuse(kEntitlementNotGranted, fmt::format("the provisioning profile does not grant {} {}",
                                                isPart ? "this value of" : "the entitlement", key));
@@ -91,7 +92,7 @@ void ProfileJudge::judgeEntitlements() {
 }
 
 void ProfileJudge::judgeIdentifiersAmong(const PlistDictionary& entitlements) {
-  const std::string own = stringForKeyOr(entitlements, kApplicationIdentifier, "");
+  const std::string own = stringForKeyOr(entitlements, entitlement::kApplicationIdentifier, "");
   if (own.empty()) {
     refuse(kEntitlementsMissing, "the entitlements lack application-identifier");
   } else if (!admits(profile_.applicationIdentifier, own)) {

@@ -1,5 +1,6 @@
 // Provisioning profiles out of bytes.
 #include "formats/cms_content.h"
+#include "formats/entitlement_keys.h"
 #include "inspect/readers.h"
 
 namespace tovrek::inspect {
@@ -9,7 +10,7 @@ namespace {
 const char* kindOf(const device::Profile& profile) {
   if (profile.allDevices) return "in-house";
   if (profile.isForStore()) return "store";
-  const PlistValue* debugging = profile.entitlements.find("get-task-allow");
+  const PlistValue* debugging = profile.entitlements.find(entitlement::kGetTaskAllow);
   const bool allowed = debugging != nullptr && debugging->boolean() != nullptr;
   return allowed && *debugging->boolean() ? "development" : "ad hoc";
 }

@@ -3,11 +3,7 @@
 namespace tovrek {
 
 XmlElement Icon::GenerateIconElement() const {
-  XmlElement element("Icon");
-  element.append(XmlElement("xRes", xRes));
-  element.append(XmlElement("yRes", yRes));
-  element.append(XmlElement("IconFile", iconFile));
-  return element;
+  return XmlElement::ofTexts("Icon", {{"xRes", xRes}, {"yRes", yRes}, {"IconFile", iconFile}});
 }
 
 }  // namespace tovrek

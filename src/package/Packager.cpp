@@ -10,11 +10,8 @@ Packager Packager::current() {
 }
 
 XmlElement Packager::GeneratePackagerNode() const {
-  XmlElement element("Packager");
-  element.append(XmlElement("User", user));
-  element.append(XmlElement("Machine", machine));
-  element.append(XmlElement("ToolsVersion", toolVersion));
-  return element;
+  return XmlElement::ofTexts("Packager",
+                             {{"User", user}, {"Machine", machine}, {"ToolsVersion", toolVersion}});
 }
 
 }  // namespace tovrek

@@ -18,6 +18,12 @@ bool isUnpacked(int status, const std::string& output, const std::string& folder
   return refuseLinks(folder, std::nullopt, nullptr, error);
 }
 
+bool unpack(const UnzippedCma& package, ErrorText* error) {
+  std::string output;
+  const int status = package.ExecuteTask(package.tempDir(), &output);
+  return isUnpacked(status, output, package.tempDir(), error);
+}
+
 }  // namespace
 
 std::shared_ptr<UnzippedCma> UnzippedCma::UnzippedIpaObjForInputFile(const std::string& path,
@@ -59,9 +65,7 @@ int UnzippedCma::ExecuteTaskIpa(const std::string& destination, std::string* out
 }
 
 bool UnzippedCma::Unzip(ErrorText* error) {
-  std::string output;
-  const int status = ExecuteTask(tempDir_, &output);
-  if (!isUnpacked(status, output, tempDir_, error)) return false;
+  if (!unpack(*this, error)) return false;
   const auto manifest = firstEntryWithExtension(tempDir_, "xml");
   if (!manifest) {
     return fail(error, fmt::format("Manifest xml cannot be foung in directory ({})", tempDir_));
@@ -71,9 +75,7 @@ bool UnzippedCma::Unzip(ErrorText* error) {
 }
 
 bool UnzippedCma::UnzipToGetIpaPath(ErrorText* error) {
-  std::string output;
-  const int status = ExecuteTask(tempDir_, &output);
-  if (!isUnpacked(status, output, tempDir_, error)) return false;
+  if (!unpack(*this, error)) return false;
   const auto ipa = firstEntryWithExtension(tempDir_, "ipa");
   if (!ipa) return fail(error, fmt::format("Ipa is not found in directory ({}) .", tempDir_));
   ipaName_ = *ipa;

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "formats/entitlement_keys.h"
 #include "host/paths.h"
 #include "package/embedded_profile.h"
 #include "package/signed_entitlements.h"
@@ -40,7 +41,7 @@ std::optional<std::string> applicationIdentifier(const AppBundle& bundle,
         "Warning:- Unable to get app identifier from embedded.mobileprovision, trying embedded "
         "entitlements.");
     identifier = lettersOf(ReadEmbeddedEntitlements(bundle.executablePath().value_or(path),
-                                                    "application-identifier", logger));
+                                                    entitlement::kApplicationIdentifier, logger));
   }
   if (!identifier) {
     identifier = teamId ? fmt::format("{}.{}", *teamId, bundleId) : bundleId;

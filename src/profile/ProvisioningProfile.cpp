@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "formats/entitlement_keys.h"
 #include "profile/developer_certificates.h"
 #include "tools/tool_run.h"
 
@@ -10,7 +11,6 @@ namespace {
 
 constexpr char kSecurity[] = "/usr/bin/security";
 constexpr char kEntitlements[] = "Entitlements";
-constexpr char kApplicationIdentifier[] = "application-identifier";
 
 Command decodingCommand(const std::string& profilePath, const PellRequest& keychain) {
   Command command;
@@ -72,7 +72,8 @@ bool ProvisioningProfile::decode(ErrorText* error) {
 
 void ProvisioningProfile::readIdentifiers() {
   appIdPrefixFromProfile_ = firstStringOf(*profilePList_, "ApplicationIdentifierPrefix");
-  appIdFromProfile_ = optionalString(entitlementsOf(*profilePList_), kApplicationIdentifier);
+  appIdFromProfile_ =
+      optionalString(entitlementsOf(*profilePList_), entitlement::kApplicationIdentifier);
   isWildcardProfile_ = appIdFromProfile_ && appIdFromProfile_->find('*') != std::string::npos;
 }
 

@@ -1,4 +1,5 @@
 // Apart from the other questions about a profile, as no program asks these.
+#include "formats/entitlement_keys.h"
 #include "host/paths.h"
 #include "profile/ProvisioningProfile.h"
 
@@ -10,7 +11,7 @@ bool ProvisioningProfile::validateProfile(const std::string& bundleId,
   readIdentifiers();
   const PlistDictionary* listed = dictionaryForKey(*profilePList_, "Entitlements");
   const PlistDictionary entitlements = listed != nullptr ? *listed : PlistDictionary();
-  const std::string* team = stringForKey(entitlements, "com.apple.developer.team-identifier");
+  const std::string* team = stringForKey(entitlements, entitlement::kTeamIdentifier);
   teamIdFromProfile_ = team != nullptr ? std::optional(*team) : std::nullopt;
   return validateProfileWithPList(entitlements, bundleId, preserveUpgradeCompatibility,
                                   context_.loggers.toolkit, error);

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "formats/entitlement_keys.h"
 #include "host/paths.h"
 #include "profile/ProvisioningProfile.h"
 
@@ -23,7 +24,7 @@ bool ProvisioningProfile::validateProfileWithPList(const PlistDictionary& entitl
                                                    std::string_view bundleId,
                                                    bool preserveUpgradeCompatibility,
                                                    const WrapperLogger& log, ErrorText* error) {
-  const std::string appId = stringForKeyOr(entitlements, "application-identifier", "");
+  const std::string appId = stringForKeyOr(entitlements, entitlement::kApplicationIdentifier, "");
   const std::string allowed = appId.substr(std::min(kPrefixLength, appId.size()));
 
   if (allowed.ends_with('*')) {
@@ -65,7 +66,7 @@ void ProvisioningProfile::validateProfileWithDataProtection(const PlistDictionar
 void ProvisioningProfile::validateProfileWithTeamIdentifier(const PlistDictionary& entitlements,
                                                             const WrapperLogger& log,
                                                             ErrorText* error) {
-  if (entitlements.contains("com.apple.developer.team-identifier")) return;
+  if (entitlements.contains(entitlement::kTeamIdentifier)) return;
   constexpr char kWarning[] =
       "WARNING: Your provisioning profile does not contain the team identifier entitlement "
       "required for iOS 8.";

@@ -7,12 +7,6 @@
 namespace tovrek::signing {
 namespace {
 
-constexpr uint32_t kOldestVersion = 0x20001;
-constexpr uint32_t kNewestVersion = 0x2f000;
-constexpr uint32_t kScatterVersion = 0x20100;
-constexpr uint32_t kTeamVersion = 0x20200;
-constexpr uint32_t kCodeLimit64Version = 0x20300;
-constexpr uint32_t kRuntimeVersion = 0x20500;
 constexpr uint32_t kNoLimit32 = 0xffffffff;
 constexpr size_t kOldestHeaderSize = 44;
 
@@ -45,11 +39,11 @@ struct Header {
 };
 
 size_t headerSizeFor(uint32_t version) {
-  if (version >= kRuntimeVersion) return 96;
-  if (version >= kExecSegVersion) return 88;
-  if (version >= kCodeLimit64Version) return 64;
-  if (version >= kTeamVersion) return 52;
-  return version >= kScatterVersion ? 48 : kOldestHeaderSize;
+  if (version >= CodeDirectoryVersion::kRuntime) return 96;
+  if (version >= CodeDirectoryVersion::kExecSeg) return 88;
+  if (version >= CodeDirectoryVersion::kCodeLimit64) return 64;
+  if (version >= CodeDirectoryVersion::kTeam) return 52;
+  return version >= CodeDirectoryVersion::kScatter ? 48 : kOldestHeaderSize;
 }
 
 }  // namespace
@@ -88,7 +82,8 @@ std::optional<CodeDirectory> CodeDirectory::parse(std::string_view blob, ErrorTe
 
 bool CodeDirectory::readHeader(ErrorText* error) {
   const Header header{blob_, *readBig32(blob_, 8)};
-  if (header.version < kOldestVersion || header.version > kNewestVersion) {
+  if (header.version < CodeDirectoryVersion::kOldest ||
+      header.version > CodeDirectoryVersion::kNewest) {
     return fail(error,
                 fmt::format("code directory version {:#x} is not supported", header.version));
   }
@@ -103,16 +98,17 @@ bool CodeDirectory::readHeader(ErrorText* error) {
   info_.codeLimit = header.field32(32);
   info_.platform = header.field8(38);
   info_.pageSizeLog2 = header.field8(39);
-  if (const uint64_t limit = header.field64(56, kCodeLimit64Version)) info_.codeLimit = limit;
-  info_.execSegBase = header.field64(64, kExecSegVersion);
-  info_.execSegLimit = header.field64(72, kExecSegVersion);
-  info_.execSegFlags = header.field64(80, kExecSegVersion);
-  info_.runtime = header.field32(88, kRuntimeVersion);
+  if (const uint64_t limit = header.field64(56, CodeDirectoryVersion::kCodeLimit64))
+    info_.codeLimit = limit;
+  info_.execSegBase = header.field64(64, CodeDirectoryVersion::kExecSeg);
+  info_.execSegLimit = header.field64(72, CodeDirectoryVersion::kExecSeg);
+  info_.execSegFlags = header.field64(80, CodeDirectoryVersion::kExecSeg);
+  info_.runtime = header.field32(88, CodeDirectoryVersion::kRuntime);
 
   const auto identifier = stringAt(header.field32(20));
   if (!identifier) return fail(error, "code directory's identifier lies outside of it");
   info_.identifier = *identifier;
-  if (const uint32_t teamOffset = header.field32(48, kTeamVersion)) {
+  if (const uint32_t teamOffset = header.field32(48, CodeDirectoryVersion::kTeam)) {
     const auto team = stringAt(teamOffset);
     if (!team) return fail(error, "code directory's team identifier lies outside of it");
     info_.teamId = *team;
@@ -150,7 +146,8 @@ bool CodeDirectory::sealsSlot(uint32_t slot) const {
 }
 
 size_t writtenHeaderSize(const CodeDirectoryInfo& info) {
-  return headerSizeFor(info.runtime == 0 ? kExecSegVersion : kRuntimeVersion);
+  return headerSizeFor(info.runtime == 0 ? CodeDirectoryVersion::kExecSeg
+                                         : CodeDirectoryVersion::kRuntime);
 }
 
 std::string makeCodeDirectory(const CodeDirectoryInfo& info, const HashKind& kind,
@@ -165,7 +162,8 @@ std::string makeCodeDirectory(const CodeDirectoryInfo& info, const HashKind& kin
 
   std::string body;
   body.reserve(hashesAt + codeHashes.size());
-  appendBig32(&body, info.runtime == 0 ? kExecSegVersion : kRuntimeVersion);
+  appendBig32(&body,
+              info.runtime == 0 ? CodeDirectoryVersion::kExecSeg : CodeDirectoryVersion::kRuntime);
   appendBig32(&body, info.flags);
   appendBig32(&body, static_cast<uint32_t>(hashesAt));
   appendBig32(&body, static_cast<uint32_t>(identifierAt));

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "formats/entitlement_keys.h"
 #include "signing/CodeDirectory.h"
 
 namespace tovrek::signing {
@@ -90,7 +91,7 @@ std::optional<std::string> encode(const PlistValue& value, int depth) {
 
 uint64_t grantedFlags(const PlistDictionary& entitlements) {
   constexpr std::pair<const char*, uint64_t> kGrants[] = {
-      {"get-task-allow", kExecSegAllowUnsigned},
+      {entitlement::kGetTaskAllow, kExecSegAllowUnsigned},
       {"run-unsigned-code", kExecSegAllowUnsigned},
       {"com.apple.private.cs.debugger", kExecSegDebugger},
       {"dynamic-codesigning", kExecSegJit},

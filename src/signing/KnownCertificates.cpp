@@ -4,38 +4,17 @@
 
 #include <algorithm>
 
-#include "formats/openssl_owners.h"
+#include "signing/ber_element.h"
 
 namespace tovrek::signing {
 namespace {
 
 constexpr size_t kMostSets = 32;
 
-struct Element {
-  int tag = 0;
-  int kind = 0;
-  bool isConstructed = false;
-  std::string_view whole;
-  std::string_view contents;
-};
-
-// Takes the next element of definite length from `rest`; none when there is no such.
-std::optional<Element> take(std::string_view* rest) {
-  const unsigned char* start = asBytes(*rest);
-  const unsigned char* at = start;
-  long length = 0;
-  Element element;
-  const int form =
-      ASN1_get_object(&at, &length, &element.tag, &element.kind, static_cast<long>(rest->size()));
-  constexpr int kFailed = 0x80;
-  constexpr int kIndefinite = 1;
-  if (rest->empty() || (form & (kFailed | kIndefinite)) != 0) return std::nullopt;
-  element.isConstructed = (form & V_ASN1_CONSTRUCTED) != 0;
-  const auto header = static_cast<size_t>(at - start);
-  element.whole = rest->substr(0, header + static_cast<size_t>(length));
-  element.contents = element.whole.substr(header);
-  rest->remove_prefix(element.whole.size());
-  return element;
+// Takes the next element; none where its length is not stated, as it is in DER.
+std::optional<BerElement> take(std::string_view* rest) {
+  const auto element = takeElement(rest);
+  return element && element->isDefinite ? element : std::nullopt;
 }
 
 // What a lone element of that kind holds.

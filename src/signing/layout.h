@@ -50,8 +50,12 @@ enum ExecSegFlags : uint64_t {
   kExecSegCanExecCdHash = 0x200
 };
 
-// The first version that describes the executable segment.
-inline constexpr uint32_t kExecSegVersion = 0x20400;
+// Versions of a code directory's header: the bounds, and the first with the field of that name.
+struct CodeDirectoryVersion {
+  static constexpr uint32_t kOldest = 0x20001, kNewest = 0x2f000;
+  static constexpr uint32_t kScatter = 0x20100, kTeam = 0x20200, kCodeLimit64 = 0x20300,
+                            kExecSeg = 0x20400, kRuntime = 0x20500;
+};
 
 // Operators of a compiled requirement, with what follows each.
 enum class RequirementOp : uint32_t {

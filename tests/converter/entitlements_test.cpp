@@ -3,11 +3,14 @@
 #include <unistd.h>
 
 #include "converter/bundle_identifier.h"
+#include "formats/entitlement_keys.h"
 #include "tests/converter/ConverterTest.h"
 #include "tests/support/matchers.h"
 
 namespace tovrek::test {
 namespace {
+
+using namespace entitlement;
 
 PlistValue list(const std::vector<std::string>& texts) {
   return PlistValue::Array(texts.begin(), texts.end());
@@ -18,15 +21,6 @@ PlistDictionary dictionary(std::vector<PlistDictionary::Entry> entries) {
   for (auto& [key, value] : entries) result.set(key, std::move(value));
   return result;
 }
-
-constexpr char kAppId[] = "application-identifier";
-constexpr char kKeychain[] = "keychain-access-groups";
-constexpr char kGroups[] = "com.apple.security.application-groups";
-constexpr char kDomains[] = "com.apple.developer.associated-domains";
-constexpr char kCloud[] = "com.apple.developer.icloud-container-identifiers";
-constexpr char kCloudServices[] = "com.apple.developer.icloud-services";
-constexpr char kCloudEnvironment[] = "com.apple.developer.icloud-container-environment";
-constexpr char kTeam[] = "com.apple.developer.team-identifier";
 
 class Entitlements : public ConverterTest {
  protected:
@@ -62,82 +56,86 @@ TEST_F(Entitlements, OfVariousProfilesAndSignatures) {
       {"explicit profile, app not signed",
        false,
        {},
-       dictionary({{kAppId, "TEAMAAAAAA.com.example.demo"}, {kTeam, "TEAMAAAAAA"}}),
-       dictionary({{kAppId, "TEAMAAAAAA.com.example.demo"},
-                   {kTeam, "TEAMAAAAAA"},
-                   {kKeychain, list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex",
-                                     "TEAMAAAAAA.*"})}})},
+       dictionary({{kApplicationIdentifier, "TEAMAAAAAA.com.example.demo"},
+                   {kTeamIdentifier, "TEAMAAAAAA"}}),
+       dictionary({{kApplicationIdentifier, "TEAMAAAAAA.com.example.demo"},
+                   {kTeamIdentifier, "TEAMAAAAAA"},
+                   {kKeychainGroups, list({"TEAMAAAAAA.com.example.demo",
+                                           "TEAMAAAAAA.com.orvane.wex", "TEAMAAAAAA.*"})}})},
       {"wildcard profile, app not signed: the first wildcard group gives way",
        false,
        {},
-       dictionary({{kAppId, "TEAMAAAAAA.*"},
-                   {kKeychain, list({"TEAMAAAAAA.a", "TEAMAAAAAA.*", "TEAMAAAAAA.b.*"})}}),
+       dictionary({{kApplicationIdentifier, "TEAMAAAAAA.*"},
+                   {kKeychainGroups, list({"TEAMAAAAAA.a", "TEAMAAAAAA.*", "TEAMAAAAAA.b.*"})}}),
        dictionary(
-           {{kAppId, "TEAMAAAAAA.com.example.demo"},
-            {kKeychain, list({"TEAMAAAAAA.a", "TEAMAAAAAA.b.*", "TEAMAAAAAA.com.example.demo",
-                              "TEAMAAAAAA.com.orvane.wex"})}})},
+           {{kApplicationIdentifier, "TEAMAAAAAA.com.example.demo"},
+            {kKeychainGroups, list({"TEAMAAAAAA.a", "TEAMAAAAAA.b.*", "TEAMAAAAAA.com.example.demo",
+                                    "TEAMAAAAAA.com.orvane.wex"})}})},
       {"wildcard profile of a company, upgrade: only the star goes",
        true,
        {},
-       dictionary({{kAppId, "TEAMAAAAAA.com.acme.*"}}),
-       dictionary({{kAppId, "TEAMAAAAAA.com.acme.com.example.demo"},
-                   {kKeychain,
+       dictionary({{kApplicationIdentifier, "TEAMAAAAAA.com.acme.*"}}),
+       dictionary({{kApplicationIdentifier, "TEAMAAAAAA.com.acme.com.example.demo"},
+                   {kKeychainGroups,
                     list({"TEAMAAAAAA.com.acme.com.example.demo", "TEAMAAAAAA.com.orvane.wex"})}})},
       {"old groups move to the new team, and so does all else that names the old one", false,
-       dictionary({{kAppId, "OLDPREFIX1.com.example.demo"},
-                   {kKeychain, list({"OLDPREFIX1.com.example.demo", "OLDPREFIX1.shared"})},
-                   {kDomains, list({"applinks:OLDPREFIX1.example.com"})}}),
-       dictionary({{kAppId, "TEAMAAAAAA.*"},
-                   {kKeychain, list({"TEAMAAAAAA.*"})},
-                   {kDomains, list({"*"})}}),
-       dictionary(
-           {{kAppId, "TEAMAAAAAA.com.example.demo"},
-            {kDomains, list({"applinks:TEAMAAAAAA.example.com"})},
-            {kKeychain, list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.shared",
-                              "TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex"})}})},
+       dictionary({{kApplicationIdentifier, "OLDPREFIX1.com.example.demo"},
+                   {kKeychainGroups, list({"OLDPREFIX1.com.example.demo", "OLDPREFIX1.shared"})},
+                   {kAssociatedDomains, list({"applinks:OLDPREFIX1.example.com"})}}),
+       dictionary({{kApplicationIdentifier, "TEAMAAAAAA.*"},
+                   {kKeychainGroups, list({"TEAMAAAAAA.*"})},
+                   {kAssociatedDomains, list({"*"})}}),
+       dictionary({{kApplicationIdentifier, "TEAMAAAAAA.com.example.demo"},
+                   {kAssociatedDomains, list({"applinks:TEAMAAAAAA.example.com"})},
+                   {kKeychainGroups,
+                    list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.shared",
+                          "TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex"})}})},
       {"old groups without the app's own", false,
+       dictionary({{kApplicationIdentifier, "OLDPREFIX1.com.example.demo"},
+                   {kKeychainGroups, list({"OLDPREFIX1.shared"})}}),
        dictionary(
-           {{kAppId, "OLDPREFIX1.com.example.demo"}, {kKeychain, list({"OLDPREFIX1.shared"})}}),
-       dictionary({{kAppId, "TEAMAAAAAA.*"}, {kKeychain, list({"TEAMAAAAAA.*"})}}),
-       dictionary({{kAppId, "TEAMAAAAAA.com.example.demo"},
-                   {kKeychain, list({"TEAMAAAAAA.shared", "TEAMAAAAAA.com.example.demo",
-                                     "TEAMAAAAAA.com.orvane.wex"})}})},
+           {{kApplicationIdentifier, "TEAMAAAAAA.*"}, {kKeychainGroups, list({"TEAMAAAAAA.*"})}}),
+       dictionary({{kApplicationIdentifier, "TEAMAAAAAA.com.example.demo"},
+                   {kKeychainGroups, list({"TEAMAAAAAA.shared", "TEAMAAAAAA.com.example.demo",
+                                           "TEAMAAAAAA.com.orvane.wex"})}})},
       {"old domains do not enter a profile without them", false,
-       dictionary({{kDomains, list({"applinks:example.com"})}}),
-       dictionary({{kAppId, "TEAMAAAAAA.*"}}),
-       dictionary(
-           {{kAppId, "TEAMAAAAAA.com.example.demo"},
-            {kKeychain, list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex"})}})},
+       dictionary({{kAssociatedDomains, list({"applinks:example.com"})}}),
+       dictionary({{kApplicationIdentifier, "TEAMAAAAAA.*"}}),
+       dictionary({{kApplicationIdentifier, "TEAMAAAAAA.com.example.demo"},
+                   {kKeychainGroups,
+                    list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex"})}})},
       {"app groups are keychain groups too",
        false,
        {},
-       dictionary({{kAppId, "TEAMAAAAAA.*"}, {kGroups, list({"group.com.acme"})}}),
-       dictionary({{kAppId, "TEAMAAAAAA.com.example.demo"},
-                   {kGroups, list({"group.com.acme"})},
-                   {kKeychain, list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex",
-                                     "TEAMAAAAAA.group.com.acme"})}})},
+       dictionary(
+           {{kApplicationIdentifier, "TEAMAAAAAA.*"}, {kAppGroups, list({"group.com.acme"})}}),
+       dictionary(
+           {{kApplicationIdentifier, "TEAMAAAAAA.com.example.demo"},
+            {kAppGroups, list({"group.com.acme"})},
+            {kKeychainGroups, list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex",
+                                    "TEAMAAAAAA.group.com.acme"})}})},
       {"an app without iCloud loses the profile's",
        false,
        {},
-       dictionary({{kAppId, "TEAMAAAAAA.*"},
-                   {kCloud, list({"iCloud.a"})},
-                   {kCloudServices, "*"},
-                   {kCloudEnvironment, list({"Production"})}}),
-       dictionary(
-           {{kAppId, "TEAMAAAAAA.com.example.demo"},
-            {kCloudServices, "*"},
-            {kKeychain, list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex"})}})},
+       dictionary({{kApplicationIdentifier, "TEAMAAAAAA.*"},
+                   {kICloudContainers, list({"iCloud.a"})},
+                   {kICloudServices, "*"},
+                   {kICloudEnvironment, list({"Production"})}}),
+       dictionary({{kApplicationIdentifier, "TEAMAAAAAA.com.example.demo"},
+                   {kICloudServices, "*"},
+                   {kKeychainGroups,
+                    list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex"})}})},
       {"an app with iCloud keeps the profile's containers and its own services", false,
-       dictionary({{kCloud, list({"iCloud.b"})}, {kCloudServices, list({"CloudKit"})}}),
-       dictionary({{kAppId, "TEAMAAAAAA.*"},
-                   {kCloud, list({"iCloud.a"})},
-                   {kCloudServices, "*"},
-                   {kCloudEnvironment, "Production"}}),
-       dictionary(
-           {{kAppId, "TEAMAAAAAA.com.example.demo"},
-            {kCloud, list({"iCloud.a"})},
-            {kCloudServices, list({"CloudKit"})},
-            {kKeychain, list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex"})}})},
+       dictionary({{kICloudContainers, list({"iCloud.b"})}, {kICloudServices, list({"CloudKit"})}}),
+       dictionary({{kApplicationIdentifier, "TEAMAAAAAA.*"},
+                   {kICloudContainers, list({"iCloud.a"})},
+                   {kICloudServices, "*"},
+                   {kICloudEnvironment, "Production"}}),
+       dictionary({{kApplicationIdentifier, "TEAMAAAAAA.com.example.demo"},
+                   {kICloudContainers, list({"iCloud.a"})},
+                   {kICloudServices, list({"CloudKit"})},
+                   {kKeychainGroups,
+                    list({"TEAMAAAAAA.com.example.demo", "TEAMAAAAAA.com.orvane.wex"})}})},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
@@ -151,7 +149,7 @@ TEST_F(Entitlements, OfVariousProfilesAndSignatures) {
 
 TEST_F(Entitlements, AsksForThoseOfTheOldSignature) {
   appIsNotSigned();
-  generated(dictionary({{kAppId, "TEAMAAAAAA.*"}}));
+  generated(dictionary({{kApplicationIdentifier, "TEAMAAAAAA.*"}}));
   EXPECT_THAT(host.allCalls(app()),
               ElementsAre("codesign|-d|--entitlements|:@/orig-entitlements.plist|@"));
 }
@@ -160,7 +158,7 @@ TEST_F(Entitlements, AsksForThoseOfTheOldSignature) {
 // real tool the scripted one writes behind what the file holds.
 TEST_F(Entitlements, EarlierFileServesOnlyWhenTheSignatureIsGone) {
   const auto text = [](const char* group) {
-    return serializePlist(dictionary({{kKeychain, list({group})}}), PlistFormat::kXml);
+    return serializePlist(dictionary({{kKeychainGroups, list({group})}}), PlistFormat::kXml);
   };
   const std::string stale = text("X.stale");
   const std::string fresh = write("fresh.plist", text("X.fresh"));
@@ -183,8 +181,8 @@ TEST_F(Entitlements, EarlierFileServesOnlyWhenTheSignatureIsGone) {
     SCOPED_TRACE(c.name);
     write("Demo.app/orig-entitlements.plist", c.present);
     host.addTool("codesign", c.codesign);
-    const auto result = generated(dictionary({{kAppId, "TEAMAAAAAA.*"}}));
-    EXPECT_EQ(arrayForKey(result, kKeychain)->front(), PlistValue(c.firstGroup));
+    const auto result = generated(dictionary({{kApplicationIdentifier, "TEAMAAAAAA.*"}}));
+    EXPECT_EQ(arrayForKey(result, kKeychainGroups)->front(), PlistValue(c.firstGroup));
     EXPECT_EQ(isPlainFile(file) ? contentsOf(file) : "", c.left);
   }
 }
@@ -192,17 +190,18 @@ TEST_F(Entitlements, EarlierFileServesOnlyWhenTheSignatureIsGone) {
 TEST_F(Entitlements, OldSignatureIsNotWrittenThroughALink) {
   const std::string outside = write("outside", "untouched");
   ASSERT_EQ(::symlink(outside.c_str(), (app() + "/orig-entitlements.plist").c_str()), 0);
-  appIsSignedWith(dictionary({{kAppId, "OLDPREFIX1.x"}}));
-  generated(dictionary({{kAppId, "TEAMAAAAAA.*"}}));
+  appIsSignedWith(dictionary({{kApplicationIdentifier, "OLDPREFIX1.x"}}));
+  generated(dictionary({{kApplicationIdentifier, "TEAMAAAAAA.*"}}));
   EXPECT_EQ(contentsOf(outside), "untouched");
 }
 
 TEST_F(Entitlements, WarnsOfWhatTheProfileLacks) {
   appIsSignedWith(dictionary({{"beta-reports-active", true}}));
-  generated(dictionary({{kAppId, "TEAMAAAAAA.*"}, {kTeam, "TEAMAAAAAA"}}));
+  generated(
+      dictionary({{kApplicationIdentifier, "TEAMAAAAAA.*"}, {kTeamIdentifier, "TEAMAAAAAA"}}));
   EXPECT_FALSE(error.isSet()) << error.text();
   appIsSignedWith(dictionary({{"com.apple.developer.healthkit", true}}));
-  generated(dictionary({{kAppId, "TEAMAAAAAA.*"}}));
+  generated(dictionary({{kApplicationIdentifier, "TEAMAAAAAA.*"}}));
   EXPECT_THAT(error.text(), HasSubstr("your provisioning profile does not include entitlements"));
 }
 
@@ -216,7 +215,7 @@ TEST_F(Entitlements, FailuresOfTheProfile) {
   EXPECT_FALSE(
       generateNewEntitlement(run(), &path, PlistDictionary(), folder.path(), app(), &error));
   EXPECT_EQ(error.text(), "ERROR: Provisioning profile is missing entitlement data.");
-  EXPECT_FALSE(generate(dictionary({{kAppId, "TEAMAAAAAA.org.other"}})));
+  EXPECT_FALSE(generate(dictionary({{kApplicationIdentifier, "TEAMAAAAAA.org.other"}})));
   EXPECT_THAT(error.text(), HasSubstr("is specific to <org.other>"));
 }
 
@@ -251,8 +250,9 @@ TEST_F(Entitlements, ManagementGroupIsRequired) {
     return checkWexKeychainEntitlementInFile(
         log(), write("e.plist", serializePlist(entitlements, PlistFormat::kXml)), &error);
   };
-  EXPECT_TRUE(check(dictionary({{kKeychain, list({"$(AppIdentifierPrefix)com.orvane.wex"})}})));
-  EXPECT_FALSE(check(dictionary({{kKeychain, list({"T.com.orvane"})}})));
+  EXPECT_TRUE(
+      check(dictionary({{kKeychainGroups, list({"$(AppIdentifierPrefix)com.orvane.wex"})}})));
+  EXPECT_FALSE(check(dictionary({{kKeychainGroups, list({"T.com.orvane"})}})));
   EXPECT_THAT(error.text(), HasSubstr("keychain access group com.orvane.wex for this app."));
 }
 

@@ -4,6 +4,7 @@
 #include "device/grants.h"
 #include "device/installation.h"
 #include "device/profile_choice.h"
+#include "formats/entitlement_keys.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/openssl_identity.h"
 
@@ -53,7 +54,7 @@ class Profiles : public ::testing::Test {
   static Profile profileFor(const std::string& identifier, double expires = kNow + 10) {
     Profile profile;
     profile.applicationIdentifier = "TEAM." + identifier;
-    profile.entitlements.set(kApplicationIdentifier, profile.applicationIdentifier);
+    profile.entitlements.set(entitlement::kApplicationIdentifier, profile.applicationIdentifier);
     profile.entitlements.set("group", Array{"a", "b"});
     profile.expires = expires;
     profile.allDevices = true;
@@ -73,7 +74,7 @@ TEST_F(Profiles, EachRefusalHasItsCode) {
   Profile good = profileFor("com.a.*");
   good.certificates = {listed};
   BundleFacts facts{"A.app", "com.a.b", listed, PlistDictionary()};
-  facts.entitlements->set(kApplicationIdentifier, "TEAM.com.a.b");
+  facts.entitlements->set(entitlement::kApplicationIdentifier, "TEAM.com.a.b");
   facts.entitlements->set("group", Array{"b"});
   EXPECT_THAT(judgeProfile(good, facts, kNow), IsEmpty());
 
@@ -110,7 +111,7 @@ TEST_F(Profiles, EachRefusalHasItsCode) {
   // Limits are no refusals.
   good.allDevices = false;
   good.devices.emplace();
-  good.entitlements.set(kGetTaskAllow, true);
+  good.entitlements.set(entitlement::kGetTaskAllow, true);
   const Findings limits = judgeProfile(good, facts, kNow);
   EXPECT_THAT(codesOf(limits), ElementsAre(kProfileDevices, kProfileDevelopment));
   for (const Finding& limit : limits) EXPECT_FALSE(limit.isRefused);

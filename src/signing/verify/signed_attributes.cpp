@@ -10,49 +10,15 @@
 #include <string>
 
 #include "formats/openssl_owners.h"
+#include "signing/ber_element.h"
 
 namespace tovrek::signing {
 namespace {
 
-constexpr int kDeepestElement = 64;
-
-// One element of BER; the mark that ends an indefinite length is not among its contents.
-struct Element {
-  int tag = 0;
-  int kind = 0;
-  bool isDefinite = true;
-  std::string_view contents;
-};
-
-std::optional<Element> take(std::string_view* rest, int depth = 0) {
-  if (rest->empty() || depth > kDeepestElement) return std::nullopt;
-  const unsigned char* at = asBytes(*rest);
-  Element element;
-  long length = 0;
-  const int form =
-      ASN1_get_object(&at, &length, &element.tag, &element.kind, static_cast<long>(rest->size()));
-  if ((form & 0x80) != 0) return std::nullopt;
-  rest->remove_prefix(static_cast<size_t>(at - asBytes(*rest)));
-  element.isDefinite = (form & 1) == 0;
-  if (element.isDefinite) {
-    element.contents = rest->substr(0, static_cast<size_t>(length));
-    rest->remove_prefix(element.contents.size());
-    return element;
-  }
-  const std::string_view start = *rest;
-  constexpr std::string_view kMark("\0\0", 2);
-  while (!rest->starts_with(kMark)) {
-    if (!take(rest, depth + 1)) return std::nullopt;
-  }
-  element.contents = start.substr(0, start.size() - rest->size());
-  rest->remove_prefix(kMark.size());
-  return element;
-}
-
 // The contents of the next element, where it is of that kind.
 std::optional<std::string_view> enter(std::string_view* rest, int tag,
                                       int kind = V_ASN1_UNIVERSAL) {
-  const auto element = take(rest);
+  const auto element = takeElement(rest);
   if (!element || element->tag != tag || element->kind != kind) return std::nullopt;
   return element->contents;
 }
@@ -60,19 +26,19 @@ std::optional<std::string_view> enter(std::string_view* rest, int tag,
 // The attributes of the first signer, without tag and length.
 std::optional<std::string_view> attributesIn(std::string_view message) {
   auto info = enter(&message, V_ASN1_SEQUENCE);
-  if (!info || !take(&*info)) return std::nullopt;  // behind the type
+  if (!info || !takeElement(&*info)) return std::nullopt;  // behind the type
   auto content = enter(&*info, 0, V_ASN1_CONTEXT_SPECIFIC);
   auto parts = content ? enter(&*content, V_ASN1_SEQUENCE) : std::nullopt;
   if (!parts) return std::nullopt;
-  std::optional<Element> signers;
-  while (const auto part = take(&*parts)) signers = part;
+  std::optional<BerElement> signers;
+  while (const auto part = takeElement(&*parts)) signers = part;
   if (!signers || signers->tag != V_ASN1_SET) return std::nullopt;
   auto signer = enter(&signers->contents, V_ASN1_SEQUENCE);
   // Version, name and digest stand before the attributes.
   for (int i = 0; i < 3; ++i) {
-    if (!signer || !take(&*signer)) return std::nullopt;
+    if (!signer || !takeElement(&*signer)) return std::nullopt;
   }
-  const auto attributes = take(&*signer);
+  const auto attributes = takeElement(&*signer);
   const bool found = attributes && attributes->isDefinite && attributes->tag == 0 &&
                      attributes->kind == V_ASN1_CONTEXT_SPECIFIC;
   return found ? std::optional(attributes->contents) : std::nullopt;
