@@ -36,6 +36,9 @@ int verifyPath(const std::string& path, const Options& options, const Streams& s
   if (tell) streams.error(fmt::format("{}: valid on disk\n", printable(path)));
   if (!verdict.satisfiesDesignated) {
     failPath(path, "does not satisfy its designated Requirement", streams);
+    streams.error(
+        "codesign: the signature is intact; the requirement is an earlier signer's, which devices "
+        "do not look at\n");
     status = kUnsatisfied;
   } else if (tell) {
     streams.error(fmt::format("{}: satisfies its Designated Requirement\n", printable(path)));

@@ -106,7 +106,8 @@ std::optional<int> perform(const LipoOptions& options, const Streams& streams, E
 }  // namespace
 
 int run(const Arguments& arguments, const Streams& streams) {
-  if (arguments.words == std::vector<std::string>{"--help"}) {
+  constexpr std::string_view kHelp[] = {"--help", "-help", "-h"};
+  if (arguments.words.size() == 1 && std::ranges::count(kHelp, arguments.words.front()) != 0) {
     streams.out(kUsage);
     return 0;
   }

@@ -30,6 +30,9 @@ class Lister : public listing::Listing {
  private:
   void listOther(const ObjectFile& file) override {
     complain(fmt::format("{}: The file was not recognized as a valid object file", file.path()));
+    if (file.bytes().cString(0).starts_with("\177ELF")) {
+      complain("this nm reads files of Apple's systems; that of the host is another one in PATH");
+    }
   }
   void listSlice(const ObjectFile& file, const Slice& slice) override;
 

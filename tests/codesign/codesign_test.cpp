@@ -379,7 +379,9 @@ TEST_F(CodesignTest, VerifyAnswers) {
   const Outcome other = codesign({"-vv", app_});
   EXPECT_EQ(other.status, 3);
   EXPECT_EQ(other.errorOutput,
-            app_ + ": valid on disk\n" + app_ + ": does not satisfy its designated Requirement\n");
+            app_ + ": valid on disk\n" + app_ +
+                ": does not satisfy its designated Requirement\ncodesign: the signature is intact; "
+                "the requirement is an earlier signer's, which devices do not look at\n");
 
   folder_.write("Demo.app/text", "changed");
   const Outcome changed = codesign({"-v", app_});

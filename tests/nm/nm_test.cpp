@@ -54,6 +54,7 @@ TEST_F(Nm, SlicesFilesAndUsage) {
       {{"-j", "-arch", "x86_64", fat}, 1, "", "does not contain architecture: x86_64\n"},
       {{"-arch", "x87", fat}, 1, "", unknown},
       {{text}, 1, "", text + ": The file was not recognized as a valid object file\n"},
+      {{"/proc/self/exe"}, 1, "", "that of the host is another one in PATH\n"},
       {{}, 1, "", "can't open file: a.out (No such file or directory)\n"},
       {{"-z", text}, 1, "", "unknown option \"-z\"\n"},
       {{"-uU", text}, 1, "", "-u and -U can't be used together\n"},
