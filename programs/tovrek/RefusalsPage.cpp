@@ -125,7 +125,7 @@ std::string RefusalsPage::line(const Row& row) const {
     const size_t at = advice.find(mark);
     if (at != std::string::npos) advice.replace(at, mark.size(), word + " (" + words + ")");
   }
-  return fmt::format("Why: {}. What to do: {}.", plain(row.meaning), plain(advice));
+  return fmt::format("{}. What to do: {}.", plain(row.meaning), plain(advice));
 }
 
 std::string RefusalsPage::explain(std::string_view text, std::string_view cause) const {

@@ -19,8 +19,8 @@ class RefusalsPage {
  public:
   explicit RefusalsPage(std::string_view page);
 
-  // One line: what is the matter, and what to do. Of the rows for the text the first one of that
-  // cause, else the first one without any; empty when there is none.
+  // One line: what is the matter ". What to do: " what helps. Of the rows for the text the first
+  // one of that cause, else the first one without any; empty when there is none.
   std::string explain(std::string_view text, std::string_view cause) const;
   // The same for a code of the engine.
   std::string explain(int32_t code) const;

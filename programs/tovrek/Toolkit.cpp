@@ -99,8 +99,11 @@ int convert(const Request& request, UnpackedInput input, RunContext& context,
   // Never announced as a success: without a text nothing more is printed, and a warning that
   // came with a success is printed like an error.
   writeOutResultWithErrorStr(false, error.isSet() ? &error.text() : nullptr, request, log, streams);
-  if (!succeeded && error.isSet()) {
-    explain({error.text(), &request, &context, request.certificate, appPath}, streams);
+  if (succeeded) {
+    explainWarnings(error, streams);
+  } else if (error.isSet()) {
+    explain({error.text(), error.cause(), &request, &context, request.certificate, appPath},
+            streams);
   }
   return succeeded ? kExitSuccess : kExitConversionFailed;
 }
@@ -113,7 +116,8 @@ int runRequest(const Request& request, RunContext& context, TKProgressor& progre
   if (needsUnpacking(request) &&
       !AppConverter::unzipIpaAndProcessConverterParameters(request, context, &input, &error)) {
     reportError(error.text(), context.loggers.commandLine, streams);
-    explain({error.text(), &request, &context, request.certificate, appOf(input)}, streams);
+    explain({error.text(), error.cause(), &request, &context, request.certificate, appOf(input)},
+            streams);
     return context.settings.failUnpacking ? kExitConversionFailed : kExitSuccess;
   }
   return convert(request, std::move(input), context, progressor, streams);
@@ -161,7 +165,7 @@ int run(const Arguments& arguments, const Streams& streams) {
   const std::optional<std::string> certificate = request->certificate;
   if (!validate(*request, context, &error)) {
     reportError(error.text(), log, streams);
-    explain({error.text(), &*request, &context, certificate, ""}, streams);
+    explain({error.text(), error.cause(), &*request, &context, certificate, ""}, streams);
     return kExitBadInput;
   }
   // Before anything of the input is touched.

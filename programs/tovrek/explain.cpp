@@ -3,19 +3,20 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
 
 #include "engine/MachORebuildErrors.h"
 #include "host/HostRoot.h"
-#include "host/complaint.h"
 #include "host/disk_space.h"
 #include "host/files.h"
 #include "host/host_info.h"
 #include "host/paths.h"
 #include "host/printable.h"
 #include "host/process.h"
+#include "host/shortage.h"
 #include "host/terminal.h"
 #include "package/bundle_icons.h"
 #include "programs/tovrek/RefusalsPage.h"
@@ -26,20 +27,6 @@ namespace {
 
 // A run that finds less than this has most likely ended for that.
 constexpr uint64_t kFullDisk = uint64_t{256} << 10;
-
-// What a run is refused with because a program has failed, which has said why. The .ipa that is
-// missing is one of those when it is not the input.
-bool isOfProgram(const Situation& situation) {
-  const std::string_view text = situation.text;
-  constexpr std::string_view kMissing = "A required file at this location does not exist: ";
-  const std::string input =
-      situation.request != nullptr ? printable(situation.request->inputFile.value_or("")) : "";
-  const bool isOfZip =
-      text.starts_with(kMissing) && text.ends_with(".ipa") && text.substr(kMissing.size()) != input;
-  return isOfZip || text.starts_with("Failed to execute ") ||
-         text.starts_with("Unzip command failed.") ||
-         text.starts_with("Failed to generate this file: ");
-}
 
 // What codesign said of the identity.
 std::string causeOfSigning(const std::string& said) {
@@ -85,7 +72,7 @@ std::string causeOf(const Situation& situation) {
   }
   if (text.starts_with("Failed to execute dylibcodesign") ||
       text.starts_with("Failed to execute codesign:")) {
-    return causeOfSigning(lastComplaint());
+    return causeOfSigning(situation.said);
   }
   if (text.find("Mavericks") != std::string_view::npos && HostRoot::folder().empty()) {
     return "no host folder";
@@ -114,14 +101,10 @@ std::optional<int32_t> codeOf(const std::string& text) {
   return std::nullopt;
 }
 
-}  // namespace
-
-namespace {
-
 // What the system had no more of, from the text or what a program said; or a disk that is full.
-ShortageFound shortageOf(const Situation& situation, bool mayBeOfProgram) {
+ShortageFound shortageOf(const Situation& situation) {
   ShortageFound found = shortageIn(situation.text);
-  if (found.kind == Shortage::kNone && mayBeOfProgram) found = shortageIn(lastComplaint());
+  if (found.kind == Shortage::kNone) found = shortageIn(situation.said);
   if (found.kind != Shortage::kNone) return found;
   const std::string full = fullDisk(situation);
   if (!full.empty()) found = {Shortage::kDiskFull, full};
@@ -142,12 +125,11 @@ std::string_view causeOf(Shortage kind) {
   return "";
 }
 
-}  // namespace
-
+// The line; empty when there is nothing to add.
 std::string explanation(const Situation& situation) {
   const RefusalsPage page(refusalsPageText());
   const auto code = codeOf(situation.text);
-  const ShortageFound shortage = shortageOf(situation, code || isOfProgram(situation));
+  const ShortageFound shortage = shortageOf(situation);
   if (shortage.kind != Shortage::kNone) {
     std::string line = page.explain(situation.text, causeOf(shortage.kind));
     return line.insert(line.find(". What to do:"), fmt::format(" ({})", shortage.words));
@@ -158,10 +140,27 @@ std::string explanation(const Situation& situation) {
   return line;
 }
 
+}  // namespace
+
 void explain(const Situation& situation, const Streams& streams) {
   if (!errorIsSeen()) return;
   const std::string line = explanation(situation);
-  if (!line.empty()) streams.error(line + "\n");
+  if (!line.empty()) streams.error("Why: " + line + "\n");
+}
+
+void explainWarnings(const ErrorText& warnings, const Streams& streams) {
+  if (!warnings.isSet() && warnings.mentioned().empty()) return;
+  if (!errorIsSeen()) return;
+  const RefusalsPage page(refusalsPageText());
+  std::vector<std::string> texts = warnings.mentioned();
+  if (warnings.isSet()) texts.push_back(warnings.text());
+  std::vector<std::string> told;
+  for (const std::string& text : texts) {
+    const std::string line = page.explain(text, "the package was made");
+    if (line.empty() || std::ranges::count(told, line) != 0) continue;
+    streams.error("Warning: " + line + "\n");
+    told.push_back(line);
+  }
 }
 
 }  // namespace tovrek

@@ -1,4 +1,4 @@
-// What a refusal is about, for the person at the terminal.
+// What a refusal or a warning is about, for the person at the terminal.
 #pragma once
 
 #include <optional>
@@ -6,6 +6,7 @@
 
 #include "context/RunContext.h"
 #include "converter/Request.h"
+#include "host/ErrorText.h"
 #include "host/Streams.h"
 
 namespace tovrek {
@@ -13,6 +14,7 @@ namespace tovrek {
 // What is known of the run when it is refused.
 struct Situation {
   std::string text{};                // what it was refused with
+  std::string said{};                // by the program that failed, if it was one
   const Request* request = nullptr;  // once the arguments have been understood
   const RunContext* context = nullptr;
   std::optional<std::string> certificate{};  // as it was given
@@ -22,7 +24,7 @@ struct Situation {
 // Prints one line about the refusal when standard error is a terminal, and nothing otherwise.
 void explain(const Situation& situation, const Streams& streams);
 
-// The line itself; empty when there is nothing to add.
-std::string explanation(const Situation& situation);
+// The same for a run that succeeded: one line for each warning in the slot.
+void explainWarnings(const ErrorText& warnings, const Streams& streams);
 
 }  // namespace tovrek

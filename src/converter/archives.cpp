@@ -6,7 +6,6 @@
 
 #include "converter/common.h"
 #include "converter/steps.h"
-#include "host/complaint.h"
 #include "host/delivery.h"
 #include "host/file_status.h"
 #include "host/files.h"
@@ -52,10 +51,11 @@ bool findStoreFiles(const std::string& folder, std::vector<std::string>* found, 
   return true;
 }
 
-// As runTool(), and what zip says when it fails is an error in the log: which file, and why.
-int runZip(const WrapperLogger& log, const std::vector<std::string>& argv,
-           const std::string& workingDirectory,
-           const std::vector<std::pair<std::string, std::string>>& environment = {}) {
+// As runTool(), and what zip says when it fails, on standard output, is an error in the log: which
+// file, and why.
+Outcome runZip(const WrapperLogger& log, const std::vector<std::string>& argv,
+               const std::string& workingDirectory,
+               const std::vector<std::pair<std::string, std::string>>& environment = {}) {
   Command command;
   command.argv = argv;
   command.workingDirectory = workingDirectory;
@@ -63,15 +63,16 @@ int runZip(const WrapperLogger& log, const std::vector<std::string>& argv,
   Outcome outcome;
   if (ErrorText reason; !runProcess(command, &outcome, &reason)) {
     log.logError(fmt::format("zip: {}", reason.text()));
-    return kNotStarted;
+    outcome = Outcome();
+    outcome.status = kNotStarted;
+    return outcome;
   }
   if (outcome.status == 0) {
     log.logDetailed(outcome.output, LineBreaks::kKept);
   } else {
-    keepComplaint(outcome.output);  // where zip has its complaints
     log.logError(outcome.output, LineBreaks::kKept);
   }
-  return outcome.status;
+  return outcome;
 }
 
 // `unpackedFrom` is the archive that the app came from.
@@ -93,11 +94,15 @@ bool zipApp(const WrapperLogger& log, const char* options, const std::string& ip
   if (!findStoreFiles(sourceDir, &command, &reason)) {
     return fail(error, fmt::format("{}: {}", sourceDir, reason.text()));
   }
-  const int status = runZip(log, command, sourceDir, packedSource(log, source));
+  const Outcome zipped = runZip(log, command, sourceDir, packedSource(log, source));
   if (source != unpackedFrom && !source.empty()) removeItem(source);
 
   const std::string target = standardizePath(joinPath(targetDir, ipaName));
-  if (status != 0 || !isPlainFile(archive)) return failMissingFile(error, target);
+  if (zipped.status != 0 || !isPlainFile(archive)) {
+    failMissingFile(error, target);
+    if (error != nullptr) error->setCause(zipped.output);
+    return false;
+  }
   if (!deliverOrFail(archive, target, Source::kSpent, error)) return false;
   log.logBasic("Generated output ipa file at: " + target);
   return true;
@@ -120,8 +125,8 @@ bool ZipToIpaFromWex(const Run& run, const std::string& sourceDir, const Unzippe
 bool ZiptoPackage(const Run& run, const std::string& packageDir, ErrorText* error) {
   const std::string name = uniqueString() + ".zip";
   const std::string archive = standardizePath(joinPath(packageDir, name));
-  const int status = runZip(run.log(), {kZip, "-qr", name, "."}, packageDir);
-  if (status != 0) return failWithStatus(error, "zip", status);
+  const Outcome zipped = runZip(run.log(), {kZip, "-qr", name, "."}, packageDir);
+  if (zipped.status != 0) return failWithStatus(error, "zip", zipped.status, zipped.output);
   if (!isPlainFile(archive)) {
     return fail(error, fmt::format("Failed to generate this file: {}", archive));
   }

@@ -21,7 +21,7 @@ bool VerifyOrvaneDylib(const std::string& path, ErrorText* error) {
                : failNotStarted(error, reason);
   }
   if (outcome.status != 0) {
-    return failWithStatus(error, "codesign-verifyOrvaneDylib", outcome.status);
+    return failWithStatus(error, "codesign-verifyOrvaneDylib", outcome.status, outcome.errorOutput);
   }
   if (!isUtf8(outcome.errorOutput)) return fail(error, "Failed to allocate memory.");
   constexpr char kAuthority[] = "Authority=iPhone Distribution: Orvane Systems, Inc";

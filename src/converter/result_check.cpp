@@ -14,9 +14,13 @@ bool checkResult(Run& run, ErrorText* error) {
   ErrorText reason;
   size_t refusals = 0;
   std::string first;
+  const auto warn = [&](const std::string& text) {
+    run.log().logWarning(text);
+    if (error != nullptr) error->mention(text);
+  };
   const auto refuse = [&](const std::string& text) {
     if (refusals++ == 0) first = text;
-    run.log().logWarning("verifyResult: a device would refuse " + text);
+    warn("verifyResult: a device would refuse " + text);
   };
   if (!device::judgeApp(run.appPath, currentTime(), &findings, &reason,
                         signing::DigestsToCheck::kStrongest)) {
@@ -28,7 +32,7 @@ bool checkResult(Run& run, ErrorText* error) {
     if (finding.isRefused) {
       refuse(text);
     } else {
-      run.log().logWarning("verifyResult: a device takes with limits " + text);
+      warn("verifyResult: a device takes with limits " + text);
     }
   }
   if (check != ResultCheck::kStrict || refusals == 0) return true;

@@ -27,9 +27,10 @@ class MachORebuildLib {
 
   // Inserts the libraries' load commands into the executable at `path`. A numeric failure is
   // printed, stored in `errorCode` as one of MachORebuildErrors and false; failures in the
-  // engine's own words are thrown.
+  // engine's own words are thrown. `said` gets what went wrong before with splitting or joining.
   bool insertBinaryType(int binaryType, bool libraryType, const std::string& path,
-                        int32_t* errorCode, Settings settings = {}) const;
+                        int32_t* errorCode, Settings settings = {},
+                        std::string* said = nullptr) const;
   // Checks the order of the libraries that an SDK-built executable loads.
   bool checkOrderSDKLibraryType(bool libraryType, const std::string& path, int32_t* errorCode,
                                 Settings settings = {}) const;

@@ -7,6 +7,7 @@
 
 #include "engine/MachORebuildErrors.h"
 #include "engine/binary_type.h"
+#include "engine/engine_text.h"
 
 namespace tovrek {
 namespace {
@@ -28,18 +29,21 @@ bool MachORebuilder::initWithBinaryType(int binaryType, bool libraryType, const 
 
   int32_t code = 0;
   bool done = false;
+  std::string said;
   try {
     if (binaryType == kAppExtension || binaryType == kApplication) {
-      done = engine_.insertBinaryType(binaryType, libraryType, path, &code, settings_);
+      done = engine_.insertBinaryType(binaryType, libraryType, path, &code, settings_, &said);
     } else if (binaryType == kOrderCheckOnly) {
       done = engine_.checkOrderSDKLibraryType(libraryType, path, &code, settings_);
     }
+  } catch (const macho::EngineText& failure) {
+    // The engine's own words have no number, nor has a lack of memory.
+    return fail(error, failure.what(), failure.said());
   } catch (const std::exception& failure) {
-    // The engine's own words (and a lack of memory) have no number.
     return fail(error, failure.what());
   }
   if (code != 0) {
-    fail(error, textFor(code));
+    fail(error, textFor(code), said);
   } else if (error != nullptr) {
     error->clear();
   }

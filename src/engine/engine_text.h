@@ -12,7 +12,13 @@ namespace tovrek::macho {
 // Leaves the engine's entry points unchanged; the front turns it into the user's message.
 class EngineText : public std::runtime_error {
  public:
-  using std::runtime_error::runtime_error;
+  // `said` is what a program had to say of it.
+  explicit EngineText(const std::string& text, std::string said = {})
+      : std::runtime_error(text), said_(std::move(said)) {}
+  const std::string& said() const { return said_; }
+
+ private:
+  std::string said_;
 };
 
 template <class... Args>

@@ -17,8 +17,8 @@ namespace {
 
 using Errors = MachORebuildErrors;
 
-EngineFailure failed(std::string_view what, Errors code) {
-  return {code, fmt::format("{} {}\n", what, static_cast<int32_t>(code))};
+EngineFailure failed(std::string_view what, Errors code, const ErrorText& lipo = {}) {
+  return {code, fmt::format("{} {}\n", what, static_cast<int32_t>(code)), lipo.text()};
 }
 
 std::vector<std::string> sliceFiles(const std::string& path, const ArchPresence& present) {
@@ -45,25 +45,27 @@ void requireRoomInAll(const std::vector<std::string>& slices, int binaryType, bo
 std::optional<EngineFailure> addOrvaneDylib(int binaryType, bool libraryType,
                                             const std::string& path, Settings settings,
                                             const WrapperLogger& logger) {
+  ErrorText lipo;
   try {
     // What split and join answer is not asked for, as long as lipo answers at all: a missing slice
     // fails to open, and a missing or stale executable fails the check.
     ArchPresence present{};
-    ExtractArchsFromFatBinary(path, IsFatBinary(path), &present, logger);
+    ExtractArchsFromFatBinary(path, IsFatBinary(path), &present, logger, &lipo);
     const std::vector<std::string> slices = sliceFiles(path, present);
     if (settings.strictHeaderRoom) requireRoomInAll(slices, binaryType, libraryType, logger);
     for (const std::string& slice : slices) {
       addDylib(binaryType, slice, libraryType, settings, logger);
     }
-    CreateFatBinaryFromArchs(path, present, logger);
+    CreateFatBinaryFromArchs(path, present, logger, &lipo);
   } catch (Errors code) {
     return failed(
-        fmt::format("addOrvaneDylib: add binaryType {} dylib failed: {}", binaryType, path), code);
+        fmt::format("addOrvaneDylib: add binaryType {} dylib failed: {}", binaryType, path), code,
+        lipo);
   }
   try {
     checkBySettings(path, false, libraryType, settings, logger);
   } catch (Errors code) {
-    return failed(fmt::format("addOrvaneDylib: check dylib failed: {}", path), code);
+    return failed(fmt::format("addOrvaneDylib: check dylib failed: {}", path), code, lipo);
   }
   return std::nullopt;
 }

@@ -11,10 +11,12 @@
 
 namespace tovrek {
 
-// A numeric failure, and the line that tells standard error of it.
+// A numeric failure, the line that tells standard error of it, and what went wrong before with
+// splitting or joining.
 struct EngineFailure {
   MachORebuildErrors code;
   std::string line;
+  std::string said{};
 };
 
 // Inserts the wrapper library's and the logger's load commands into the armv7, armv7s and arm64

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "engine/engine_text.h"
-#include "host/complaint.h"
 #include "host/files.h"
 #include "host/paths.h"
 #include "host/process.h"
@@ -16,7 +15,8 @@ namespace tovrek {
 namespace {
 
 [[noreturn]] void failToRun(const Outcome& outcome) {
-  macho::throwf("Failed to execute lipo with exit code: {}", outcome.status);
+  throw macho::EngineText(fmt::format("Failed to execute lipo with exit code: {}", outcome.status),
+                          outcome.errorOutput);
 }
 
 Outcome runLipo(std::vector<std::string> arguments, StandardError standardError) {
@@ -31,27 +31,26 @@ Outcome runLipo(std::vector<std::string> arguments, StandardError standardError)
   return outcome;
 }
 
-// The callers only hear that there is no slice, or no executable, in the end.
-void tellWhy(const WrapperLogger& logger, const std::string& reason) {
-  if (reason.empty()) return;
-  keepComplaint(reason);
-  logger.logError(reason, LineBreaks::kKept);
+// Users only hear that there is no slice, or no executable, in the end.
+bool failTold(const WrapperLogger& logger, const std::string& reason, ErrorText* error) {
+  if (!reason.empty()) logger.logError(reason, LineBreaks::kKept);
+  return fail(error, reason);
 }
 
-bool succeeded(const Outcome& outcome, const WrapperLogger& logger) {
-  if (outcome.status != 0) tellWhy(logger, trimmed(outcome.errorOutput));
-  return outcome.status == 0;
+bool succeeded(const Outcome& outcome, const WrapperLogger& logger, ErrorText* error) {
+  return outcome.status == 0 || failTold(logger, trimmed(outcome.errorOutput), error);
 }
 
-bool copyThinFile(const std::string& path, const std::string& slice, const WrapperLogger& logger) {
+bool copyThinFile(const std::string& path, const std::string& slice, const WrapperLogger& logger,
+                  ErrorText* error) {
   ErrorText reason;
   const auto source = realPath(path);
   // A slice left behind by a broken run must not be taken for this one, and an executable that
   // is a link must not be edited through its copy.
   const bool cleared = !itemExistsNoFollow(slice) || removeItem(slice, &reason);
   if (cleared && source && copyItem(*source, slice, &reason)) return true;
-  tellWhy(logger, slice + ": " + (source ? reason.text() : "there is no executable"));
-  return false;
+  return failTold(logger, slice + ": " + (source ? reason.text() : "there is no executable"),
+                  error);
 }
 
 }  // namespace
@@ -66,7 +65,7 @@ bool IsFatBinary(const std::string& path) {
 }
 
 bool ExtractArchsFromFatBinary(const std::string& path, bool isFat, ArchPresence* present,
-                               const WrapperLogger& logger) {
+                               const WrapperLogger& logger, ErrorText* error) {
   std::optional<Outcome> complaint;
   for (size_t i = 0; i < kDeviceArchs.size(); ++i) {
     Outcome outcome =
@@ -84,15 +83,15 @@ bool ExtractArchsFromFatBinary(const std::string& path, bool isFat, ArchPresence
     const std::string slice = sliceFileName(path, arch);
     const bool made =
         isFat ? succeeded(runLipo({path, "-thin", arch, "-output", slice}, StandardError::kCapture),
-                          logger)
-              : copyThinFile(path, slice, logger);
+                          logger, error)
+              : copyThinFile(path, slice, logger, error);
     if (!made) return false;
   }
   return true;
 }
 
 bool CreateFatBinaryFromArchs(const std::string& path, const ArchPresence& present,
-                              const WrapperLogger& logger) {
+                              const WrapperLogger& logger, ErrorText* error) {
   removeItem(path);
   std::vector<std::string> slices;
   for (size_t i = 0; i < kDeviceArchs.size(); ++i) {
@@ -111,7 +110,7 @@ bool CreateFatBinaryFromArchs(const std::string& path, const ArchPresence& prese
       macho::throwf("{} could not be removed: {}", slice, reason.text());
     }
   }
-  return succeeded(outcome, logger);
+  return succeeded(outcome, logger, error);
 }
 
 }  // namespace tovrek

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/ErrorText.h"
 #include "log/WrapperLogger.h"
 
 namespace tovrek {
@@ -24,14 +25,14 @@ std::string sliceFileName(const std::string& path, std::string_view arch);
 bool IsFatBinary(const std::string& path);
 
 // Writes the slice of each device architecture to its own file and tells which there are. False
-// as soon as one cannot be written; why is an error in the log.
+// as soon as one cannot be written; why is in the slot, and an error in the log.
 bool ExtractArchsFromFatBinary(const std::string& path, bool isFat, ArchPresence* present,
-                               const WrapperLogger& logger);
+                               const WrapperLogger& logger, ErrorText* error);
 
 // Replaces the executable by a universal file of the slices and removes them. True when `lipo`
 // made it, or complained about an unknown architecture flag (the slices stay then).
-// Why it was not made is an error in the log.
+// Why it was not made is in the slot, and an error in the log.
 bool CreateFatBinaryFromArchs(const std::string& path, const ArchPresence& present,
-                              const WrapperLogger& logger);
+                              const WrapperLogger& logger, ErrorText* error);
 
 }  // namespace tovrek

@@ -16,7 +16,6 @@
 
 #include "host/HostRoot.h"
 #include "host/child_environment.h"
-#include "host/complaint.h"
 #include "host/file_io.h"
 #include "host/running_child.h"
 #include "host/spawning.h"
@@ -172,7 +171,6 @@ bool runProcess(const Command& command, Outcome* outcome, ErrorText* error) {
   if (lost != 0) return fail(error, std::strerror(lost));
   outcome->signalled = WIFSIGNALED(status);
   outcome->status = outcome->signalled ? WTERMSIG(status) : WEXITSTATUS(status);
-  if (outcome->status != 0 && !outcome->errorOutput.empty()) keepComplaint(outcome->errorOutput);
   return true;
 }
 

@@ -11,17 +11,11 @@
 namespace tovrek {
 namespace {
 
-// Whether unzip, which ended with `status`, put nothing into `folder` but what may be walked.
-bool isUnpacked(int status, const std::string& output, const std::string& folder,
-                ErrorText* error) {
-  if (status != 0) return fail(error, unzipFailure(output));
-  return refuseLinks(folder, std::nullopt, nullptr, error);
-}
-
-bool unpack(const UnzippedCma& package, ErrorText* error) {
-  std::string output;
-  const int status = package.ExecuteTask(package.tempDir(), &output);
-  return isUnpacked(status, output, package.tempDir(), error);
+// Unpacks the archive into the folder, and sees to it that there is nothing but what may be walked.
+bool unpack(const std::string& archive, const std::string& folder, const WrapperLogger* log,
+            ErrorText* error) {
+  return isUnzipped(runUnzip(archive, folder, log), error) &&
+         refuseLinks(folder, std::nullopt, nullptr, error);
 }
 
 }  // namespace
@@ -56,16 +50,8 @@ std::shared_ptr<UnzippedCma> UnzippedCma::initWithwexipa(const std::string& path
   return initWithCma(path, tempDir);
 }
 
-int UnzippedCma::ExecuteTask(const std::string& destination, std::string* output) const {
-  return runUnzip(inputcma_, destination, output, log_);
-}
-
-int UnzippedCma::ExecuteTaskIpa(const std::string& destination, std::string* output) const {
-  return runUnzip(ipaPath_, destination, output, log_);
-}
-
 bool UnzippedCma::Unzip(ErrorText* error) {
-  if (!unpack(*this, error)) return false;
+  if (!unpack(inputcma_, tempDir_, log_, error)) return false;
   const auto manifest = firstEntryWithExtension(tempDir_, "xml");
   if (!manifest) {
     return fail(error, fmt::format("Manifest xml cannot be foung in directory ({})", tempDir_));
@@ -75,7 +61,7 @@ bool UnzippedCma::Unzip(ErrorText* error) {
 }
 
 bool UnzippedCma::UnzipToGetIpaPath(ErrorText* error) {
-  if (!unpack(*this, error)) return false;
+  if (!unpack(inputcma_, tempDir_, log_, error)) return false;
   const auto ipa = firstEntryWithExtension(tempDir_, "ipa");
   if (!ipa) return fail(error, fmt::format("Ipa is not found in directory ({}) .", tempDir_));
   ipaName_ = *ipa;
@@ -84,9 +70,7 @@ bool UnzippedCma::UnzipToGetIpaPath(ErrorText* error) {
 }
 
 bool UnzippedCma::UnzipWithPayload(ErrorText* error) {
-  std::string output;
-  const int status = ExecuteTaskIpa(tempDir_, &output);
-  if (!isUnpacked(status, output, tempDir_, error)) return false;
+  if (!unpack(ipaPath_, tempDir_, log_, error)) return false;
   const auto app = findPayloadApp(tempDir_, &payloadDir_, error);
   if (!app) return false;
   appPath_ = *app;

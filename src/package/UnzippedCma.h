@@ -26,11 +26,6 @@ class UnzippedCma {
   static std::shared_ptr<UnzippedCma> initWithwexipa(const std::string& path,
                                                      const TemporaryDirectory& tempDir);
 
-  // Unzip the package, or its .ipa, into `destination`; both answer unzip's exit status (127 when
-  // it could not be started) and its standard output.
-  int ExecuteTask(const std::string& destination, std::string* output) const;
-  int ExecuteTaskIpa(const std::string& destination, std::string* output) const;
-
   // Unpacks the package and finds its manifest.
   bool Unzip(ErrorText* error);
   // Unpacks the package and finds its .ipa.

@@ -39,13 +39,8 @@ std::shared_ptr<UnzippedIpa> UnzippedIpa::initWithApp(const std::string& path,
   return app;
 }
 
-int UnzippedIpa::ExecuteTask(const std::string& destination, std::string* output) const {
-  return runUnzip(inputIpa_, destination, output, log_);
-}
-
 bool UnzippedIpa::Unzip(ErrorText* error) {
-  std::string output;
-  if (ExecuteTask(tempDir_, &output) != 0) return fail(error, unzipFailure(output));
+  if (!isUnzipped(runUnzip(inputIpa_, tempDir_, log_), error)) return false;
   const auto app = findPayloadApp(tempDir_, &payloadDir_, error);
   if (!app) return false;
   appPath_ = *app;

@@ -29,9 +29,6 @@ class UnzippedIpa {
   static std::shared_ptr<UnzippedIpa> initWithApp(const std::string& path,
                                                   const TemporaryDirectory& tempDir);
 
-  // Unzips the input into `destination`; answers unzip's exit status (127 when it could not be
-  // started) and its standard output.
-  int ExecuteTask(const std::string& destination, std::string* output) const;
   // Unpacks the input and finds the app in it.
   bool Unzip(ErrorText* error);
   // The app as a bundle; none, with a text, when there is none.

@@ -5,7 +5,6 @@
 #include "host/Streams.h"
 #include "host/files.h"
 #include "host/paths.h"
-#include "host/process.h"
 #include "log/SystemLog.h"
 
 namespace tovrek {
@@ -38,12 +37,12 @@ bool isFolderGiven(const TemporaryDirectory* folder, ErrorText* error) {
   return folder != nullptr;
 }
 
-int runUnzip(const std::string& archive, const std::string& destination, std::string* output,
-             const WrapperLogger* log) {
+Outcome runUnzip(const std::string& archive, const std::string& destination,
+                 const WrapperLogger* log) {
   Command command;
   command.argv = {"/usr/bin/unzip", "-q", "-d", destination, archiveArgument(archive)};
   command.standardError = StandardError::kCapture;
-  const Outcome outcome = runQuietly(command);
+  Outcome outcome = runQuietly(command);
   printError(outcome.errorOutput);
   const std::string complaint(trimmed(outcome.errorOutput));
   if (log != nullptr && outcome.status != 0 && !complaint.empty()) {
@@ -51,12 +50,12 @@ int runUnzip(const std::string& archive, const std::string& destination, std::st
     written.setLogDisplayLevel(0);  // it is on the terminal already
     written.logError(complaint, LineBreaks::kKept);
   }
-  if (output != nullptr) *output = outcome.output;
-  return outcome.status;
+  return outcome;
 }
 
-std::string unzipFailure(std::string_view output) {
-  return fmt::format("Unzip command failed. {}", output);
+bool isUnzipped(const Outcome& outcome, ErrorText* error) {
+  return outcome.status == 0 ||
+         fail(error, fmt::format("Unzip command failed. {}", outcome.output), outcome.errorOutput);
 }
 
 std::optional<std::string> firstEntryWithExtension(const std::string& folder,

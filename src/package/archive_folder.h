@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "host/ErrorText.h"
+#include "host/process.h"
 #include "log/WrapperLogger.h"
 
 namespace tovrek {
@@ -15,15 +16,14 @@ class TemporaryDirectory;
 // Whether there is a scratch folder to unpack into. Clears the slot; the log is told if not.
 bool isFolderGiven(const TemporaryDirectory* folder, ErrorText* error);
 
-// Runs unzip on the archive. Answers its exit status, 127 when it could not be started; `output`
-// (may be null) gets its standard output. What it complains of when it fails is shown, and is an
-// error in `log` (may be null).
-int runUnzip(const std::string& archive, const std::string& destination, std::string* output,
-             const WrapperLogger* log);
+// Runs unzip on the archive; status 127 when it could not be started. What it complains of when it
+// fails is shown, and is an error in `log` (may be null).
+Outcome runUnzip(const std::string& archive, const std::string& destination,
+                 const WrapperLogger* log);
 
-// What both unpackers say when unzip fails; unzip writes its complaints to standard error, so
-// `output` is often empty.
-std::string unzipFailure(std::string_view output);
+// Whether unzip succeeded, and the text of both unpackers when it did not. unzip writes its
+// complaints to standard error, so the text has often no reason in it.
+bool isUnzipped(const Outcome& outcome, ErrorText* error);
 
 // The name of the first entry of the folder, in listing order, with exactly this extension.
 std::optional<std::string> firstEntryWithExtension(const std::string& folder,

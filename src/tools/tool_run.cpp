@@ -40,8 +40,8 @@ void logNotStarted(const ErrorText& reason) {
   systemLog(fmt::format("NSEXCEPTION : {}", reason.text()));
 }
 
-bool failWithStatus(ErrorText* error, std::string_view tag, int status) {
-  return fail(error, fmt::format("Failed to execute {} with exit code: {}", tag, status));
+bool failWithStatus(ErrorText* error, std::string_view tag, int status, std::string_view said) {
+  return fail(error, fmt::format("Failed to execute {} with exit code: {}", tag, status), said);
 }
 
 bool runToolOrFail(const WrapperLogger& log, const std::vector<std::string>& argv,
@@ -52,7 +52,7 @@ bool runToolOrFail(const WrapperLogger& log, const std::vector<std::string>& arg
   if (outcome.status == 0) return true;
   const std::string complaint = trimmed(outcome.errorOutput);
   if (!complaint.empty()) log.logError(complaint, LineBreaks::kKept);
-  return failWithStatus(error, tag, outcome.status);
+  return failWithStatus(error, tag, outcome.status, complaint);
 }
 
 std::optional<Outcome> runShell(const WrapperLogger& log, const std::string& commandLine) {

@@ -25,8 +25,9 @@ int runTool(const WrapperLogger& log, const std::vector<std::string>& argv,
 bool failNotStarted(ErrorText* error, const ErrorText& reason);
 void logNotStarted(const ErrorText& reason);
 
-// Puts "Failed to execute <tag> with exit code: <status>" into the slot; false.
-bool failWithStatus(ErrorText* error, std::string_view tag, int status);
+// Puts "Failed to execute <tag> with exit code: <status>" into the slot, with what the program
+// said; false.
+bool failWithStatus(ErrorText* error, std::string_view tag, int status, std::string_view said = {});
 
 // As runTool; any status but 0 fails with that text.
 bool runToolOrFail(const WrapperLogger& log, const std::vector<std::string>& argv,

@@ -6,7 +6,6 @@
 #include "engine/MachORebuilder.h"
 #include "engine/engine_log.h"
 #include "engine/lipo_runner.h"
-#include "host/complaint.h"
 #include "host/files.h"
 #include "macho/FatFile.h"
 #include "tests/engine/EngineRun.h"
@@ -229,35 +228,37 @@ class ScriptedLipoTest : public testing::Test {
 TEST_F(ScriptedLipoTest, CommandLinesOfSplitAndJoin) {
   script("test \"$3\" != armv7s");
   ArchPresence present{};
-  EXPECT_TRUE(ExtractArchsFromFatBinary(path_, true, &present, log_));
+  ErrorText reason;
+  EXPECT_TRUE(ExtractArchsFromFatBinary(path_, true, &present, log_, &reason));
   EXPECT_EQ(present, (ArchPresence{true, false, true}));
   EXPECT_EQ(calls(),
             "P -verify_arch armv7\nP -verify_arch armv7s\nP -verify_arch arm64\n"
             "P -thin armv7 -output P-armv7\nP -thin arm64 -output P-arm64\n");
   script("exit 0");
-  EXPECT_TRUE(CreateFatBinaryFromArchs(path_, present, log_));
+  EXPECT_TRUE(CreateFatBinaryFromArchs(path_, present, log_, nullptr));
   EXPECT_EQ(calls(), "P-armv7 P-arm64 -create -output P\n");
   EXPECT_FALSE(fileExists(path_)) << "the program is removed first";
 }
 
 TEST_F(ScriptedLipoTest, Leniencies) {
   ArchPresence present{};
+  ErrorText reason;
   log_.setLogDisplayLevel(0);
   log_.setLogFileWriteLevel(1);
   script("test \"$2\" = -verify_arch || { echo the disk is full >&2; false; }");
-  EXPECT_FALSE(ExtractArchsFromFatBinary(path_, true, &present, log_));
+  EXPECT_FALSE(ExtractArchsFromFatBinary(path_, true, &present, log_, &reason));
   EXPECT_EQ(calls().find("-thin armv7s"), std::string::npos) << "the first failure ends the split";
   EXPECT_NE(test::contentsOf(folder_.file("log")).find("[Test] the disk is full\n"),
             std::string::npos);
-  EXPECT_EQ(lastComplaint(), "the disk is full");
+  EXPECT_EQ(reason.text(), "the disk is full");
 
   present = {true, false, false};
   const std::string slice = folder_.write("App-armv7", "slice");
   script("echo unknown architecture specification flag >&2; exit 1");
-  EXPECT_TRUE(CreateFatBinaryFromArchs(path_, present, log_));
+  EXPECT_TRUE(CreateFatBinaryFromArchs(path_, present, log_, nullptr));
   EXPECT_TRUE(fileExists(slice)) << "stays then";
   script("exit 1");
-  EXPECT_FALSE(CreateFatBinaryFromArchs(path_, present, log_));
+  EXPECT_FALSE(CreateFatBinaryFromArchs(path_, present, log_, nullptr));
   EXPECT_FALSE(fileExists(slice));
 
   script("echo 'Non-fat file: x is architecture: y' >&2; exit 1");
