@@ -9,6 +9,7 @@
 #include "host/confinement.h"
 #include "host/files.h"
 #include "host/host_info.h"
+#include "host/limits.h"
 #include "host/paths.h"
 #include "host/terminal.h"
 #include "inspect/comparison.h"
@@ -18,6 +19,7 @@
 #include "inspect/reports.h"
 #include "inspect/text.h"
 #include "programs/inspect/Options.h"
+#include "settings/settings_file.h"
 
 namespace tovrek::inspect {
 namespace {
@@ -149,6 +151,12 @@ int explain(const std::string& what, const Streams& streams) {
   return outputFailed() ? kCannotTell : kNothingFound;
 }
 
+// A settings file that cannot be read is told of where the wrap is foreseen.
+void raiseLimits() {
+  Settings settings;
+  if (readSettings(&settings, nullptr)) putInForce(settings.limits);
+}
+
 }  // namespace
 
 int run(const Arguments& arguments, const Streams& streams) {
@@ -163,6 +171,7 @@ int run(const Arguments& arguments, const Streams& streams) {
     return kNothingFound;
   }
   confine(*options);
+  raiseLimits();
   return options->explain ? explain(*options->explain, streams)
                           : Inspection(*options, streams).run();
 }

@@ -12,6 +12,7 @@
 #include "converter/AppConverter.h"
 #include "converter/validation.h"
 #include "host/installation.h"
+#include "host/limits.h"
 #include "host/paths.h"
 #include "host/utf8.h"
 #include "host/version.h"
@@ -157,6 +158,7 @@ int run(const Arguments& arguments, const Streams& streams) {
     explain({.text = error.text()}, streams);
     return kExitBadInput;
   }
+  putInForce(context.settings.limits);
   prepareDefaultLog(*request);
   setUpCommandLineLog(*request, context.loggers.commandLine);
   CLProgressor progressor(context.loggers.commandLine);

@@ -74,6 +74,10 @@ std::string causeOf(const Situation& situation) {
       text.starts_with("Failed to execute codesign:")) {
     return causeOfSigning(situation.said);
   }
+  if (text.starts_with("Unzip command failed.") &&
+      situation.said.find(", beyond the limit of ") != std::string::npos) {
+    return "a limit";
+  }
   if (text.find("Mavericks") != std::string_view::npos && HostRoot::folder().empty()) {
     return "no host folder";
   }

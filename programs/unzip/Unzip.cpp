@@ -102,7 +102,7 @@ int refuseDestination(std::string_view what, const std::string& folder, const St
 // Before anything is made of the archive: one that passes a limit is made to do harm.
 bool isWithinLimits(const std::string& path, const Entries& entries, const Streams& streams) {
   ErrorText error;
-  if (archive::isWithin(archive::ArchiveLimits{}, entries, &error)) return true;
+  if (archive::isWithin(limitsInForce(), entries, &error)) return true;
   streams.error(fmt::format("error [{}]:  {}; nothing was unpacked\n", path, error.text()));
   return false;
 }

@@ -33,7 +33,7 @@ std::unique_ptr<const PathPattern> PathPattern::compile(const std::string& patte
   if (pattern.size() > kMostBytes) return nullptr;
   auto expression = std::make_unique<const re2::RE2>(pattern, extendedSyntax());
   if (!expression->ok()) return nullptr;
-  const auto steps = static_cast<size_t>(expression->ProgramSize());
+  const auto steps = static_cast<uint64_t>(expression->ProgramSize());
   if (steps > budget->steps) return nullptr;
   budget->steps -= steps;
   return std::unique_ptr<const PathPattern>(new PathPattern(std::move(expression)));

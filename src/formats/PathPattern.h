@@ -1,9 +1,11 @@
 // Patterns for paths that come with an app: whoever made it chose them.
 #pragma once
 
-#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
+
+#include "host/limits.h"
 
 namespace re2 {
 class RE2;
@@ -14,7 +16,7 @@ namespace tovrek {
 // How much the patterns of one list of rules may take together, in steps of their compiled forms:
 // the usual ten take some two hundred. Time for a path grows with this and its length, no faster.
 struct PatternBudget {
-  size_t steps = 10'000;
+  uint64_t steps = limitsInForce().patternSteps;
 };
 
 // A POSIX extended regular expression, searched in paths byte by byte in linear time.

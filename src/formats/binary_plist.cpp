@@ -20,8 +20,7 @@ constexpr double kEarliest = -62135596800, kLatest = 253402300799;
 
 class BinaryReader {
  public:
-  BinaryReader(std::string_view bytes, const PlistLimits& limits)
-      : bytes_(bytes), budget_(limits) {}
+  BinaryReader(std::string_view bytes, const Limits& limits) : bytes_(bytes), budget_(limits) {}
 
   std::optional<PlistValue> read(std::string* reason) {
     std::optional<PlistValue> result = readTop();
@@ -216,7 +215,7 @@ class BinaryReader {
 
 }  // namespace
 
-std::optional<PlistValue> readBinaryPlist(std::string_view bytes, const PlistLimits& limits,
+std::optional<PlistValue> readBinaryPlist(std::string_view bytes, const Limits& limits,
                                           std::string* reason) {
   return BinaryReader(bytes, limits).read(reason);
 }

@@ -44,7 +44,7 @@ PlistDictionary dictionaryOf(std::vector<PlistDictionary::Entry> entries) {
 std::optional<PlistValue> parsePlist(std::string_view bytes, ErrorText* error) {
   const auto read = bytes.starts_with("bplist") ? readBinaryPlist : readXmlPlist;
   std::string reason;
-  std::optional<PlistValue> value = read(bytes, PlistLimits(), &reason);
+  std::optional<PlistValue> value = read(bytes, limitsInForce(), &reason);
   if (!value) failFormat(error, reason);
   return value;
 }

@@ -5,7 +5,6 @@
 namespace tovrek {
 namespace {
 
-constexpr size_t kMostAttributes = 1000;
 // Bytes: of one entity, which may stand for an element; of all declarations of attributes, which
 // every element may have.
 constexpr size_t kLongestEntity = 2048;
@@ -14,7 +13,8 @@ constexpr size_t kLongestAttributeLists = 2048;
 // Goes from one piece of markup to the next.
 class MarkupScan {
  public:
-  explicit MarkupScan(std::string_view document) : document_(document) {}
+  MarkupScan(std::string_view document, uint64_t mostAttributes)
+      : document_(document), mostAttributes_(mostAttributes) {}
 
   std::string fault() {
     const char* reason = nullptr;
@@ -56,7 +56,7 @@ class MarkupScan {
       return attributeLists_ > kLongestAttributeLists ? "too many attributes are declared"
                                                       : nullptr;
     }
-    const bool tooMany = toEnd(">", Quoted::kNoMarkup).equalities > kMostAttributes;
+    const bool tooMany = toEnd(">", Quoted::kNoMarkup).equalities > mostAttributes_;
     return tooMany ? "an element has too many attributes" : nullptr;
   }
 
@@ -88,6 +88,7 @@ class MarkupScan {
   }
 
   const std::string_view document_;
+  const uint64_t mostAttributes_;
   size_t at_ = 0;
   size_t start_ = 0;           // of the markup at hand
   size_t attributeLists_ = 0;  // bytes of declarations so far
@@ -95,11 +96,13 @@ class MarkupScan {
 
 }  // namespace
 
-std::string markupFault(std::string_view document) {
-  if (document.find('\0') == document.npos) return MarkupScan(document).fault();
+std::string markupFault(std::string_view document, const Limits& limits) {
+  if (document.find('\0') == document.npos) {
+    return MarkupScan(document, limits.xmlAttributes).fault();
+  }
   std::string narrow(document);
   std::erase(narrow, '\0');
-  return MarkupScan(narrow).fault();
+  return MarkupScan(narrow, limits.xmlAttributes).fault();
 }
 
 }  // namespace tovrek

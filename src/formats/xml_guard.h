@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "host/limits.h"
+
 namespace tovrek {
 
 // Why a document is not to be parsed, with the line; empty for one that may be. libxml2's time
@@ -11,6 +13,6 @@ namespace tovrek {
 // by declaration. The bounds are far above what documents hold that anybody writes. Encodings in
 // which "<" is not the byte of that letter, zero bytes aside, are not looked through: excessOfXml()
 // keeps such documents short.
-std::string markupFault(std::string_view document);
+std::string markupFault(std::string_view document, const Limits& limits);
 
 }  // namespace tovrek

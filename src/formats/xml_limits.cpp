@@ -28,17 +28,18 @@ bool isReadByBytes(std::string_view bytes) {
 
 }  // namespace
 
-std::string excessOfXml(std::string_view bytes, const XmlLimits& limits) {
+std::string excessOfXml(std::string_view bytes, const Limits& limits) {
   const bool byBytes = isReadByBytes(bytes);
-  const size_t mostBytes = byBytes ? limits.bytes : std::min(limits.bytes, limits.wideBytes);
+  const uint64_t mostBytes =
+      byBytes ? limits.xmlBytes : std::min(limits.xmlBytes, limits.xmlWideBytes);
   if (bytes.size() > mostBytes) {
     return fmt::format("it has {} bytes, beyond the limit of {}", bytes.size(), mostBytes);
   }
   // More are seen where a text holds "<", fewer never, but for encodings that are short by now.
-  if (static_cast<size_t>(std::ranges::count(bytes, '<')) > limits.tags) {
-    return fmt::format("it has more than {} tags", limits.tags);
+  if (static_cast<size_t>(std::ranges::count(bytes, '<')) > limits.xmlTags) {
+    return fmt::format("it has more than {} tags", limits.xmlTags);
   }
-  return markupFault(bytes);
+  return markupFault(bytes, limits);
 }
 
 }  // namespace tovrek

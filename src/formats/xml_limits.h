@@ -5,12 +5,12 @@
 #include <string>
 #include <string_view>
 
-#include "formats/limits.h"
+#include "host/limits.h"
 
 namespace tovrek {
 
 // Empty while the document keeps within the limits and markupFault() finds nothing, else what is
 // wrong with it.
-std::string excessOfXml(std::string_view bytes, const XmlLimits& limits = {});
+std::string excessOfXml(std::string_view bytes, const Limits& limits = limitsInForce());
 
 }  // namespace tovrek

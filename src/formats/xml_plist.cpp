@@ -97,7 +97,7 @@ Element elementOf(std::string_view name) {
 
 class XmlPlistReader {
  public:
-  explicit XmlPlistReader(const PlistLimits& limits) : budget_(limits) {}
+  explicit XmlPlistReader(const Limits& limits) : budget_(limits) {}
 
   void start(std::string_view name) {
     const Element element = elementOf(name);
@@ -208,16 +208,15 @@ class XmlPlistReader {
   std::optional<PlistValue> result_;
 };
 
-// Lists have one in their first element. expat goes through all that are declared for an element
-// each time that the element comes.
-constexpr size_t kMostAttributes = 1000;
+// Lists have one attribute in their first element. expat goes through all that are declared for an
+// element each time that the element comes.
 constexpr size_t kMostDeclaredAttributes = 100;
 
 // One document on its way through expat, up to the first fault.
 class Reading {
  public:
-  Reading(const PlistLimits& limits, const char* encoding)
-      : list_(limits), parser_(XML_ParserCreate(encoding)) {
+  Reading(const Limits& limits, const char* encoding)
+      : list_(limits), mostAttributes_(limits.xmlAttributes), parser_(XML_ParserCreate(encoding)) {
     if (!parser_) {
       fault_ = "out of memory";
       return;
@@ -261,7 +260,7 @@ class Reading {
   static void onStart(void* data, const XML_Char* name, const XML_Char** attributes) {
     size_t words = 0;  // a name and a value for each
     while (attributes[words] != nullptr) ++words;
-    if (words / 2 > kMostAttributes) of(data).stop("an element has too many attributes");
+    if (words / 2 > of(data).mostAttributes_) of(data).stop("an element has too many attributes");
     of(data).list([&](XmlPlistReader& list) { list.start(name); });
   }
   static void onEnd(void* data, const XML_Char* name) {
@@ -302,6 +301,7 @@ class Reading {
   }
 
   XmlPlistReader list_;
+  const uint64_t mostAttributes_;
   std::unique_ptr<XML_ParserStruct, Freer<XML_ParserFree>> parser_;
   std::string fault_;
   size_t declaredAttributes_ = 0;
@@ -326,7 +326,7 @@ bool readsEncoding(std::string_view encoding) {
 
 }  // namespace
 
-std::optional<PlistValue> readXmlPlist(std::string_view bytes, const PlistLimits& limits,
+std::optional<PlistValue> readXmlPlist(std::string_view bytes, const Limits& limits,
                                        std::string* reason) {
   bytes = withoutEdges(bytes);
   if (bytes.empty() || bytes.size() > INT_MAX) {

@@ -81,7 +81,7 @@ class ArchiveTree : public Tree {
     }
     std::vector<const Entry*> entries;
     for (const Entry& entry : reader_.entries()) entries.push_back(&entry);
-    if (!archive::isWithin({}, entries, error)) return false;
+    if (!archive::isWithin(limitsInForce(), entries, error)) return false;
     for (size_t i = 0; i < reader_.entries().size(); ++i) {
       const Entry& entry = reader_.entries()[i];
       std::string_view name = entry.name;

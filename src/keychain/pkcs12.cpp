@@ -7,6 +7,7 @@
 #include <climits>
 
 #include "formats/openssl_owners.h"
+#include "host/limits.h"
 #include "keychain/item_files.h"
 
 namespace tovrek::keychain {
@@ -97,16 +98,13 @@ class BagReader {
   bool complete_ = true;
 };
 
-// Programs write some thousands, or a million. Far more keeps a processor busy for hours before
-// the password is even known to be wrong.
-constexpr int64_t kMostMacRounds = 10'000'000;
-
+// Too many keep a processor busy for hours before the password is even known to be wrong.
 bool isMacAffordable(const PKCS12* file) {
   const ASN1_INTEGER* rounds = nullptr;
   PKCS12_get0_mac(nullptr, nullptr, nullptr, &rounds, file);
   int64_t count = 1;
-  return rounds == nullptr ||
-         (ASN1_INTEGER_get_int64(&count, rounds) == 1 && count >= 0 && count <= kMostMacRounds);
+  return rounds == nullptr || (ASN1_INTEGER_get_int64(&count, rounds) == 1 && count >= 0 &&
+                               static_cast<uint64_t>(count) <= limitsInForce().keyRounds);
 }
 
 bool fits(PKCS12* file, const char* password) {

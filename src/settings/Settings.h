@@ -3,6 +3,8 @@
 
 #include <string>
 
+#include "host/limits.h"
+
 namespace tovrek {
 
 // What becomes of an app that a device would refuse, once it is signed.
@@ -25,6 +27,7 @@ struct Settings {
   bool failUnpacking = false;         // an input that cannot be unpacked fails the run
   ResultCheck verifyResult = ResultCheck::kNone;
   std::string profilesFolder;  // of profiles for nested bundles; empty: nested bundles as ever
+  Limits limits;               // of what inputs may hold
 
   // Whether the file names these settings: only then the log tells what they would have changed.
   bool namesModernImages = false;

@@ -2,9 +2,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <optional>
+#include <set>
 
 #include "host/files.h"
 #include "host/host_info.h"
@@ -55,11 +56,15 @@ constexpr std::array<NamedSetting, 11> kNamedSettings = {{
     {"profilesFolder", takeFolder},
 }};
 
-std::optional<size_t> indexOf(std::string_view name) {
-  for (size_t i = 0; i < kNamedSettings.size(); ++i) {
-    if (kNamedSettings[i].name == name) return i;
-  }
-  return std::nullopt;
+const NamedSetting* settingOf(std::string_view name) {
+  const auto found = std::ranges::find(kNamedSettings, name, &NamedSetting::name);
+  return found == kNamedSettings.end() ? nullptr : &*found;
+}
+
+// Limits have the names of their fields here.
+const NamedLimit* limitOf(std::string_view name) {
+  const auto found = std::ranges::find(namedLimits(), name, &NamedLimit::name);
+  return found == namedLimits().end() ? nullptr : &*found;
 }
 
 class SettingsReader {
@@ -76,21 +81,30 @@ class SettingsReader {
       return fail(reason,
                   fmt::format("\"{}\" is not of the form \"name = yes\" or \"name = no\"", name));
     }
-    const auto index = indexOf(name);
-    if (!index) return fail(reason, fmt::format("there is no setting \"{}\"", name));
-    if (given_[*index]) return fail(reason, fmt::format("\"{}\" is given twice", name));
-    given_[*index] = true;
+    const NamedSetting* setting = settingOf(name);
+    const NamedLimit* limit = limitOf(name);
+    if (setting == nullptr && limit == nullptr) {
+      return fail(reason, fmt::format("there is no setting \"{}\"", name));
+    }
+    if (!given_.insert(name).second) {
+      return fail(reason, fmt::format("\"{}\" is given twice", name));
+    }
     const std::string value = trimmed(line.substr(sign + 1));
-    const NamedSetting& setting = kNamedSettings[*index];
-    if (setting.named != nullptr) out_.*setting.named = true;
-    const char* wanted = setting.take(value, &out_);
-    return wanted == nullptr ||
+    const std::string wanted =
+        limit != nullptr ? raiseLimit(*limit, value, &out_.limits) : takeValue(*setting, value);
+    return wanted.empty() ||
            fail(reason, fmt::format("\"{}\" must be {}, not \"{}\"", name, wanted, value));
   }
 
  private:
+  std::string takeValue(const NamedSetting& setting, const std::string& value) {
+    if (setting.named != nullptr) out_.*setting.named = true;
+    const char* wanted = setting.take(value, &out_);
+    return wanted == nullptr ? "" : wanted;
+  }
+
   Settings& out_;
-  std::array<bool, kNamedSettings.size()> given_{};
+  std::set<std::string> given_;
 };
 
 }  // namespace
@@ -98,6 +112,7 @@ class SettingsReader {
 bool parseSettings(std::string_view contents, const std::string& path, Settings* out,
                    ErrorText* error) {
   *out = {};
+  out->limits = limitsInForce();
   SettingsReader reader(out);
   for (size_t number = 1; !contents.empty(); ++number) {
     const size_t length = std::min(contents.find('\n'), contents.size());
@@ -112,6 +127,7 @@ bool parseSettings(std::string_view contents, const std::string& path, Settings*
 
 bool readSettings(Settings* out, ErrorText* error) {
   *out = {};
+  out->limits = limitsInForce();
   const char* named = std::getenv("TOVREK_CONF");
   const bool isNamed = named != nullptr && *named != '\0';
   const std::string path =

@@ -23,8 +23,11 @@ Entry entry(std::string name, uint64_t packed = 1, uint64_t size = 1) {
 }
 
 TEST(Limits, OfEntriesTogetherAndOfEachName) {
-  constexpr ArchiveLimits kLimits{
-      .entries = 3, .nameBytes = 10, .depth = 2, .freeBytes = 1000, .growth = 10};
+  constexpr Limits kLimits{.archiveEntries = 3,
+                           .archiveNameBytes = 10,
+                           .archiveFolders = 2,
+                           .archiveFreeBytes = 1000,
+                           .archiveGrowth = 10};
   const Case cases[] = {
       {"as many as may be", {entry("a"), entry("b"), entry("c")}, ""},
       {"one more",

@@ -47,6 +47,11 @@ class Pages(unittest.TestCase):
         listed = re.findall(r"^\.It Cm (\w+)$", page("programs/tovrek/manual/tovrek.conf.5"), re.M)
         self.assertEqual(sorted(listed), sorted(known))
         self.assertEqual(sorted(shipped), sorted(known))
+        limits = re.findall(r'\{"(\w+)", &Limits::', page("src/host/limits.cpp"))
+        self.assertEqual(re.findall(r"^\.It Li (\w+)", page("programs/tovrek/manual/tovrek.conf.5"),
+                                    re.M), limits)
+        self.assertEqual(re.findall(r"^\| `(\w+)` \| \d+ \| \d+ ", page("docs/settings.md"), re.M),
+                         limits)
 
     def test_options_of_inspect(self):
         known = sorted(re.findall(r'\{"--(\w+)", &', page("programs/inspect/Options.cpp"))) + ["within"]

@@ -70,6 +70,18 @@ TEST(SettingsFile, RefusalsNameFileAndLine) {
       {"profilesFolder = /a\nprofilesFolder = /a", "line 2: \"profilesFolder\" is given twice"},
       {"= yes", "line 1: there is no setting \"\""},
       {"resignNested=no\nresignNested=no", "line 2: \"resignNested\" is given twice"},
+      {"plistDepth = 600\nplistDepth = 600", "line 2: \"plistDepth\" is given twice"},
+      {"plistDepth = 511",
+       "line 1: \"plistDepth\" must be a whole number from 512 to 2048, not \"511\""},
+      {"plistDepth = 2049",
+       "line 1: \"plistDepth\" must be a whole number from 512 to 2048, not \"2049\""},
+      {"archiveGrowth = 1e3",
+       "line 1: \"archiveGrowth\" must be a whole number from 100 to 10000, not \"1e3\""},
+      {"xmlAttributes = 18446744073709551616",
+       "line 1: \"xmlAttributes\" must be a whole number from 1000 to 20000, not "
+       "\"18446744073709551616\""},
+      {"keyRounds = -1",
+       "line 1: \"keyRounds\" must be a whole number from 10000000 to 1000000000, not \"-1\""},
   };
   for (const auto& [text, reason] : kCases) {
     Settings settings;
@@ -77,6 +89,19 @@ TEST(SettingsFile, RefusalsNameFileAndLine) {
     EXPECT_FALSE(parseSettings(text, "/x/tovrek.conf", &settings, &error)) << text;
     EXPECT_EQ(error.text(), std::string("Settings file /x/tovrek.conf, ") + reason);
   }
+}
+
+TEST(SettingsFile, LimitsGoOnToChildren) {
+  const ScopedEnvironment environment(
+      "TOVREK_LIMITS", "plistDepth=1000 xmlTags=5 nonsense  archiveFolders=501 xmlBytes=");
+  Settings settings;
+  ASSERT_TRUE(parseSettings("plistDepth = 2048\nkeyRounds=20000000#", "c", &settings, nullptr));
+  putInForce(settings.limits);
+  EXPECT_STREQ(getenv("TOVREK_LIMITS"), "archiveFolders=501 plistDepth=2048 keyRounds=20000000")
+      << "the file stands above the environment, and what is wrong there counts for nothing";
+  EXPECT_EQ(limitsInForce().plistDepth, 2048u);
+  putInForce(Limits{});
+  EXPECT_EQ(getenv("TOVREK_LIMITS"), nullptr);
 }
 
 TEST(SettingsFile, TheEnvironmentNamesAnother) {
