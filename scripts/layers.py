@@ -36,7 +36,7 @@ LAYERS = {
     "drawing": ["formats", "log"],
     "reserve": ["engine", "formats"],
     # Programs, in programs/.
-    "programs/tovrek": ["converter"],
+    "programs/tovrek": ["converter", "keychain"],
     "programs/batch": ["batch"],
     "programs/inspect": ["inspect"],
     "programs/codesign": ["signing/verify", "keychain"],

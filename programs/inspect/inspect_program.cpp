@@ -138,7 +138,7 @@ void confine(const Options& options) {
     if (options.html->starts_with("/dev/")) return;
     folders.push_back(containingFolder(*options.html));
   }
-  confineWriting(folders);
+  tovrek::confine({.toWrite = folders});
 }
 
 int explain(const std::string& what, const Streams& streams) {

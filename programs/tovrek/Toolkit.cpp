@@ -171,7 +171,7 @@ int run(const Arguments& arguments, const Streams& streams) {
     return kExitBadInput;
   }
   // Before anything of the input is touched.
-  if (arguments.ownsProcess) confineRun(*request, log);
+  if (arguments.ownsProcess) confineRun(*request, context);
   return runRequest(*request, context, progressor, streams);
 }
 

@@ -9,12 +9,13 @@
 #include "host/files.h"
 #include "host/host_info.h"
 #include "host/paths.h"
+#include "programs/tovrek/readable_places.h"
 
 namespace tovrek::toolkit {
 namespace {
 
 // Modules for tokens are code of others, which may write wherever their tokens are kept.
-bool namesToken() {
+bool environmentNamesToken() {
   constexpr const char* kVariables[] = {"TOVREK_PKCS11_MODULE", "PKCS11_PROVIDER_MODULE",
                                         "SOFTHSM2_CONF"};
   return std::ranges::any_of(kVariables, [](const char* name) { return std::getenv(name); });
@@ -42,17 +43,22 @@ std::vector<std::string> writableFolders(const Request& request) {
 
 }  // namespace
 
-void confineRun(const Request& request, const WrapperLogger& log) {
+void confineRun(const Request& request, const RunContext& context) {
+  const WrapperLogger& log = context.loggers.commandLine;
   const bool told = std::getenv("TOVREK_CONFINE") != nullptr;
-  if (namesToken()) {
+  if (environmentNamesToken()) {
     if (told) log.logDetailed("Confinement: off, as the environment names a token");
     return;
   }
-  const Confinement confinement = confineWriting(writableFolders(request));
+  NeededPlaces places;
+  if (!confinementIsOff()) {
+    places = {writableFolders(request), readablePlaces(request, context)};
+  }
+  const Confinement confinement = confine(places);
   if (!told) return;
   switch (confinement) {
     case Confinement::kOn:
-      return log.logDetailed("Confinement: on");
+      return log.logDetailed(places.toRead ? "Confinement: on" : "Confinement: on, but of reading");
     case Confinement::kOff:
       return log.logDetailed("Confinement: off, as TOVREK_CONFINE says");
     case Confinement::kUnsupported:

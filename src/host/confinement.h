@@ -1,6 +1,7 @@
 // What the kernel itself keeps a run from.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,11 +13,18 @@ enum class Confinement {
   kUnsupported,  // the kernel has no Landlock, or does not let it be used
 };
 
-// From now on this process, and the children that it starts, can make, write, rename and remove
-// files only below these folders, whatever a hostile file makes them try, and get no privileges by
-// starting a set-id program; reading stays as it is. A path that does not exist, and a file that is
-// no folder, counts as it is then or not at all. For a process of one thread; there is no way back.
-Confinement confineWriting(const std::vector<std::string>& folders);
+// The files and folders, with all that is in them, that a process needs. A path that does not exist
+// counts for nothing; links are followed now.
+struct NeededPlaces {
+  std::vector<std::string> toWrite{};  // to make, write, rename and remove files in, and to read
+  std::optional<std::vector<std::string>> toRead{};  // none: everything may be read
+};
+
+// From now on this process, and the children that it starts, can get at these places alone,
+// whatever a hostile file makes them try, and get no privileges by starting a set-id program.
+// Looking for names and links, and asking for modes and sizes, stays possible everywhere. For a
+// process of one thread; there is no way back.
+Confinement confine(const NeededPlaces& places);
 
 // Whether TOVREK_CONFINE says that it is not to be.
 bool confinementIsOff();

@@ -17,16 +17,6 @@ namespace tovrek::keychain {
 
 namespace {
 
-// Anybody may make this folder in /dev/shm and /tmp: only one of our own is trusted.
-std::string runtimeFolder() {
-  const char* named = std::getenv("XDG_RUNTIME_DIR");
-  if (named != nullptr && *named == '/' && isDirectory(named)) return joinPath(named, "tovrek");
-  const std::string name = fmt::format("tovrek-{}", userId());
-  const std::string inMemory = joinPath("/dev/shm", name), other = joinPath("/tmp", name);
-  const bool isTaken = itemExistsNoFollow(inMemory) && !isPrivateDirectory(inMemory);
-  return isWritable("/dev/shm") && !isTaken ? inMemory : other;
-}
-
 std::string fileFor(const std::string& keychain) {
   const std::string path = realPath(keychain).value_or(keychain);
   return joinPath(runtimeFolder(), hexLower(digestOf(DigestAlgorithm::kSha256, path)));
@@ -39,6 +29,16 @@ bool expired(const std::string& file, const std::optional<int>& timeout) {
 }
 
 }  // namespace
+
+// Anybody may make this folder in /dev/shm and /tmp: only one of our own is trusted.
+std::string runtimeFolder() {
+  const char* named = std::getenv("XDG_RUNTIME_DIR");
+  if (named != nullptr && *named == '/' && isDirectory(named)) return joinPath(named, "tovrek");
+  const std::string name = fmt::format("tovrek-{}", userId());
+  const std::string inMemory = joinPath("/dev/shm", name), other = joinPath("/tmp", name);
+  const bool isTaken = itemExistsNoFollow(inMemory) && !isPrivateDirectory(inMemory);
+  return isWritable("/dev/shm") && !isTaken ? inMemory : other;
+}
 
 bool rememberPassword(const std::string& keychain, std::string_view password, ErrorText* error) {
   const std::string folder = runtimeFolder();

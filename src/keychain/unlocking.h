@@ -13,6 +13,9 @@
 
 namespace tovrek::keychain {
 
+// That folder, whether it is there or not.
+std::string runtimeFolder();
+
 bool rememberPassword(const std::string& keychain, std::string_view password, ErrorText* error);
 // None when the keychain was not unlocked, was locked since, or was not used for as long as its
 // settings allow. Counts as a use.

@@ -61,7 +61,7 @@ TEST(Confinement, HoldsForProcessAndChildren) {
     }
     ::symlink("../outside/target", folder.file("allowed/link").c_str());
     const int status = inChild([&] {
-      const Confinement confinement = confineWriting({folder.file("allowed")});
+      const Confinement confinement = confine({.toWrite = {folder.file("allowed")}});
       if (confinement == Confinement::kUnsupported) return kUnsupportedHere;
       return writeEverywhere(folder);
     });
