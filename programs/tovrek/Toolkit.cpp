@@ -136,6 +136,7 @@ int run(const Arguments& arguments, const Streams& streams) {
     return kExitBadInput;
   }
 
+  if (arguments.ownsProcess) explainLackOfMemory();
   RunContext context;
   const WrapperLogger& log = context.loggers.commandLine;
   if (const std::string* word = argumentNotInUtf8(arguments.words)) {
@@ -176,8 +177,10 @@ int run(const Arguments& arguments, const Streams& streams) {
 }
 
 int reportUncaught(const char* reason, const Streams& streams) {
-  streams.error(reason != nullptr ? fmt::format("\nThe run was given up: {}\n", reason)
-                                  : std::string("\nThe run was given up for an unknown reason\n"));
+  const std::string text = reason != nullptr ? fmt::format("The run was given up: {}", reason)
+                                             : "The run was given up for an unknown reason";
+  streams.error(fmt::format("\n{}\n", text));
+  explain({.text = text}, streams);
   return kExitConversionFailed;
 }
 

@@ -13,6 +13,7 @@
 #include "host/disk_space.h"
 #include "host/files.h"
 #include "host/host_info.h"
+#include "host/last_resort.h"
 #include "host/paths.h"
 #include "host/printable.h"
 #include "host/process.h"
@@ -20,6 +21,7 @@
 #include "host/terminal.h"
 #include "package/bundle_icons.h"
 #include "programs/tovrek/RefusalsPage.h"
+#include "programs/tovrek/Toolkit.h"
 #include "programs/tovrek/certificate_cause.h"
 
 namespace tovrek {
@@ -150,6 +152,14 @@ void explain(const Situation& situation, const Streams& streams) {
   if (!errorIsSeen()) return;
   const std::string line = explanation(situation);
   if (!line.empty()) streams.error("Why: " + line + "\n");
+}
+
+void explainLackOfMemory() {
+  if (!errorIsSeen()) return;
+  const RefusalsPage page(refusalsPageText());
+  static const std::string text = fmt::format("{}Why: {}\n", toolkit::kOutOfMemory,
+                                              page.explain(trimmed(toolkit::kOutOfMemory), ""));
+  setLastWords({.text = text.c_str(), .status = toolkit::kExitConversionFailed});
 }
 
 void explainWarnings(const ErrorText& warnings, const Streams& streams) {

@@ -24,6 +24,9 @@ struct Situation {
 // Prints one line about the refusal when standard error is a terminal, and nothing otherwise.
 void explain(const Situation& situation, const Streams& streams);
 
+// Has the end of a run that gets no memory, which comes without warning, explain itself as well.
+void explainLackOfMemory();
+
 // The same for a run that succeeded: one line for each warning in the slot.
 void explainWarnings(const ErrorText& warnings, const Streams& streams);
 

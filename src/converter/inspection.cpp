@@ -58,9 +58,10 @@ bool checkIfAppBundle(const RunContext& context, const AppBundle& bundle,
   const WrapperLogger& log = context.loggers.toolkit;
   const std::string executable = bundle.executablePath().value_or("");
   int status = 0;
-  const std::string symbolText = getSymbolsFromBinaryPath(executable, &status);
+  bool answered = false;
+  const std::string symbolText = getSymbolsFromBinaryPath(executable, &status, &answered, error);
   log.logDetailed(symbolText, LineBreaks::kKept);
-  if (status == kNotStarted) return failWithStatus(error, "nm", status);
+  if (!answered) return false;
   std::string report = "\n\n";
   if (status != 0) {
     report += fmt::format("\noutputStr {} terminatedStatus {}\n", symbolText, status);

@@ -16,7 +16,7 @@ namespace {
 
 [[noreturn]] void failToRun(const Outcome& outcome) {
   throw macho::EngineText(fmt::format("Failed to execute lipo with exit code: {}", outcome.status),
-                          outcome.errorOutput);
+                          outcome.said());
 }
 
 Outcome runLipo(std::vector<std::string> arguments, StandardError standardError) {

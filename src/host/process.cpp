@@ -176,9 +176,10 @@ bool runProcess(const Command& command, Outcome* outcome, ErrorText* error) {
 
 Outcome runQuietly(const Command& command) {
   Outcome outcome;
-  if (!runProcess(command, &outcome)) {
+  if (ErrorText reason; !runProcess(command, &outcome, &reason)) {
     outcome = Outcome();
     outcome.status = kNotStarted;
+    outcome.notStarted = reason.text();
   }
   return outcome;
 }

@@ -32,6 +32,9 @@ struct Outcome {
   bool hadNoPipe = false;   // not started, for want of the pipes to read it through
   std::string output;       // standard output (and standard error where merged)
   std::string errorOutput;  // filled for StandardError::kCapture
+  std::string notStarted;   // why not, from runQuietly()
+  // What there is to say of a failure.
+  const std::string& said() const { return errorOutput.empty() ? notStarted : errorOutput; }
 };
 
 // Runs the program, reads its output to the end and waits for it. False, with the reason, when
@@ -47,7 +50,7 @@ bool runProcess(const Command& command, Outcome* outcome, ErrorText* error = nul
 inline constexpr int kNotStarted = 127;
 
 // The same for callers that do not ask for the reason: a program that could not be started gives
-// kNotStarted and no output.
+// kNotStarted, the reason and no output.
 Outcome runQuietly(const Command& command);
 
 // Replaces this process by the program argv[0], a path. Returns only when that fails, with the

@@ -55,7 +55,7 @@ Outcome runUnzip(const std::string& archive, const std::string& destination,
 
 bool isUnzipped(const Outcome& outcome, ErrorText* error) {
   return outcome.status == 0 ||
-         fail(error, fmt::format("Unzip command failed. {}", outcome.output), outcome.errorOutput);
+         fail(error, fmt::format("Unzip command failed. {}", outcome.output), outcome.said());
 }
 
 std::optional<std::string> firstEntryWithExtension(const std::string& folder,

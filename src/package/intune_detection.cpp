@@ -61,8 +61,10 @@ bool executableHasSymbol(const std::string& app, const WrapperLogger& logger, Er
   const std::optional<AppBundle> bundle = AppBundle::open(app);
   const std::optional<std::string> executable = bundle ? bundle->executablePath() : std::nullopt;
   int status = 0;
-  const std::string symbols = executable ? getSymbolsFromBinaryPath(*executable, &status) : "";
-  if (status == kNotStarted) return failWithStatus(error, "nm", status);
+  bool answered = true;
+  const std::string symbols =
+      executable ? getSymbolsFromBinaryPath(*executable, &status, &answered, error) : "";
+  if (!answered) return false;
   const bool found = symbols.find(kSymbol) != std::string::npos;
   note(logger, fmt::format("Symbols: L{}, terminatedStatus: {}", utf16Length(symbols), status));
   logger.logBasic(fmt::format("Intune Symbols found: {}", found ? 1 : 0));

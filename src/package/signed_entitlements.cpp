@@ -19,7 +19,7 @@ Outcome askCodesign(const std::string& path, StandardError complaints) {
 std::optional<PlistDictionary> signedEntitlements(const std::string& path, ErrorText* error) {
   const Outcome outcome = askCodesign(path, StandardError::kCapture);
   if (outcome.signalled || outcome.status == kNotStarted) {
-    failWithStatus(error, "codesign", outcome.status);
+    failWithStatus(error, "codesign", outcome.status, outcome.said());
   }
   const auto plist = outcome.status == 0 ? parsePlist(outcome.output) : std::nullopt;
   if (!plist || plist->dictionary() == nullptr) return std::nullopt;

@@ -45,7 +45,7 @@ std::optional<PlistDictionary> ProvisioningProfile::extractProvisioningProfileDa
     const std::string& path, const RunContext& context, ErrorText* error) {
   const Outcome outcome = runQuietly(decodingCommand(path, context.keychain));
   if (outcome.status != 0) {
-    failWithStatus(error, "security", outcome.status, outcome.errorOutput);
+    failWithStatus(error, "security", outcome.status, outcome.said());
     return std::nullopt;
   }
   if (outcome.output.empty()) {

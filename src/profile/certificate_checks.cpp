@@ -77,7 +77,7 @@ std::optional<bool> ProvisioningProfile::doesCertificateExistWithSHA1(std::strin
   if (const auto keychain = context.keychain.namedKeychain()) command.argv.push_back(*keychain);
   const Outcome outcome = runQuietly(command);
   if (outcome.signalled || outcome.status == kNotStarted) {
-    failWithStatus(error, "security", outcome.status);
+    failWithStatus(error, "security", outcome.status, outcome.said());
     return std::nullopt;
   }
   if (outcome.status == kNoAccessForItem) {

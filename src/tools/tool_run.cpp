@@ -52,7 +52,7 @@ bool runToolOrFail(const WrapperLogger& log, const std::vector<std::string>& arg
   if (outcome.status == 0) return true;
   const std::string complaint = trimmed(outcome.errorOutput);
   if (!complaint.empty()) log.logError(complaint, LineBreaks::kKept);
-  return failWithStatus(error, tag, outcome.status, complaint);
+  return failWithStatus(error, tag, outcome.status, outcome.said());
 }
 
 std::optional<Outcome> runShell(const WrapperLogger& log, const std::string& commandLine) {

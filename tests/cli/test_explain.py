@@ -96,26 +96,82 @@ class Page(WholeProgramTest):
                 listed.update(re.findall(r"1\d\d\d", line.split("|")[1]))
         self.assertEqual(listed, {str(code) for code in range(1100, 1188)})
 
+    def test_has_every_finding_of_the_result_check(self):
+        codes = set(re.findall(r'constexpr std::string_view \w+ = "([a-z-]+)"',
+                               read(ROOT, "src", "device", "Finding.h").decode()))
+        listed = [text[len("verifyResult: ... ("):-1] for text in page_patterns()
+                  if text.startswith("verifyResult: ... (")]
+        self.assertEqual(sorted(listed), sorted(codes))
+
+
+def at_terminal(command, environment, folder):
+    """The status, and what came on standard error, which is a terminal."""
+    controller, terminal = pty.openpty()
+    with subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=terminal,
+                          stdin=subprocess.DEVNULL, cwd=folder, env=environment) as process:
+        os.close(terminal)
+        pieces = []
+        while True:
+            try:
+                piece = os.read(controller, 65536)
+            except OSError:  # the end, as Linux tells it
+                break
+            if not piece:
+                break
+            pieces.append(piece)
+    os.close(controller)
+    return process.returncode, b"".join(pieces).decode().replace("\r\n", "\n")
+
+
+class Warnings(makers.SmallAppTest):
+    """Only one of several warnings is the text that a run ends with; each is explained."""
+    SUBJECTS = {"Twin Signer": ["CN=Twin Signer", f"OU={makers.TEAM}"],
+                "Twin Signer Too": ["CN=Twin Signer Too", f"OU={makers.TEAM}"]}
+
+    def explained(self, *options, files=(), cert=ADMIN, environment=(), **profile):
+        profile = makers.profile(self.path("p.mobileprovision"), profile.get("entitlements", ()),
+                                 [self.certificates.get(cert) or
+                                  os.path.join(IDENTITIES, "admin.pem")],
+                                 profile.get("without", ()))
+        with makers.small_app() as (folder, app):
+            for name in files:
+                write(b"no image", app, name)
+            archive = pack(folder, self.path("Small.ipa"))
+        command = self.wrap_command(archive, self.path("out.wex"), *options, cert=cert,
+                                    profile=profile)
+        environment = self.environment | dict(environment)
+        status, text = at_terminal(command, environment, self.folder)
+        self.assertEqual(status, 0, text)
+        self.assertNotIn("Why: ", text)
+        self.assertNotIn("What to do: ", self.run_toolkit(command, environment).stderr)
+        told = [line for line in text.splitlines() if "What to do: " in line]
+        self.assertEqual(told, text.splitlines()[len(text.splitlines()) - len(told):])
+        return told
+
+    def test_each_is_explained(self):
+        kept = {"files": ["Watch/file"]}
+        foreign = "with a cross-platform framework"
+        locked, old = "locked while the device is", "the profile is very old"
+        extensions, twin = "without profiles and entitlements", "two certificates in the keychain"
+        for expected, options, arguments in [
+                ([], (), {}),
+                ([extensions], ["-noStripExtensions"], kept),
+                ([foreign, locked, old],
+                 (), {"files": ["Mono.dll"], "without": (makers.TEAM_ID,),
+                      "entitlements": {makers.DATA_PROTECTION: "NSFileProtectionComplete"}}),
+                ([extensions, "no team: the chain", "devices do not know the authority", twin],
+                 ["-noStripExtensions"],
+                 kept | {"cert": "Twin Signer", "environment": {"TOVREK_TRUSTED_ROOT_SHA1": "00"}})]:
+            told = self.explained(*options, **arguments)
+            with self.subTest(expected):
+                self.assertEqual(len(told), len(expected), told)
+                for line, words in zip(told, expected):
+                    self.assertRegex(line, f"^Warning: .*{words}.*\\. What to do: .*\\.$")
+
 
 class Explain(WholeProgramTest):
     def at_terminal(self, command, environment=()):
-        """The status, and what came on standard error, which is a terminal."""
-        controller, terminal = pty.openpty()
-        with subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=terminal,
-                              stdin=subprocess.DEVNULL, cwd=self.folder,
-                              env=self.environment | dict(environment)) as process:
-            os.close(terminal)
-            pieces = []
-            while True:
-                try:
-                    piece = os.read(controller, 65536)
-                except OSError:  # the end, as Linux tells it
-                    break
-                if not piece:
-                    break
-                pieces.append(piece)
-        os.close(controller)
-        return process.returncode, b"".join(pieces).decode().replace("\r\n", "\n")
+        return at_terminal(command, self.environment | dict(environment), self.folder)
 
     def assert_explained(self, command, status, words, environment=()):
         """One line more than without a terminal, with the words in it, and nothing else."""
@@ -210,14 +266,19 @@ class Explain(WholeProgramTest):
             self.security("lock-keychain", "only", **data)
             self.assert_explained(command, 254, words, data)
 
-    def test_full_disks(self):
-        """What a limit on the size of files leaves undone, as a full disk does: unpacking, packing."""
-        reason = "(File too large)"
+    def test_what_the_system_refuses(self):
+        """Room in files, for unpacking and packing, open files, for a child and for the run, and
+        memory."""
         with changed_app() as (folder, app):
             write(os.urandom(1 << 20), app, "filling")
+            info = plistlib.loads(read(app, "Info.plist"))
+            write(plistlib.dumps(info | {"Many": [str(i) for i in range(100000)]}), app, "Info.plist")
             large = pack(folder, self.path("large.ipa"))
-        for size, status in [(512, 0), (1040, 254)]:
-            command = ["/bin/sh", "-c", f"ulimit -f {size * 2}; exec \"$@\"", "sh",
+        for limit, status, reason in [
+                ("-f 1024", 0, "(File too large)"), ("-f 2080", 254, "(File too large)"),
+                ("-n 8", 255, "(Too many open files)"), ("-n 11", 254, "(Too many open files)"),
+                ("-v 60000", 254, "there is not enough memory")]:
+            command = ["/bin/sh", "-c", f"ulimit {limit}; exec \"$@\"", "sh",
                        *self.wrap_command(large, self.path("out.wex"))]
             self.assert_explained(command, status, reason)
 

@@ -162,6 +162,13 @@ TEST_F(Signatures, ReportsTheSymbolToolsStatus) {
   EXPECT_EQ(getSymbolsFromBinaryPath("/x/a b", &status), "partial\n");
   EXPECT_EQ(status, 3);
   EXPECT_THAT(host_.calls("nm"), ElementsAre("-j /x/a b"));
+  // What was ended half-way has not answered.
+  host_.addTool("nm", "echo partial; kill -9 $$");
+  bool answered = true;
+  ErrorText error;
+  getSymbolsFromBinaryPath("/x/a", &status, &answered, &error);
+  EXPECT_FALSE(answered);
+  EXPECT_EQ(error.text(), "Failed to execute nm with exit code: 9");
 }
 
 }  // namespace
