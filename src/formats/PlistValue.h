@@ -1,4 +1,4 @@
-// Property lists as values, and reading and writing them (libplist).
+// Property lists as values, and reading and writing them.
 #pragma once
 
 #include <cstdint>

@@ -49,6 +49,19 @@ TEST(Plist, EveryKindSurvivesBothForms) {
   }
 }
 
+TEST(Plist, BinaryFormHasEqualThingsOnce) {
+  PlistValue::Array same;
+  for (int i = 0; i < 1000; ++i) {
+    same.emplace_back(PlistValue::Data{std::string(20, 'd')});
+    same.emplace_back("text");
+  }
+  // Header, the list and its numbers, what it holds, three offsets, trailer.
+  EXPECT_EQ(serializePlist(same, PlistFormat::kBinary).size(), 8u + 4 + 2000 + 23 + 5 + 3 * 2 + 32);
+  // Of a text that is no UTF-8 the rest is left.
+  EXPECT_EQ(parsePlist(serializePlist("\xff\xc3\xa4", PlistFormat::kBinary)),
+            PlistValue("\xc3\xa4"));
+}
+
 TEST(Plist, OtherReadersAgree) {
   const TemporaryFolder folder;
   for (const PlistFormat format : {PlistFormat::kXml, PlistFormat::kBinary}) {
