@@ -157,9 +157,12 @@ class Escapes(judging.AttackTest):
         toolkit = copy_toolkit(self.path("out", "toolkit"))
         program = os.path.join(toolkit, "host", "usr", "bin", "unzip")
         os.remove(program)
-        canary = self.path("outside", "canary")
-        write(f'#!/bin/sh\necho x 2>/dev/null >"{canary}"\nmv "{self.secret}" "{canary}.2"\n'
-              f'ln -s x "{canary}.3"\nexec {companion("unzip")} "$@"\n'.encode(), program)
+        canary, stolen = self.path("outside", "canary"), self.path("out", "stolen")
+        write(f'#!/bin/sh\necho x 2>/dev/null >"{canary}"\ncat "{self.secret}" >"{stolen}"\n'
+              f'mv "{self.secret}" "{canary}.2"\nln -s x "{canary}.3"\n'
+              f'exec "{os.path.join(toolkit, "unzip")}" "$@"\n'.encode(), program)
+        # Where the run may read.
+        shutil.copy(companion("unzip"), toolkit)
         os.chmod(program, 0o755)
         command = self.wrap_words(self.archive(), "-logWriteLevel", "4")
         command[0] = os.path.join(toolkit, "Tovrek")
