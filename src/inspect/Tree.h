@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -24,16 +25,17 @@ class Contents {
       : owner_(std::move(owner)), bytes_(bytes) {}
   std::span<const std::byte> bytes() const { return bytes_; }
   std::string_view text() const;
+  const std::shared_ptr<const void>& owner() const { return owner_; }
 
  private:
   std::shared_ptr<const void> owner_;
   std::span<const std::byte> bytes_;
 };
 
-// The most bytes of one file, and of all that one tree unpacks: a small archive may claim more
-// than any machine holds.
+// The most bytes of one file, and of all that one tree unpacks, anew each time that it is read: a
+// small archive may claim more than any machine holds.
 inline constexpr uint64_t kLargestItem = uint64_t{1} << 30;
-inline constexpr uint64_t kMostUnpacked = uint64_t{8} << 30;
+inline constexpr uint64_t kMostUnpacked = uint64_t{16} << 30;
 // The most bytes of a property list, profile or manifest.
 inline constexpr uint64_t kLargestDocument = uint64_t{16} << 20;
 
@@ -69,6 +71,9 @@ class Tree {
   std::optional<Contents> read(std::string_view path, uint64_t limit = kLargestItem,
                                ErrorText* error = nullptr) const;
 
+  // Reads what was not read yet, and tells of each file that cannot be had.
+  void readTheRest(const std::function<void(const Item&, const std::string& reason)>& tell) const;
+
   // Names that were left out because they lead out of the tree, stand there twice, or lie behind
   // a file or link.
   const std::vector<std::string>& strayNames() const { return stray_; }
@@ -87,6 +92,7 @@ class Tree {
 
  private:
   mutable std::atomic<uint64_t> unpacked_{0};
+  mutable std::vector<std::atomic<bool>> isSound_;  // by item: was read once
 };
 
 // The tree of a folder. Null, with the reason, when it cannot be listed.

@@ -13,7 +13,8 @@ import png
 from harness import (ADMIN, BRANCH, COMPANIONS, DEMO, PROFILE, SDK_APP, TOOLKIT, changed_app,
                      edit_info, pack, read, remove, run, sign_as_developer, thin, unpacked_app,
                      unzip, write)
-from makers import SmallAppTest, archive_of, executable, fill_header, profile, small_app
+from makers import (SmallAppTest, archive_of, executable, fill_header, profile,
+                    sign_with_entitlements, small_app)
 
 INSPECT = os.path.join(TOOLKIT, "Inspect")
 HOSTILE = "<script>alert(1)</script>\x7f\u202e\"'&"
@@ -337,7 +338,7 @@ class Reports(InspectTest):
 
     def test_usage(self):
         for words in ([], ["--json", "--html", "x", "y"], ["--within", "-1", "x"], ["--colour"],
-                      ["--cert", "x", "a", "b"], ["--json=yes", "a"], ["x", "--against"]):
+                      ["--cert", "x", "a", "b"], ["--upgrade", "x"], ["--json=yes", "a"], ["x", "--against"]):
             with self.subTest(words):
                 result = self.inspect(*words)
                 self.assertEqual((result.returncode, result.stdout), (2, ""))
@@ -359,12 +360,20 @@ class Reports(InspectTest):
 class BeforeWrap(InspectTest):
     """The forecast, and what a wrap says to the same app, certificate and profile."""
 
-    def agree(self, app, expected, cert=ADMIN, chosen=PROFILE, environment=()):
-        forecast = self.report(app, "--cert", cert, "--profile", chosen)["wrap"]
+    def agree(self, app, expected, *words, cert=ADMIN, chosen=PROFILE, settings=None):
+        """`words` are Wrap's, `expected` the codes of the reasons against it; the settings are those
+        that are shipped, or the lines given."""
+        environment = () if settings is None else {
+            "TOVREK_CONF": write(settings.encode(), self.folder, "conf")}
+        long = [{"-bundleID": "--bundle-id", "-upgrade": "--upgrade",
+                 "-noStripExtensions": "--no-strip-extensions"}.get(word, word) for word in words]
+        result = self.inspect("--json", app, "--cert", cert, "--profile", chosen, *long,
+                              environment=environment)
+        forecast = json.loads(result.stdout)["inputs"][0]["wrap"]
         found = {finding["code"] for finding in forecast["obstacles"]}
         output = self.path("agree.wex")
         remove(output)
-        result = self.wrap(app, output, cert=cert, profile=chosen, environment=environment)
+        result = self.wrap(app, output, *words, cert=cert, profile=chosen, environment=environment)
         self.assertEqual(forecast["wouldWrap"], os.path.exists(output),
                          f"{forecast}\n{result.stderr}")
         self.assertLessEqual(set(expected), found)
@@ -422,6 +431,49 @@ class BeforeWrap(InspectTest):
         for path, expected in cases:
             with self.subTest(expected):
                 self.agree(self.original, expected, chosen=path)
+
+    def test_options_and_settings(self):
+        def loose_library(app):
+            write(executable(), app, "loose.dylib")
+
+        def broken_framework(app):
+            write(b"later", app, "Frameworks", "Ledger.framework", "later.txt")
+
+        def cloud(app):
+            sign_with_entitlements(app, {"com.apple.developer.icloud-services": ["CloudKit"]})
+
+        def other_watch(app):
+            edit_info(os.path.join(app, "Watch", "FieldbookWatch.app"),
+                      WKCompanionAppBundleIdentifier="com.example.other")
+
+        def same(app):
+            pass
+        strict, new = "verifyResult = strict\n", ["-bundleID", "com.example.managed"]
+        fitted = strict + f"profilesFolder = {os.path.dirname(PROFILE)}\n"
+        part = profile(self.path("part.mobileprovision"),
+                       {"application-identifier": "EXAMPLE123.com.example.field*"})
+        cases = [
+            (same, [], strict, PROFILE, []),
+            (same, ["-noStripExtensions"], "", PROFILE, []),
+            (same, ["-noStripExtensions"], strict, PROFILE, ["profile-missing"]),
+            (same, ["-noStripExtensions"], fitted, PROFILE, []),
+            (same, ["-noStripExtensions", *new], fitted, PROFILE, ["identifier-not-below-app"]),
+            (same, ["-noStripExtensions", *new], fitted + "renameExtensions = yes\n", PROFILE, []),
+            (other_watch, ["-noStripExtensions"], fitted, PROFILE, ["companion-mismatch"]),
+            (same, [], "profilesFolder = /gone\n", PROFILE, ["input-unreadable"]),
+            (same, new, "", part, ["identifier-not-in-profile"]),
+            (same, [*new, "-upgrade"], "", part, []),
+            (loose_library, [], strict, PROFILE, ["signature-missing"]),
+            (broken_framework, [], strict, PROFILE, []),
+            (cloud, [], strict, PROFILE, ["entitlement-not-granted"]),
+        ]
+        for change, words, settings, chosen, expected in cases:
+            with self.subTest(change.__name__, words=words, settings=settings):
+                with changed_app() as (folder, app):
+                    change(app)
+                    pack(folder, self.path("agree.ipa"))
+                self.agree(self.path("agree.ipa"), expected, *words, chosen=chosen,
+                           settings=settings)
 
     def test_names_of_certificates(self):
         almost = ADMIN.replace("Corporation", "Corporatian")

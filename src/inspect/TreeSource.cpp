@@ -1,0 +1,165 @@
+#include "inspect/TreeSource.h"
+
+#include <algorithm>
+
+#include "host/paths.h"
+
+namespace tovrek::inspect {
+namespace {
+
+// As many links one after the other as systems follow.
+constexpr int kMostLinks = 40;
+constexpr const char* kMissing = "No such file or directory";
+
+// Takes the first component off a path.
+std::string takeComponent(std::string* path) {
+  const size_t end = std::min(path->find('/'), path->size());
+  std::string part = path->substr(0, end);
+  path->erase(0, std::min(end + 1, path->size()));
+  return part;
+}
+
+// Tells a visitor of the folders that lie between a root and each item, once.
+class FolderAnnouncer {
+ public:
+  explicit FolderAnnouncer(const std::function<bool(const WalkedItem&)>& visit) : visit_(visit) {}
+
+  // Whether the visitor wants what is in the folders around this path, from the walk's root.
+  bool wants(const std::string& path) {
+    if (isSkipped_ && path.starts_with(folder_)) return false;
+    isSkipped_ = false;
+    // What the path has in common with the last one is known.
+    size_t at = 0;
+    for (size_t end = folder_.find('/'); end != std::string::npos;
+         end = folder_.find('/', end + 1)) {
+      if (path.compare(0, end + 1, folder_, 0, end + 1) != 0) break;
+      at = end + 1;
+    }
+    for (size_t end = path.find('/', at); end != std::string::npos; end = path.find('/', end + 1)) {
+      folder_ = path.substr(0, end + 1);
+      isSkipped_ = !visit_({path.substr(0, end), ItemKind::kDirectory});
+      if (isSkipped_) return false;
+      at = end + 1;
+    }
+    folder_ = path.substr(0, at);
+    return true;
+  }
+
+ private:
+  const std::function<bool(const WalkedItem&)>& visit_;
+  std::string folder_;  // of the last item, with a slash at its end
+  bool isSkipped_ = false;
+};
+
+}  // namespace
+
+std::string TreeSource::inTree(const std::string& path) const {
+  return joinPath(folder_, path);
+}
+
+const Tree::Item* TreeSource::find(const std::string& path) const {
+  return tree_.find(inTree(path));
+}
+
+std::optional<std::string> TreeSource::realPath(const std::string& path) const {
+  std::string done, rest = path;
+  int links = 0;
+  while (!rest.empty()) {
+    const std::string part = takeComponent(&rest);
+    if (part.empty() || part == ".") continue;
+    if (part == "..") {
+      if (done.empty()) return std::nullopt;
+      done = deletingLastPathComponent(done);
+      continue;
+    }
+    const std::string next = joinPath(done, part);
+    const Tree::Item* item = find(next);
+    if (item != nullptr && item->kind == ItemKind::kLink) {
+      const auto target = linkTarget(next);
+      if (!target || target->empty() || target->front() == '/' || ++links > kMostLinks) {
+        return std::nullopt;
+      }
+      rest = joinPath(*target, rest);
+      continue;
+    }
+    const bool isFolder = item == nullptr && tree_.holdsFolder(inTree(next));
+    if (!isFolder && (item == nullptr || !rest.empty())) return std::nullopt;
+    done = next;
+  }
+  return done;
+}
+
+std::optional<ItemKind> TreeSource::kindAt(const std::string& path) const {
+  if (const Tree::Item* item = find(path)) return item->kind;
+  if (tree_.holdsFolder(inTree(path))) return ItemKind::kDirectory;
+  const std::string parent = deletingLastPathComponent(path);
+  const auto real = realPath(parent);
+  if (!real || *real == parent) return std::nullopt;
+  return kindAt(joinPath(*real, lastPathComponent(path)));
+}
+
+std::optional<ItemKind> TreeSource::kindBehind(const std::string& path) const {
+  const auto real = realPath(path);
+  return real ? kindAt(*real) : std::nullopt;
+}
+
+std::optional<std::string> TreeSource::linkTarget(const std::string& path) const {
+  const Tree::Item* item = find(path);
+  if (item == nullptr || item->kind != ItemKind::kLink) return std::nullopt;
+  const auto target = tree_.read(*item, kLargestDocument);
+  return target ? std::optional(std::string(target->text())) : std::nullopt;
+}
+
+std::optional<Contents> TreeSource::readThrough(const std::string& path, uint64_t limit,
+                                                ErrorText* error) const {
+  const Tree::Item* item = find(path);
+  if (item == nullptr || item->kind != ItemKind::kFile) {
+    const auto real = realPath(path);
+    item = real ? find(*real) : nullptr;
+  }
+  if (item != nullptr) return tree_.read(*item, limit, error);
+  fail(error, kMissing);
+  return std::nullopt;
+}
+
+std::optional<signing::FileSource::Contents> TreeSource::map(const std::string& path,
+                                                             ErrorText* error) const {
+  if (mappedPath_ != path || path.empty()) {
+    mapped_ = {};
+    mappedPath_.clear();
+    auto contents = readThrough(path, kLargestItem, error);
+    if (!contents) return std::nullopt;
+    mapped_ = std::move(*contents);
+    mappedPath_ = path;
+  }
+  return signing::FileSource::Contents{mapped_.owner(), mapped_.bytes(), false};
+}
+
+bool TreeSource::read(const std::string& path, std::string* contents, uint64_t limit,
+                      ErrorText* error) const {
+  const auto got = readThrough(path, std::min(limit, kLargestItem), error);
+  if (got) *contents = got->text();
+  return got.has_value();
+}
+
+bool TreeSource::readPieces(const std::string& path, std::span<char> /*room*/,
+                            const std::function<void(std::string_view)>& take) const {
+  const auto contents = readThrough(path, kLargestItem, nullptr);
+  if (contents) take(contents->text());
+  return contents.has_value();
+}
+
+bool TreeSource::walk(const std::string& root, const std::function<bool(const WalkedItem&)>& visit,
+                      ErrorText* error) const {
+  const std::string folder = inTree(root);
+  const auto items = tree_.below(folder);
+  if (items.empty()) return fail(error, kMissing);
+  FolderAnnouncer announcer(visit);
+  for (const Tree::Item& item : items) {
+    const std::string path = folder.empty() ? item.path : item.path.substr(folder.size() + 1);
+    if (announcer.wants(path)) visit({path, item.kind});
+  }
+  return true;
+}
+
+}  // namespace tovrek::inspect
