@@ -88,6 +88,21 @@ std::optional<Contents> Tree::read(const Item& item, uint64_t limit, ErrorText* 
   return contents;
 }
 
+std::optional<Contents> Tree::readAndKeep(const Item& item, ErrorText* error) const {
+  const std::scoped_lock held(keeping_);
+  const auto known = std::ranges::find(kept_, &item, &decltype(kept_)::value_type::first);
+  if (known != kept_.end()) return known->second;
+  auto contents = read(item, kLargestItem, error);
+  if (!contents) return std::nullopt;
+  kept_.emplace_back(&item, *contents);
+  uint64_t size = 0;
+  for (const auto& each : kept_) size += each.first->size;
+  for (; size > kMostKept && kept_.size() > 1; kept_.pop_front()) {
+    size -= kept_.front().first->size;
+  }
+  return contents;
+}
+
 void Tree::readTheRest(
     const std::function<void(const Item&, const std::string& reason)>& tell) const {
   std::mutex lock;

@@ -110,41 +110,36 @@ std::optional<std::string> TreeSource::linkTarget(const std::string& path) const
   return target ? std::optional(std::string(target->text())) : std::nullopt;
 }
 
-std::optional<Contents> TreeSource::readThrough(const std::string& path, uint64_t limit,
-                                                ErrorText* error) const {
+const Tree::Item* TreeSource::findBehind(const std::string& path, ErrorText* error) const {
   const Tree::Item* item = find(path);
-  if (item == nullptr || item->kind != ItemKind::kFile) {
-    const auto real = realPath(path);
-    item = real ? find(*real) : nullptr;
-  }
-  if (item != nullptr) return tree_.read(*item, limit, error);
-  fail(error, kMissing);
-  return std::nullopt;
+  if (item != nullptr && item->kind == ItemKind::kFile) return item;
+  const auto real = realPath(path);
+  item = real ? find(*real) : nullptr;
+  if (item == nullptr) fail(error, kMissing);
+  return item;
 }
 
 std::optional<signing::FileSource::Contents> TreeSource::map(const std::string& path,
                                                              ErrorText* error) const {
-  if (mappedPath_ != path || path.empty()) {
-    mapped_ = {};
-    mappedPath_.clear();
-    auto contents = readThrough(path, kLargestItem, error);
-    if (!contents) return std::nullopt;
-    mapped_ = std::move(*contents);
-    mappedPath_ = path;
-  }
-  return signing::FileSource::Contents{mapped_.owner(), mapped_.bytes(), false};
+  const Tree::Item* item = findBehind(path, error);
+  const auto contents = item != nullptr ? tree_.readAndKeep(*item, error) : std::nullopt;
+  if (!contents) return std::nullopt;
+  return signing::FileSource::Contents{contents->owner(), contents->bytes(), false};
 }
 
 bool TreeSource::read(const std::string& path, std::string* contents, uint64_t limit,
                       ErrorText* error) const {
-  const auto got = readThrough(path, std::min(limit, kLargestItem), error);
+  const Tree::Item* item = findBehind(path, error);
+  const auto got =
+      item != nullptr ? tree_.read(*item, std::min(limit, kLargestItem), error) : std::nullopt;
   if (got) *contents = got->text();
   return got.has_value();
 }
 
 bool TreeSource::readPieces(const std::string& path, std::span<char> /*room*/,
                             const std::function<void(std::string_view)>& take) const {
-  const auto contents = readThrough(path, kLargestItem, nullptr);
+  const Tree::Item* item = findBehind(path, nullptr);
+  const auto contents = item != nullptr ? tree_.read(*item) : std::nullopt;
   if (contents) take(contents->text());
   return contents.has_value();
 }

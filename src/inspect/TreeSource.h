@@ -9,8 +9,7 @@
 namespace tovrek::inspect {
 
 // Paths are taken from a folder of the tree, and no link leads out of that. Nothing is written
-// anywhere: what is packed is unpacked into memory, and the file that was mapped last is kept, as
-// judges ask for the same one several times. map() is for one thread.
+// anywhere: what is packed is unpacked into memory.
 class TreeSource : public signing::FileSource {
  public:
   // The tree must outlive the source.
@@ -33,13 +32,11 @@ class TreeSource : public signing::FileSource {
   std::string inTree(const std::string& path) const;
   // The item itself, where the path leads through no link; null for folders and what is not there.
   const Tree::Item* find(const std::string& path) const;
-  std::optional<inspect::Contents> readThrough(const std::string& path, uint64_t limit,
-                                               ErrorText* error) const;
+  // The item that the path leads to in the end; null, with the reason, when there is none.
+  const Tree::Item* findBehind(const std::string& path, ErrorText* error) const;
 
   const Tree& tree_;
   const std::string folder_;
-  mutable std::string mappedPath_;
-  mutable inspect::Contents mapped_;
 };
 
 }  // namespace tovrek::inspect

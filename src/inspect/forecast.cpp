@@ -105,8 +105,8 @@ class Forecast {
       if (isFolder && extension != "mobileprovision" && extension != "provisionprofile") continue;
       std::string bytes;
       ErrorText reason;
-      auto profile =
-          readFile(file, &bytes, &reason) ? readProfileDetails(bytes, file, &reason) : std::nullopt;
+      const bool isRead = signing::FileSource::disk().read(file, &bytes, kLargestDocument, &reason);
+      auto profile = isRead ? readProfileDetails(bytes, file, &reason) : std::nullopt;
       if (!profile && !isFolder) refuse("profile-unreadable", file, reason.text());
       if (profile && (!profile_ || isBetter(*profile, *profile_))) profile_ = std::move(profile);
     }
@@ -127,6 +127,11 @@ class Forecast {
     return left != right ? left > right : a.grants.expires > b.grants.expires;
   }
 
+  std::optional<Contents> readExecutable() const {
+    const Tree::Item* item = open_.tree->find(joinPath(open_.folder, app_.main().executable));
+    return item != nullptr ? open_.tree->readAndKeep(*item) : std::nullopt;
+  }
+
   void judgeKind() {
     const CodeObject& main = app_.main();
     if (!main.problem.empty()) refuse("code-unreadable", app_.folder, main.problem);
@@ -138,7 +143,7 @@ class Forecast {
         isWrapped |= contains(words, "OrvaneDylib.dylib");
       }
     }
-    const auto contents = open_.tree->read(joinPath(open_.folder, main.executable));
+    const auto contents = readExecutable();
     if (contents) isSdk |= holdsSdkNames(contents->text());
     if (isSdk) refuse("sdk-app", app_.folder, "the executable is linked with the app SDK");
     if (isWrapped) {
@@ -207,7 +212,7 @@ class Forecast {
 
   void judgeExecutable() {
     const CodeObject& main = app_.main();
-    const auto contents = open_.tree->read(joinPath(open_.folder, main.executable));
+    const auto contents = readExecutable();
     if (main.problem.empty() && contents) {
       judgeInsertion(contents->text(), joinPath(app_.folder, main.executable), settings_,
                      &result_.obstacles, &result_.remarks);
@@ -221,7 +226,7 @@ class Forecast {
     for (const device::Finding& each :
          forecastResult(subject_, signature, wish_, settings_, rules_.now, stored_)) {
       const bool refuses = each.isRefused && settings_.verifyResult == ResultCheck::kStrict;
-      Finding finding = makeFinding(each.code, each.place, "once it is signed: " + each.reason);
+      Finding finding = makeFinding(each.code, each.place, kOnceSigned + each.reason);
       if (!refuses) finding.severity = each.isRefused ? Severity::kWarning : Severity::kNote;
       (refuses ? result_.obstacles : result_.remarks).push_back(std::move(finding));
     }

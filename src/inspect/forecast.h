@@ -9,6 +9,9 @@
 
 namespace tovrek::inspect {
 
+// How the reason begins of what a device would refuse, and not the wrap itself.
+inline constexpr const char* kOnceSigned = "once it is signed: ";
+
 struct WrapWish {
   std::optional<std::string> certificate;  // a name as Wrap takes it, or a SHA-1
   std::optional<std::string> profile;      // a file, or a folder of them

@@ -56,7 +56,10 @@ class Disk : public FileSource {
   }
   bool read(const std::string& path, std::string* contents, uint64_t limit,
             ErrorText* error) const override {
-    if (fileSize(path).value_or(0) > limit) return fail(error, "it is too large");
+    const auto status = statusOf(path);
+    if (status && status->size > limit) return fail(error, "it is too large");
+    // A pipe would be waited for.
+    if (status && status->kind != ItemKind::kFile) return fail(error, "it is no regular file");
     return readFile(path, contents, error);
   }
   std::unique_ptr<Folder> folder(const std::string& path) const override {
