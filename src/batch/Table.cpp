@@ -126,6 +126,7 @@ class TableReader {
     } else {
       addRow(firstLine, std::move(cells), table);
     }
+    table->rowCount = table->rows.size() + badRows_;
     return true;
   }
 
