@@ -136,12 +136,24 @@ bool TreeSource::read(const std::string& path, std::string* contents, uint64_t l
   return got.has_value();
 }
 
-bool TreeSource::readPieces(const std::string& path, std::span<char> /*room*/,
-                            const std::function<void(std::string_view)>& take) const {
-  const Tree::Item* item = findBehind(path, nullptr);
-  const auto contents = item != nullptr ? tree_.read(*item) : std::nullopt;
-  if (contents) take(contents->text());
-  return contents.has_value();
+std::unique_ptr<signing::FileSource::Folder> TreeSource::folder(const std::string& path) const {
+  class TreeFolder : public Folder {
+   public:
+    TreeFolder(const TreeSource& source, std::string root)
+        : source_(source), root_(std::move(root)) {}
+    bool readPieces(const std::string& below, std::span<char> /*room*/,
+                    const std::function<void(std::string_view)>& take) const override {
+      const Tree::Item* item = source_.findBehind(joinPath(root_, below), nullptr);
+      const auto contents = item != nullptr ? source_.tree_.read(*item) : std::nullopt;
+      if (contents) take(contents->text());
+      return contents.has_value();
+    }
+
+   private:
+    const TreeSource& source_;
+    const std::string root_;
+  };
+  return std::make_unique<TreeFolder>(*this, path);
 }
 
 bool TreeSource::walk(const std::string& root, const std::function<bool(const WalkedItem&)>& visit,

@@ -23,8 +23,7 @@ class TreeSource : public signing::FileSource {
                                                    ErrorText* error) const override;
   bool read(const std::string& path, std::string* contents, uint64_t limit,
             ErrorText* error) const override;
-  bool readPieces(const std::string& path, std::span<char> room,
-                  const std::function<void(std::string_view)>& take) const override;
+  std::unique_ptr<Folder> folder(const std::string& path) const override;
   bool walk(const std::string& root, const std::function<bool(const WalkedItem&)>& visit,
             ErrorText* error) const override;
 

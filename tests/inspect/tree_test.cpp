@@ -90,7 +90,8 @@ class Sources : public ::testing::Test {
     const auto mapped = source.map(whole, nullptr);
     if (mapped) text.append(" ").append(asText(mapped->bytes));
     char room[2];
-    const bool isWhole = source.readPieces(whole, room, [&](std::string_view p) { pieces += p; });
+    const auto take = [&](std::string_view piece) { pieces += piece; };
+    const bool isWhole = source.folder(root)->readPieces(path, room, take);
     return text + (isWhole ? " " + pieces : "");
   }
   static std::vector<std::string> walked(const signing::FileSource& source, const std::string& root,
