@@ -6,8 +6,8 @@
 #include <set>
 
 #include "device/code_judgement.h"
-#include "device/grants.h"
 #include "device/installation.h"
+#include "formats/entitlement_keys.h"
 #include "host/paths.h"
 #include "inspect/insertion_forecast.h"
 #include "package/new_entitlements.h"
@@ -183,7 +183,7 @@ class ResultForecast {
   void judgeFitted(const CodeObject& object, const device::Profile& profile) {
     const std::string identifier = renamed(object.identifier);
     PlistDictionary entitlements;
-    entitlements.set(device::kApplicationIdentifier, profile.prefix() + "." + identifier);
+    entitlements.set(entitlement::kApplicationIdentifier, profile.prefix() + "." + identifier);
     add(device::judgeProfile(profile, {placeOf(object.path), identifier, leaf(), entitlements},
                              now_));
   }
