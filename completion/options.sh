@@ -23,7 +23,8 @@ _tovrek_options() {
       '-adalClientID text' '-adalNSGResource text' ;;
     Inspect) printf '%s\n' '--against .ipa.app.wex' '--cert identity' \
       '--profile .mobileprovision' '--keychain .p12.pem.keychain' '--json' '--html .html' \
-      '--strict' '--within text' '--explain text' '--help' ;;
+      '--bundle-id text' '--upgrade' '--no-strip-extensions' '--strict' '--within text' \
+      '--explain text' '--help' ;;
   esac
   case $1 in
     Inspect) ;;

@@ -14,6 +14,7 @@ namespace {
 
 constexpr size_t kMostAtATime = 4096;
 constexpr int kMostDays = 36500;
+constexpr int64_t kMostSeconds = 7 * 86400;
 
 // Verbs that know an option, in letters: r run, n renew, c check.
 struct OptionRow {
@@ -54,6 +55,12 @@ bool takeIndex(Options* options, const std::string& value, ErrorText* error) {
   constexpr size_t kMost = 999'999;
   return takeNumber<size_t>("--index", value, 0, kMost, &options->run.index.emplace(), error);
 }
+bool takeLimit(Options* options, const std::string& value, ErrorText* error) {
+  int64_t seconds = 0;
+  if (!takeNumber<int64_t>("--timeout", value, 1, kMostSeconds, &seconds, error)) return false;
+  options->run.limit = std::chrono::seconds(seconds);
+  return true;
+}
 bool takeDays(Options* options, const std::string& value, ErrorText* error) {
   return takeNumber("--within", value, 0, kMostDays, &options->within, error);
 }
@@ -78,6 +85,7 @@ std::span<const OptionRow> optionRows() {
   static const OptionRow kRows[] = {
       {"--jobs", "rn", true, takeJobs},
       {"--index", "r", true, takeIndex},
+      {"--timeout", "rn", true, takeLimit},
       {"--engine", "rn", true, takeEngine},
       {"--state", "rn", true, runPath(&RunOptions::state)},
       {"--hosts", "rn", true, runPath(&RunOptions::hosts)},

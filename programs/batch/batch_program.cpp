@@ -13,7 +13,8 @@ namespace {
 constexpr const char* kUsage =
     "usage: Batch run JOBS [--jobs N] [--resume] [--state FOLDER] [--report FOLDER]\n"
     "                      [--engine local|parallel|slurm] [--hosts FILE [--remote PROGRAM]]\n"
-    "       Batch run JOBS --index N [--state FOLDER]\n"
+    "                      [--timeout SECONDS]\n"
+    "       Batch run JOBS --index N [--state FOLDER] [--timeout SECONDS]\n"
     "       Batch renew FOLDER --cert NAME|SHA1 --profiles FOLDER --out FOLDER [--within DAYS]\n"
     "                      [--table FILE] [--keychain PATH] [--yes [options of run]]\n"
     "       Batch check JOBS\n";

@@ -14,16 +14,20 @@ struct TextOption {
   std::optional<std::string> Options::*field;
 };
 constexpr TextOption kTextOptions[] = {
-    {"--against", &Options::against}, {"--cert", &Options::certificate},
-    {"--profile", &Options::profile}, {"--keychain", &Options::keychain},
-    {"--html", &Options::html},       {"--explain", &Options::explain},
+    {"--against", &Options::against},    {"--cert", &Options::certificate},
+    {"--profile", &Options::profile},    {"--keychain", &Options::keychain},
+    {"--html", &Options::html},          {"--explain", &Options::explain},
+    {"--bundle-id", &Options::bundleId},
 };
 struct Switch {
   std::string_view name;
   bool Options::*field;
 };
-constexpr Switch kSwitches[] = {
-    {"--json", &Options::json}, {"--strict", &Options::strict}, {"--help", &Options::help}};
+constexpr Switch kSwitches[] = {{"--json", &Options::json},
+                                {"--strict", &Options::strict},
+                                {"--upgrade", &Options::isUpgrade},
+                                {"--no-strip-extensions", &Options::keepsExtensions},
+                                {"--help", &Options::help}};
 
 // One word after the other, with what belongs to each.
 class Parser {
@@ -91,7 +95,12 @@ class Parser {
     if (options.help || options.explain) return true;
     if (options.paths.empty()) return fail(error, "nothing to inspect was named");
     if (options.json && options.html) return fail(error, "--json and --html exclude each other");
-    const bool isAboutOne = options.against || options.certificate || options.profile;
+    const bool asksForWrap = options.certificate || options.profile;
+    if (!asksForWrap && (options.bundleId || options.isUpgrade || options.keepsExtensions)) {
+      return fail(error,
+                  "--bundle-id, --upgrade and --no-strip-extensions need --cert or --profile");
+    }
+    const bool isAboutOne = options.against || asksForWrap;
     if (isAboutOne && options.paths.size() != 1) {
       return fail(error, "--against, --cert and --profile are about one input");
     }

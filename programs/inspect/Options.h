@@ -12,9 +12,10 @@ namespace tovrek::inspect {
 
 struct Options {
   std::vector<std::string> paths;
-  std::optional<std::string> against, certificate, profile, keychain, html, explain;
+  std::optional<std::string> against, certificate, profile, keychain, html, explain, bundleId;
   std::optional<int> within;
   bool json = false, strict = false, help = false;
+  bool isUpgrade = false, keepsExtensions = false;
 };
 
 // None, with the reason, for a command line that cannot be meant.

@@ -26,7 +26,9 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: Inspect PATH... [--against ORIGINAL] [--cert NAME|SHA1] [--profile FILE|FOLDER]\n"
-    "                       [--keychain PATH] [--json | --html FILE] [--strict] [--within DAYS]\n"
+    "                       [--keychain PATH] [--bundle-id ID] [--upgrade] "
+    "[--no-strip-extensions]\n"
+    "                       [--json | --html FILE] [--strict] [--within DAYS]\n"
     "       Inspect --explain CODE|TEXT\n";
 
 class Inspection {
@@ -70,8 +72,10 @@ class Inspection {
     Subject subject = inspectInput(path, rules_, &open);
     const bool isApp = subject.app.has_value();
     if (isApp && (options_.certificate || options_.profile)) {
-      subject.forecast = forecastWrap({options_.certificate, options_.profile, options_.keychain},
-                                      rules_, open, subject);
+      subject.forecast =
+          forecastWrap({options_.certificate, options_.profile, options_.keychain,
+                        options_.bundleId, options_.isUpgrade, options_.keepsExtensions},
+                       rules_, open, subject);
     }
     if (isApp && options_.against) compareWith(*options_.against, open, &subject);
     subjects_.push_back(std::move(subject));

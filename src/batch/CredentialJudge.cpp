@@ -1,5 +1,7 @@
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "batch/app_facts.h"
 #include "batch/judging.h"
 #include "host/file_status.h"
@@ -33,6 +35,27 @@ bool isRegularFile(const std::string& path) {
 std::optional<std::string> keychainOf(const Job& job) {
   const std::string* path = job.value("keychainPath");
   return path != nullptr && job.value("pell") != nullptr ? std::optional(*path) : std::nullopt;
+}
+
+// What a forecast finds against certificate and profile is told under their columns already.
+constexpr std::string_view kJudgedBefore[] = {"certificate-not-in-profile", "identity",
+                                              "profile-dates", "profile-unreadable",
+                                              "identifier-not-in-profile"};
+
+std::optional<std::string> valueOf(const Job& job, std::string_view column) {
+  const std::string* value = job.value(column);
+  return value != nullptr ? std::optional(*value) : std::nullopt;
+}
+
+inspect::WrapWish wishOf(const Job& job, const JudgingRules& rules) {
+  inspect::WrapWish wish;
+  if (rules.keysAreHere) wish.certificate = valueOf(job, "Cert");
+  wish.profile = valueOf(job, "Profile");
+  wish.keychain = keychainOf(job);
+  wish.bundleId = valueOf(job, "bundleID");
+  wish.isUpgrade = job.value("upgrade") != nullptr;
+  wish.keepsExtensions = job.value("noStripExtensions") != nullptr;
+  return wish;
 }
 
 }  // namespace
@@ -116,9 +139,12 @@ void judgeThoroughly(const Job& job, const JudgingRules& rules, Faults* faults) 
     return refuse(job, "in", reason.empty() ? "it holds no app" : reason, faults);
   }
   if (job.command != CommandKind::kWrap) return;
-  // Certificate and profile have been judged, by the identifier that the app is to get.
-  const auto forecast = inspect::forecastWrap({}, inspection, open, subject);
+  const auto forecast = inspect::forecastWrap(wishOf(job, rules), inspection, open, subject);
   for (const inspect::Finding& each : forecast.obstacles) {
+    if (std::ranges::find(kJudgedBefore, each.code) != std::end(kJudgedBefore) &&
+        !each.reason.starts_with(inspect::kOnceSigned)) {
+      continue;
+    }
     refuse(job, "in",
            fmt::format("{}{}{}", each.place, each.place.empty() ? "" : ": ", each.reason), faults);
   }

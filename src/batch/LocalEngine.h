@@ -18,6 +18,7 @@ namespace tovrek::batch {
 // How much may go on at once.
 struct LocalLimits {
   size_t slots = 1;                // jobs at a time
+  bool largeTakesTwo = false;      // slots, as its command keeps two processors busy
   std::optional<uint64_t> memory;  // bytes for all of them; none for no limit
   bool keepsInMemory = false;      // files of the jobs' own take memory too
 
@@ -25,6 +26,8 @@ struct LocalLimits {
   static LocalLimits forMachine(std::optional<size_t> wanted);
 };
 
+// How many slots a job with an input of this size takes.
+size_t slotsFor(uint64_t inputSize, const LocalLimits& limits);
 // The memory that a job with an input of this size may need at its worst.
 uint64_t memoryFor(uint64_t inputSize, const LocalLimits& limits);
 
@@ -42,10 +45,10 @@ class LocalEngine {
   struct Waiting {
     const Job* job;
     uint64_t memory;
+    size_t slots;
   };
   struct Running {
-    const Job* job;
-    uint64_t memory;
+    Waiting taken;
     JobResult result{};
     bool ended = false;
     std::optional<Helper> thread{};
@@ -62,6 +65,7 @@ class LocalEngine {
   LocalLimits limits_;
   std::deque<Waiting> waiting_;
   uint64_t memoryInUse_ = 0;
+  size_t slotsInUse_ = 0;
   std::mutex mutex_;  // of what follows
   std::condition_variable changed_;
   std::list<Running> running_;

@@ -66,6 +66,7 @@ class TableReader {
         if (!readCells(table, error)) return false;
       }
     }
+    table->rowCount = table->rows.size() + badRows_;
     return form_ == TableForm::kJson || table->headerLine != 0 || fail(error, "it has no header");
   }
 

@@ -27,6 +27,7 @@ struct Table {
   std::vector<Entry> header;    // a CSV or TSV table's columns, without values
   std::vector<Entry> defaults;  // for all rows that have nothing in that column
   std::vector<TableRow> rows;
+  size_t rowCount = 0;  // with those that cannot be meant
 };
 
 // The most rows, and the most bytes, of a table.

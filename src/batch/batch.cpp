@@ -38,18 +38,18 @@ class TableRun {
         console_(console),
         state_(options_.state.value_or(StateFolder::beside(options_.table))),
         digests_(installedFolder()),
-        workshop_{state_, installedFolder(), machineName(), digests_, children_} {}
+        workshop_{state_, installedFolder(), machineName(), digests_, children_, options.limit} {}
 
   int run() {
     Faults faults;
-    auto jobs = readJobs(options_.table, &faults, console_);
+    auto jobs = readJobs(options_.table, &faults, console_, &rows_);
     if (!jobs) return kCannotRun;
     jobs_ = std::move(*jobs);
     if (options_.resume && !state_.isThere()) return cannot("there is no run to resume");
     if (options_.index) return runOne(std::move(faults));
     if (faults.empty()) results_ = earlierResults(jobs_, options_.resume, workshop_);
     judge(&faults);
-    if (!faults.empty()) return refuseFaults(faults, jobs_.size(), console_);
+    if (!faults.empty()) return refuseFaults(faults, rows_, console_);
     return runAll();
   }
 
@@ -70,7 +70,7 @@ class TableRun {
 
   // For engines that count: nobody else's job is judged, and no lock is held but the job's own.
   int runOne(Faults faults) {
-    if (!faults.empty()) return refuseFaults(faults, jobs_.size(), console_);
+    if (!faults.empty()) return refuseFaults(faults, rows_, console_);
     if (*options_.index >= jobs_.size()) {
       return cannot(fmt::format("there is no job {} in a table of {}; the first is 0",
                                 *options_.index, jobs_.size()));
@@ -193,6 +193,7 @@ class TableRun {
   JobDigests digests_;
   Children children_;
   Workshop workshop_;
+  size_t rows_ = 0;  // of the table, sound or not
   std::vector<Job> jobs_;
   std::vector<std::optional<JobResult>> results_;
   std::optional<Progress> progress_;
@@ -206,7 +207,8 @@ int runTable(const RunOptions& options, const Console& console) {
 
 int checkTable(const std::string& table, const Console& console) {
   Faults faults;
-  const auto jobs = readJobs(table, &faults, console);
+  size_t rows = 0;
+  const auto jobs = readJobs(table, &faults, console, &rows);
   if (!jobs) return kCannotRun;
   judgeFiles(*jobs, &faults);
   const JudgingRules rules{currentTime()};
@@ -215,8 +217,8 @@ int checkTable(const std::string& table, const Console& console) {
     judge.judge(job, &faults);
     judgeThoroughly(job, rules, &faults);
   }
-  if (!faults.empty()) return refuseFaults(faults, jobs->size(), console);
-  console.streams.out(fmt::format("no fault in {} jobs\n", jobs->size()));
+  if (!faults.empty()) return refuseFaults(faults, rows, console);
+  console.streams.out(fmt::format("no fault in {} {}\n", rows, rows == 1 ? "row" : "rows"));
   return kAllDone;
 }
 

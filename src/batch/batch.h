@@ -1,6 +1,7 @@
 // Running and checking tables of jobs.
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -18,10 +19,11 @@ enum class EngineKind { kLocal, kParallel, kSlurm };
 
 struct RunOptions {
   std::string table;
-  std::optional<std::string> state;  // folder; none for the one beside the table
-  std::optional<size_t> jobs;        // at a time
-  std::optional<size_t> index;       // this job alone, counted from 0
-  bool resume = false;               // leaves jobs alone that have failed already
+  std::optional<std::string> state;           // folder; none for the one beside the table
+  std::optional<size_t> jobs;                 // at a time
+  std::optional<size_t> index;                // this job alone, counted from 0
+  std::optional<std::chrono::seconds> limit;  // for one job; none for no limit
+  bool resume = false;                        // leaves jobs alone that have failed already
   EngineKind engine = EngineKind::kLocal;
   std::optional<std::string> hosts;   // a file with names of hosts, for kParallel
   std::optional<std::string> remote;  // the program's path on them; none for this one's

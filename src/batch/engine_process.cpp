@@ -71,9 +71,14 @@ bool clearResults(const std::vector<const Job*>& jobs, const StateFolder& state,
   return true;
 }
 
+std::string limitWords(const Workshop& workshop) {
+  return workshop.limit ? fmt::format(" --timeout {}", workshop.limit->count()) : "";
+}
+
 std::string rowCommand(const std::string& table, const Workshop& workshop) {
-  return fmt::format("{} run {} --state {} --index", quotedForShell(programPath()),
-                     quotedForShell(table), quotedForShell(workshop.state.path()));
+  return fmt::format("{} run {} --state {}{} --index", quotedForShell(programPath()),
+                     quotedForShell(table), quotedForShell(workshop.state.path()),
+                     limitWords(workshop));
 }
 
 }  // namespace tovrek::batch

@@ -39,6 +39,9 @@ class EngineRows {
 // Removes what earlier runs have left of these rows, so that a result there is one of this run.
 bool clearResults(const std::vector<const Job*>& jobs, const StateFolder& state, ErrorText* error);
 
+// The option that tells a row's process how long it may take, with a blank in front; empty for
+// none.
+std::string limitWords(const Workshop& workshop);
 // The program that runs one row of a table, without the row's number, each word quoted for a shell.
 std::string rowCommand(const std::string& table, const Workshop& workshop);
 

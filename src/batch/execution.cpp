@@ -140,7 +140,7 @@ class Execution {
     }
     ChildEnd end;
     const bool ran = workshop_.children.run(
-        {commandLine(staging), "", workshop_.state.outputOf(job_)}, &end, &error);
+        {commandLine(staging), "", workshop_.state.outputOf(job_), workshop_.limit}, &end, &error);
     if (isGivenUp(end)) {
       result_.status = JobStatus::kStopped;
       return;
@@ -187,6 +187,10 @@ class Execution {
     const std::string printed = endOfFile(workshop_.state.outputOf(job_), kMostPrinted);
     const std::string said = endingText(printed);
     result_.exit = end.signalled ? 128 + end.status : end.status;
+    if (end.outlasted) {
+      return fails(fmt::format("the command took longer than {} s and was ended",
+                               workshop_.limit.value_or(std::chrono::seconds(0)).count()));
+    }
     if (end.signalled) return fails(fmt::format("the command was ended by signal {}", end.status));
     if (end.status != 0) {
       return fails(said.empty() ? fmt::format("the command ended with status {}", end.status)

@@ -1,6 +1,8 @@
 // Doing one job.
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
 
 #include "batch/Job.h"
@@ -18,6 +20,7 @@ struct Workshop {
   std::string host;           // this machine's name
   JobDigests& digests;
   Children& children;
+  std::optional<std::chrono::seconds> limit;  // for one job; none for no limit
 };
 
 // Runs the job's command as a process of its own and keeps what came of it. The outputs are made in

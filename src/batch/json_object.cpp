@@ -3,148 +3,69 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
+#include <nlohmann/json.hpp>
 #include <set>
-
-#include "host/utf8.h"
 
 namespace tovrek::batch {
 namespace {
 
-class ObjectReader {
- public:
-  ObjectReader(std::string_view text, ErrorText* error) : text_(text), error_(error) {}
+using nlohmann::json;
 
-  std::optional<std::vector<JsonMember>> read() {
-    std::vector<JsonMember> members;
-    std::set<std::string> names;
-    if (!isUtf8(text_)) return refuse("it is not UTF-8");
-    if (!take('{')) return refuse("it is no JSON object");
-    if (take('}')) return atEnd(std::move(members));
-    do {
-      JsonMember member;
-      if (!readText(&member.first)) return refuse("a name in quotation marks was expected");
-      if (!take(':')) return refuse("a colon was expected");
-      if (!readValue(&member.second))
-        return refuse("a text, number, true, false or null was expected");
-      if (!names.insert(member.first).second) {
-        return refuse(fmt::format("\"{}\" stands there twice", member.first));
-      }
-      members.push_back(std::move(member));
-    } while (take(','));
-    if (!take('}')) return refuse("a comma or the end of the object was expected");
-    return atEnd(std::move(members));
+// Takes the parser's events, which are no more than those of one flat object; the first other one
+// ends the reading, however deep the text goes on.
+class FlatObject final : public nlohmann::json_sax<json> {
+ public:
+  bool null() override { return add(std::nullopt); }
+  bool boolean(bool value) override { return add(value ? "true" : "false"); }
+  bool number_integer(number_integer_t value) override { return add(fmt::format("{}", value)); }
+  bool number_unsigned(number_unsigned_t value) override { return add(fmt::format("{}", value)); }
+  bool number_float(number_float_t, const string_t& written) override { return add(written); }
+  bool string(string_t& value) override { return add(value); }
+  bool binary(binary_t&) override { return refuse("it is no JSON object"); }
+  bool start_array(size_t) override { return refuse(isOpen_ ? kWanted : "it is no JSON object"); }
+  bool end_array() override { return true; }
+  bool start_object(size_t) override {
+    if (isOpen_) return refuse(kWanted);
+    return isOpen_ = true;
   }
+  bool end_object() override { return true; }
+  bool key(string_t& name) override {
+    if (!names_.insert(name).second) return refuse(fmt::format("\"{}\" stands there twice", name));
+    name_ = name;
+    return true;
+  }
+  bool parse_error(size_t position, const std::string&, const json::exception&) override {
+    return refuse(fmt::format("it is no sound JSON (at character {})", position));
+  }
+
+  std::vector<JsonMember> members;
+  std::string reason;
 
  private:
-  std::optional<std::vector<JsonMember>> refuse(std::string reason) {
-    fail(error_, fmt::format("{} (at character {})", reason, at_ + 1));
-    return std::nullopt;
-  }
-  std::optional<std::vector<JsonMember>> atEnd(std::vector<JsonMember> members) {
-    skipBlanks();
-    if (at_ != text_.size()) return refuse("something follows the object");
-    return members;
-  }
+  static constexpr const char* kWanted = "a text, number, true, false or null was expected";
 
-  void skipBlanks() { at_ = std::min(text_.find_first_not_of(" \t\r\n", at_), text_.size()); }
-
-  bool take(char c) {
-    skipBlanks();
-    if (at_ == text_.size() || text_[at_] != c) return false;
-    ++at_;
-    return true;
-  }
-
-  bool readText(std::string* text) {
-    if (!take('"')) return false;
-    for (; at_ < text_.size(); ++at_) {
-      const char c = text_[at_];
-      if (c == '"') return ++at_, true;
-      if (static_cast<unsigned char>(c) < 0x20) return false;
-      if (c != '\\') {
-        text->push_back(c);
-      } else if (!readEscape(text)) {
-        return false;
-      }
-    }
+  bool refuse(std::string why) {
+    reason = std::move(why);
     return false;
   }
-
-  // Leaves `at_` on the last character of the escape.
-  bool readEscape(std::string* text) {
-    constexpr std::string_view kNames = "\"\\/bfnrt";
-    constexpr std::string_view kMeant = "\"\\/\b\f\n\r\t";
-    if (++at_ >= text_.size()) return false;
-    if (text_[at_] == 'u') return readCodePoint(text);
-    const size_t which = kNames.find(text_[at_]);
-    if (which == kNames.npos) return false;
-    text->push_back(kMeant[which]);
+  bool add(std::optional<std::string> value) {
+    if (!isOpen_) return refuse("it is no JSON object");
+    members.emplace_back(name_, std::move(value));
     return true;
   }
 
-  bool readCodePoint(std::string* text) {
-    uint32_t point = 0, low = 0;
-    if (!readUnit(&point)) return false;
-    const bool isHigh = point >= 0xd800 && point < 0xdc00;
-    if (isHigh) {
-      if (text_.substr(at_ + 1, 2) != "\\u") return false;
-      at_ += 2;
-      if (!readUnit(&low) || low < 0xdc00 || low > 0xdfff) return false;
-      point = 0x10000 + ((point - 0xd800) << 10) + (low - 0xdc00);
-    } else if (point >= 0xdc00 && point < 0xe000) {
-      return false;
-    }
-    appendUtf8(text, point);
-    return true;
-  }
-
-  bool readUnit(uint32_t* unit) {
-    constexpr size_t kDigits = 4;
-    const std::string_view digits = text_.substr(std::min(at_ + 1, text_.size()), kDigits);
-    const char* end = digits.data() + digits.size();
-    if (digits.size() != kDigits || std::from_chars(digits.data(), end, *unit, 16).ptr != end) {
-      return false;
-    }
-    at_ += kDigits;
-    return true;
-  }
-
-  bool readValue(std::optional<std::string>* value) {
-    skipBlanks();
-    if (text_.substr(at_).starts_with('"')) return readText(&value->emplace());
-    const size_t end = std::min(text_.find_first_of(",} \t\r\n", at_), text_.size());
-    const std::string_view word = text_.substr(at_, end - at_);
-    if (word == "null") {
-      value->reset();
-    } else if (word == "true" || word == "false" || isNumber(word)) {
-      value->emplace(word);
-    } else {
-      return false;
-    }
-    at_ = end;
-    return true;
-  }
-
-  static bool isNumber(std::string_view word) {
-    if (word.empty() || word == "-" || !(word[0] == '-' || (word[0] >= '0' && word[0] <= '9'))) {
-      return false;
-    }
-    double value = 0;
-    const char* end = word.data() + word.size();
-    const auto parsed = std::from_chars(word.data(), end, value);
-    return parsed.ptr == end;
-  }
-
-  std::string_view text_;
-  ErrorText* error_;
-  size_t at_ = 0;
+  bool isOpen_ = false;
+  std::string name_;
+  std::set<std::string> names_;
 };
 
 }  // namespace
 
 std::optional<std::vector<JsonMember>> readJsonObject(std::string_view text, ErrorText* error) {
-  return ObjectReader(text, error).read();
+  FlatObject object;
+  if (json::sax_parse(text, &object)) return std::move(object.members);
+  fail(error, std::move(object.reason));
+  return std::nullopt;
 }
 
 std::string memberText(const std::vector<JsonMember>& members, std::string_view name) {

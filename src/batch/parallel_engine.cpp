@@ -57,8 +57,8 @@ class ParallelRun {
     for (size_t i = 0; i < most; ++i) argv_.push_back(fmt::format("--transferfile={{{}}}", i + 2));
     if (options_.jobs) argv_.push_back(fmt::format("--jobs={}", *options_.jobs));
     argv_.push_back(fmt::format(
-        "mkdir -p {{1}}/out/0 {{1}}/out/1 && {} run {{1}}.jsonl --index 0 --state {{1}}",
-        quotedForShell(options_.remote.value_or(programPath()))));
+        "mkdir -p {{1}}/out/0 {{1}}/out/1 && {} run {{1}}.jsonl --index 0 --state {{1}}{}",
+        quotedForShell(options_.remote.value_or(programPath())), limitWords(workshop_)));
     return run(
         parcels_.folder(), [&](const Job& job) { return parcels_.unpack(job); }, error);
   }

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 
 #include "batch/Progress.h"
 #include "host/host_info.h"
@@ -11,23 +12,29 @@
 namespace tovrek::batch {
 
 std::optional<std::vector<Job>> readJobs(const std::string& table, Faults* faults,
-                                         const Console& console) {
+                                         const Console& console, size_t* rows) {
   ErrorText error;
   const auto read = readTable(table, faults, &error);
   if (!read) {
     console.streams.error(fmt::format("Batch: {}: {}\n", oneLine(table), oneLine(error.text())));
     return std::nullopt;
   }
+  *rows = read->rowCount;
   return makeJobs(*read, faults);
 }
 
-int refuseFaults(const Faults& faults, size_t jobs, const Console& console) {
+int refuseFaults(const Faults& faults, size_t rows, const Console& console) {
   Faults sorted = faults;
   std::ranges::stable_sort(sorted, {}, &Fault::row);
   for (const Fault& fault : sorted) console.streams.error(oneLine(fault.text()) + "\n");
-  console.streams.error(fmt::format("Batch: {} fault{} in a table of {} job{}; nothing was run\n",
-                                    faults.size(), faults.size() == 1 ? "" : "s", jobs,
-                                    jobs == 1 ? "" : "s"));
+  std::set<size_t> faulty;
+  for (const Fault& fault : faults) {
+    if (fault.row != 0) faulty.insert(fault.row);
+  }
+  console.streams.error(fmt::format("Batch: {} fault{}; {} of {} row{} {} sound; nothing was run\n",
+                                    faults.size(), faults.size() == 1 ? "" : "s",
+                                    rows - std::min(rows, faulty.size()), rows,
+                                    rows == 1 ? "" : "s", rows == 1 ? "is" : "are"));
   return kNotAll;
 }
 

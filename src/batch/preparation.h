@@ -12,13 +12,14 @@
 
 namespace tovrek::batch {
 
-// The jobs of a table, with all its faults. None, told on the console, when the table cannot be
-// read.
+// The jobs of a table, with all its faults and the number of its rows, sound or not. None, told on
+// the console, when the table cannot be read.
 std::optional<std::vector<Job>> readJobs(const std::string& table, Faults* faults,
-                                         const Console& console);
+                                         const Console& console, size_t* rows);
 
-// Prints all faults and their number, and answers the status to end with.
-int refuseFaults(const Faults& faults, size_t jobs, const Console& console);
+// Prints all faults, their number and how many of the rows are sound, and answers the status to end
+// with.
+int refuseFaults(const Faults& faults, size_t rows, const Console& console);
 
 // For each job the result that it has already and that counts: none for those that are to be run.
 // Failures count only where `resume` is set.

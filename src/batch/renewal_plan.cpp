@@ -149,7 +149,8 @@ RenewalCandidate readCandidate(const std::string& path) {
     candidate.problem = "it holds no app";
     return candidate;
   }
-  const inspect::App app = inspect::readApp(*trees.app, *folder, &findings);
+  const inspect::App app =
+      inspect::readApp(*trees.app, *folder, lastPathComponent(*folder), &findings);
   candidate.isWrapped = app.isWrapped;
   for (const inspect::CodeObject& code : app.code) takeCode(code, &candidate);
   if (candidate.identifier.empty()) candidate.problem = "its app has no identifier";

@@ -25,21 +25,6 @@ std::string escapeExecutableString(std::string_view text) {
   return escaped;
 }
 
-std::string prefixOf(std::string_view applicationIdentifier) {
-  return std::string(applicationIdentifier.substr(0, applicationIdentifier.find('.')));
-}
-
-std::string replaceAll(std::string_view text, std::string_view from, std::string_view to) {
-  std::string result;
-  for (size_t at = 0;;) {
-    const size_t next = text.find(from, at);
-    result += text.substr(at, next - at);
-    if (next == std::string_view::npos) return result;
-    result += to;
-    at = next + from.size();
-  }
-}
-
 bool failMissingFile(ErrorText* error, std::string_view path) {
   return fail(error,
               fmt::format("A required file at this location does not exist: {}", printable(path)));

@@ -7,6 +7,8 @@
 
 #include "host/ErrorText.h"
 #include "host/delivery.h"
+#include "package/application_identifier.h"
+#include "package/value_text.h"
 
 namespace tovrek::converter {
 
@@ -17,12 +19,6 @@ bool isEmpty(const std::optional<std::string>& value);
 
 // `text` for use between double quote characters of a shell command line.
 std::string escapeExecutableString(std::string_view text);
-
-// The team's part of an application identifier: what stands before the first "."; all of it
-// without one.
-std::string prefixOf(std::string_view applicationIdentifier);
-// `from` must have letters.
-std::string replaceAll(std::string_view text, std::string_view from, std::string_view to);
 
 // Fails as a file that a step needs and that is not there.
 bool failMissingFile(ErrorText* error, std::string_view path);

@@ -19,14 +19,6 @@ bool generateNewEntitlement(const Run& run, std::string* entitlementPath,
 bool GenerateEntitlement(const Run& run, const std::string& targetPath,
                          const std::string& profilePath, const std::string& appPath,
                          ErrorText* error);
-// Fits one list of identifiers to the new application identifier.
-void MergeAppIDGroupsWithOldEntitlement(const WrapperLogger& log,
-                                        const std::optional<PlistDictionary>& oldEntitlements,
-                                        PlistDictionary* newEntitlements, const std::string& key,
-                                        const std::optional<std::string>& oldAppId,
-                                        const std::optional<std::string>& oldAppIdPrefix,
-                                        const std::string& newAppId);
-std::string generatePlistXMLStringFromDictionary(const PlistDictionary& dictionary);
 // Whether the entitlements file grants the group through which our library shares data.
 bool checkWexKeychainEntitlementInFile(const WrapperLogger& log, const std::string& path,
                                        ErrorText* error);

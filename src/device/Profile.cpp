@@ -6,7 +6,6 @@
 #include "device/grants.h"
 #include "formats/entitlement_keys.h"
 #include "formats/openssl_owners.h"
-#include "host/files.h"
 #include "profile/developer_certificates.h"
 
 namespace tovrek::device {
@@ -88,13 +87,10 @@ Profile profileOf(const PlistDictionary& plist) {
   return profile;
 }
 
-std::optional<Profile> readProfile(const std::string& path, ErrorText* error) {
+std::optional<Profile> readProfile(const std::string& path, ErrorText* error,
+                                   const signing::FileSource& files) {
   std::string message;
-  if (fileSize(path).value_or(0) > kLargestProfile) {
-    fail(error, "it is too large for a provisioning profile");
-    return std::nullopt;
-  }
-  if (!readFile(path, &message, error)) return std::nullopt;
+  if (!files.read(path, &message, kLargestProfile, error)) return std::nullopt;
   const auto plist = parsePlist(signedContent(message));
   if (!plist || plist->dictionary() == nullptr) {
     fail(error, "it is no provisioning profile");

@@ -8,6 +8,7 @@
 #include "formats/Certificate.h"
 #include "formats/PlistValue.h"
 #include "host/ErrorText.h"
+#include "signing/FileSource.h"
 
 namespace tovrek::device {
 
@@ -39,6 +40,7 @@ struct Profile {
 // Of a decoded profile. Missing or odd entries are left empty.
 Profile profileOf(const PlistDictionary& plist);
 // Decodes a file. Whoever signed it is not judged. None, with the reason, for what is no profile.
-std::optional<Profile> readProfile(const std::string& path, ErrorText* error);
+std::optional<Profile> readProfile(const std::string& path, ErrorText* error,
+                                   const signing::FileSource& files = signing::FileSource::disk());
 
 }  // namespace tovrek::device

@@ -12,23 +12,25 @@ namespace {
 
 class CodeJudge {
  public:
-  CodeJudge(const std::string& place, double now, Findings* findings)
-      : place_(place), now_(now), findings_(*findings) {}
+  CodeJudge(const std::string& place, double now, const signing::FileSource& files,
+            Findings* findings)
+      : place_(place), now_(now), files_(files), findings_(*findings) {}
 
   SignedCode judge(const std::string& path, signing::DigestsToCheck digests,
                    signing::KnownCertificates* known);
+  void judgeChain(const signing::CertificateChain& enclosed);
 
  private:
   void refuse(std::string_view code, std::string reason) {
     findings_.push_back({code, place_, std::move(reason)});
   }
   void judgeVerdict(const signing::Verdict& verdict);
-  void judgeChain(const signing::CertificateChain& enclosed);
   void judgeDates(const Certificate& certificate);
   void readSignature(const std::string& path, SignedCode* code);
 
   const std::string& place_;
   const double now_;
+  const signing::FileSource& files_;
   Findings& findings_;
 };
 
@@ -37,6 +39,7 @@ SignedCode CodeJudge::judge(const std::string& path, signing::DigestsToCheck dig
   SignedCode code;
   signing::VerifyOptions options;
   options.digests = digests;
+  options.files = &files_;
   options.certificates = known;
   const signing::Verdict verdict = signing::verifyCode(path, options);
   judgeVerdict(verdict);
@@ -62,10 +65,10 @@ void CodeJudge::judgeVerdict(const signing::Verdict& verdict) {
 }
 
 void CodeJudge::readSignature(const std::string& path, SignedCode* code) {
-  const auto object = signing::CodeObject::resolve(path, nullptr);
+  const auto object = signing::CodeObject::resolve(path, nullptr, files_);
   if (!object) return;
   code->info = object->info;
-  const auto file = signing::CodeFile::open(object->executable, nullptr);
+  const auto file = signing::CodeFile::open(object->executable, nullptr, files_);
   const auto signature = file ? signing::CodeSignature::of(*object, *file, nullptr) : std::nullopt;
   if (!signature) return;
   if (const auto text = signature->entitlementsText()) {
@@ -109,8 +112,13 @@ void CodeJudge::judgeDates(const Certificate& certificate) {
 
 SignedCode judgeCode(const std::string& path, const std::string& place, double now,
                      signing::DigestsToCheck digests, signing::KnownCertificates* known,
-                     Findings* findings) {
-  return CodeJudge(place, now, findings).judge(path, digests, known);
+                     Findings* findings, const signing::FileSource& files) {
+  return CodeJudge(place, now, files, findings).judge(path, digests, known);
+}
+
+void judgeSigner(const signing::CertificateChain& enclosed, const std::string& place, double now,
+                 Findings* findings) {
+  CodeJudge(place, now, signing::FileSource::disk(), findings).judgeChain(enclosed);
 }
 
 }  // namespace tovrek::device

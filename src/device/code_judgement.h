@@ -7,6 +7,7 @@
 #include "device/Finding.h"
 #include "formats/Certificate.h"
 #include "formats/PlistValue.h"
+#include "signing/CertificateChain.h"
 #include "signing/KnownCertificates.h"
 #include "signing/verify/resource_check.h"
 
@@ -24,6 +25,11 @@ struct SignedCode {
 // null. Adds what does not hold to `findings`, under `place`.
 SignedCode judgeCode(const std::string& path, const std::string& place, double now,
                      signing::DigestsToCheck digests, signing::KnownCertificates* known,
-                     Findings* findings);
+                     Findings* findings,
+                     const signing::FileSource& files = signing::FileSource::disk());
+
+// What is to be said against the certificates that a signature encloses, leaf first.
+void judgeSigner(const signing::CertificateChain& enclosed, const std::string& place, double now,
+                 Findings* findings);
 
 }  // namespace tovrek::device

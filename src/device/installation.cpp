@@ -6,11 +6,13 @@
 
 #include "device/code_judgement.h"
 #include "device/nested_code.h"
-#include "host/files.h"
 #include "host/paths.h"
 
 namespace tovrek::device {
 namespace {
+
+constexpr const char* kCompanionKey = "WKCompanionAppBundleIdentifier";
+constexpr const char* kWatchAppKey = "WKAppBundleIdentifier";
 
 std::string identifierIn(const PlistDictionary& info) {
   return stringForKeyOr(info, "CFBundleIdentifier", "");
@@ -18,8 +20,13 @@ std::string identifierIn(const PlistDictionary& info) {
 
 class AppJudge {
  public:
-  AppJudge(std::string appPath, double now, signing::DigestsToCheck digests, Findings* findings)
-      : app_(std::move(appPath)), now_(now), digests_(digests), findings_(*findings) {}
+  AppJudge(std::string appPath, double now, signing::DigestsToCheck digests,
+           const signing::FileSource& files, Findings* findings)
+      : app_(std::move(appPath)),
+        now_(now),
+        digests_(digests),
+        files_(files),
+        findings_(*findings) {}
 
   void judgeMain();
   void judgeNested(const NestedCode& code);
@@ -33,13 +40,11 @@ class AppJudge {
     findings_.push_back({code, placeOf(path), std::move(reason)});
   }
   void judgeEmbeddedProfile(const std::string& path, const SignedCode& code);
-  void judgeFamily(const NestedCode& code, const PlistDictionary& info);
-  void judgeCompanion(const std::string& path, const std::string& key, const std::string* named,
-                      const std::string& wanted);
 
   const std::string app_;
   const double now_;
   const signing::DigestsToCheck digests_;
+  const signing::FileSource& files_;
   Findings& findings_;
   signing::KnownCertificates certificates_;         // of all code of the app
   std::string team_;                                // of the app
@@ -48,15 +53,15 @@ class AppJudge {
 
 void AppJudge::judgeMain() {
   const SignedCode code =
-      judgeCode(app_, placeOf(app_), now_, digests_, &certificates_, &findings_);
+      judgeCode(app_, placeOf(app_), now_, digests_, &certificates_, &findings_, files_);
   team_ = code.team;
   identifiers_[app_] = identifierIn(code.info);
   judgeEmbeddedProfile(app_, code);
 }
 
 void AppJudge::judgeNested(const NestedCode& nested) {
-  const SignedCode code =
-      judgeCode(nested.path, placeOf(nested.path), now_, digests_, &certificates_, &findings_);
+  const SignedCode code = judgeCode(nested.path, placeOf(nested.path), now_, digests_,
+                                    &certificates_, &findings_, files_);
   if (code.signer && code.team != team_) {
     refuse(kTeamMismatch, nested.path,
            fmt::format("it is signed by the team {}, the app by {}",
@@ -65,16 +70,19 @@ void AppJudge::judgeNested(const NestedCode& nested) {
   if (!nested.takesProfile) return;
   identifiers_[nested.path] = identifierIn(code.info);
   judgeEmbeddedProfile(nested.path, code);
-  judgeFamily(nested, code.info);
+  const Family family{identifiers_[nested.enclosing], identifiers_[app_]};
+  for (Finding& finding : judgeFamily(placeOf(nested.path), code.info, family)) {
+    findings_.push_back(std::move(finding));
+  }
 }
 
 void AppJudge::judgeEmbeddedProfile(const std::string& path, const SignedCode& code) {
   const std::string file = joinPath(path, kEmbeddedProfile);
-  if (!itemExistsNoFollow(file)) {
+  if (!files_.kindAt(file)) {
     return refuse(kProfileMissing, path, "it has no provisioning profile");
   }
   ErrorText reason;
-  const auto profile = readProfile(file, &reason);
+  const auto profile = readProfile(file, &reason, files_);
   if (!profile) {
     return refuse(kProfileUnreadable, path, fmt::format("{}: {}", kEmbeddedProfile, reason.text()));
   }
@@ -84,38 +92,36 @@ void AppJudge::judgeEmbeddedProfile(const std::string& path, const SignedCode& c
   }
 }
 
-// What must agree between an app and the bundles that belong to it.
-void AppJudge::judgeFamily(const NestedCode& nested, const PlistDictionary& info) {
-  const std::string& outer = identifiers_[nested.enclosing];
-  const std::string own = identifierIn(info);
-  if (!own.empty() && !own.starts_with(outer + ".")) {
-    refuse(kIdentifierNotBelowApp, nested.path,
-           fmt::format("the identifier {} does not begin with {}", own, outer + "."));
-  }
-  constexpr const char* kCompanion = "WKCompanionAppBundleIdentifier";
-  judgeCompanion(nested.path, kCompanion, stringForKey(info, kCompanion), identifiers_[app_]);
-  const PlistDictionary* extension = dictionaryForKey(info, "NSExtension");
-  const PlistDictionary* attributes =
-      extension != nullptr ? dictionaryForKey(*extension, "NSExtensionAttributes") : nullptr;
-  constexpr const char* kWatchApp = "WKAppBundleIdentifier";
-  if (attributes != nullptr) {
-    judgeCompanion(nested.path, kWatchApp, stringForKey(*attributes, kWatchApp), outer);
-  }
-}
-
-void AppJudge::judgeCompanion(const std::string& path, const std::string& key,
-                              const std::string* named, const std::string& wanted) {
-  if (named == nullptr || *named == wanted) return;
-  refuse(kCompanionMismatch, path, fmt::format("{} is {}, not {}", key, *named, wanted));
-}
-
 }  // namespace
 
+Findings judgeFamily(const std::string& place, const PlistDictionary& info, const Family& family) {
+  Findings findings;
+  const auto refuse = [&](std::string_view code, std::string reason) {
+    findings.push_back({code, place, std::move(reason)});
+  };
+  const std::string own = identifierIn(info);
+  if (!own.empty() && !own.starts_with(family.enclosing + ".")) {
+    refuse(kIdentifierNotBelowApp,
+           fmt::format("the identifier {} does not begin with {}", own, family.enclosing + "."));
+  }
+  const auto compare = [&](const PlistDictionary* from, const char* key,
+                           const std::string& wanted) {
+    const std::string* named = from == nullptr ? nullptr : stringForKey(*from, key);
+    if (named == nullptr || *named == wanted) return;
+    refuse(kCompanionMismatch, fmt::format("{} is {}, not {}", key, *named, wanted));
+  };
+  compare(&info, kCompanionKey, family.app);
+  const PlistDictionary* extension = dictionaryForKey(info, "NSExtension");
+  compare(extension != nullptr ? dictionaryForKey(*extension, "NSExtensionAttributes") : nullptr,
+          kWatchAppKey, family.enclosing);
+  return findings;
+}
+
 bool judgeApp(const std::string& appPath, double now, Findings* findings, ErrorText* error,
-              signing::DigestsToCheck digests) {
+              signing::DigestsToCheck digests, const signing::FileSource& files) {
   std::vector<NestedCode> nested;
-  if (!findNestedCode(appPath, &nested, error)) return false;
-  AppJudge judge(appPath, now, digests, findings);
+  if (!findNestedCode(appPath, files, &nested, error)) return false;
+  AppJudge judge(appPath, now, digests, files, findings);
   judge.judgeMain();
   for (const NestedCode& code : nested) judge.judgeNested(code);
   return true;

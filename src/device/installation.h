@@ -26,12 +26,21 @@ struct BundleFacts {
 // identifier, certificate, entitlements. Needs no files.
 Findings judgeProfile(const Profile& profile, const BundleFacts& bundle, double now);
 
+// The app or watch app that a nested bundle lies in, and the outermost one.
+struct Family {
+  std::string enclosing, app;  // identifiers
+};
+// What must agree between an app and a bundle that belongs to it, by the bundle's Info.plist. Needs
+// no files.
+Findings judgeFamily(const std::string& place, const PlistDictionary& info, const Family& family);
+
 // Everything about an unpacked app: its own code and all code inside of it, each seal and each
 // page hash read anew, and the points above for each bundle that needs a profile. Sorted by place;
 // empty for an app that would be installed. A file or folder that cannot be read is an error:
 // false, with the reason. Who has just signed the app may have the strongest digests checked alone.
 bool judgeApp(const std::string& appPath, double now, Findings* findings, ErrorText* error,
-              signing::DigestsToCheck digests = signing::DigestsToCheck::kAll);
+              signing::DigestsToCheck digests = signing::DigestsToCheck::kAll,
+              const signing::FileSource& files = signing::FileSource::disk());
 
 // Bundles with an executable of their own that take a profile, anywhere in the app: extensions,
 // watch apps, app clips. Inner ones first. The app itself is not among them.

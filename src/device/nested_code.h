@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "host/ErrorText.h"
+#include "signing/FileSource.h"
 
 namespace tovrek::device {
 
@@ -17,6 +18,7 @@ struct NestedCode {
 // All code below an app's folder, outer code first: bundles of kinds that hold code and have an
 // executable, libraries, and other Mach-O files without an extension. Executables of bundles are
 // not listed by themselves.
-bool findNestedCode(const std::string& appPath, std::vector<NestedCode>* found, ErrorText* error);
+bool findNestedCode(const std::string& appPath, const signing::FileSource& files,
+                    std::vector<NestedCode>* found, ErrorText* error);
 
 }  // namespace tovrek::device

@@ -1,11 +1,15 @@
 #include "host/Children.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 
 #include "host/file_io.h"
@@ -14,6 +18,35 @@
 extern char** environ;
 
 namespace tovrek {
+namespace {
+
+// What a child gets to clean up after itself.
+constexpr std::chrono::seconds kGrace{5};
+
+// Whether the child ends in time; it is not reaped.
+bool waitFor(pid_t child, std::chrono::milliseconds patience) {
+  using Clock = std::chrono::steady_clock;
+  constexpr std::chrono::milliseconds kBetweenLooks{50};  // where nothing tells of the end
+  const auto deadline = Clock::now() + patience;
+  // The library has no function for C++ yet.
+  const UniqueFd process(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+  for (;;) {
+    siginfo_t ended{};
+    const int waited =
+        ::waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT | WNOHANG);
+    if (waited == 0 && ended.si_pid == child) return true;
+    if (waited < 0 && errno != EINTR) return true;  // reap() tells of it
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    if (left.count() <= 0) return false;
+    pollfd watched{process.get(), POLLIN, 0};
+    const auto sleep = process.valid() ? left : std::min(left, kBetweenLooks);
+    ::poll(&watched, process.valid() ? 1 : 0,
+           static_cast<int>(std::min<int64_t>(sleep.count() + 1, INT_MAX)));
+  }
+}
+
+}  // namespace
 
 // Answers the error's number, 0 for none. Called with the mutex held: a child that stop() does not
 // know of would never hear of it.
@@ -53,6 +86,17 @@ bool Children::run(ChildOrder order, ChildEnd* end, ErrorText* error) {
     running_.insert(child);
   }
   output.close();
+  if (order.limit && !waitFor(child, *order.limit)) {
+    end->outlasted = true;
+    ::kill(-child, SIGTERM);
+    waitFor(child, kGrace);
+    // Those that it has started too, which may not have heard of its end.
+    ::kill(-child, SIGKILL);
+  }
+  return reap(child, end, error);
+}
+
+bool Children::reap(int child, ChildEnd* end, ErrorText* error) {
   // Only learn of the end first: a child that is reaped must not be signalled any more.
   siginfo_t ended{};
   while (::waitid(P_PID, static_cast<id_t>(child), &ended, WEXITED | WNOWAIT) < 0 &&

@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <mutex>
 
 #include "host/bytes.h"
+#include "host/parallel.h"
 
 namespace tovrek::inspect {
 
@@ -64,6 +66,7 @@ void Tree::finish() {
     if (isLeft) stray_.push_back(item.path);
     return isLeft;
   });
+  isSound_ = std::vector<std::atomic<bool>>(items_.size());
 }
 
 std::optional<Contents> Tree::read(const Item& item, uint64_t limit, ErrorText* error) const {
@@ -79,7 +82,38 @@ std::optional<Contents> Tree::read(const Item& item, uint64_t limit, ErrorText* 
     fail(error, fmt::format("the archive unpacks to more than {} bytes", kMostUnpacked));
     return std::nullopt;
   }
-  return contentsOf(item, error);
+  auto contents = contentsOf(item, error);
+  const auto index = static_cast<size_t>(&item - items_.data());
+  if (contents) isSound_[index] = true;
+  return contents;
+}
+
+std::optional<Contents> Tree::readAndKeep(const Item& item, ErrorText* error) const {
+  const std::scoped_lock held(keeping_);
+  const auto known = std::ranges::find(kept_, &item, &decltype(kept_)::value_type::first);
+  if (known != kept_.end()) return known->second;
+  auto contents = read(item, kLargestItem, error);
+  if (!contents) return std::nullopt;
+  kept_.emplace_back(&item, *contents);
+  uint64_t size = 0;
+  for (const auto& each : kept_) size += each.first->size;
+  for (; size > kMostKept && kept_.size() > 1; kept_.pop_front()) {
+    size -= kept_.front().first->size;
+  }
+  return contents;
+}
+
+void Tree::readTheRest(
+    const std::function<void(const Item&, const std::string& reason)>& tell) const {
+  std::mutex lock;
+  forEachPart(items_.size(), 1, [&](size_t begin, size_t end) {
+    for (size_t i = begin; i < end; ++i) {
+      ErrorText reason;
+      if (isSound_[i] || read(items_[i], kLargestItem, &reason)) continue;
+      const std::scoped_lock held(lock);
+      tell(items_[i], reason.text());
+    }
+  });
 }
 
 std::optional<Contents> Tree::read(std::string_view path, uint64_t limit, ErrorText* error) const {

@@ -3,7 +3,10 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -24,16 +27,19 @@ class Contents {
       : owner_(std::move(owner)), bytes_(bytes) {}
   std::span<const std::byte> bytes() const { return bytes_; }
   std::string_view text() const;
+  const std::shared_ptr<const void>& owner() const { return owner_; }
 
  private:
   std::shared_ptr<const void> owner_;
   std::span<const std::byte> bytes_;
 };
 
-// The most bytes of one file, and of all that one tree unpacks: a small archive may claim more
-// than any machine holds.
+// The most bytes of one file, and of all that one tree unpacks, anew each time that it is read: a
+// small archive may claim more than any machine holds.
 inline constexpr uint64_t kLargestItem = uint64_t{1} << 30;
-inline constexpr uint64_t kMostUnpacked = uint64_t{8} << 30;
+inline constexpr uint64_t kMostUnpacked = uint64_t{16} << 30;
+// What is kept of the files that were read and may be asked for again.
+inline constexpr uint64_t kMostKept = uint64_t{64} << 20;
 // The most bytes of a property list, profile or manifest.
 inline constexpr uint64_t kLargestDocument = uint64_t{16} << 20;
 
@@ -69,6 +75,12 @@ class Tree {
   std::optional<Contents> read(std::string_view path, uint64_t limit = kLargestItem,
                                ErrorText* error = nullptr) const;
 
+  // The same for what is asked for several times, such as code: some of what was read last is kept.
+  std::optional<Contents> readAndKeep(const Item& item, ErrorText* error = nullptr) const;
+
+  // Reads what was not read yet, and tells of each file that cannot be had.
+  void readTheRest(const std::function<void(const Item&, const std::string& reason)>& tell) const;
+
   // Names that were left out because they lead out of the tree, stand there twice, or lie behind
   // a file or link.
   const std::vector<std::string>& strayNames() const { return stray_; }
@@ -87,6 +99,9 @@ class Tree {
 
  private:
   mutable std::atomic<uint64_t> unpacked_{0};
+  mutable std::mutex keeping_;
+  mutable std::deque<std::pair<const Item*, Contents>> kept_;  // the oldest first
+  mutable std::vector<std::atomic<bool>> isSound_;             // by item: was read once
 };
 
 // The tree of a folder. Null, with the reason, when it cannot be listed.

@@ -10,6 +10,7 @@
 #include "inspect/identity_forecast.h"
 #include "inspect/insertion_forecast.h"
 #include "inspect/readers.h"
+#include "inspect/result_forecast.h"
 #include "inspect/text.h"
 #include "package/app_links.h"
 #include "profile/ProvisioningProfile.h"
@@ -37,13 +38,20 @@ bool linksSdk(const Slice& slice) {
 class Forecast {
  public:
   Forecast(const WrapWish& wish, const Rules& rules, const OpenApp& open, const Subject& subject)
-      : wish_(wish), rules_(rules), open_(open), app_(*subject.app), subject_(subject) {}
+      : wish_(wish),
+        rules_(rules),
+        open_(open),
+        app_(*subject.app),
+        subject_(subject),
+        identifier_(wish.bundleId.value_or("").empty() ? app_.identifier : *wish.bundleId) {}
 
   WrapForecast run() {
+    readRules();
     chooseProfile();
+    std::optional<signing::CertificateChain> chain;
     if (wish_.certificate) {
-      judgeIdentity(*wish_.certificate, wish_.keychain, profile_, &result_.obstacles,
-                    &result_.remarks);
+      chain = judgeIdentity(*wish_.certificate, wish_.keychain, profile_, &result_.obstacles,
+                            &result_.remarks);
     }
     takeFrom({"link-leads-out", "unsafe-name", "item-unreadable", "info-unreadable"});
     judgeLinks();
@@ -51,6 +59,7 @@ class Forecast {
     judgeProfile();
     judgeParts();
     judgeExecutable();
+    if (chain && profile_) judgeResult(*chain);
     result_.wouldWrap = result_.obstacles.empty();
     return std::move(result_);
   }
@@ -61,6 +70,20 @@ class Forecast {
   }
   void remark(std::string_view code, std::string place, std::string reason) {
     report(&result_.remarks, code, std::move(place), std::move(reason));
+  }
+
+  // The settings that a wrap would read, with the profiles that they name.
+  void readRules() {
+    ErrorText reason;
+    if (!readSettings(&settings_, &reason)) {
+      refuse("input-unreadable", "tovrek.conf", reason.text());
+    }
+    const std::string& folder = settings_.profilesFolder;
+    std::vector<std::string> unreadable;
+    if (!folder.empty() && !device::readProfiles(folder, &stored_, &unreadable, &reason)) {
+      refuse("input-unreadable", folder, "the profiles cannot be read: " + reason.text());
+    }
+    for (const std::string& text : unreadable) remark("profile-unreadable", folder, text);
   }
 
   // What the judgement of the app itself has found already.
@@ -82,8 +105,8 @@ class Forecast {
       if (isFolder && extension != "mobileprovision" && extension != "provisionprofile") continue;
       std::string bytes;
       ErrorText reason;
-      auto profile =
-          readFile(file, &bytes, &reason) ? readProfileDetails(bytes, file, &reason) : std::nullopt;
+      const bool isRead = signing::FileSource::disk().read(file, &bytes, kLargestDocument, &reason);
+      auto profile = isRead ? readProfileDetails(bytes, file, &reason) : std::nullopt;
       if (!profile && !isFolder) refuse("profile-unreadable", file, reason.text());
       if (profile && (!profile_ || isBetter(*profile, *profile_))) profile_ = std::move(profile);
     }
@@ -94,7 +117,7 @@ class Forecast {
   }
 
   int fitness(const ProfileDetails& profile) const {
-    const bool covers = profile.grants.covers(app_.identifier);
+    const bool covers = profile.grants.covers(identifier_);
     const bool valid = profile.grants.isValidAt(rules_.now);
     const bool lists = !wish_.certificate || listsCertificate(profile, *wish_.certificate);
     return (covers ? 4 : 0) + (valid ? 2 : 0) + (lists ? 1 : 0);
@@ -102,6 +125,11 @@ class Forecast {
   bool isBetter(const ProfileDetails& a, const ProfileDetails& b) const {
     const int left = fitness(a), right = fitness(b);
     return left != right ? left > right : a.grants.expires > b.grants.expires;
+  }
+
+  std::optional<Contents> readExecutable() const {
+    const Tree::Item* item = open_.tree->find(joinPath(open_.folder, app_.main().executable));
+    return item != nullptr ? open_.tree->readAndKeep(*item) : std::nullopt;
   }
 
   void judgeKind() {
@@ -115,7 +143,7 @@ class Forecast {
         isWrapped |= contains(words, "OrvaneDylib.dylib");
       }
     }
-    const auto contents = open_.tree->read(joinPath(open_.folder, main.executable));
+    const auto contents = readExecutable();
     if (contents) isSdk |= holdsSdkNames(contents->text());
     if (isSdk) refuse("sdk-app", app_.folder, "the executable is linked with the app SDK");
     if (isWrapped) {
@@ -156,8 +184,8 @@ class Forecast {
     }
     ErrorText reason;
     const WrapperLogger silent = silentLogger();
-    if (!ProvisioningProfile::validateProfileWithPList(grants.entitlements, app_.identifier, false,
-                                                       silent, &reason)) {
+    if (!ProvisioningProfile::validateProfileWithPList(grants.entitlements, identifier_,
+                                                       wish_.isUpgrade, silent, &reason)) {
       refuse("identifier-not-in-profile", profile_->path, reason.text());
     }
     for (const Slice& slice : app_.main().slices) {
@@ -174,22 +202,33 @@ class Forecast {
   void judgeParts() {
     for (const CodeObject& object : app_.code) {
       if (object.kind != CodeKind::kExtension && object.kind != CodeKind::kWatchApp) continue;
+      const bool isGone = isStripped(object.path, wish_);
+      if (!isGone && !settings_.profilesFolder.empty()) continue;  // told with the result
       remark("extension-needs-profile", joinPath(app_.folder, object.path),
-             "a wrap strips it, unless -noStripExtensions is given");
+             isGone ? "a wrap strips it, unless -noStripExtensions is given"
+                    : "it stays, with the profile and the entitlements that it has");
     }
   }
 
   void judgeExecutable() {
     const CodeObject& main = app_.main();
-    Settings settings;
-    ErrorText reason;
-    if (!readSettings(&settings, &reason)) {
-      refuse("input-unreadable", "tovrek.conf", reason.text());
-    }
-    const auto contents = open_.tree->read(joinPath(open_.folder, main.executable));
+    const auto contents = readExecutable();
     if (main.problem.empty() && contents) {
-      judgeInsertion(contents->text(), joinPath(app_.folder, main.executable), settings,
+      judgeInsertion(contents->text(), joinPath(app_.folder, main.executable), settings_,
                      &result_.obstacles, &result_.remarks);
+    }
+  }
+
+  // By verifyResult this refuses the app or is only told.
+  void judgeResult(const signing::CertificateChain& chain) {
+    if (settings_.verifyResult == ResultCheck::kNone) return;
+    const NewSignature signature{*profile_, chain, identifier_};
+    for (const device::Finding& each :
+         forecastResult(subject_, signature, wish_, settings_, rules_.now, stored_)) {
+      const bool refuses = each.isRefused && settings_.verifyResult == ResultCheck::kStrict;
+      Finding finding = makeFinding(each.code, each.place, kOnceSigned + each.reason);
+      if (!refuses) finding.severity = each.isRefused ? Severity::kWarning : Severity::kNote;
+      (refuses ? result_.obstacles : result_.remarks).push_back(std::move(finding));
     }
   }
 
@@ -198,6 +237,9 @@ class Forecast {
   const OpenApp& open_;
   const App& app_;
   const Subject& subject_;
+  const std::string identifier_;  // that the app is to have
+  Settings settings_;
+  std::vector<device::StoredProfile> stored_;
   std::optional<ProfileDetails> profile_;
   WrapForecast result_;
 };

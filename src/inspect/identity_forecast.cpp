@@ -69,9 +69,9 @@ bool listsCertificate(const ProfileDetails& profile, const std::string& nameOrDi
   });
 }
 
-void judgeIdentity(const std::string& nameOrDigest, const std::optional<std::string>& keychainName,
-                   const std::optional<ProfileDetails>& profile, Findings* obstacles,
-                   Findings* remarks) {
+std::optional<signing::CertificateChain> judgeIdentity(
+    const std::string& nameOrDigest, const std::optional<std::string>& keychainName,
+    const std::optional<ProfileDetails>& profile, Findings* obstacles, Findings* remarks) {
   const auto keychains = openKeychains(keychainName, obstacles);
   bool isHeld = false;
   for (const keychain::Keychain& each : keychains) {
@@ -96,7 +96,11 @@ void judgeIdentity(const std::string& nameOrDigest, const std::optional<std::str
     }
   }
   const auto found = keychain::findSigningIdentity(keychains, asDigest(nameOrDigest));
-  if (found.outcome == keychain::Lookup::kFound) return;
+  if (found.outcome == keychain::Lookup::kFound) {
+    std::vector<Certificate> chain = {found.identity->leaf};
+    chain.insert(chain.end(), found.identity->chain.begin(), found.identity->chain.end());
+    return signing::CertificateChain(std::move(chain));
+  }
   std::vector<std::string> names;
   for (const keychain::Keychain& each : keychains) {
     for (const keychain::Identity& identity : each.identities()) {
@@ -107,6 +111,7 @@ void judgeIdentity(const std::string& nameOrDigest, const std::optional<std::str
   if (!found.detail.empty()) reason += "; " + found.detail;
   if (found.outcome == keychain::Lookup::kNotFound) reason += "; " + closestTo(nameOrDigest, names);
   report(obstacles, "identity", nameOrDigest, std::move(reason));
+  return std::nullopt;
 }
 
 }  // namespace tovrek::inspect

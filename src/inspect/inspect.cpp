@@ -72,8 +72,9 @@ class InputReader {
   }
 
   void judgeOpenApp() {
-    subject_.app = readApp(*open_.tree, open_.folder, &subject_.findings);
-    if (!open_.onDisk.empty()) subject_.app->folder = lastPathComponent(open_.onDisk);
+    const std::string& folder = open_.onDisk.empty() ? open_.folder : open_.onDisk;
+    subject_.app =
+        readApp(*open_.tree, open_.folder, lastPathComponent(folder), &subject_.findings);
     judgeApp(*open_.tree, open_.folder, open_.onDisk, rules_, &subject_);
   }
 

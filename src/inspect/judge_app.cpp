@@ -7,17 +7,19 @@
 #include "device/code_judgement.h"
 #include "device/installation.h"
 #include "host/paths.h"
+#include "inspect/TreeSource.h"
 #include "inspect/judges.h"
 #include "inspect/readers.h"
 #include "inspect/text.h"
 #include "macho/layout.h"
-#include "package/TemporaryDirectory.h"
 
 namespace tovrek::inspect {
 namespace {
 
 constexpr uint32_t kAnyExecute = 0111;
 constexpr double kDay = 86400;
+// Findings about files that cannot be unpacked; the rest is counted.
+constexpr size_t kMostUnreadable = 100;
 
 // Where a path inside the app is told of: from the folder that the app lies in.
 std::string placeIn(const App& app, const std::string& path) {
@@ -144,8 +146,9 @@ void judgeSigners(const App& app, const Rules& rules, Findings* findings) {
   }
 }
 
-// Reasons name files by where they were unpacked, which nobody knows.
+// Reasons name files by where the app lies on this machine.
 std::string withoutFolder(std::string reason, const std::string& folder) {
+  if (folder.empty()) return reason;
   const std::string prefix = folder + "/";
   for (size_t at = reason.find(prefix); at != std::string::npos; at = reason.find(prefix, at)) {
     reason.erase(at, prefix.size());
@@ -162,28 +165,32 @@ void addInstallerFindings(const device::Findings& found, const std::string& fold
   }
 }
 
-void judgeInstallation(const std::string& appPath, const Rules& rules, Subject* subject) {
+void judgeInstallation(const signing::FileSource& files, const std::string& appPath,
+                       const Rules& rules, Subject* subject) {
   device::Findings found;
   ErrorText reason;
-  if (!device::judgeApp(appPath, rules.now, &found, &reason)) {
+  if (!device::judgeApp(appPath, rules.now, &found, &reason, signing::DigestsToCheck::kAll,
+                        files)) {
     report(&subject->findings, "item-unreadable", subject->app->folder,
            "the signatures cannot be judged: " + reason.text());
   }
   addInstallerFindings(found, deletingLastPathComponent(appPath), &subject->findings);
 }
 
-void judgeUnpacked(const Tree& tree, const std::string& folder, const Rules& rules,
-                   Subject* subject) {
-  TemporaryDirectory scratch;
-  ErrorText reason;
-  const bool made = scratch.CreateTempDirForCma(&reason);
-  const std::string target = made ? joinPath(scratch.tempDir(), subject->app->folder) : "";
-  if (!made || !unpackTree(tree, folder, target, &subject->findings, &reason)) {
-    report(&subject->findings, "item-unreadable", subject->app->folder,
-           "the signatures cannot be judged: " + reason.text());
-    return;
+// What no seal lists was not read by the judge.
+void judgeRest(const Tree& tree, Findings* findings) {
+  size_t untold = 0, told = 0;
+  tree.readTheRest([&](const Tree::Item& item, const std::string& reason) {
+    if (told == kMostUnreadable) {
+      ++untold;
+      return;
+    }
+    ++told;
+    report(findings, "item-unreadable", item.path, "it cannot be unpacked: " + reason);
+  });
+  if (untold != 0) {
+    report(findings, "item-unreadable", "", fmt::format("{} more cannot be unpacked", untold));
   }
-  judgeInstallation(target, rules, subject);
 }
 
 }  // namespace
@@ -212,11 +219,12 @@ void judgeApp(const Tree& tree, const std::string& folder, const std::string& pa
   CodeFacts facts(app, &subject->findings);
   for (const CodeObject& object : app.code) facts.judge(object);
   judgeSigners(app, rules, &subject->findings);
-  if (pathOnDisk.empty()) {
-    judgeUnpacked(tree, folder, rules, subject);
-  } else {
-    judgeInstallation(pathOnDisk, rules, subject);
+  if (!pathOnDisk.empty()) {
+    return judgeInstallation(signing::FileSource::disk(), pathOnDisk, rules, subject);
   }
+  const TreeSource packed(tree, deletingLastPathComponent(folder));
+  judgeInstallation(packed, lastPathComponent(folder), rules, subject);
+  judgeRest(tree, &subject->findings);
 }
 
 void judgeCodeFile(const std::string& path, const Rules& rules, Subject* subject) {

@@ -12,8 +12,8 @@ struct Rules {
   int soonDays = 30;  // what ends within as many days is told
 };
 
-// An app in a tree. The signature and the seals are judged on files: those of an archive are
-// unpacked into a private scratch folder for that, and only for that.
+// An app in a tree. Of an archive every file is read, as one that cannot be unpacked makes it
+// worthless.
 void judgeApp(const Tree& tree, const std::string& folder, const std::string& pathOnDisk,
               const Rules& rules, Subject* subject);
 // The package against the app inside.
@@ -28,10 +28,5 @@ void judgeCredentials(const Rules& rules, Subject* subject);
 void judgeExpiry(const ProfileDetails& profile, const Rules& rules, Findings* findings);
 void judgeExpiry(const Certificate& certificate, const std::string& place, const Rules& rules,
                  Findings* findings);
-
-// Writes the files below `folder` of the tree under `target`, which must be empty, with links last
-// so that nothing is written through one. Adds a finding for each that cannot be had.
-bool unpackTree(const Tree& tree, const std::string& folder, const std::string& target,
-                Findings* findings, ErrorText* error);
 
 }  // namespace tovrek::inspect

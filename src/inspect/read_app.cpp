@@ -22,14 +22,15 @@ std::string below(const std::string& folder, std::string_view path) {
   return joinPath(folder, path);
 }
 
+// `place` is where a finding says that it is.
 std::optional<PlistDictionary> readInfo(const Tree& tree, const std::string& path,
-                                        Findings* findings) {
+                                        const std::string& place, Findings* findings) {
   if (tree.find(path) == nullptr) return std::nullopt;
   ErrorText reason;
   const auto contents = tree.read(path, kLargestDocument, &reason);
   const auto plist = contents ? parsePlist(contents->text(), &reason) : std::nullopt;
   if (plist && plist->dictionary() != nullptr) return *plist->dictionary();
-  report(findings, "info-unreadable", path,
+  report(findings, "info-unreadable", place,
          plist ? "the file holds no dictionary" : "the file cannot be read: " + reason.text());
   return std::nullopt;
 }
@@ -50,11 +51,13 @@ bool isCodeFolder(const std::string& folder) {
 
 class AppReader {
  public:
-  AppReader(const Tree& tree, const std::string& folder, Findings* findings)
-      : tree_(tree), folder_(folder), findings_(*findings) {}
+  AppReader(const Tree& tree, const std::string& folder, const std::string& name,
+            Findings* findings)
+      : tree_(tree), folder_(folder), findings_(*findings) {
+    app_.folder = name;
+  }
 
   App read() {
-    app_.folder = lastPathComponent(folder_.empty() ? "App.app" : folder_);
     addBundle("", CodeKind::kApp);
     for (const Tree::Item& item : tree_.below(folder_)) {
       app_.size += item.size;
@@ -83,8 +86,9 @@ class AppReader {
     object.path = path;
     object.kind = kind;
     const std::string root = below(folder_, path);
-    object.info = readInfo(tree_, below(root, kInfoPlist), &findings_);
-    std::string name = deletingPathExtension(lastPathComponent(root));
+    object.info = readInfo(tree_, below(root, kInfoPlist),
+                           below(app_.folder, below(path, kInfoPlist)), &findings_);
+    std::string name = deletingPathExtension(lastPathComponent(path.empty() ? app_.folder : root));
     if (object.info) {
       object.identifier = stringForKeyOr(*object.info, "CFBundleIdentifier", "");
       object.version = stringForKeyOr(*object.info, "CFBundleShortVersionString",
@@ -110,7 +114,7 @@ class AppReader {
     object->permissions = item->permissions;
     seen_.insert(path);
     ErrorText reason;
-    const auto contents = tree_.read(*item, kLargestItem, &reason);
+    const auto contents = tree_.readAndKeep(*item, &reason);
     if (contents) {
       object->slices = readSlices(contents->text(), &object->problem);
     } else {
@@ -126,7 +130,7 @@ class AppReader {
       const bool mayBe = extension == "dylib" || extension.empty();
       if (!mayBe || item.kind != ItemKind::kFile || seen_.contains(path)) continue;
       if (path.find("_CodeSignature/") != std::string::npos) continue;
-      const auto contents = tree_.read(item);
+      const auto contents = tree_.readAndKeep(item);
       if (!contents || !looksLikeCode(contents->text())) continue;
       CodeObject object;
       object.path = path;
@@ -159,8 +163,9 @@ class AppReader {
     }
     app_.isIntune |= tree_.holdsFolder(below(folder_, "Frameworks/IntuneMAM.framework")) ||
                      tree_.holdsFolder(below(folder_, "IntuneMAMResources.bundle"));
+    constexpr std::string_view kLibraryInfo = "OrvaneDylib.bundle/Info.plist";
     const auto library =
-        readInfo(tree_, below(folder_, "OrvaneDylib.bundle/Info.plist"), &findings_);
+        readInfo(tree_, below(folder_, kLibraryInfo), below(app_.folder, kLibraryInfo), &findings_);
     if (library) {
       app_.libraryVersion = stringForKeyOr(*library, "CFBundleShortVersionString",
                                            stringForKeyOr(*library, "CFBundleVersion", ""));
@@ -225,8 +230,9 @@ class AppReader {
 
 }  // namespace
 
-App readApp(const Tree& tree, const std::string& folder, Findings* findings) {
-  return AppReader(tree, folder, findings).read();
+App readApp(const Tree& tree, const std::string& folder, const std::string& name,
+            Findings* findings) {
+  return AppReader(tree, folder, name, findings).read();
 }
 
 std::optional<std::string> findApp(const Tree& tree, Findings* findings) {

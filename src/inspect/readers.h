@@ -23,8 +23,9 @@ bool looksLikeCode(std::string_view bytes);
 std::optional<ProfileDetails> readProfileDetails(std::string_view bytes, std::string path,
                                                  ErrorText* error);
 
-// The app in this folder of the tree.
-App readApp(const Tree& tree, const std::string& folder, Findings* findings);
+// The app in this folder of the tree; `name` is that of the folder, which may be the tree's root.
+App readApp(const Tree& tree, const std::string& folder, const std::string& name,
+            Findings* findings);
 // The path of the app in an unpacked .ipa; none, with a finding, when there is none.
 std::optional<std::string> findApp(const Tree& tree, Findings* findings);
 

@@ -53,4 +53,8 @@ std::optional<std::string> applicationIdentifier(const AppBundle& bundle,
   return withoutWildcard(*identifier, bundleId);
 }
 
+std::string prefixOf(std::string_view applicationIdentifier) {
+  return std::string(applicationIdentifier.substr(0, applicationIdentifier.find('.')));
+}
+
 }  // namespace tovrek

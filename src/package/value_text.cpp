@@ -45,4 +45,15 @@ std::string returnString(const PlistValue* value) {
   return value == nullptr ? std::string() : value->visit(Describer());
 }
 
+std::string replaceAll(std::string_view text, std::string_view from, std::string_view to) {
+  std::string result;
+  for (size_t at = 0;;) {
+    const size_t next = text.find(from, at);
+    result += text.substr(at, next - at);
+    if (next == std::string_view::npos) return result;
+    result += to;
+    at = next + from.size();
+  }
+}
+
 }  // namespace tovrek

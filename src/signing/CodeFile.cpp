@@ -21,10 +21,13 @@ bool looksLikeMachO(macho::ByteView bytes) {
 
 }  // namespace
 
-std::optional<CodeFile> CodeFile::open(const std::string& path, ErrorText* error) {
+std::optional<CodeFile> CodeFile::open(const std::string& path, ErrorText* error,
+                                       const FileSource& files) {
+  auto contents = files.map(path, error);
+  if (!contents) return std::nullopt;
   CodeFile file;
-  if (!file.file_.open(path, error)) return std::nullopt;
-  const macho::ByteView bytes(file.file_.bytes());
+  file.contents_ = std::move(*contents);
+  const macho::ByteView bytes(file.contents_.bytes);
   if (!looksLikeMachO(bytes)) return file;
 
   macho::FatFile fat;
@@ -50,7 +53,7 @@ std::optional<CodeFile> CodeFile::open(const std::string& path, ErrorText* error
 }
 
 std::string_view CodeFile::bytes() const {
-  return asText(file_.bytes());
+  return asText(contents_.bytes);
 }
 
 const MachOImage& CodeFile::mainImage() const {

@@ -1,6 +1,5 @@
 #include "signing/CodeObject.h"
 
-#include "host/files.h"
 #include "host/paths.h"
 
 namespace tovrek::signing {
@@ -13,15 +12,23 @@ bool isPlainName(const std::string& name) {
   return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
 }
 
+// Exists and is not a folder.
+bool isFileOf(const FileSource& files, const std::string& path) {
+  return files.kindBehind(path).value_or(ItemKind::kDirectory) != ItemKind::kDirectory;
+}
+
 bool readInfo(CodeObject* object) {
-  if (!readFile(joinPath(object->root, kInfoPlistFile), &object->infoPlist)) return false;
+  const std::string path = joinPath(object->root, kInfoPlistFile);
+  if (!object->files->read(path, &object->infoPlist)) return false;
   const auto plist = parsePlist(object->infoPlist);
   if (plist && plist->dictionary() != nullptr) object->info = *plist->dictionary();
   return true;
 }
 
-std::optional<CodeObject> resolveBundle(const std::string& folder, ErrorText* error) {
+std::optional<CodeObject> resolveBundle(const std::string& folder, ErrorText* error,
+                                        const FileSource& files) {
   CodeObject object;
+  object.files = &files;
   object.root = folder;
   if (!readInfo(&object)) {
     fail(error, kNoBundle);
@@ -34,15 +41,15 @@ std::optional<CodeObject> resolveBundle(const std::string& folder, ErrorText* er
     return std::nullopt;
   }
   object.executable = joinPath(folder, name);
-  if (!isPlainFile(object.executable)) object.executable = joinPath(folder, kInfoPlistFile);
+  if (!isFileOf(files, object.executable)) object.executable = joinPath(folder, kInfoPlistFile);
   return object;
 }
 
 // The bundle that has this file as its executable.
-std::optional<CodeObject> bundleAround(const std::string& file) {
+std::optional<CodeObject> bundleAround(const std::string& file, const FileSource& files) {
   const std::string folder = deletingLastPathComponent(file);
-  if (!isPlainFile(joinPath(folder, kInfoPlistFile))) return std::nullopt;
-  auto object = resolveBundle(folder, nullptr);
+  if (!isFileOf(files, joinPath(folder, kInfoPlistFile))) return std::nullopt;
+  auto object = resolveBundle(folder, nullptr, files);
   const bool states = object && stringForKey(object->info, "CFBundleExecutable") != nullptr;
   if (!states || object->executable != file) return std::nullopt;
   return object;
@@ -50,15 +57,17 @@ std::optional<CodeObject> bundleAround(const std::string& file) {
 
 }  // namespace
 
-std::optional<CodeObject> CodeObject::resolve(const std::string& path, ErrorText* error) {
-  const auto real = realPath(path);
+std::optional<CodeObject> CodeObject::resolve(const std::string& path, ErrorText* error,
+                                              const FileSource& files) {
+  const auto real = files.realPath(path);
   if (!real) {
     fail(error, "No such file or directory");
     return std::nullopt;
   }
-  if (isDirectory(*real)) return resolveBundle(*real, error);
-  if (auto bundle = bundleAround(*real)) return bundle;
+  if (files.kindAt(*real) == ItemKind::kDirectory) return resolveBundle(*real, error, files);
+  if (auto bundle = bundleAround(*real, files)) return bundle;
   CodeObject object;
+  object.files = &files;
   object.executable = *real;
   return object;
 }

@@ -1,6 +1,5 @@
 #include "signing/CodeSignature.h"
 
-#include "host/files.h"
 #include "host/paths.h"
 
 namespace tovrek::signing {
@@ -16,9 +15,8 @@ std::optional<CodeSignature> CodeSignature::beside(const CodeObject& object, Err
   std::map<uint32_t, std::string> blobs;
   for (const SignatureFile& file : kSignatureFiles) {
     std::string contents;
-    if (!object.isBundle() || !readFile(joinPath(object.signatureFolder(), file.name), &contents)) {
-      continue;
-    }
+    const std::string path = joinPath(object.signatureFolder(), file.name);
+    if (!object.isBundle() || !object.files->read(path, &contents)) continue;
     // The message stands in its file as it is.
     blobs[file.slot] = file.slot == kCmsSlot ? makeBlob(kWrapperMagic, contents) : contents;
   }

@@ -25,6 +25,7 @@ bad:) printf '\\n\\nERROR: <b>bad</b> input \\033[31m\\n------------------------
 lazy) exit 0;;
 dead) kill -9 $$;;
 slow) sleep 30;;
+deaf) (trap "" TERM; echo here; exec sleep 30) & echo $! >"$BEGUN.pid"; sleep 30;;
 esac
 cat "$in" >"$out"; sleep "${PAUSE:-0}"; cat "$in" >>"$out"
 """
@@ -146,6 +147,24 @@ class Interruptions(StandInTest):
 
 
 class Failures(StandInTest):
+    def test_rows_that_hang(self):
+        """They are ended with all that they have started, whatever that does about signals."""
+        table = self.make_jobs(["slow", "app", "deaf"])
+        result = self.run_jobs("--timeout", "1", "--jobs", "3")
+        self.assertEqual(result.returncode, 1, result.stderr)
+        self.assertIn("1 done, 2 failed, 0 left of 3", result.stdout)
+        for row in (1, 3):
+            self.assertEqual(self.results(table)[row]["text"],
+                             "the command took longer than 1 s and was ended")
+        self.assertEqual(os.listdir(self.path("out")), ["1.wex"])
+        process = f"/proc/{read(self.path('begun.pid')).decode().strip()}/stat"
+        deadline = time.monotonic() + 5
+        while os.path.exists(process) and b") Z" not in read(process):
+            self.assertLess(time.monotonic(), deadline)
+            time.sleep(0.01)
+        result = self.batch("run", table, "--index", "0", "--timeout", "1", program=self.program)
+        self.assertIn("took longer than 1 s", result.stderr)
+
     def test_some_of_a_hundred_fail(self):
         kinds = {7: "bad: input", 21: "lazy", 22: "dead", 60: "bad: too"}
         contents = [kinds.get(index, f"app {index}") for index in range(100)]
@@ -312,7 +331,8 @@ class Tables(StandInTest):
             with self.subTest(name):
                 self.assertIn(name, self.faults(text, name, status=2))
         for text in ("{", '{"in": []}', '{"in": "a", "in": "b"}', '{"in": "\\ud800"}', "[]",
-                     '{"in": 1e}', '{"in": "a"} x', '{"in": "a\\'):
+                     '{"in": 1e}', '{"in": "a"} x', '{"in": "a\\', '{"in": ' + "[" * 100_000,
+                     '{"in": {"out": 1}}', "7", '"in"'):
             with self.subTest(text):
                 self.assertTrue(self.faults(text, "t.jsonl")[0].startswith("row 1 (line 1): "))
         result = self.batch("run", write(b"\xff", self.folder, "e.csv"))
@@ -333,6 +353,7 @@ class Tables(StandInTest):
 
     def test_usage(self):
         for words in ([], ["walk"], ["run"], ["run", "a", "b"], ["run", "a", "--jobs", "0"],
+                      ["run", "a", "--timeout", "0"],
                       ["run", "a", "--index", "x"], ["run", "a", "--jobs", "1", "--jobs", "2"],
                       ["run", "a", "--cert", "x"], ["run", "a", "--engine", "own"], ["check"],
                       ["run", "a", "--index", "1", "--jobs", "2"], ["run", "a", "--hosts", "h"],
@@ -375,8 +396,10 @@ class Credentials(BatchTest):
         rows = [json.dumps(sound | {"out": f"{index}.wex"} | change)
                 for index, (change, _) in enumerate(cases)]
         for verb in ("run", "check"):
-            result = self.batch(verb, self.table("\n".join(rows), "faults.jsonl"))
+            result = self.batch(verb, self.table("\n".join([*rows, "{"]), "faults.jsonl"))
             self.assertEqual(result.returncode, 1)
+            self.assertRegex(result.stderr.splitlines()[-1],
+                             "^Batch: [0-9]+ faults; 2 of 10 rows are sound; nothing was run$")
             for row, (change, fault) in enumerate(cases, 1):
                 with self.subTest(change, verb=verb):
                     start = f"row {row} (line {row}), "
@@ -389,7 +412,7 @@ class Credentials(BatchTest):
 
         sound_rows = [row for row, (_, fault) in zip(rows, cases) if fault is None]
         result = self.batch("check", self.table("\n".join(sound_rows), "sound.jsonl"))
-        self.assertEqual((result.returncode, result.stdout), (0, "no fault in 2 jobs\n"))
+        self.assertEqual((result.returncode, result.stdout), (0, "no fault in 2 rows\n"))
         self.assertFalse(os.path.exists(self.path("sound.jsonl.state")))
         # A wrapped app looks sound from outside: only the thorough check, and the run, see it.
         self.batch("run", self.path("sound.jsonl"))

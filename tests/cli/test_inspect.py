@@ -7,15 +7,18 @@ import plistlib
 import re
 import shutil
 import subprocess
+import unittest
 from datetime import datetime, timedelta
 
 import png
-from harness import (ADMIN, BRANCH, COMPANIONS, DEMO, PROFILE, SDK_APP, TOOLKIT, changed_app,
-                     edit_info, pack, read, remove, run, sign_as_developer, thin, unpacked_app,
-                     unzip, write)
-from makers import SmallAppTest, archive_of, executable, fill_header, profile, small_app
+from harness import (ADMIN, BRANCH, COMPANIONS, DEMO, PROFILE, ROOT, SDK_APP, TOOLKIT, changed_app,
+                     der_of, edit_info, pack, read, remove, run, sign_as_developer, thin,
+                     unpacked_app, unzip, write)
+from makers import (SmallAppTest, archive_of, executable, fill_header, profile,
+                    sign_with_entitlements, small_app)
 
 INSPECT = os.path.join(TOOLKIT, "Inspect")
+CODES = set()  # of all findings that any test has seen
 HOSTILE = "<script>alert(1)</script>\x7f\u202e\"'&"
 
 
@@ -44,7 +47,15 @@ class InspectTest(SmallAppTest):
             self.assertEqual(result.returncode, status, result.stdout + result.stderr)
         self.assertEqual(result.stderr, "")
         self.assertEqual(self.left_in_scratch(), [])
-        return json.loads(result.stdout)["inputs"][0]
+        return self.first_input(result)
+
+    @staticmethod
+    def first_input(result):
+        report = json.loads(result.stdout)["inputs"][0]
+        wrap = report.get("wrap", {"obstacles": [], "remarks": []})
+        for finding in report["findings"] + wrap["obstacles"] + wrap["remarks"]:
+            CODES.add(finding["code"])
+        return report
 
     def codes(self, *words, status=None):
         return {finding["code"] for finding in self.report(*words, status=status)["findings"]}
@@ -145,6 +156,39 @@ def one_slice_left_out(app):
         run(os.path.join(COMPANIONS, "lipo"), before, path, "-create", "-output", path)
 
 
+def adhoc(app):
+    run(os.path.join(COMPANIONS, "codesign"), "-f", "-s", "-", app)
+
+
+def in_certificate(old, new):
+    """Changes what the signatures' own copies of the signer's certificate say."""
+    def change(app):
+        path = os.path.join(app, "Fieldbook")
+        code, leaf = read(path), der_of()
+        changed = leaf.replace(old, new)
+        assert changed != leaf and leaf in code
+        write(code.replace(leaf, changed), path)
+    change.__name__ = f"in_certificate_{new[-1]}"
+    return change
+
+
+def another_profile(**values):
+    def change(app):
+        profile(os.path.join(app, "embedded.mobileprovision"), **values)
+    change.__name__ = "_".join(values)
+    return change
+
+
+def one_segment_outside(app):
+    """The first segment command of the first slice claims to lie behind the file's end."""
+    path = os.path.join(app, "Fieldbook")
+    code = bytearray(read(path))
+    at = code.index(b"__LINKEDIT")
+    code[at + 24:at + 28] = b"\xff\xff\xff\x7f"
+    write(code, path)
+
+
+CODE_SIGNING, SERVERS = b"\x2b\x06\x01\x05\x05\x07\x03\x03", b"\x2b\x06\x01\x05\x05\x07\x03\x01"
 # Each with what it does to the wrapped app and the code that has to be among the findings.
 IN_THE_APP = [
     (change_resource, "signature-invalid"), (change_code, "signature-invalid"),
@@ -155,7 +199,14 @@ IN_THE_APP = [
     (no_executable, "code-unreadable"), (no_info, "info-unreadable"), (encrypted, "encrypted"),
     (signed_with("sha1"), "hash-too-old"), (signed_with("sha256"), "hash-too-new"),
     (no_der_entitlements, "der-entitlements-missing"),
-    (one_slice_left_out, "architecture-not-wrapped"),
+    (one_slice_left_out, "architecture-not-wrapped"), (adhoc, "signature-adhoc"),
+    (in_certificate(CODE_SIGNING, SERVERS), "certificate-purpose"),
+    (in_certificate(b"Demo Device Relations CA", b"Demo Device Relations cA"), "chain-incomplete"),
+    (another_profile(Platform=["OSX"]), "profile-platform"),
+    (another_profile(ProvisionedDevices=[]), "profile-devices"),
+    (another_profile(entitlements={"get-task-allow": True}, ProvisionedDevices=["a"]),
+     "profile-development"),
+    (one_segment_outside, "slice-damaged"),
 ]
 
 
@@ -175,10 +226,16 @@ class Findings(InspectTest):
                 folder = self.path(f"changed {change.__name__}")
                 app = unpacked_app(self.package, folder)
                 change(app)
-                # The same from a folder and out of an archive.
-                self.assertIn(code, self.codes(app))
+                findings = self.report(app)["findings"]
+                self.assertIn(code, [finding["code"] for finding in findings])
+                # The same out of an archive, but that the permissions of folders stay behind.
                 archive = pack(os.path.dirname(os.path.dirname(app)), self.path("changed.ipa"))
-                self.assertIn(code, self.codes(archive))
+                self.assertEqual(self.report(archive)["findings"], findings)
+
+    def test_trust(self):
+        result = self.inspect("--json", self.package, environment={"TOVREK_TRUSTED_ROOT_SHA1": ""})
+        self.assertIn("chain-not-trusted",
+                      [finding["code"] for finding in self.first_input(result)["findings"]])
 
     def test_profiles(self):
         soon = datetime.now() + timedelta(days=5)
@@ -198,6 +255,10 @@ class Findings(InspectTest):
         root = os.path.join(DEMO, "identities/root.pem")
         self.assertEqual(self.codes(root, "--within", "36500", status=0),
                          {"certificate-expires-soon"})
+        ended = self.path("ended.pem")
+        run("openssl", "x509", "-in", root, "-days", "-1", "-out", ended, "-key",
+            root.replace(".pem", ".key"))
+        self.assertEqual(self.codes(ended, status=1), {"certificate-dates"})
 
     def test_packages(self):
         def manifest(text, instead):
@@ -239,6 +300,18 @@ class Findings(InspectTest):
         os.mkfifo(self.path("pipe.ipa"))
         self.report(self.path("pipe.ipa"), status=2)
 
+    def test_pipes_are_not_waited_for(self):
+        for name in ("Info.plist", "Fieldbook", "embedded.mobileprovision",
+                     "_CodeSignature/CodeResources", "Pages/cover.json"):
+            with self.subTest(name):
+                app = unpacked_app(self.package, self.path(f"pipe for {os.path.basename(name)}"))
+                os.remove(os.path.join(app, name))
+                os.mkfifo(os.path.join(app, name))
+                self.report(app, "--cert", ADMIN, "--profile", PROFILE, status=1)
+        os.mkfifo(self.path("a pipe"))
+        report = self.report(self.original, "--profile", self.path("a pipe"), status=1)
+        self.assertEqual(report["wrap"]["obstacles"][0]["code"], "profile-unreadable")
+
     def test_damage_never_ends_the_program(self):
         """Some bytes of the archive's directory and some of its contents changed."""
         archive = bytearray(read(self.original))
@@ -249,6 +322,17 @@ class Findings(InspectTest):
             path = write(damaged, self.folder, "damaged.ipa")
             result = self.inspect(path)
             self.assertIn(result.returncode, (1, 2), (at, result.stderr))
+
+    def test_entries_that_cannot_be_had(self):
+        archive = bytearray(read(self.original))
+        at = archive.index(b"cover.json") + 40  # the packed bytes of a file that no code needs
+        archive[at] ^= 0xff
+        report = self.report(write(archive, self.folder, "flipped.ipa"), status=1)
+        self.assertEqual([finding["place"] for finding in report["findings"]
+                          if finding["code"] == "item-unreadable"],
+                         ["Payload/Fieldbook.app/Pages/cover.json"])
+        empty = archive_of([("Payload/readme", b"")], self.path("no app.ipa"))
+        self.assertEqual(self.codes(empty, status=2), {"app-missing"})
 
     def test_names_that_lead_out(self):
         path = archive_of([("Payload/A.app/Info.plist", plistlib.dumps({})),
@@ -337,7 +421,7 @@ class Reports(InspectTest):
 
     def test_usage(self):
         for words in ([], ["--json", "--html", "x", "y"], ["--within", "-1", "x"], ["--colour"],
-                      ["--cert", "x", "a", "b"], ["--json=yes", "a"], ["x", "--against"]):
+                      ["--cert", "x", "a", "b"], ["--upgrade", "x"], ["--json=yes", "a"], ["x", "--against"]):
             with self.subTest(words):
                 result = self.inspect(*words)
                 self.assertEqual((result.returncode, result.stdout), (2, ""))
@@ -359,12 +443,20 @@ class Reports(InspectTest):
 class BeforeWrap(InspectTest):
     """The forecast, and what a wrap says to the same app, certificate and profile."""
 
-    def agree(self, app, expected, cert=ADMIN, chosen=PROFILE, environment=()):
-        forecast = self.report(app, "--cert", cert, "--profile", chosen)["wrap"]
+    def agree(self, app, expected, *words, cert=ADMIN, chosen=PROFILE, settings=None):
+        """`words` are Wrap's, `expected` the codes of the reasons against it; the settings are those
+        that are shipped, or the lines given."""
+        environment = () if settings is None else {
+            "TOVREK_CONF": write(settings.encode(), self.folder, "conf")}
+        long = [{"-bundleID": "--bundle-id", "-upgrade": "--upgrade",
+                 "-noStripExtensions": "--no-strip-extensions"}.get(word, word) for word in words]
+        result = self.inspect("--json", app, "--cert", cert, "--profile", chosen, *long,
+                              environment=environment)
+        forecast = self.first_input(result)["wrap"]
         found = {finding["code"] for finding in forecast["obstacles"]}
         output = self.path("agree.wex")
         remove(output)
-        result = self.wrap(app, output, cert=cert, profile=chosen, environment=environment)
+        result = self.wrap(app, output, *words, cert=cert, profile=chosen, environment=environment)
         self.assertEqual(forecast["wouldWrap"], os.path.exists(output),
                          f"{forecast}\n{result.stderr}")
         self.assertLessEqual(set(expected), found)
@@ -423,6 +515,61 @@ class BeforeWrap(InspectTest):
             with self.subTest(expected):
                 self.agree(self.original, expected, chosen=path)
 
+    def test_options_and_settings(self):
+        def loose_library(app):
+            write(executable(), app, "loose.dylib")
+
+        def broken_framework(app):
+            write(b"later", app, "Frameworks", "Ledger.framework", "later.txt")
+
+        def cloud(app):
+            sign_with_entitlements(app, {"com.apple.developer.icloud-services": ["CloudKit"]})
+
+        def other_watch(app):
+            edit_info(os.path.join(app, "Watch", "FieldbookWatch.app"),
+                      WKCompanionAppBundleIdentifier="com.example.other")
+
+        def same(app):
+            pass
+        strict, new = "verifyResult = strict\n", ["-bundleID", "com.example.managed"]
+        fitted = strict + f"profilesFolder = {os.path.dirname(PROFILE)}\n"
+        part = profile(self.path("part.mobileprovision"),
+                       {"application-identifier": "EXAMPLE123.com.example.field*"})
+        cases = [
+            (same, [], strict, PROFILE, []),
+            (same, ["-noStripExtensions"], "", PROFILE, []),
+            (same, ["-noStripExtensions"], strict, PROFILE, ["profile-missing"]),
+            (same, ["-noStripExtensions"], fitted, PROFILE, []),
+            (same, ["-noStripExtensions", *new], fitted, PROFILE, ["identifier-not-below-app"]),
+            (same, ["-noStripExtensions", *new], fitted + "renameExtensions = yes\n", PROFILE, []),
+            (other_watch, ["-noStripExtensions"], fitted, PROFILE, ["companion-mismatch"]),
+            (same, [], "profilesFolder = /gone\n", PROFILE, ["input-unreadable"]),
+            (same, new, "", part, ["identifier-not-in-profile"]),
+            (same, [*new, "-upgrade"], "", part, []),
+            (loose_library, [], strict, PROFILE, ["signature-missing"]),
+            (broken_framework, [], strict, PROFILE, []),
+            (cloud, [], strict, PROFILE, ["entitlement-not-granted"]),
+        ]
+        for change, words, settings, chosen, expected in cases:
+            with self.subTest(change.__name__, words=words, settings=settings):
+                with changed_app() as (folder, app):
+                    change(app)
+                    pack(folder, self.path("agree.ipa"))
+                self.agree(self.path("agree.ipa"), expected, *words, chosen=chosen,
+                           settings=settings)
+
+    def test_new_images_and_folders_of_profiles(self):
+        with changed_app() as (folder, app):
+            thin(os.path.join(app, "Fieldbook"), "arm64")
+            code = bytearray(read(app, "Fieldbook"))
+            code[27] |= 2  # a flag of the header that old rules do not know
+            write(code, app, "Fieldbook")
+            pack(folder, self.path("new.ipa"))
+        forecast = self.agree(self.path("new.ipa"), [])
+        self.assertIn("modern-image", [finding["code"] for finding in forecast["remarks"]])
+        forecast = self.report(self.original, "--profile", os.path.dirname(PROFILE))["wrap"]
+        self.assertIn("profile-chosen", [finding["code"] for finding in forecast["remarks"]])
+
     def test_names_of_certificates(self):
         almost = ADMIN.replace("Corporation", "Corporatian")
         forecast = self.agree(self.original, ["certificate-not-in-profile", "identity"], cert=almost)
@@ -435,6 +582,19 @@ class BeforeWrap(InspectTest):
         before = tree_of(app)
         self.inspect(app, "--cert", ADMIN, "--profile", PROFILE)
         self.assertEqual(tree_of(app), before)
+
+
+def load_tests(_, tests, __):
+    """Adds a test that comes last, and only where all of them run."""
+    class EveryCode(unittest.TestCase):
+        def test_is_caused_by_some_input(self):
+            page = read(ROOT, "docs", "inspect.md").decode()
+            listed = page.partition("## Codes")[2].partition("\n## ")[0]
+            documented = set(re.findall(r"`([a-z]+(?:-[a-z]+)*)`", listed)) - {"strict"}
+            self.assertEqual(CODES, documented)
+
+    tests.addTest(EveryCode("test_is_caused_by_some_input"))
+    return tests
 
 
 def unpacked_wrapped(test):

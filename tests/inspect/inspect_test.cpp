@@ -1,10 +1,12 @@
 // What reports are made of; whole inspections are judged by cli.inspect.
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include "inspect/Finding.h"
 #include "inspect/JsonWriter.h"
 #include "inspect/explanation.h"
 #include "inspect/text.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace tovrek::inspect {
 namespace {
@@ -56,11 +58,13 @@ TEST(JsonWriter, NestsAndParts) {
 
 TEST(Findings, KindsAreSortedAndSayWhatToDo) {
   std::string_view last;
+  const std::string page = test::contentsOf(TOVREK_SOURCE_DIR "/docs/inspect.md");
   for (const FindingKind& kind : findingKinds()) {
     EXPECT_LT(last, std::string_view(kind.code)) << "people look them up in this order";
     EXPECT_NE(std::string_view(kind.meaning), "") << kind.code;
     EXPECT_NE(std::string_view(kind.remedy), "") << kind.code;
     EXPECT_NE(explanationOf(kind.code).find(kind.remedy), std::string::npos) << kind.code;
+    EXPECT_NE(page.find(fmt::format("`{}`", kind.code)), std::string::npos) << kind.code;
     last = kind.code;
   }
 }

@@ -44,8 +44,8 @@ constexpr int kDeepestNestedCode = 64;
 // Whether the item lies below the bundle's own folder, links resolved: a seal that names the bundle
 // itself, or code elsewhere, would be followed for ever or out of it.
 bool liesInside(const CodeObject& object, const std::string& path) {
-  const auto root = realPath(object.root);
-  const auto item = realPath(path);
+  const auto root = object.files->realPath(object.root);
+  const auto item = object.files->realPath(path);
   return root && item && item->starts_with(*root + "/");
 }
 
@@ -76,8 +76,8 @@ bool isOrderly(std::string_view bytes) {
   return isFilling(next, bytes.data() + index->length());
 }
 
-// Each processor takes some megabytes at a time and gives their memory back.
-bool arePagesIntact(const CodeDirectory& directory, std::string_view code) {
+// Each processor takes some megabytes at a time and gives the memory of mapped code back.
+bool arePagesIntact(const CodeDirectory& directory, std::string_view code, bool isMapped) {
   const auto& info = directory.info();
   if (info.codeLimit > code.size()) return false;
   const uint64_t step = info.pageSizeLog2 == 0 ? std::max<uint64_t>(info.codeLimit, 1)
@@ -93,7 +93,7 @@ bool arePagesIntact(const CodeDirectory& directory, std::string_view code) {
       const std::string hash = digest.finish().substr(0, directory.kind().size);
       if (hash != directory.codeHash(static_cast<uint32_t>(page))) intact = false;
     }
-    releasePages(part);
+    if (isMapped) releasePages(part);
   });
   return intact;
 }
@@ -142,15 +142,15 @@ Verdict Verifier::run(const std::string& path) {
 
 bool Verifier::open(const std::string& path) {
   ErrorText error;
-  auto object = CodeObject::resolve(path, &error);
+  auto object = CodeObject::resolve(path, &error, *options_.files);
   if (!object) return failed(error.text());
   object_ = std::move(*object);
-  auto file = CodeFile::open(object_.executable, &error);
+  auto file = CodeFile::open(object_.executable, &error, *options_.files);
   if (!file) return failed(error.text());
   file_ = std::move(*file);
   signature_ = CodeSignature::of(object_, file_, &error);
   if (!signature_) return failed(error.text() == kNotSigned ? kNotSigned : kInvalidSignature);
-  hasSeal_ = object_.isBundle() && readFile(object_.sealPath(), &seal_);
+  hasSeal_ = object_.isBundle() && object_.files->read(object_.sealPath(), &seal_);
   return true;
 }
 
@@ -193,7 +193,7 @@ bool Verifier::checkSignature(const CodeSignature& signature, std::string_view c
                       info.flags == first.flags && info.codeLimit == first.codeLimit;
     const bool readsPages =
         options_.digests == DigestsToCheck::kAll || &directory == &signature.best();
-    if (!same || (readsPages && !arePagesIntact(directory, code))) {
+    if (!same || (readsPages && !arePagesIntact(directory, code, file_.isMapped()))) {
       return failed(kInvalidSignature);
     }
     if (!checkSlots(signature, directory, infoPlist)) return false;
@@ -257,6 +257,7 @@ bool Verifier::checkNested() {
     VerifyOptions options;
     options.strict = options_.strict;
     options.digests = options_.digests;
+    options.files = options_.files;
     options.depth = options_.depth + 1;
     options.certificates =
         options_.certificates != nullptr ? options_.certificates : &certificates_;

@@ -23,6 +23,7 @@ struct VerifyOptions {
   // lead out of the bundle.
   bool strict = false;
   DigestsToCheck digests = DigestsToCheck::kAll;
+  const FileSource* files = &FileSource::disk();
   // How many bundles this one lies in, as far as one call has followed their seals.
   int depth = 0;
   // Certificates of code that was checked before; null for none.

@@ -1,13 +1,9 @@
 #include "signing/verify/resource_check.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <map>
 
 #include "formats/Digest.h"
-#include "host/InputFile.h"
-#include "host/ItemPath.h"
-#include "host/files.h"
 #include "host/parallel.h"
 #include "host/paths.h"
 #include "signing/verify/SealRules.h"
@@ -51,13 +47,13 @@ Sealed sealedFrom(const PlistValue& value) {
 // is costly to make.
 class SealedFileReader {
  public:
-  SealedFileReader(const ItemFolder& root, DigestsToCheck digests)
-      : root_(root), digests_(digests) {}
+  SealedFileReader(const CodeObject& object, const FileSource::Folder& root, DigestsToCheck digests)
+      : files_(*object.files), path_(object.root), root_(root), digests_(digests) {}
 
   // What is wrong with one sealed file; empty when it is as it was.
   std::string differenceOf(const std::string& relative, const Sealed& sealed) {
-    const std::string path = joinPath(root_.path(), relative);
-    if (sealed.seenAs == ItemKind::kOther && !fileSize(path) && !itemExistsNoFollow(path)) {
+    const std::string path = joinPath(path_, relative);
+    if (sealed.seenAs == ItemKind::kOther && !files_.kindAt(path)) {
       return sealed.optional ? "" : "file missing: " + path;
     }
     return isUnchanged(relative, path, sealed) ? "" : "file modified: " + path;
@@ -67,12 +63,11 @@ class SealedFileReader {
   bool isUnchanged(const std::string& relative, const std::string& path, const Sealed& sealed) {
     if (sealed.isNested) return true;
     // Only what the walk has not met, as it stands behind a link, is asked for its kind.
-    const bool isLink = sealed.seenAs == ItemKind::kLink ||
-                        (sealed.seenAs == ItemKind::kOther && isSymbolicLink(path));
+    const bool isLink =
+        sealed.seenAs == ItemKind::kLink ||
+        (sealed.seenAs == ItemKind::kOther && files_.kindAt(path) == ItemKind::kLink);
     if (!isLink) return hasContents(relative, sealed);
-    std::error_code code;
-    return !sealed.link.empty() &&
-           std::filesystem::read_symlink(path, code).string() == sealed.link && !code;
+    return !sealed.link.empty() && files_.linkTarget(path) == sealed.link;
   }
 
   bool hasContents(const std::string& relative, const Sealed& sealed) {
@@ -80,25 +75,18 @@ class SealedFileReader {
         !sealed.sha1.empty() && (digests_ == DigestsToCheck::kAll || sealed.sha256.empty());
     const bool needsSha256 = !sealed.sha256.empty();
     if (!needsSha1 && !needsSha256) return false;
-    InputFile file;
-    if (!file.openRegular(root_, relative)) return false;
-    std::optional<size_t> got;
-    // A file that ends where its size says needs no further look.
-    for (uint64_t total = 0; total < file.status().size; total += *got) {
-      got = file.read(piece_);
-      if (!got) break;
-      const std::string_view bytes(piece_.data(), *got);
+    const bool isRead = root_.readPieces(relative, piece_, [&](std::string_view bytes) {
       if (needsSha1) sha1_.update(bytes);
       if (needsSha256) sha256_.update(bytes);
-      if (*got == 0) break;
-    }
-    const bool isRead = file.status().size == 0 || got;
+    });
     const bool sameSha1 = !needsSha1 || sha1_.finish() == sealed.sha1;
     const bool sameSha256 = !needsSha256 || sha256_.finish() == sealed.sha256;
     return isRead && sameSha1 && sameSha256;
   }
 
-  const ItemFolder& root_;
+  const FileSource& files_;
+  const std::string& path_;
+  const FileSource::Folder& root_;
   DigestsToCheck digests_;
   Digest sha1_{DigestAlgorithm::kSha1};
   Digest sha256_{DigestAlgorithm::kSha256};
@@ -108,12 +96,12 @@ class SealedFileReader {
 std::vector<std::string> changedFiles(const CodeObject& object,
                                       const std::map<std::string, Sealed>& expected,
                                       DigestsToCheck digests) {
-  const ItemFolder root(object.root);
+  const auto root = object.files->folder(object.root);
   std::vector<const std::pair<const std::string, Sealed>*> files;
   for (const auto& file : expected) files.push_back(&file);
   std::vector<std::string> differences(files.size());
   forEachPart(files.size(), kFilesAtOnce, [&](size_t begin, size_t end) {
-    SealedFileReader reader(root, digests);
+    SealedFileReader reader(object, *root, digests);
     for (size_t i = begin; i < end; ++i) {
       differences[i] = reader.differenceOf(files[i]->first, files[i]->second);
     }
@@ -159,7 +147,7 @@ std::vector<std::string> resourceDifferences(const CodeObject& object, const std
     return true;
   };
   ErrorText reason;
-  if (!walkDirectory(object.root, compare, &reason)) {
+  if (!object.files->walk(object.root, compare, &reason)) {
     added.push_back("folder unreadable: " + reason.text());
   }
   std::vector<std::string> differences = changedFiles(object, expected, digests);
@@ -190,12 +178,12 @@ std::vector<std::string> linksLeadingOut(const CodeObject& object) {
   const auto check = [&](const WalkedItem& item) {
     if (item.kind != ItemKind::kLink) return true;
     const std::string path = joinPath(object.root, item.relativePath);
-    const auto target = realPath(path);
+    const auto target = object.files->realPath(path);
     if (!target || !(*target + "/").starts_with(object.root + "/")) stray.push_back(path);
     return true;
   };
   // What nobody could look into may hold such a link.
-  if (!walkDirectory(object.root, check)) stray.push_back(object.root);
+  if (!object.files->walk(object.root, check, nullptr)) stray.push_back(object.root);
   return stray;
 }
 
