@@ -23,7 +23,7 @@ _tovrek_options() {
       '-adalClientID text' '-adalNSGResource text' ;;
     Inspect) printf '%s\n' '--against .ipa.app.wex' '--cert identity' \
       '--profile .mobileprovision' '--keychain .p12.pem.keychain' '--json' '--html .html' \
-      '--strict' '--within text' '--explain text' '--help' ;;
+      '--strict' '--within text' '--explain text' '--help' '--version' ;;
   esac
   case $1 in
     Inspect) ;;

@@ -25,7 +25,8 @@ namespace {
 constexpr const char* kUsage =
     "usage: Inspect PATH... [--against ORIGINAL] [--cert NAME|SHA1] [--profile FILE|FOLDER]\n"
     "                       [--keychain PATH] [--json | --html FILE] [--strict] [--within DAYS]\n"
-    "       Inspect --explain CODE|TEXT\n";
+    "       Inspect --explain CODE|TEXT\n"
+    "       Inspect --version\n";
 
 class Inspection {
  public:

@@ -8,12 +8,14 @@
 #endif
 
 #include <cerrno>
+#include <cstdlib>
 #include <exception>
 #include <new>
 
 #include "host/allocation.h"
 #include "host/confinement.h"
 #include "host/signals.h"
+#include "host/version.h"
 
 namespace tovrek {
 namespace {
@@ -49,7 +51,16 @@ void keepOpenFilesFromChildren() {
 #endif
 }
 
+int tellVersion(const char* name, const Streams& streams) {
+  streams.out(versionLine(name));
+  return outputFailed() ? EXIT_FAILURE : EXIT_SUCCESS;
+}
+
 }  // namespace
+
+std::string versionLine(std::string_view name) {
+  return std::string(name) + " (Tovrek) " + kToolVersion + "\n";
+}
 
 int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules) {
   watchAllocations(rules.outOfMemory);
@@ -66,6 +77,9 @@ int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules)
   const Streams streams;
   Arguments arguments = argumentsOf(argc, argv);
   arguments.ownsProcess = true;
+  if (rules.name != nullptr && arguments.words == std::vector<std::string>{"--version"}) {
+    return tellVersion(rules.name, streams);
+  }
   try {
     return run(arguments, streams);
   } catch (const std::bad_alloc&) {

@@ -49,7 +49,7 @@ class Pages(unittest.TestCase):
         self.assertEqual(sorted(shipped), sorted(known))
 
     def test_options_of_inspect(self):
-        known = sorted(re.findall(r'\{"--(\w+)", &', page("programs/inspect/Options.cpp"))) + ["within"]
+        known = sorted(re.findall(r'\{"--(\w+)", &', page("programs/inspect/Options.cpp"))) + ["version", "within"]
         listed = re.findall(r"^\.It Fl -(\w+)", page("programs/inspect/tovrek-inspect.1"), re.M)
         self.assertEqual(sorted(listed), sorted(known))
         completed = re.findall(r"'--(\w+)", page("completion/options.sh"))
