@@ -11,6 +11,7 @@
 #include <exception>
 
 #include "host/running_child.h"
+#include "host/terminal.h"
 
 namespace tovrek {
 namespace {
@@ -51,6 +52,7 @@ void endChildAndCleanUp(int number) {
     while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
     }
   }
+  clearPassingLine();
   removeRegisteredItems();
 }
 

@@ -29,7 +29,8 @@ bool unpack(const UnzippedCma& package, ErrorText* error) {
 std::shared_ptr<UnzippedCma> UnzippedCma::UnzippedIpaObjForInputFile(const std::string& path,
                                                                      TemporaryDirectory* tempDir,
                                                                      ErrorText* error,
-                                                                     const WrapperLogger* log) {
+                                                                     const WrapperLogger* log,
+                                                                     bool showsProgress) {
   if (!isFolderGiven(tempDir, error)) return nullptr;
   if (!equalsIgnoringCase(pathExtension(path), "wex")) {
     fail(error, "Unknown input file.");
@@ -38,6 +39,7 @@ std::shared_ptr<UnzippedCma> UnzippedCma::UnzippedIpaObjForInputFile(const std::
   if (!tempDir->created() && !tempDir->Create(error)) return nullptr;
   std::shared_ptr<UnzippedCma> package = initWithwexipa(path, *tempDir);
   package->log_ = log;
+  package->showsProgress_ = showsProgress;
   const bool unpacked = package->UnzipToGetIpaPath(error) && package->UnzipWithPayload(error);
   return unpacked ? package : nullptr;
 }
@@ -57,11 +59,13 @@ std::shared_ptr<UnzippedCma> UnzippedCma::initWithwexipa(const std::string& path
 }
 
 int UnzippedCma::ExecuteTask(const std::string& destination, std::string* output) const {
-  return runUnzip(inputcma_, destination, output, log_);
+  ProgressStage stage(showsProgress_, "Unpacking");
+  return runUnzip(inputcma_, destination, output, log_, &stage);
 }
 
 int UnzippedCma::ExecuteTaskIpa(const std::string& destination, std::string* output) const {
-  return runUnzip(ipaPath_, destination, output, log_);
+  ProgressStage stage(showsProgress_, "Unpacking");
+  return runUnzip(ipaPath_, destination, output, log_, &stage);
 }
 
 bool UnzippedCma::Unzip(ErrorText* error) {

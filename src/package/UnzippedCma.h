@@ -17,9 +17,11 @@ class UnzippedCma {
  public:
   // Unpacks the package and its .ipa, creating `tempDir` when that was not done. Null, with the
   // reason, on failure; null without a text when no folder object is given.
-  static std::shared_ptr<UnzippedCma> UnzippedIpaObjForInputFile(
-      const std::string& path, TemporaryDirectory* tempDir, ErrorText* error,
-      const WrapperLogger* log = nullptr);
+  static std::shared_ptr<UnzippedCma> UnzippedIpaObjForInputFile(const std::string& path,
+                                                                 TemporaryDirectory* tempDir,
+                                                                 ErrorText* error,
+                                                                 const WrapperLogger* log = nullptr,
+                                                                 bool showsProgress = false);
   // Neither of these two unpacks anything.
   static std::shared_ptr<UnzippedCma> initWithCma(const std::string& path,
                                                   const TemporaryDirectory& tempDir);
@@ -56,6 +58,7 @@ class UnzippedCma {
  private:
   UnzippedCma() = default;
   const WrapperLogger* log_ = nullptr;
+  bool showsProgress_ = false;
   std::string inputcma_;
   std::string cmaName_;
   std::string payloadDir_;

@@ -8,7 +8,8 @@ namespace tovrek {
 std::shared_ptr<UnzippedIpa> UnzippedIpa::UnzippedIpaObjForInputFile(const std::string& path,
                                                                      TemporaryDirectory* tempDir,
                                                                      ErrorText* error,
-                                                                     const WrapperLogger* log) {
+                                                                     const WrapperLogger* log,
+                                                                     bool showsProgress) {
   if (!isFolderGiven(tempDir, error)) return nullptr;
   const std::string extension = pathExtension(path);
   if (equalsIgnoringCase(extension, "app")) return initWithApp(path, *tempDir);
@@ -19,6 +20,7 @@ std::shared_ptr<UnzippedIpa> UnzippedIpa::UnzippedIpaObjForInputFile(const std::
   if (!tempDir->created() && !tempDir->Create(error)) return nullptr;
   std::shared_ptr<UnzippedIpa> ipa = initWithIpa(path, *tempDir);
   ipa->log_ = log;
+  ipa->showsProgress_ = showsProgress;
   return ipa->Unzip(error) ? ipa : nullptr;
 }
 
@@ -40,7 +42,8 @@ std::shared_ptr<UnzippedIpa> UnzippedIpa::initWithApp(const std::string& path,
 }
 
 int UnzippedIpa::ExecuteTask(const std::string& destination, std::string* output) const {
-  return runUnzip(inputIpa_, destination, output, log_);
+  ProgressStage stage(showsProgress_, "Unpacking");
+  return runUnzip(inputIpa_, destination, output, log_, &stage);
 }
 
 bool UnzippedIpa::Unzip(ErrorText* error) {

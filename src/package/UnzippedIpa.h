@@ -20,9 +20,11 @@ class UnzippedIpa {
   // Unpacks an .ipa (creating `tempDir` when that was not done) or takes an .app as it stands;
   // the extension is compared without case. Null, with the reason, on failure; null without a
   // text when no folder object is given.
-  static std::shared_ptr<UnzippedIpa> UnzippedIpaObjForInputFile(
-      const std::string& path, TemporaryDirectory* tempDir, ErrorText* error,
-      const WrapperLogger* log = nullptr);
+  static std::shared_ptr<UnzippedIpa> UnzippedIpaObjForInputFile(const std::string& path,
+                                                                 TemporaryDirectory* tempDir,
+                                                                 ErrorText* error,
+                                                                 const WrapperLogger* log = nullptr,
+                                                                 bool showsProgress = false);
   // Neither of these two unpacks anything.
   static std::shared_ptr<UnzippedIpa> initWithIpa(const std::string& path,
                                                   const TemporaryDirectory& tempDir);
@@ -46,6 +48,7 @@ class UnzippedIpa {
  private:
   UnzippedIpa() = default;
   const WrapperLogger* log_ = nullptr;
+  bool showsProgress_ = false;
   std::string inputIpa_;
   std::string tempDir_;
   std::string ipaName_;

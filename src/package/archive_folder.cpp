@@ -7,6 +7,7 @@
 #include "host/paths.h"
 #include "host/process.h"
 #include "log/SystemLog.h"
+#include "tools/tool_run.h"
 
 namespace tovrek {
 namespace {
@@ -39,11 +40,15 @@ bool isFolderGiven(const TemporaryDirectory* folder, ErrorText* error) {
 }
 
 int runUnzip(const std::string& archive, const std::string& destination, std::string* output,
-             const WrapperLogger* log) {
+             const WrapperLogger* log, ProgressStage* stage) {
   Command command;
   command.argv = {"/usr/bin/unzip", "-q", "-d", destination, archiveArgument(archive)};
   command.standardError = StandardError::kCapture;
-  const Outcome outcome = runQuietly(command);
+  Outcome outcome;
+  if (!runPart(command, stage, &outcome)) {
+    outcome = Outcome();
+    outcome.status = kNotStarted;
+  }
   printError(outcome.errorOutput);
   const std::string complaint(trimmed(outcome.errorOutput));
   if (log != nullptr && outcome.status != 0 && !complaint.empty()) {

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "host/ErrorText.h"
+#include "log/ProgressStage.h"
 #include "log/WrapperLogger.h"
 
 namespace tovrek {
@@ -17,9 +18,9 @@ bool isFolderGiven(const TemporaryDirectory* folder, ErrorText* error);
 
 // Runs unzip on the archive. Answers its exit status, 127 when it could not be started; `output`
 // (may be null) gets its standard output. What it complains of when it fails is shown, and is an
-// error in `log` (may be null).
+// error in `log` (may be null). `stage`, which may be null, tells how far it is.
 int runUnzip(const std::string& archive, const std::string& destination, std::string* output,
-             const WrapperLogger* log);
+             const WrapperLogger* log, ProgressStage* stage = nullptr);
 
 // What both unpackers say when unzip fails; unzip writes its complaints to standard error, so
 // `output` is often empty.
