@@ -10,6 +10,7 @@
 #include "converter/extension_fitting.h"
 #include "converter/insertion.h"
 #include "converter/steps.h"
+#include "host/disk_space.h"
 #include "host/files.h"
 #include "host/host_info.h"
 #include "log/SystemLog.h"

@@ -1,19 +1,14 @@
 #include "host/ProgressChannel.h"
 
-#include <fcntl.h>
 #include <sys/socket.h>
+
+#include "host/platform.h"
 
 namespace tovrek {
 
 bool ProgressChannel::open() {
   int ends[2];
-#ifdef SOCK_CLOEXEC
-  if (::socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends) != 0) return false;
-#else
-  if (::socketpair(AF_UNIX, SOCK_DGRAM, 0, ends) != 0) return false;
-  ::fcntl(ends[0], F_SETFD, FD_CLOEXEC);
-  ::fcntl(ends[1], F_SETFD, FD_CLOEXEC);
-#endif
+  if (!openSocketPair(ends)) return false;
   ours_ = UniqueFd(ends[0]);
   theirs_ = UniqueFd(ends[1]);
   return true;

@@ -20,6 +20,7 @@
 #include "host/complaint.h"
 #include "host/file_io.h"
 #include "host/paths.h"
+#include "host/platform.h"
 #include "host/running_child.h"
 #include "host/spawning.h"
 
@@ -31,13 +32,7 @@ struct Pipe {
 
   bool open() {
     int fds[2];
-#ifdef __linux__
-    if (::pipe2(fds, O_CLOEXEC) != 0) return false;
-#else
-    if (::pipe(fds) != 0) return false;
-    ::fcntl(fds[0], F_SETFD, FD_CLOEXEC);
-    ::fcntl(fds[1], F_SETFD, FD_CLOEXEC);
-#endif
+    if (!openPipe(fds)) return false;
     readEnd = UniqueFd(fds[0]);
     writeEnd = UniqueFd(fds[1]);
     return true;

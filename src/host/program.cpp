@@ -3,9 +3,6 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
-#ifdef __linux__
-#include <linux/close_range.h>
-#endif
 
 #include <cerrno>
 #include <cstdlib>
@@ -14,6 +11,7 @@
 
 #include "host/allocation.h"
 #include "host/confinement.h"
+#include "host/platform.h"
 #include "host/signals.h"
 #include "host/version.h"
 
@@ -43,14 +41,6 @@ bool openClosedStreams() {
   return true;
 }
 
-// What the caller has open is none of the business of the programs that this one starts.
-void keepOpenFilesFromChildren() {
-#ifdef CLOSE_RANGE_CLOEXEC
-  constexpr unsigned kFirst = STDERR_FILENO + 1;
-  ::close_range(kFirst, ~0U, CLOSE_RANGE_CLOEXEC);
-#endif
-}
-
 int tellVersion(const char* name, const Streams& streams) {
   streams.out(versionLine(name));
   return outputFailed() ? EXIT_FAILURE : EXIT_SUCCESS;
@@ -69,7 +59,8 @@ int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules)
   // A file that may not grow further is an error to report, as a full disk is.
   ::signal(SIGXFSZ, SIG_IGN);
   forbidCoreDumps();
-  keepOpenFilesFromChildren();
+  // What the caller has open is none of the business of the programs that this one starts.
+  keepFromChildren(STDERR_FILENO + 1);
   // Where the parent ignores the ends of children, so would this program: the system then keeps
   // no exit status of theirs.
   ::signal(SIGCHLD, SIG_DFL);

@@ -7,16 +7,10 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "host/platform.h"
+
 namespace tovrek {
 namespace {
-
-// A closed socket must not end the program, nor a full one hold it up. Where there is no flag for
-// the former there are no companions either.
-#ifdef MSG_NOSIGNAL
-constexpr int kSendFlags = MSG_NOSIGNAL | MSG_DONTWAIT;
-#else
-constexpr int kSendFlags = MSG_DONTWAIT;
-#endif
 
 int64_t steadyTime() {
   const auto now = std::chrono::steady_clock::now().time_since_epoch();
@@ -64,7 +58,7 @@ void ProgressReport::add(uint64_t bytes) {
 
 void ProgressReport::send() const {
   const Progress progress{done_.load(std::memory_order_relaxed), total_};
-  [[maybe_unused]] const ssize_t sent = ::send(descriptor_, &progress, sizeof progress, kSendFlags);
+  sendQuietly(descriptor_, &progress, sizeof progress);
 }
 
 }  // namespace tovrek

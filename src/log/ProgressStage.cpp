@@ -5,9 +5,6 @@
 #include <algorithm>
 #include <cmath>
 
-#include "host/file_status.h"
-#include "host/files.h"
-#include "host/paths.h"
 #include "host/terminal.h"
 
 namespace tovrek {
@@ -50,18 +47,6 @@ std::string progressLine(std::string_view name, const Progress& progress, double
     line += "  " + barOf(share, std::min(width - taken, kWidestBar));
   }
   return (line + numbers).substr(0, width);
-}
-
-uint64_t bytesBelow(const std::string& folder) {
-  uint64_t bytes = 0;
-  walkDirectoryIfThere(folder, [&](const WalkedItem& item) {
-    if (item.kind != ItemKind::kFile) return true;
-    if (const auto status = statusNoFollow(joinPath(folder, item.relativePath))) {
-      bytes += status->size;
-    }
-    return true;
-  });
-  return bytes;
 }
 
 ProgressStage::ProgressStage(bool isSeen, std::string_view name, Total total)

@@ -53,7 +53,4 @@ class ProgressStage {
 std::string progressLine(std::string_view name, const Progress& progress, double seconds,
                          size_t width);
 
-// The bytes of all files below a folder, as far as they can be looked at.
-uint64_t bytesBelow(const std::string& folder);
-
 }  // namespace tovrek

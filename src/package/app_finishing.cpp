@@ -1,6 +1,7 @@
 #include "package/app_finishing.h"
 
 #include "host/clock.h"
+#include "host/disk_space.h"
 #include "package/WexInfoPlistModifier.h"
 #include "package/application_identifier.h"
 #include "package/checksum.h"

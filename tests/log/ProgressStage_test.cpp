@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "host/Streams.h"
+#include "host/disk_space.h"
 #include "host/unique_fd.h"
 #include "tests/support/TemporaryFolder.h"
 
