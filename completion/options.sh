@@ -24,7 +24,7 @@ _tovrek_options() {
     Inspect) printf '%s\n' '--against .ipa.app.wex' '--cert identity' \
       '--profile .mobileprovision' '--keychain .p12.pem.keychain' '--json' '--html .html' \
       '--bundle-id text' '--upgrade' '--no-strip-extensions' '--strict' '--within text' \
-      '--explain text' '--help' ;;
+      '--explain text' '--help' '--version' ;;
   esac
   case $1 in
     Inspect) ;;

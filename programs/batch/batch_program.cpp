@@ -17,7 +17,8 @@ constexpr const char* kUsage =
     "       Batch run JOBS --index N [--state FOLDER] [--timeout SECONDS]\n"
     "       Batch renew FOLDER --cert NAME|SHA1 --profiles FOLDER --out FOLDER [--within DAYS]\n"
     "                      [--table FILE] [--keychain PATH] [--yes [options of run]]\n"
-    "       Batch check JOBS\n";
+    "       Batch check JOBS\n"
+    "       Batch --version\n";
 
 }  // namespace
 

@@ -2,5 +2,6 @@
 #include "programs/batch/batch_program.h"
 
 int main(int argc, char** argv) {
-  return tovrek::runProgram(argc, argv, tovrek::batch::run, {.cleansUpOnSignals = true});
+  return tovrek::runProgram(argc, argv, tovrek::batch::run,
+                            {.name = "Batch", .cleansUpOnSignals = true});
 }

@@ -1,5 +1,6 @@
 #include "programs/codesign/Codesign.h"
 
 int main(int argc, char** argv) {
-  return tovrek::runProgram(argc, argv, tovrek::codesign::run, {.cleansUpOnSignals = true});
+  return tovrek::runProgram(argc, argv, tovrek::codesign::run,
+                            {.name = "codesign", .cleansUpOnSignals = true});
 }

@@ -3,6 +3,7 @@
 
 #include "host/files.h"
 #include "host/printable.h"
+#include "host/progress_report.h"
 #include "keychain/identities.h"
 #include "keychain/locations.h"
 #include "programs/codesign/Codesign.h"
@@ -108,6 +109,8 @@ int signPath(const std::string& path, const Options& options, const Streams& str
   if (options.timestamp) {
     streams.error("warning: no time stamp is added: time-stamp authorities are not asked\n");
   }
+  ProgressReport progress;
+  translated.progress = &progress;
   signing::SignReport report;
   const bool good = signing::sign(path, translated, &report, &error);
   for (const std::string& note : report.notes) {

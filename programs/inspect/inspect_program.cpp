@@ -29,7 +29,8 @@ constexpr const char* kUsage =
     "                       [--keychain PATH] [--bundle-id ID] [--upgrade] "
     "[--no-strip-extensions]\n"
     "                       [--json | --html FILE] [--strict] [--within DAYS]\n"
-    "       Inspect --explain CODE|TEXT\n";
+    "       Inspect --explain CODE|TEXT\n"
+    "       Inspect --version\n";
 
 class Inspection {
  public:

@@ -2,5 +2,6 @@
 #include "programs/inspect/inspect_program.h"
 
 int main(int argc, char** argv) {
-  return tovrek::runProgram(argc, argv, tovrek::inspect::run, {.cleansUpOnSignals = true});
+  return tovrek::runProgram(argc, argv, tovrek::inspect::run,
+                            {.name = "Inspect", .cleansUpOnSignals = true});
 }

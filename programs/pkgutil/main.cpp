@@ -2,5 +2,5 @@
 #include "programs/pkgutil/Pkgutil.h"
 
 int main(int argc, char** argv) {
-  return tovrek::runProgram(argc, argv, tovrek::pkgutil::run);
+  return tovrek::runProgram(argc, argv, tovrek::pkgutil::run, {.name = "pkgutil"});
 }

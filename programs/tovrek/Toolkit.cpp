@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -14,6 +16,7 @@
 #include "host/installation.h"
 #include "host/limits.h"
 #include "host/paths.h"
+#include "host/terminal.h"
 #include "host/utf8.h"
 #include "host/version.h"
 #include "log/SystemLog.h"
@@ -61,6 +64,11 @@ void prepareDefaultLog(Request& request) {
   systemLog(fmt::format("ERROR: failed to write file at {}, error is {}", *request.logFile,
                         reason.text()));
   request.logFile.reset();
+}
+
+bool showsProgress() {
+  const char* choice = std::getenv("TOVREK_PROGRESS");
+  return errorLineWidth().has_value() && (choice == nullptr || std::string_view(choice) != "0");
 }
 
 void setUpCommandLineLog(const Request& request, WrapperLogger& log) {
@@ -138,6 +146,7 @@ int run(const Arguments& arguments, const Streams& streams) {
 
   if (arguments.ownsProcess) explainLackOfMemory();
   RunContext context;
+  context.showsProgress = showsProgress();
   const WrapperLogger& log = context.loggers.commandLine;
   if (const std::string* word = argumentNotInUtf8(arguments.words)) {
     const std::string text = "ERROR: This argument is not valid UTF-8: " + escaped(*word);

@@ -13,6 +13,7 @@
 #include "host/files.h"
 #include "host/paths.h"
 #include "host/printable.h"
+#include "host/progress_report.h"
 #include "programs/unzip/padded_name.h"
 #include "programs/unzip/status.h"
 #include "programs/unzip/unpack_entry.h"
@@ -50,6 +51,12 @@ bool writeContents(const archive::ArchiveReader& reader, const Entry& entry, con
   return file.write(archive::asText(contents));
 }
 
+uint64_t bytesOf(const std::vector<PlannedItem>& files) {
+  uint64_t bytes = 0;
+  for (const PlannedItem& file : files) bytes += file.entry->size;
+  return bytes;
+}
+
 class Extraction {
  public:
   Extraction(const archive::ArchiveReader& reader, const ExtractionPlan& plan,
@@ -59,7 +66,8 @@ class Extraction {
         options_(options),
         streams_(streams),
         cursor_(destination),
-        mask_(creationMask()) {
+        mask_(creationMask()),
+        progress_(bytesOf(plan.files)) {
     for (size_t i = 0; i < archive::workerCount(); ++i) workers_.emplace_back(destination);
   }
 
@@ -133,6 +141,7 @@ class Extraction {
     jobs.weight = [](size_t) { return 0; };
     jobs.work = [&](size_t worker, size_t i) {
       results[i] = writeFile(plan_.files[i], &workers_[worker]);
+      progress_.add(plan_.files[i].entry->size);
     };
     jobs.deliver = [&](size_t i) {
       const PlannedItem& item = plan_.files[i];
@@ -216,6 +225,7 @@ class Extraction {
   const Streams& streams_;
   FolderCursor cursor_;
   uint32_t mask_;
+  ProgressReport progress_;
   std::deque<Worker> workers_;
   std::map<const PlannedItem*, std::string> targets_;
   std::set<size_t> made_;  // folders that were not there before

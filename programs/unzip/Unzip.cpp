@@ -41,7 +41,6 @@ constexpr char kUsage[] =
     "  -j      leave out the folders          -t   test the entries\n"
     "  -x      leave out these members        -p   unpack to standard output\n"
     "  -q      quiet; -qq quieter             -h   this help\n";
-constexpr char kVersion[] = "unzip (Tovrek)\n";
 
 // The existing archives that the operand means: the file of that name, with or without ".zip", else
 // those that it matches as a pattern.
@@ -212,7 +211,7 @@ int run(const Arguments& arguments, const Streams& streams) {
     return kBadOptions;
   }
   if (options.action == Action::kUsage || options.action == Action::kVersion) {
-    streams.out(options.action == Action::kUsage ? kUsage : kVersion);
+    streams.out(options.action == Action::kUsage ? kUsage : versionLine("unzip"));
     return kDone;
   }
   const std::vector<std::string> archives = archivesFor(options.archive);

@@ -10,6 +10,7 @@
 #include "archive/patterns.h"
 #include "host/AtomicFile.h"
 #include "host/files.h"
+#include "host/progress_report.h"
 #include "programs/zip/status.h"
 
 namespace tovrek::zip {
@@ -81,6 +82,18 @@ struct ArchiveUpdate::Job {
   bool isInPieces() const {
     return plan.way == LargeFile::Way::kPieces || plan.way == LargeFile::Way::kReuse;
   }
+  // Known only while it is written what there was to do.
+  bool isDoneByWriting(const PackedItem& result) const {
+    return plan.way == LargeFile::Way::kReuse || result.large.isOpen();
+  }
+  // The bytes of the file that it has to do with.
+  uint64_t size() const {
+    if (step->item == nullptr || step->item->status.kind != ItemKind::kFile) return 0;
+    const uint64_t whole = step->item->status.size;
+    return plan.way == LargeFile::Way::kPieces
+               ? std::min<uint64_t>(archive::kPieceSize, whole - piece * archive::kPieceSize)
+               : whole;
+  }
   // The memory that the result takes until it is written.
   uint64_t weight() const {
     if (step->item == nullptr) return 0;
@@ -110,6 +123,9 @@ bool ArchiveUpdate::writeEntries(const std::vector<Step>& steps, ArchiveWriter* 
   for (size_t i = 0; i <= archive::workerCount(); ++i) packers.emplace_back(options_.level);
   PieceEntry pieces(writer, source_, options_.level, !options_.withoutExtra);
   std::vector<PackedItem> results(jobs.size());
+  uint64_t total = 0;
+  for (const Job& job : jobs) total += job.size();
+  ProgressReport progress(total);
   archive::OrderedWork work;
   work.count = jobs.size();
   work.weight = [&](size_t i) { return jobs[i].weight(); };
@@ -120,12 +136,15 @@ bool ArchiveUpdate::writeEntries(const std::vector<Step>& steps, ArchiveWriter* 
     results[i] = job.isInPieces()
                      ? packPiece(*item, job.plan.methods.of(job.piece), job.piece, &packers[worker])
                      : packItem(*item, job.plan, !options_.withoutExtra, source_, &packers[worker]);
+    if (!job.isDoneByWriting(results[i])) progress.add(job.size());
   };
   work.deliver = [&](size_t i) {
+    const bool isDoneNow = jobs[i].isDoneByWriting(results[i]);
     const bool goOn = jobs[i].isInPieces() ? writePiece(jobs[i], &results[i], &packers.back(),
                                                         &pieces, writer, error)
                                            : writeStep(*jobs[i].step, &results[i], writer, error);
     results[i] = PackedItem();
+    if (isDoneNow) progress.add(jobs[i].size());
     return goOn;
   };
   return archive::runInOrder(work);

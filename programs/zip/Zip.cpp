@@ -26,7 +26,6 @@ constexpr char kUsage[] =
     "  -X   leave out the exact times            -d   delete entries from the archive\n"
     "  -x   leave out names that match           -i   take only names that match\n"
     "  -h   this help                            -v   the version\n";
-constexpr char kVersion[] = "zip (Tovrek)\n";
 
 int refuseArguments(const Messages& messages, const ErrorText& error) {
   return messages.failWith(kBadArguments,
@@ -65,7 +64,7 @@ int run(const Arguments& arguments, const Streams& streams) {
   if (!options.read(arguments.words, &error)) return refuseArguments(messages, error);
   if (options.action == ZipOptions::Action::kUsage ||
       options.action == ZipOptions::Action::kVersion) {
-    streams.out(options.action == ZipOptions::Action::kUsage ? kUsage : kVersion);
+    streams.out(options.action == ZipOptions::Action::kUsage ? kUsage : versionLine("zip"));
     return kDone;
   }
   archive::ArchiveReader old;

@@ -4,5 +4,6 @@
 
 int main(int argc, char** argv) {
   tovrek::keepFreedMemory();
-  return tovrek::runProgram(argc, argv, tovrek::zip::run, {.cleansUpOnSignals = true});
+  return tovrek::runProgram(argc, argv, tovrek::zip::run,
+                            {.name = "zip", .cleansUpOnSignals = true});
 }

@@ -14,6 +14,7 @@ struct RunContext {
   PellRequest keychain;  // which keychain signing and certificate questions name
   Settings settings;     // as read at the start of the program
   IconConverter icons;
+  bool showsProgress = false;  // of long stages, on the terminal
 };
 
 }  // namespace tovrek

@@ -39,8 +39,7 @@ void AppConverter::initializeLogging(const Request& request, RunContext& context
 bool AppConverter::unzipIpaAndProcessConverterParameters(const Request& request,
                                                          const RunContext& context,
                                                          UnpackedInput* input, ErrorText* error) {
-  input->ipa =
-      converter::unzipIpa(request.inputFile, &input->directory, error, context.loggers.toolkit);
+  input->ipa = converter::unzipIpa(request.inputFile, &input->directory, error, context);
   if (!input->ipa) return false;
 
   // What has links that are not accepted is not looked into: the conversion refuses it first.

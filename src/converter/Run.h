@@ -15,6 +15,7 @@
 #include "device/profile_choice.h"
 #include "formats/PlistValue.h"
 #include "host/paths.h"
+#include "log/ProgressStage.h"
 #include "log/TKProgressor.h"
 #include "package/AppBundle.h"
 #include "package/ManifestLibInterface.h"
@@ -63,6 +64,8 @@ struct Run {
   std::string entitlementPath;
   std::vector<device::StoredProfile> profiles;  // to choose from for nested bundles
   std::vector<NestedBundle> nested;             // inner ones first; empty where they go the old way
+
+  std::unique_ptr<ProgressStage> signing;  // from when it begins
 
   // --- The output ---
   std::vector<std::string> policyLanguages;

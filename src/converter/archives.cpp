@@ -53,15 +53,17 @@ bool findStoreFiles(const std::string& folder, std::vector<std::string>* found, 
 
 // As runTool(), and what zip says when it fails, on standard output, is an error in the log: which
 // file, and why.
-Outcome runZip(const WrapperLogger& log, const std::vector<std::string>& argv,
+Outcome runZip(const Run& run, const std::vector<std::string>& argv,
                const std::string& workingDirectory,
                const std::vector<std::pair<std::string, std::string>>& environment = {}) {
+  const WrapperLogger& log = run.log();
   Command command;
   command.argv = argv;
   command.workingDirectory = workingDirectory;
   command.environment = environment;
   Outcome outcome;
-  if (ErrorText reason; !runProcess(command, &outcome, &reason)) {
+  ProgressStage stage(run.context.showsProgress, "Packing");
+  if (ErrorText reason; !runPart(std::move(command), &stage, &outcome, &reason)) {
     log.logError(fmt::format("zip: {}", reason.text()));
     outcome = Outcome();
     outcome.status = kNotStarted;
@@ -76,7 +78,7 @@ Outcome runZip(const WrapperLogger& log, const std::vector<std::string>& argv,
 }
 
 // `unpackedFrom` is the archive that the app came from.
-bool zipApp(const WrapperLogger& log, const char* options, const std::string& ipaName,
+bool zipApp(const Run& run, const char* options, const std::string& ipaName,
             const std::string& unpackedFrom, const std::string& sourceDir,
             const std::string& targetDir, ErrorText* error) {
   const std::string archive = standardizePath(joinPath(sourceDir, ipaName));
@@ -94,7 +96,7 @@ bool zipApp(const WrapperLogger& log, const char* options, const std::string& ip
   if (!findStoreFiles(sourceDir, &command, &reason)) {
     return fail(error, fmt::format("{}: {}", sourceDir, reason.text()));
   }
-  const Outcome zipped = runZip(log, command, sourceDir, packedSource(log, source));
+  const Outcome zipped = runZip(run, command, sourceDir, packedSource(run.log(), source));
   if (source != unpackedFrom && !source.empty()) removeItem(source);
 
   const std::string target = standardizePath(joinPath(targetDir, ipaName));
@@ -104,7 +106,7 @@ bool zipApp(const WrapperLogger& log, const char* options, const std::string& ip
     return false;
   }
   if (!deliverOrFail(archive, target, Source::kSpent, error)) return false;
-  log.logBasic("Generated output ipa file at: " + target);
+  run.log().logBasic("Generated output ipa file at: " + target);
   return true;
 }
 
@@ -112,20 +114,19 @@ bool zipApp(const WrapperLogger& log, const char* options, const std::string& ip
 
 bool ZipToIpa(const Run& run, const std::string& ipaName, const std::string& sourceDir,
               const std::string& targetDir, ErrorText* error) {
-  return zipApp(run.log(), "-qry", ipaName, run.request.inputFile.value_or(""), sourceDir,
-                targetDir, error);
+  return zipApp(run, "-qry", ipaName, run.request.inputFile.value_or(""), sourceDir, targetDir,
+                error);
 }
 
 bool ZipToIpaFromWex(const Run& run, const std::string& sourceDir, const UnzippedCma& package,
                      const std::string& packageDir, ErrorText* error) {
-  return zipApp(run.log(), "-qr", package.ipaName(), package.ipaPath(), sourceDir, packageDir,
-                error);
+  return zipApp(run, "-qr", package.ipaName(), package.ipaPath(), sourceDir, packageDir, error);
 }
 
 bool ZiptoPackage(const Run& run, const std::string& packageDir, ErrorText* error) {
   const std::string name = uniqueString() + ".zip";
   const std::string archive = standardizePath(joinPath(packageDir, name));
-  const Outcome zipped = runZip(run.log(), {kZip, "-qr", name, "."}, packageDir);
+  const Outcome zipped = runZip(run, {kZip, "-qr", name, "."}, packageDir);
   if (zipped.status != 0) return failWithStatus(error, "zip", zipped.status, zipped.output);
   if (!isPlainFile(archive)) {
     return fail(error, fmt::format("Failed to generate this file: {}", archive));

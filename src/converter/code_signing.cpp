@@ -10,6 +10,7 @@
 #include "converter/extension_fitting.h"
 #include "converter/insertion.h"
 #include "converter/steps.h"
+#include "host/disk_space.h"
 #include "host/files.h"
 #include "host/host_info.h"
 #include "log/SystemLog.h"
@@ -33,7 +34,7 @@ bool signBundle(const Run& run, const std::string& path,
                 ErrorText* error) {
   return runToolOrFail(run.log(),
                        signBundleCommand(signerOf(run), path, entitlementPath, requirements),
-                       "codesign:withEntitlement:withError: - ", error);
+                       "codesign:withEntitlement:withError: - ", error, run.signing.get());
 }
 
 // The app may be tried out without an extension that cannot take the library.
@@ -76,7 +77,8 @@ bool verifyCodeSigningPrerequisites(const Run& run, const std::string& appPath,
 bool CodeSignOrvaneDylib(const Run& run, const std::string& appPath, ErrorText* error) {
   const std::string dylib = appPath + "/OrvaneDylib.bundle/OrvaneDylib.dylib";
   systemLog(dylib);
-  if (!runToolOrFail(run.log(), signLibraryCommand(signerOf(run), dylib), "dylibcodesign", error)) {
+  if (!runToolOrFail(run.log(), signLibraryCommand(signerOf(run), dylib), "dylibcodesign", error,
+                     run.signing.get())) {
     return false;
   }
 
@@ -124,7 +126,7 @@ bool CodeSignFrameworks(const Run& run, const std::string& bundlePath, ErrorText
       return succeeded = false;
     }
     succeeded = runToolOrFail(run.log(), signNestedCodeCommand(signerOf(run), path),
-                              "dylibcodesign", error);
+                              "dylibcodesign", error, run.signing.get());
     return false;
   };
   return walkDirectoryIfThere(folder, sign, error) && succeeded;
@@ -194,6 +196,8 @@ bool failSigning(const WrapperLogger& log, const char* reason) {
 
 bool dropOldSignature(Run& run, ErrorText* error) {
   run.progressor.SetProgress("Code signing...");
+  run.signing = std::make_unique<ProgressStage>(run.context.showsProgress, "Signing",
+                                                [&run] { return bytesBelow(run.appPath); });
   return verifyCodeSigningPrerequisites(run, run.appPath, run.entitlementPath, error);
 }
 

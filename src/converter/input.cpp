@@ -16,9 +16,10 @@ namespace tovrek::converter {
 
 std::shared_ptr<UnzippedIpa> unzipIpa(const std::optional<std::string>& inputPath,
                                       std::shared_ptr<TemporaryDirectory>* tempDir,
-                                      ErrorText* error, const WrapperLogger& log) {
+                                      ErrorText* error, const RunContext& context) {
   fail(error, "Invalid input");
   if (!inputPath || tempDir == nullptr) return nullptr;
+  const WrapperLogger& log = context.loggers.toolkit;
   if (!*tempDir) {
     *tempDir = std::make_shared<TemporaryDirectory>();
     if (!(*tempDir)->Create(error)) return nullptr;
@@ -26,7 +27,8 @@ std::shared_ptr<UnzippedIpa> unzipIpa(const std::optional<std::string>& inputPat
   }
   // Unpacking clears the slot that it is given; ours keeps its text after a success.
   ErrorText reason;
-  auto ipa = UnzippedIpa::UnzippedIpaObjForInputFile(*inputPath, tempDir->get(), &reason, &log);
+  auto ipa = UnzippedIpa::UnzippedIpaObjForInputFile(*inputPath, tempDir->get(), &reason, &log,
+                                                     context.showsProgress);
   if (!ipa && error != nullptr) *error = reason;
   return ipa;
 }
@@ -83,7 +85,7 @@ bool unpackApp(Run& run, ErrorText* error) {
   UnpackedInput& input = run.input;
   if (!input.ipa) {
     input.directory.reset();
-    input.ipa = unzipIpa(run.request.inputFile, &input.directory, error, run.log());
+    input.ipa = unzipIpa(run.request.inputFile, &input.directory, error, run.context);
     if (!input.ipa) return false;
   }
   // An .app needs no folder to be unpacked.
@@ -114,8 +116,9 @@ bool unpackPackage(Run& run, ErrorText* error) {
   run.input.directory = std::make_shared<TemporaryDirectory>();
   if (!run.input.directory->Create(error)) return false;
   logLeftovers(run.log(), *run.input.directory);
-  run.package = UnzippedCma::UnzippedIpaObjForInputFile(
-      run.request.inputFile.value_or(""), run.input.directory.get(), error, &run.log());
+  run.package = UnzippedCma::UnzippedIpaObjForInputFile(run.request.inputFile.value_or(""),
+                                                        run.input.directory.get(), error,
+                                                        &run.log(), run.context.showsProgress);
   if (!run.package) return false;
   run.appPath = run.package->appPath();
   run.bundle = AppBundle::open(run.appPath);

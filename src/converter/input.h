@@ -14,7 +14,7 @@ namespace tovrek::converter {
 // on failure. The slot for the reason reads "Invalid input" after a success.
 std::shared_ptr<UnzippedIpa> unzipIpa(const std::optional<std::string>& inputPath,
                                       std::shared_ptr<TemporaryDirectory>* tempDir,
-                                      ErrorText* error, const WrapperLogger& log);
+                                      ErrorText* error, const RunContext& context);
 
 // Tells what killed runs had left and this one has removed.
 void logLeftovers(const WrapperLogger& log, const TemporaryDirectory& directory);

@@ -12,6 +12,7 @@
 #include "host/file_io.h"
 #include "host/host_info.h"
 #include "host/paths.h"
+#include "host/platform.h"
 #include "host/scratch.h"
 #include "host/signals.h"
 
@@ -104,12 +105,8 @@ bool AtomicFile::cutTo(uint64_t size, ErrorText* error) {
   return (::ftruncate(fd, end) == 0 && ::lseek(fd, end, SEEK_SET) == end) || failWithErrno(error);
 }
 
-void AtomicFile::startFlush([[maybe_unused]] uint64_t offset, [[maybe_unused]] uint64_t size) {
-#ifdef __linux__
-  if (!state_->lasting) return;
-  ::sync_file_range(state_->fd.get(), static_cast<off64_t>(offset), static_cast<off64_t>(size),
-                    SYNC_FILE_RANGE_WRITE);
-#endif
+void AtomicFile::startFlush(uint64_t offset, uint64_t size) {
+  if (state_->lasting) startWriting(state_->fd.get(), offset, size);
 }
 
 bool AtomicFile::flush(ErrorText* error) {

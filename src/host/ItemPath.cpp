@@ -2,10 +2,6 @@
 
 #include <fcntl.h>
 #include <unistd.h>
-#ifdef __linux__
-#include <linux/openat2.h>
-#include <sys/syscall.h>
-#endif
 
 #include <algorithm>
 #include <array>
@@ -16,6 +12,7 @@
 
 #include "host/files.h"
 #include "host/paths.h"
+#include "host/platform.h"
 
 namespace tovrek {
 namespace {
@@ -23,11 +20,6 @@ namespace {
 constexpr const char* kGuarded = "TOVREK_GUARDED";
 // Each begins with a slash and has no empty component, so that this is in none of them.
 constexpr std::string_view kSeparator = "//";
-#ifdef O_PATH
-constexpr int kFolder = O_PATH | O_DIRECTORY | O_CLOEXEC;
-#else
-constexpr int kFolder = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-#endif
 
 // The guarded folder that an absolute path lies below; empty for none.
 std::string_view folderAround(std::string_view path, std::string_view list) {
@@ -64,7 +56,7 @@ std::string absolutePath(const std::string& path) {
   return result;
 }
 
-// Kernels before Linux 5.6 and some sandboxes have no openat2.
+// Where the system has no single call for it.
 UniqueFd openStepByStep(UniqueFd folder, const std::string& below) {
   size_t depth = 0;
   for (size_t at = 0; at < below.size() && folder.valid();) {
@@ -76,31 +68,24 @@ UniqueFd openStepByStep(UniqueFd folder, const std::string& below) {
       return UniqueFd();
     }
     depth = component == ".." ? depth - 1 : depth + 1;
-    folder = UniqueFd(::openat(folder.get(), component.c_str(), kFolder | O_NOFOLLOW));
+    folder = UniqueFd(::openat(folder.get(), component.c_str(), placeFlags() | O_NOFOLLOW));
   }
   return folder;
 }
 
-// Opens what is below the folder, passing no link, in one call. False where the system has none
-// for that; else the answer, with the reason in errno when it is not open, is in `fd`.
-bool openInOneCall([[maybe_unused]] const UniqueFd& root, [[maybe_unused]] const std::string& below,
-                   [[maybe_unused]] int flags, [[maybe_unused]] UniqueFd* fd) {
-#ifdef __linux__
-  open_how how{};
-  how.flags = static_cast<unsigned>(flags);
-  how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
-  *fd = UniqueFd(
-      static_cast<int>(::syscall(SYS_openat2, root.get(), below.c_str(), &how, sizeof(how))));
-  return fd->valid() || (errno != ENOSYS && errno != EPERM);
-#else
-  return false;
-#endif
+// False where the system has no call for that; else the answer, with the reason in errno when it is
+// not open, is in `fd`.
+bool openAtOnce(const UniqueFd& root, const std::string& below, int flags, UniqueFd* fd) {
+  int opened = -1;
+  const bool known = openInOneCall(root.get(), below.c_str(), flags, &opened);
+  *fd = UniqueFd(opened);
+  return known;
 }
 
 UniqueFd openBelow(UniqueFd root, const std::string& below) {
   if (!root.valid() || below.empty()) return root;
   UniqueFd folder;
-  if (openInOneCall(root, below, kFolder, &folder)) return folder;
+  if (openAtOnce(root, below, placeFlags(), &folder)) return folder;
   return openStepByStep(std::move(root), below);
 }
 
@@ -153,7 +138,7 @@ void ItemPath::reach(const std::string& root, const std::string& below) {
     errno = EINVAL;
     return;
   }
-  folder_ = openBelow(UniqueFd(::open(root.c_str(), kFolder)), parent);
+  folder_ = openBelow(UniqueFd(::open(root.c_str(), placeFlags())), parent);
   reached_ = folder_.valid();
 }
 
@@ -169,21 +154,21 @@ UniqueFd ItemPath::open(int flags, unsigned mode) const {
 UniqueFd openItem(const std::string& path, int flags) {
   const GuardedPlace place = guardedPlace(path);
   if (!place.root.empty() && !endsInParent(place.below)) {
-    const UniqueFd root(::open(place.root.c_str(), kFolder));
+    const UniqueFd root(::open(place.root.c_str(), placeFlags()));
     UniqueFd fd;
-    if (!root.valid() || openInOneCall(root, place.below, flags | O_NOFOLLOW, &fd)) return fd;
+    if (!root.valid() || openAtOnce(root, place.below, flags | O_NOFOLLOW, &fd)) return fd;
   }
   return ItemPath(path).open(flags);
 }
 
 ItemFolder::ItemFolder(std::string path) : path_(std::move(path)) {
-  if (!guardedPlace(path_).root.empty()) folder_ = tovrek::openItem(path_, kFolder);
+  if (!guardedPlace(path_).root.empty()) folder_ = tovrek::openItem(path_, placeFlags());
 }
 
 UniqueFd ItemFolder::openItem(const std::string& below, int flags) const {
   UniqueFd fd;
   const bool isWithin = folder_.valid() && !below.empty() && !endsInParent(below);
-  if (isWithin && openInOneCall(folder_, below, flags | O_NOFOLLOW, &fd)) return fd;
+  if (isWithin && openAtOnce(folder_, below, flags | O_NOFOLLOW, &fd)) return fd;
   return tovrek::openItem(joinPath(path_, below), flags);
 }
 

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "host/file_io.h"
+#include "host/platform.h"
 
 namespace tovrek {
 
@@ -55,14 +56,11 @@ uintptr_t pageSize() {
 
 }  // namespace
 
-void fetchPages([[maybe_unused]] std::string_view mapped) {
-#ifdef MADV_POPULATE_READ
+void fetchPages(std::string_view mapped) {
   if (mapped.empty()) return;
   const auto start = std::bit_cast<uintptr_t>(mapped.data());
   const uintptr_t first = start / pageSize() * pageSize();
-  // Systems before Linux 5.14 refuse, and read page by page.
-  ::madvise(std::bit_cast<void*>(first), start + mapped.size() - first, MADV_POPULATE_READ);
-#endif
+  readPages(std::bit_cast<void*>(first), start + mapped.size() - first);
 }
 
 void releasePages(std::string_view mapped) {

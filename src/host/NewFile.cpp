@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include "host/file_io.h"
+#include "host/platform.h"
 
 namespace tovrek {
 
@@ -15,11 +16,7 @@ bool NewFile::write(std::string_view bytes) const {
 bool NewFile::writeMapped(uint64_t size,
                           const std::function<void(std::span<std::byte>)>& fill) const {
   // Reserved first: running out of space while writing to a mapping would be a signal.
-  const int reserved = ::posix_fallocate(fd_.get(), 0, static_cast<off_t>(size));
-  if (reserved != 0) {
-    errno = reserved;
-    return false;
-  }
+  if (!reserveSpace(fd_.get(), size)) return false;
   void* address = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, fd_.get(), 0);
   if (address == MAP_FAILED) return false;
   fill({static_cast<std::byte*>(address), size});

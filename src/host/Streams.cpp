@@ -2,9 +2,12 @@
 
 #include <cstdio>
 
+#include "host/terminal.h"
+
 namespace tovrek {
 
 void printOut(std::string_view text) {
+  clearPassingLine();
   std::fwrite(text.data(), 1, text.size(), stdout);
   std::fflush(stdout);
 }
@@ -14,6 +17,7 @@ bool outputFailed() {
 }
 
 void printError(std::string_view text) {
+  clearPassingLine();
   std::fflush(stdout);
   std::fwrite(text.data(), 1, text.size(), stderr);
   std::fflush(stderr);

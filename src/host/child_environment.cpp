@@ -6,6 +6,7 @@
 
 #include "host/HostRoot.h"
 #include "host/paths.h"
+#include "host/progress_report.h"
 
 extern char** environ;
 
@@ -48,7 +49,10 @@ bool isReplaced(std::string_view variable, const Command& command) {
   // zip and unzip would take further options from these.
   constexpr std::array<std::string_view, 8> kReplaced = {
       "PATH=", "LC_ALL=", "ZIPOPT=", "ZIP=", "UNZIP=", "UNZIPOPT=", "ZIPINFO=", "LANGUAGE="};
-  return std::ranges::any_of(kReplaced, [&](auto name) { return variable.starts_with(name); }) ||
+  // Meant for this process alone: its children get their own.
+  const std::string progress = std::string(kProgressVariable) + "=";
+  return variable.starts_with(progress) ||
+         std::ranges::any_of(kReplaced, [&](auto name) { return variable.starts_with(name); }) ||
          std::ranges::any_of(command.environment, [&](const auto& own) {
            return variable.starts_with(own.first + "=");
          });

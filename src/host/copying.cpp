@@ -2,9 +2,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#ifdef __linux__
-#include <sys/xattr.h>
-#endif
 
 #include <algorithm>
 
@@ -14,6 +11,7 @@
 #include "host/file_io.h"
 #include "host/files.h"
 #include "host/paths.h"
+#include "host/platform.h"
 
 namespace tovrek {
 namespace {
@@ -66,24 +64,6 @@ bool copyTree(const std::string& from, const std::string& to, ErrorText* error) 
       break;
   }
   return fail(error, std::strerror(EINVAL));  // a pipe or socket would be read for ever
-}
-
-// Whether a file moved there is as a new one would be: its group may come from the folder, and
-// access lists and security labels, which are extended attributes, too.
-bool isSameAsNewIn([[maybe_unused]] const std::string& folder,
-                   [[maybe_unused]] const std::string& file) {
-#ifdef __linux__
-  struct stat place {};
-  struct stat info {};
-  const auto hasAttributes = [](const std::string& path) {
-    return ::llistxattr(path.c_str(), nullptr, 0) > 0;
-  };
-  return ::stat(folder.c_str(), &place) == 0 && (place.st_mode & S_ISGID) == 0 &&
-         ::lstat(file.c_str(), &info) == 0 && S_ISREG(info.st_mode) && info.st_uid == ::geteuid() &&
-         info.st_gid == ::getegid() && !hasAttributes(folder) && !hasAttributes(file);
-#else
-  return false;  // the group always comes from the folder
-#endif
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include "host/ItemPath.h"
 #include "host/files.h"
 #include "host/paths.h"
+#include "host/platform.h"
 
 namespace tovrek {
 
@@ -42,16 +43,10 @@ bool renameWithoutReplacing(const std::string& from, const std::string& to) {
   const ItemPath source(from);
   const ItemPath target(to);
   if (!source.reached() || !target.reached()) return false;
-#ifdef __linux__
-  if (::renameat2(source.folder(), source.name(), target.folder(), target.name(),
-                  RENAME_NOREPLACE) == 0) {
-    return true;
+  if (const auto renamed =
+          renameExclusively(source.folder(), source.name(), target.folder(), target.name())) {
+    return *renamed;
   }
-  if (errno != EINVAL && errno != ENOSYS) return false;
-#elif defined(__APPLE__)
-  return ::renameatx_np(source.folder(), source.name(), target.folder(), target.name(),
-                        RENAME_EXCL) == 0;
-#endif
   // File systems without that call: the small race between test and rename is accepted there.
   if (itemExistsNoFollow(to)) {
     errno = EEXIST;
@@ -80,18 +75,7 @@ bool setModified(int fd, int64_t modified) {
 }
 
 bool copyContents(int from, int to) {
-#ifdef __linux__
-  // Lets the kernel share or move the data; falls through where the file systems cannot.
-  for (;;) {
-    const ssize_t copied = ::copy_file_range(from, nullptr, to, nullptr, size_t{1} << 30, 0);
-    if (copied == 0) return true;
-    if (copied < 0 && errno != EINTR) break;
-  }
-  if (errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP &&
-      errno != EBADF && errno != ETXTBSY) {
-    return false;
-  }
-#endif
+  if (const auto copied = copyBySystem(from, to)) return *copied;
   std::vector<char> buffer(size_t{1} << 18);
   for (;;) {
     const ssize_t got = ::read(from, buffer.data(), buffer.size());

@@ -13,28 +13,13 @@
 #include "host/file_io.h"
 #include "host/files.h"
 #include "host/paths.h"
-
-#ifdef __APPLE__
-#include <mach-o/dyld.h>
-#else
-#include <sys/auxv.h>
-#endif
+#include "host/platform.h"
 
 namespace tovrek {
 
 std::string programPath() {
-#ifdef __APPLE__
-  std::vector<char> buffer(4096);
-  auto size = static_cast<uint32_t>(buffer.size());
-  if (_NSGetExecutablePath(buffer.data(), &size) != 0) return "";
-  return realPath(buffer.data()).value_or("");
-#else
-  if (const auto path = realPath("/proc/self/exe")) return *path;
-  // Without /proc: how the kernel was told to start it, which is no use when relative.
-  const auto* started = reinterpret_cast<const char*>(::getauxval(AT_EXECFN));
-  if (started == nullptr || *started != '/') return "";
-  return realPath(started).value_or("");
-#endif
+  const std::string started = startedPath();
+  return started.empty() ? "" : realPath(started).value_or("");
 }
 
 std::string programFolder() {

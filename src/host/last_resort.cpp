@@ -9,6 +9,7 @@
 #include <new>
 
 #include "host/signals.h"
+#include "host/terminal.h"
 
 namespace tovrek {
 namespace {
@@ -43,6 +44,7 @@ void setLastWords(const LastWords& words) {
 void endWithoutMemory() noexcept {
   // A second thread has nothing to add.
   while (ending.test_and_set()) ::pause();
+  clearPassingLine();
   // Where nobody listens, the status still tells.
   [[maybe_unused]] const ssize_t written =
       ::write(STDERR_FILENO, lastWords.text, std::strlen(lastWords.text));

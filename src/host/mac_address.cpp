@@ -1,5 +1,6 @@
-// The link-layer address of this host: one function per platform.
+// The link-layer address of this host.
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <ifaddrs.h>
 #include <net/if.h>
 
@@ -8,12 +9,7 @@
 #include <vector>
 
 #include "host/host_info.h"
-
-#ifdef __APPLE__
-#include <net/if_dl.h>
-#else
-#include <linux/if_packet.h>
-#endif
+#include "host/platform.h"
 
 namespace tovrek {
 namespace {
@@ -24,23 +20,6 @@ struct Interface {
   unsigned flags;
   std::string address;
 };
-
-// The six address bytes of a link-layer entry; empty for other entries.
-std::string linkAddress(const sockaddr* address) {
-#ifdef __APPLE__
-  if (address->sa_family != AF_LINK) return "";
-  const auto* link = reinterpret_cast<const sockaddr_dl*>(address);
-  if (link->sdl_alen != 6) return "";
-  const auto* bytes = reinterpret_cast<const unsigned char*>(LLADDR(link));
-#else
-  if (address->sa_family != AF_PACKET) return "";
-  const auto* link = reinterpret_cast<const sockaddr_ll*>(address);
-  if (link->sll_halen != 6) return "";
-  const unsigned char* bytes = link->sll_addr;
-#endif
-  return fmt::format("{:02X}:{:02X}:{:02X}:{:02X}:{:02X}:{:02X}", bytes[0], bytes[1], bytes[2],
-                     bytes[3], bytes[4], bytes[5]);
-}
 
 // Containers often have a loopback alone: any interface is better than none at all.
 int rank(const Interface& candidate) {
@@ -61,10 +40,10 @@ std::optional<std::string> macAddress(ErrorText* error) {
   std::vector<Interface> found;
   for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
     if (entry->ifa_addr == nullptr) continue;
-    std::string address = linkAddress(entry->ifa_addr);
-    if (address.empty()) continue;
-    found.push_back(
-        {entry->ifa_name, ::if_nametoindex(entry->ifa_name), entry->ifa_flags, std::move(address)});
+    const auto address = linkAddress(entry->ifa_addr);
+    if (!address) continue;
+    found.push_back({entry->ifa_name, ::if_nametoindex(entry->ifa_name), entry->ifa_flags,
+                     fmt::format("{:02X}", fmt::join(*address, ":"))});
   }
   const auto best = std::min_element(found.begin(), found.end(), [](const auto& a, const auto& b) {
     return std::pair(rank(a), a.index) < std::pair(rank(b), b.index);

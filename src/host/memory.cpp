@@ -1,6 +1,7 @@
 #include "host/memory.h"
 
-#ifdef __linux__
+#include <cstdlib>  // tells which C library it is
+#ifdef __GLIBC__
 #include <malloc.h>
 #endif
 

@@ -15,8 +15,11 @@
 #include <string_view>
 
 #include "host/HostRoot.h"
+#include "host/ProgressChannel.h"
 #include "host/child_environment.h"
 #include "host/file_io.h"
+#include "host/paths.h"
+#include "host/platform.h"
 #include "host/running_child.h"
 #include "host/spawning.h"
 
@@ -28,16 +31,31 @@ struct Pipe {
 
   bool open() {
     int fds[2];
-#ifdef __linux__
-    if (::pipe2(fds, O_CLOEXEC) != 0) return false;
-#else
-    if (::pipe(fds) != 0) return false;
-    ::fcntl(fds[0], F_SETFD, FD_CLOEXEC);
-    ::fcntl(fds[1], F_SETFD, FD_CLOEXEC);
-#endif
+    if (!openPipe(fds)) return false;
     readEnd = UniqueFd(fds[0]);
     writeEnd = UniqueFd(fds[1]);
     return true;
+  }
+};
+
+// What this process and a child share.
+struct Channels {
+  Pipe input, output, errors;
+  ProgressChannel progress;
+
+  bool open() { return input.open() && output.open() && errors.open(); }
+  // The child has its own copies.
+  void closeChildEnds() {
+    input.readEnd.close();
+    output.writeEnd.close();
+    errors.writeEnd.close();
+    progress.closeChildEnd();
+  }
+  // Nobody reads or writes on: the child is not to wait for that.
+  void closeOwnEnds() {
+    input.writeEnd.close();
+    output.readEnd.close();
+    errors.readEnd.close();
   }
 };
 
@@ -57,19 +75,37 @@ std::string findProgram(const std::string& name) {
   return name;
 }
 
+// Other programs would not know what the descriptor is, and hand it on.
+bool isCompanion(const std::string& program) {
+  const std::string root = HostRoot::folder();
+  return !root.empty() && program.starts_with(joinPath(root, "usr/bin/"));
+}
+
+// Hands on what has arrived; the last report once more where nothing has.
+void takeReports(const ProgressChannel& channel, const Command& command, Progress* last) {
+  while (const auto report = channel.receive()) *last = *report;
+  command.onProgress(*last);
+}
+
 // Reads both pipes, and feeds the input, until all are closed; one alone could block the child.
 // False, with errno, when something may be missing from the output.
-bool exchange(Pipe& input, Pipe& output, Pipe& errors, std::string_view text, Outcome* outcome) {
+bool exchange(Channels& channels, const Command& command, Outcome* outcome) {
+  constexpr int kReportInterval = 200;  // milliseconds
+  auto& [input, output, errors, progress] = channels;
+  std::string_view text = command.input;
+  Progress last;
   std::array<char, 65536> buffer;
   // A blocking write of more than the pipe holds would wait for a child that waits for us.
   ::fcntl(input.writeEnd.get(), F_SETFL, O_NONBLOCK);
   if (text.empty()) input.writeEnd.close();
   int failure = 0;
   while (output.readEnd.valid() || errors.readEnd.valid() || input.writeEnd.valid()) {
-    std::array<pollfd, 3> watched = {pollfd{output.readEnd.get(), POLLIN, 0},
-                                     pollfd{errors.readEnd.get(), POLLIN, 0},
-                                     pollfd{input.writeEnd.get(), POLLOUT, 0}};
-    if (::poll(watched.data(), watched.size(), -1) < 0 && errno != EINTR) return false;
+    std::array<pollfd, 4> watched = {
+        pollfd{output.readEnd.get(), POLLIN, 0}, pollfd{errors.readEnd.get(), POLLIN, 0},
+        pollfd{input.writeEnd.get(), POLLOUT, 0}, pollfd{progress.parentEnd(), POLLIN, 0}};
+    const int patience = progress.isOpen() ? kReportInterval : -1;
+    if (::poll(watched.data(), watched.size(), patience) < 0 && errno != EINTR) return false;
+    if (progress.isOpen()) takeReports(progress, command, &last);
     const auto drain = [&](const pollfd& state, UniqueFd& end, std::string* sink) {
       if (state.revents == 0 || !end.valid()) return;
       const ssize_t got = ::read(end.get(), buffer.data(), buffer.size());
@@ -86,13 +122,15 @@ bool exchange(Pipe& input, Pipe& output, Pipe& errors, std::string_view text, Ou
       if (text.empty() || (put < 0 && errno != EINTR && errno != EAGAIN)) input.writeEnd.close();
     }
   }
+  if (progress.isOpen()) takeReports(progress, command, &last);
   errno = failure;
   return failure == 0;
 }
 
 // Starts the child with its pipes; the parent's copies of the child's ends are closed.
-int spawn(const Command& command, Pipe& input, Pipe& output, Pipe& errors, pid_t* child,
+int spawn(const Command& command, const std::string& program, Channels& channels, pid_t* child,
           const sigset_t& mask) {
+  const auto& [input, output, errors, progress] = channels;
   FileActions files;
   if (command.input.empty()) {
     posix_spawn_file_actions_addopen(&files.actions, 0, "/dev/null", O_RDONLY, 0);
@@ -104,6 +142,11 @@ int spawn(const Command& command, Pipe& input, Pipe& output, Pipe& errors, pid_t
     posix_spawn_file_actions_adddup2(&files.actions, errors.writeEnd.get(), 2);
   } else if (command.standardError == StandardError::kMergeIntoOutput) {
     posix_spawn_file_actions_adddup2(&files.actions, output.writeEnd.get(), 2);
+  }
+  if (progress.isOpen()) {
+    // Behind the others, whose descriptors may have this number here.
+    posix_spawn_file_actions_adddup2(&files.actions, progress.childEnd(),
+                                     ProgressChannel::kChildDescriptor);
   }
   if (!command.workingDirectory.empty()) {
     posix_spawn_file_actions_addchdir_np(&files.actions, command.workingDirectory.c_str());
@@ -119,12 +162,13 @@ int spawn(const Command& command, Pipe& input, Pipe& output, Pipe& errors, pid_t
 
   std::vector<std::string> arguments = command.argv;
   std::vector<std::string> environment = childEnvironment(command);
-  const std::string program = findProgram(arguments.front());
+  if (progress.isOpen()) {
+    environment.push_back(std::string(kProgressVariable) + "=" +
+                          std::to_string(ProgressChannel::kChildDescriptor));
+  }
   const int result = ::posix_spawn(child, program.c_str(), &files.actions, &spawning.attributes,
                                    pointersTo(arguments).data(), pointersTo(environment).data());
-  input.readEnd.close();
-  output.writeEnd.close();
-  errors.writeEnd.close();
+  channels.closeChildEnds();
   return result;
 }
 
@@ -135,25 +179,24 @@ bool runProcess(const Command& command, Outcome* outcome, ErrorText* error) {
   if (command.argv.empty()) return fail(error, "no program named");
   std::fflush(stdout);
 
-  Pipe input, output, errors;
-  if (!input.open() || !output.open() || !errors.open()) {
+  const std::string program = findProgram(command.argv.front());
+  Channels channels;
+  if (!channels.open()) {
     outcome->hadNoPipe = true;
     return failWithErrno(error);
   }
+  if (command.onProgress && isCompanion(program)) channels.progress.open();
   // A child that does not read its input must not end this program.
   ::signal(SIGPIPE, SIG_IGN);
   pid_t child = 0;
   {
     const SignalsBlocked blocked;
-    const int result = spawn(command, input, output, errors, &child, blocked.oldMask());
+    const int result = spawn(command, program, channels, &child, blocked.oldMask());
     if (result != 0) return fail(error, std::strerror(result));
     setRunningChild(child);
   }
-  const int lost = exchange(input, output, errors, command.input, outcome) ? 0 : errno;
-  // Nobody reads or writes on: the child is not to wait for that.
-  input.writeEnd.close();
-  output.readEnd.close();
-  errors.readEnd.close();
+  const int lost = exchange(channels, command, outcome) ? 0 : errno;
+  channels.closeOwnEnds();
 
   // Only learn of the end first: a child that is reaped must not be signalled any more.
   siginfo_t ended{};

@@ -1,11 +1,13 @@
 // Starting other programs.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "host/ErrorText.h"
+#include "host/progress_report.h"
 
 namespace tovrek {
 
@@ -23,6 +25,9 @@ struct Command {
   // The program that a shell is to run, where argv[0] is one: by its name, or by argv[0], it is
   // decided whether the child gets passwords and pins that are in the environment.
   std::string shellTool{};
+  // Told what the child reports of its progress, and the same again when it has been silent for a
+  // while. Only programs of the host root are given the means to report.
+  std::function<void(const Progress&)> onProgress{};
 };
 
 struct Outcome {

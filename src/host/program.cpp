@@ -3,17 +3,17 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
-#ifdef __linux__
-#include <linux/close_range.h>
-#endif
 
 #include <cerrno>
+#include <cstdlib>
 #include <exception>
 #include <new>
 
 #include "host/allocation.h"
 #include "host/confinement.h"
+#include "host/platform.h"
 #include "host/signals.h"
+#include "host/version.h"
 
 namespace tovrek {
 namespace {
@@ -41,15 +41,16 @@ bool openClosedStreams() {
   return true;
 }
 
-// What the caller has open is none of the business of the programs that this one starts.
-void keepOpenFilesFromChildren() {
-#ifdef CLOSE_RANGE_CLOEXEC
-  constexpr unsigned kFirst = STDERR_FILENO + 1;
-  ::close_range(kFirst, ~0U, CLOSE_RANGE_CLOEXEC);
-#endif
+int tellVersion(const char* name, const Streams& streams) {
+  streams.out(versionLine(name));
+  return outputFailed() ? EXIT_FAILURE : EXIT_SUCCESS;
 }
 
 }  // namespace
+
+std::string versionLine(std::string_view name) {
+  return std::string(name) + " (Tovrek) " + kToolVersion + "\n";
+}
 
 int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules) {
   watchAllocations(rules.outOfMemory);
@@ -58,7 +59,8 @@ int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules)
   // A file that may not grow further is an error to report, as a full disk is.
   ::signal(SIGXFSZ, SIG_IGN);
   forbidCoreDumps();
-  keepOpenFilesFromChildren();
+  // What the caller has open is none of the business of the programs that this one starts.
+  keepFromChildren(STDERR_FILENO + 1);
   // Where the parent ignores the ends of children, so would this program: the system then keeps
   // no exit status of theirs.
   ::signal(SIGCHLD, SIG_DFL);
@@ -66,6 +68,9 @@ int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules)
   const Streams streams;
   Arguments arguments = argumentsOf(argc, argv);
   arguments.ownsProcess = true;
+  if (rules.name != nullptr && arguments.words == std::vector<std::string>{"--version"}) {
+    return tellVersion(rules.name, streams);
+  }
   try {
     return run(arguments, streams);
   } catch (const std::bad_alloc&) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/Streams.h"
@@ -22,6 +23,9 @@ using ProgramRun = int (*)(const Arguments& arguments, const Streams& streams);
 
 // What differs between one `main` and another.
 struct ProgramRules {
+  // What `--version`, alone on the command line, is answered by; null where the program itself
+  // says.
+  const char* name = nullptr;
   // An interruption ends the child too and removes what the program has begun (see signals.h).
   bool cleansUpOnSignals = false;
   // Tells of an exception that nobody caught and answers the status to end with. `reason` is null
@@ -30,6 +34,9 @@ struct ProgramRules {
   // The end of a program that gets no memory, wherever it happens.
   LastWords outOfMemory{};
 };
+
+// "NAME (Tovrek) VERSION" and a line end, as all programs tell their version.
+std::string versionLine(std::string_view name);
 
 // The whole of `main`: the program on the streams of this process. Those that it was started
 // without are /dev/null, and the limit on the size of files ends no program: writing fails.

@@ -1,10 +1,5 @@
 #include "host/resources.h"
 
-#ifdef __linux__
-#include <linux/magic.h>
-#include <sys/vfs.h>
-#endif
-
 #include <algorithm>
 #include <charconv>
 #include <sstream>
@@ -71,16 +66,6 @@ std::optional<uint64_t> availableMemory() {
     available = std::min(available.value_or(left), left);
   }
   return available;
-}
-
-bool isInMemory([[maybe_unused]] const std::string& folder) {
-#ifdef __linux__
-  struct statfs info {};
-  return ::statfs(folder.c_str(), &info) == 0 &&
-         (info.f_type == TMPFS_MAGIC || info.f_type == RAMFS_MAGIC);
-#else
-  return false;
-#endif
 }
 
 }  // namespace tovrek

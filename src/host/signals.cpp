@@ -10,7 +10,9 @@
 #include <cstring>
 #include <exception>
 
+#include "host/platform.h"
 #include "host/running_child.h"
+#include "host/terminal.h"
 
 namespace tovrek {
 namespace {
@@ -34,16 +36,6 @@ std::atomic<int> endStatus{kNotEnding};
 std::atomic<bool> hasHandlers{false};
 pthread_t mainThread;
 
-// fork() is no call for a handler: it takes the locks of malloc, which the interrupted code may
-// hold. _Fork() takes none.
-pid_t forkInHandler() {
-#if defined(__GLIBC__) && __GLIBC_PREREQ(2, 34)
-  return ::_Fork();
-#else
-  return ::fork();
-#endif
-}
-
 void endChildAndCleanUp(int number) {
   if (const pid_t child = runningChild.exchange(0); child > 0) {
     ::kill(-child, number);
@@ -51,6 +43,7 @@ void endChildAndCleanUp(int number) {
     while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
     }
   }
+  clearPassingLine();
   removeRegisteredItems();
 }
 

@@ -44,7 +44,7 @@ int ManifestLibInterface::buildManifestXml() {
   auto packageInfo = package.generatePackageElements();
   if (!packageInfo) return refuse("PackageInfo");
 
-  const std::optional<MobileApp> finished = finishApp(appInfo_, logger);
+  const std::optional<MobileApp> finished = finishApp(appInfo_, logger, context_.showsProgress);
   auto mobileApp = finished ? package.generateMobileAppElement(*finished) : std::nullopt;
   if (!mobileApp) return refuse("MobileApp");
 

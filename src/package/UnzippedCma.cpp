@@ -11,11 +11,9 @@
 namespace tovrek {
 namespace {
 
-// Unpacks the archive into the folder, and sees to it that there is nothing but what may be walked.
-bool unpack(const std::string& archive, const std::string& folder, const WrapperLogger* log,
-            ErrorText* error) {
-  return isUnzipped(runUnzip(archive, folder, log), error) &&
-         refuseLinks(folder, std::nullopt, nullptr, error);
+// Whether an archive was unpacked into the folder, with nothing but what may be walked.
+bool isUnpacked(const Outcome& outcome, const std::string& folder, ErrorText* error) {
+  return isUnzipped(outcome, error) && refuseLinks(folder, std::nullopt, nullptr, error);
 }
 
 }  // namespace
@@ -23,7 +21,8 @@ bool unpack(const std::string& archive, const std::string& folder, const Wrapper
 std::shared_ptr<UnzippedCma> UnzippedCma::UnzippedIpaObjForInputFile(const std::string& path,
                                                                      TemporaryDirectory* tempDir,
                                                                      ErrorText* error,
-                                                                     const WrapperLogger* log) {
+                                                                     const WrapperLogger* log,
+                                                                     bool showsProgress) {
   if (!isFolderGiven(tempDir, error)) return nullptr;
   if (!equalsIgnoringCase(pathExtension(path), "wex")) {
     fail(error, "Unknown input file.");
@@ -32,6 +31,7 @@ std::shared_ptr<UnzippedCma> UnzippedCma::UnzippedIpaObjForInputFile(const std::
   if (!tempDir->created() && !tempDir->Create(error)) return nullptr;
   std::shared_ptr<UnzippedCma> package = initWithwexipa(path, *tempDir);
   package->log_ = log;
+  package->showsProgress_ = showsProgress;
   const bool unpacked = package->UnzipToGetIpaPath(error) && package->UnzipWithPayload(error);
   return unpacked ? package : nullptr;
 }
@@ -50,8 +50,18 @@ std::shared_ptr<UnzippedCma> UnzippedCma::initWithwexipa(const std::string& path
   return initWithCma(path, tempDir);
 }
 
+Outcome UnzippedCma::ExecuteTask(const std::string& destination) const {
+  ProgressStage stage(showsProgress_, "Unpacking");
+  return runUnzip(inputcma_, destination, log_, &stage);
+}
+
+Outcome UnzippedCma::ExecuteTaskIpa(const std::string& destination) const {
+  ProgressStage stage(showsProgress_, "Unpacking");
+  return runUnzip(ipaPath_, destination, log_, &stage);
+}
+
 bool UnzippedCma::Unzip(ErrorText* error) {
-  if (!unpack(inputcma_, tempDir_, log_, error)) return false;
+  if (!isUnpacked(ExecuteTask(tempDir_), tempDir_, error)) return false;
   const auto manifest = firstEntryWithExtension(tempDir_, "xml");
   if (!manifest) {
     return fail(error, fmt::format("Manifest xml cannot be foung in directory ({})", tempDir_));
@@ -61,7 +71,7 @@ bool UnzippedCma::Unzip(ErrorText* error) {
 }
 
 bool UnzippedCma::UnzipToGetIpaPath(ErrorText* error) {
-  if (!unpack(inputcma_, tempDir_, log_, error)) return false;
+  if (!isUnpacked(ExecuteTask(tempDir_), tempDir_, error)) return false;
   const auto ipa = firstEntryWithExtension(tempDir_, "ipa");
   if (!ipa) return fail(error, fmt::format("Ipa is not found in directory ({}) .", tempDir_));
   ipaName_ = *ipa;
@@ -70,7 +80,7 @@ bool UnzippedCma::UnzipToGetIpaPath(ErrorText* error) {
 }
 
 bool UnzippedCma::UnzipWithPayload(ErrorText* error) {
-  if (!unpack(ipaPath_, tempDir_, log_, error)) return false;
+  if (!isUnpacked(ExecuteTaskIpa(tempDir_), tempDir_, error)) return false;
   const auto app = findPayloadApp(tempDir_, &payloadDir_, error);
   if (!app) return false;
   appPath_ = *app;

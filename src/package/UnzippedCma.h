@@ -5,6 +5,7 @@
 #include <string>
 
 #include "host/ErrorText.h"
+#include "host/process.h"
 #include "log/WrapperLogger.h"
 #include "package/TemporaryDirectory.h"
 
@@ -17,14 +18,21 @@ class UnzippedCma {
  public:
   // Unpacks the package and its .ipa, creating `tempDir` when that was not done. Null, with the
   // reason, on failure; null without a text when no folder object is given.
-  static std::shared_ptr<UnzippedCma> UnzippedIpaObjForInputFile(
-      const std::string& path, TemporaryDirectory* tempDir, ErrorText* error,
-      const WrapperLogger* log = nullptr);
+  static std::shared_ptr<UnzippedCma> UnzippedIpaObjForInputFile(const std::string& path,
+                                                                 TemporaryDirectory* tempDir,
+                                                                 ErrorText* error,
+                                                                 const WrapperLogger* log = nullptr,
+                                                                 bool showsProgress = false);
   // Neither of these two unpacks anything.
   static std::shared_ptr<UnzippedCma> initWithCma(const std::string& path,
                                                   const TemporaryDirectory& tempDir);
   static std::shared_ptr<UnzippedCma> initWithwexipa(const std::string& path,
                                                      const TemporaryDirectory& tempDir);
+
+  // Unzip the package, or its .ipa, into `destination`: what unzip said, and its exit status (127
+  // when it could not be started).
+  Outcome ExecuteTask(const std::string& destination) const;
+  Outcome ExecuteTaskIpa(const std::string& destination) const;
 
   // Unpacks the package and finds its manifest.
   bool Unzip(ErrorText* error);
@@ -51,6 +59,7 @@ class UnzippedCma {
  private:
   UnzippedCma() = default;
   const WrapperLogger* log_ = nullptr;
+  bool showsProgress_ = false;
   std::string inputcma_;
   std::string cmaName_;
   std::string payloadDir_;

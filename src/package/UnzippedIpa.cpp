@@ -8,7 +8,8 @@ namespace tovrek {
 std::shared_ptr<UnzippedIpa> UnzippedIpa::UnzippedIpaObjForInputFile(const std::string& path,
                                                                      TemporaryDirectory* tempDir,
                                                                      ErrorText* error,
-                                                                     const WrapperLogger* log) {
+                                                                     const WrapperLogger* log,
+                                                                     bool showsProgress) {
   if (!isFolderGiven(tempDir, error)) return nullptr;
   const std::string extension = pathExtension(path);
   if (equalsIgnoringCase(extension, "app")) return initWithApp(path, *tempDir);
@@ -19,6 +20,7 @@ std::shared_ptr<UnzippedIpa> UnzippedIpa::UnzippedIpaObjForInputFile(const std::
   if (!tempDir->created() && !tempDir->Create(error)) return nullptr;
   std::shared_ptr<UnzippedIpa> ipa = initWithIpa(path, *tempDir);
   ipa->log_ = log;
+  ipa->showsProgress_ = showsProgress;
   return ipa->Unzip(error) ? ipa : nullptr;
 }
 
@@ -39,8 +41,13 @@ std::shared_ptr<UnzippedIpa> UnzippedIpa::initWithApp(const std::string& path,
   return app;
 }
 
+Outcome UnzippedIpa::ExecuteTask(const std::string& destination) const {
+  ProgressStage stage(showsProgress_, "Unpacking");
+  return runUnzip(inputIpa_, destination, log_, &stage);
+}
+
 bool UnzippedIpa::Unzip(ErrorText* error) {
-  if (!isUnzipped(runUnzip(inputIpa_, tempDir_, log_), error)) return false;
+  if (!isUnzipped(ExecuteTask(tempDir_), error)) return false;
   const auto app = findPayloadApp(tempDir_, &payloadDir_, error);
   if (!app) return false;
   appPath_ = *app;

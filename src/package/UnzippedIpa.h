@@ -7,6 +7,7 @@
 #include <string>
 
 #include "host/ErrorText.h"
+#include "host/process.h"
 #include "log/WrapperLogger.h"
 #include "package/AppBundle.h"
 #include "package/TemporaryDirectory.h"
@@ -20,15 +21,20 @@ class UnzippedIpa {
   // Unpacks an .ipa (creating `tempDir` when that was not done) or takes an .app as it stands;
   // the extension is compared without case. Null, with the reason, on failure; null without a
   // text when no folder object is given.
-  static std::shared_ptr<UnzippedIpa> UnzippedIpaObjForInputFile(
-      const std::string& path, TemporaryDirectory* tempDir, ErrorText* error,
-      const WrapperLogger* log = nullptr);
+  static std::shared_ptr<UnzippedIpa> UnzippedIpaObjForInputFile(const std::string& path,
+                                                                 TemporaryDirectory* tempDir,
+                                                                 ErrorText* error,
+                                                                 const WrapperLogger* log = nullptr,
+                                                                 bool showsProgress = false);
   // Neither of these two unpacks anything.
   static std::shared_ptr<UnzippedIpa> initWithIpa(const std::string& path,
                                                   const TemporaryDirectory& tempDir);
   static std::shared_ptr<UnzippedIpa> initWithApp(const std::string& path,
                                                   const TemporaryDirectory& tempDir);
 
+  // Unzips the input into `destination`: what unzip said, and its exit status (127 when it could
+  // not be started).
+  Outcome ExecuteTask(const std::string& destination) const;
   // Unpacks the input and finds the app in it.
   bool Unzip(ErrorText* error);
   // The app as a bundle; none, with a text, when there is none.
@@ -43,6 +49,7 @@ class UnzippedIpa {
  private:
   UnzippedIpa() = default;
   const WrapperLogger* log_ = nullptr;
+  bool showsProgress_ = false;
   std::string inputIpa_;
   std::string tempDir_;
   std::string ipaName_;

@@ -1,6 +1,7 @@
 #include "package/app_finishing.h"
 
 #include "host/clock.h"
+#include "host/disk_space.h"
 #include "package/WexInfoPlistModifier.h"
 #include "package/application_identifier.h"
 #include "package/checksum.h"
@@ -34,9 +35,11 @@ bool identify(const WexManifestAppInfo& appInfo, const WexInfoPlistModifier& inf
 }
 
 // The values that cover the app's files as they stand.
-bool seal(const std::string& bundlePath, const WrapperLogger& logger, MobileApp* app) {
+bool seal(const std::string& bundlePath, const WrapperLogger& logger, bool showsProgress,
+          MobileApp* app) {
+  ProgressStage stage(showsProgress, "Checksums", [&] { return bytesBelow(bundlePath); });
   Digest contents(DigestAlgorithm::kSha256);
-  if (LookForRecursiveFileWith(bundlePath, contents, logger)) {
+  if (LookForRecursiveFileWith(bundlePath, contents, logger, &stage)) {
     app->bundleCheckSum = CalulateSHA2StringFromData(contents);
   }
   if (app->bundleCheckSum.empty()) return failed(logger, "Error:- Could not generate checkSum");
@@ -50,7 +53,8 @@ bool seal(const std::string& bundlePath, const WrapperLogger& logger, MobileApp*
 
 }  // namespace
 
-std::optional<MobileApp> finishApp(const WexManifestAppInfo& appInfo, const WrapperLogger& logger) {
+std::optional<MobileApp> finishApp(const WexManifestAppInfo& appInfo, const WrapperLogger& logger,
+                                   bool showsProgress) {
   const auto& bundle = appInfo.appBundle;
   auto infoPlist = WexInfoPlistModifier::initWithAppBundle(bundle, logger);
   if (infoPlist) infoPlist->disableAppTransportSecurity();
@@ -63,7 +67,7 @@ std::optional<MobileApp> finishApp(const WexManifestAppInfo& appInfo, const Wrap
   const bool finished =
       infoPlist && identify(appInfo, *infoPlist, logger, &app) &&
       addManagementEntries(*infoPlist, appInfo, app.packageID, app.friendlyName, logger) &&
-      seal(bundle->path(), logger, &app) &&
+      seal(bundle->path(), logger, showsProgress, &app) &&
       writeSettingsFile(bundle->path(), app, appInfo.appMode, logger);
   return finished ? std::optional(app) : std::nullopt;
 }

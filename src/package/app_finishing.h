@@ -12,6 +12,7 @@ namespace tovrek {
 // Adds the management layer's entries to the Info.plist and writes the settings file. Answers
 // what a manifest says about the finished app: identifiers, name, checksum, key. None, logged, on
 // failure, with the edits made so far left in place.
-std::optional<MobileApp> finishApp(const WexManifestAppInfo& appInfo, const WrapperLogger& logger);
+std::optional<MobileApp> finishApp(const WexManifestAppInfo& appInfo, const WrapperLogger& logger,
+                                   bool showsProgress = false);
 
 }  // namespace tovrek

@@ -6,6 +6,7 @@
 #include "host/files.h"
 #include "host/paths.h"
 #include "log/SystemLog.h"
+#include "tools/tool_run.h"
 
 namespace tovrek {
 namespace {
@@ -38,11 +39,16 @@ bool isFolderGiven(const TemporaryDirectory* folder, ErrorText* error) {
 }
 
 Outcome runUnzip(const std::string& archive, const std::string& destination,
-                 const WrapperLogger* log) {
+                 const WrapperLogger* log, ProgressStage* stage) {
   Command command;
   command.argv = {"/usr/bin/unzip", "-q", "-d", destination, archiveArgument(archive)};
   command.standardError = StandardError::kCapture;
-  Outcome outcome = runQuietly(command);
+  Outcome outcome;
+  if (ErrorText reason; !runPart(command, stage, &outcome, &reason)) {
+    outcome = Outcome();
+    outcome.status = kNotStarted;
+    outcome.notStarted = reason.text();
+  }
   printError(outcome.errorOutput);
   const std::string complaint(trimmed(outcome.errorOutput));
   if (log != nullptr && outcome.status != 0 && !complaint.empty()) {

@@ -7,6 +7,7 @@
 
 #include "host/ErrorText.h"
 #include "host/process.h"
+#include "log/ProgressStage.h"
 #include "log/WrapperLogger.h"
 
 namespace tovrek {
@@ -17,9 +18,10 @@ class TemporaryDirectory;
 bool isFolderGiven(const TemporaryDirectory* folder, ErrorText* error);
 
 // Runs unzip on the archive; status 127 when it could not be started. What it complains of when it
-// fails is shown, and is an error in `log` (may be null).
+// fails is shown, and is an error in `log` (may be null). `stage`, which may be null, tells how far
+// it is.
 Outcome runUnzip(const std::string& archive, const std::string& destination,
-                 const WrapperLogger* log);
+                 const WrapperLogger* log, ProgressStage* stage = nullptr);
 
 // Whether unzip succeeded, and the text of both unpackers when it did not. unzip writes its
 // complaints to standard error, so the text has often no reason in it.

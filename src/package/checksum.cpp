@@ -13,9 +13,13 @@
 namespace tovrek {
 namespace {
 
-bool appendFile(const std::string& path, BlockStream& data) {
+bool appendFile(const std::string& path, BlockStream& data, ProgressStage* stage) {
+  const auto took = [&](size_t size) {
+    data.took(size);
+    if (stage != nullptr) stage->add(size);
+  };
   return readInPieces(
-      path, [&data] { return data.room(); }, [&data](size_t size) { data.took(size); });
+      path, [&data] { return data.room(); }, took);
 }
 
 // A link that leads out of the folder would make the checksum depend on the host.
@@ -27,8 +31,10 @@ bool leadsOutside(const std::string& link, const std::string& directory) {
 
 class ContentWalk {
  public:
-  ContentWalk(Digest& data, const WrapperLogger& logger)
-      : data_([&data](std::string_view block) { data.update(block); }), logger_(logger) {}
+  ContentWalk(Digest& data, const WrapperLogger& logger, ProgressStage* stage)
+      : data_([&data](std::string_view block) { data.update(block); }),
+        logger_(logger),
+        stage_(stage) {}
 
   // False, and logged, when a folder could not be read.
   bool walk(const std::string& directory) {
@@ -61,7 +67,7 @@ class ContentWalk {
     const bool readable = item.kind != ItemKind::kLink || !leadsOutside(path, directory);
     // Files of the app are not opened through links.
     const std::string file = item.kind == ItemKind::kLink ? realPath(path).value_or(path) : path;
-    if (!readable || !appendFile(file, data_)) {
+    if (!readable || !appendFile(file, data_, stage_)) {
       logger_.logError(fmt::format("Error reading file {}", item.relativePath));
     }
     return true;
@@ -69,14 +75,15 @@ class ContentWalk {
 
   BlockStream data_;
   const WrapperLogger& logger_;
+  ProgressStage* stage_;
   std::set<std::string> open_;
 };
 
 }  // namespace
 
 bool LookForRecursiveFileWith(const std::string& directory, Digest& data,
-                              const WrapperLogger& logger) {
-  return ContentWalk(data, logger).walk(directory);
+                              const WrapperLogger& logger, ProgressStage* stage) {
+  return ContentWalk(data, logger, stage).walk(directory);
 }
 
 std::string CalulateMD5StringFromData(std::string_view data) {

@@ -11,7 +11,7 @@ constexpr size_t kPieceSize = size_t{1} << 18;
 
 }  // namespace
 
-FileHasher::FileHasher() : piece_(kPieceSize) {}
+FileHasher::FileHasher(ProgressReport* progress) : progress_(progress), piece_(kPieceSize) {}
 
 bool FileHasher::hash(const std::string& path, bool withSha1, FileHashes* hashes,
                       ErrorText* error) {
@@ -19,6 +19,7 @@ bool FileHasher::hash(const std::string& path, bool withSha1, FileHashes* hashes
     const std::string_view piece(piece_.data(), size);
     if (withSha1) sha1_.update(piece);
     sha256_.update(piece);
+    if (progress_ != nullptr) progress_->add(size);
   };
   const bool read = readInPieces(
       path, [&] { return std::span(piece_); }, use, error);

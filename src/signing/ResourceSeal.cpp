@@ -77,9 +77,11 @@ bool readResource(const std::string& root, bool withSha1, FileHasher* hasher, Re
 // Hashers that no thread is using.
 class HasherPool {
  public:
+  explicit HasherPool(ProgressReport* progress) : progress_(progress) {}
+
   std::unique_ptr<FileHasher> take() {
     const std::lock_guard lock(guard_);
-    if (idle_.empty()) return std::make_unique<FileHasher>();
+    if (idle_.empty()) return std::make_unique<FileHasher>(progress_);
     auto hasher = std::move(idle_.back());
     idle_.pop_back();
     return hasher;
@@ -90,6 +92,7 @@ class HasherPool {
   }
 
  private:
+  ProgressReport* progress_;
   std::mutex guard_;
   std::vector<std::unique_ptr<FileHasher>> idle_;
 };
@@ -98,7 +101,7 @@ bool readResources(const SealRequest& request, std::vector<Resource>* resources,
   constexpr size_t kFilesPerPart = 8;
   std::atomic<bool> good{true};
   std::mutex guard;
-  HasherPool hashers;
+  HasherPool hashers(request.progress);
   forEachPart(resources->size(), kFilesPerPart, [&](size_t begin, size_t end) {
     auto hasher = hashers.take();
     for (size_t i = begin; i < end && good; ++i) {

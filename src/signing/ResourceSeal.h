@@ -5,6 +5,7 @@
 #include <string>
 
 #include "host/ErrorText.h"
+#include "host/progress_report.h"
 #include "signing/ResourceRules.h"
 
 namespace tovrek::signing {
@@ -14,6 +15,7 @@ struct SealRequest {
   std::string executableName;  // in the root; it has its own hashes
   const ResourceRuleSet* rules = nullptr;
   bool withSha1 = false;  // SHA-1 also in the second generation, for old systems
+  ProgressReport* progress = nullptr;
 };
 
 // The property list as XML, all files read once. None, with the reason, for unreadable files and

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "host/ErrorText.h"
+#include "host/progress_report.h"
 #include "signing/CodeDirectory.h"
 #include "signing/Entitlements.h"
 #include "signing/SigningIdentity.h"
@@ -23,6 +24,7 @@ struct SignatureContents {
   std::string infoPlist;              // of a bundle; empty for none
   const std::string* seal = nullptr;  // of a bundle
   bool dryRun = false;                // find out whether it can be done, change nothing
+  ProgressReport* progress = nullptr;
 };
 
 // Collects what goes into the signature of one image. First the parts that need no hashes, from

@@ -66,7 +66,8 @@ std::optional<PlacedImage> place(const MachOImage& image, const SignatureContent
 // Writes one image into the file, through all processors at once.
 class ImageWriter {
  public:
-  ImageWriter(const PlacedImage& image, AtomicFile* file) : image_(image), file_(*file) {}
+  ImageWriter(const PlacedImage& image, AtomicFile* file, ProgressReport* progress)
+      : image_(image), file_(*file), progress_(progress) {}
 
   bool write(const SignatureContents& contents, ErrorText* error) {
     const auto sink = [&](uint64_t offset, std::string_view bytes) { return take(offset, bytes); };
@@ -83,6 +84,7 @@ class ImageWriter {
 
  private:
   bool take(uint64_t offset, std::string_view bytes) {
+    if (progress_ != nullptr) progress_->add(bytes.size());
     const uint64_t at = image_.slice.offset + offset;
     ErrorText reason;
     if (file_.writeAt(at, bytes, &reason)) {
@@ -96,6 +98,7 @@ class ImageWriter {
 
   const PlacedImage& image_;
   AtomicFile& file_;
+  ProgressReport* progress_;
   std::mutex mutex_;
   ErrorText reason_;
 };
@@ -118,7 +121,7 @@ bool writeImages(std::vector<PlacedImage> images, bool universal, const Signatur
   }
   for (const PlacedImage& image : images) {
     ErrorText reason;
-    if (!ImageWriter(image, file).write(contents, &reason)) {
+    if (!ImageWriter(image, file, contents.progress).write(contents, &reason)) {
       return failFor(image.name, universal, reason, error);
     }
   }

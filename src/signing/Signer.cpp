@@ -56,6 +56,7 @@ bool Signer::run(const std::string& path) {
   report_.format = formatText(object_, file_);
   if (!judgeOldSignature() || !decideContents() || !seal()) return false;
   contents_.dryRun = options_.dryRun;
+  contents_.progress = options_.progress;
   return (file_.isMachO() ? writeMachO(object_, file_, contents_, sealBytes_, error_)
                           : writeBeside(object_, file_, contents_, sealBytes_, error_));
 }
@@ -154,7 +155,7 @@ bool Signer::seal() {
   if (!object_.isBundle()) return true;
   const auto rules = resourceRules();
   if (!rules) return false;
-  SealRequest request{object_.root, object_.executableName(), &*rules, false};
+  SealRequest request{object_.root, object_.executableName(), &*rules, false, options_.progress};
   for (const HashKind& kind : contents_.digests) request.withSha1 |= kind.type == kSha1.type;
   sealBytes_ = sealResources(request, error_);
   if (!sealBytes_) return false;

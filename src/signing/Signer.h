@@ -8,6 +8,7 @@
 
 #include "formats/PlistValue.h"
 #include "host/ErrorText.h"
+#include "host/progress_report.h"
 #include "signing/CodeDirectory.h"
 #include "signing/SigningIdentity.h"
 
@@ -39,6 +40,7 @@ struct SignOptions {
   std::optional<uint32_t> runtimeVersion;  // x << 16 | y << 8 | z, for the flag kRuntimeFlag
   uint8_t pageSizeLog2 = 12;
   bool dryRun = false;  // do all but the writing
+  ProgressReport* progress = nullptr;
 };
 
 // Why code is not signed unless that is forced.

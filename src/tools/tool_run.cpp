@@ -12,9 +12,13 @@ namespace tovrek {
 namespace {
 
 // What the program complains of is read here first, so that it can be explained.
-Outcome runAndShow(const WrapperLogger& log, Command command) {
+Outcome runAndShow(const WrapperLogger& log, Command command, ProgressStage* stage = nullptr) {
   command.standardError = StandardError::kCapture;
-  Outcome outcome = runQuietly(command);
+  Outcome outcome;
+  if (!runPart(std::move(command), stage, &outcome)) {
+    outcome = Outcome();
+    outcome.status = kNotStarted;
+  }
   printError(outcome.errorOutput);
   log.logDetailed(outcome.output, LineBreaks::kKept);
   return outcome;
@@ -45,14 +49,25 @@ bool failWithStatus(ErrorText* error, std::string_view tag, int status, std::str
 }
 
 bool runToolOrFail(const WrapperLogger& log, const std::vector<std::string>& argv,
-                   std::string_view tag, ErrorText* error) {
+                   std::string_view tag, ErrorText* error, ProgressStage* stage) {
   Command command;
   command.argv = argv;
-  const Outcome outcome = runAndShow(log, std::move(command));
+  const Outcome outcome = runAndShow(log, std::move(command), stage);
   if (outcome.status == 0) return true;
   const std::string complaint = trimmed(outcome.errorOutput);
   if (!complaint.empty()) log.logError(complaint, LineBreaks::kKept);
   return failWithStatus(error, tag, outcome.status, outcome.said());
+}
+
+bool runPart(Command command, ProgressStage* stage, Outcome* outcome, ErrorText* error) {
+  if (stage != nullptr) command.onProgress = stage->partReports();
+  if (!command.onProgress) return runProcess(command, outcome, error);
+  const bool wasShared = command.standardError == StandardError::kInherit;
+  if (wasShared) command.standardError = StandardError::kCapture;
+  const bool ran = runProcess(command, outcome, error);
+  stage->endPart();
+  if (wasShared) printError(std::exchange(outcome->errorOutput, {}));
+  return ran;
 }
 
 std::optional<Outcome> runShell(const WrapperLogger& log, const std::string& commandLine) {

@@ -10,6 +10,7 @@
 
 #include "host/ErrorText.h"
 #include "host/process.h"
+#include "log/ProgressStage.h"
 #include "log/WrapperLogger.h"
 
 namespace tovrek {
@@ -29,9 +30,14 @@ void logNotStarted(const ErrorText& reason);
 // said; false.
 bool failWithStatus(ErrorText* error, std::string_view tag, int status, std::string_view said = {});
 
-// As runTool; any status but 0 fails with that text.
+// As runTool; any status but 0 fails with that text. The program does a part of `stage`, which may
+// be null.
 bool runToolOrFail(const WrapperLogger& log, const std::vector<std::string>& argv,
-                   std::string_view tag, ErrorText* error);
+                   std::string_view tag, ErrorText* error, ProgressStage* stage = nullptr);
+
+// As runProcess(), with the program a part of the stage, which may be null. What the program would
+// write beside the stage's line is shown when that is gone.
+bool runPart(Command command, ProgressStage* stage, Outcome* outcome, ErrorText* error = nullptr);
 
 // "/bin/sh" "-c" `commandLine`; the output is logged at detailed level. None, with a line in the
 // system log, when the shell cannot be started.

@@ -7,7 +7,7 @@ import tempfile
 import time
 import unittest
 
-from harness import ADMIN, ROOT, TOOLKIT, pack, read, run, write
+from harness import ADMIN, TOOLKIT, pack, read, run, write
 from makers import small_app
 from test_batch import StandInTest, kill_session, rows_of
 
@@ -267,28 +267,3 @@ PartitionName=all Nodes={here} Default=YES MaxTime=INFINITE State=UP
         wait_for(lambda: not queue(), "the array goes on")
         self.assertEqual(self.results(table), {})
         self.assertEqual(os.listdir(self.path("out")), [])
-
-
-class Deployment(unittest.TestCase):
-    def test_image_has_the_libraries(self):
-        """Every library that a program loads comes with a package that the recipe names, or with
-        one that those need."""
-        recipe = read(ROOT, "deploy", "Containerfile").decode()
-        named = recipe.rpartition("install -y")[2].partition("&&")[0].split()
-        packages = {name for name in named if not name.startswith(("-", "\\"))}
-        depends = run("apt-cache", "depends", "--recurse", "--no-suggests", "--no-recommends",
-                     "--no-conflicts", "--no-breaks", "--no-replaces", "--no-enhances",
-                     *packages).stdout.decode()
-        needed = set(depends.split())
-        programs = [os.path.join(base, name) for base, _, names in os.walk(TOOLKIT)
-                    for name in names if os.access(os.path.join(base, name), os.X_OK)]
-        loaded = set()
-        for program in programs:
-            lines = run("ldd", program, check=False).stdout.decode().splitlines()
-            loaded |= {os.path.realpath(line.split()[2]) for line in lines if "=> /" in line}
-        self.assertGreater(len(loaded), 8)
-        for library in loaded:
-            # By its name: /lib and /usr/lib may be one folder.
-            found = run("dpkg", "-S", "*/" + os.path.basename(library), check=False).stdout
-            owners = {line.partition(":")[0] for line in found.decode().splitlines()}
-            self.assertTrue(owners & needed, library)

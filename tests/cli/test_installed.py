@@ -1,8 +1,28 @@
-"""Where content and log are: in a folder of one's own, and in the installation of a package."""
+"""What a folder of one's own and the installation of a package have: versions, content, log."""
 import os
+import re
 import shutil
+import unittest
 
-from harness import TOOLKIT, WholeProgramTest, read, write
+from harness import COMPANIONS, TOOLKIT, WholeProgramTest, read, run, write
+
+
+class Versions(unittest.TestCase):
+    # As the programs that they stand in for put it.
+    OTHER_FORMS = {"xcrun": "xcrun version {}.\n", "xcode-select": "xcode-select version {}.\n"}
+
+    def test_all_programs(self):
+        banner = run(os.path.join(TOOLKIT, "Tovrek"), check=False).stdout.decode()
+        version = re.search(r"version (\d+\.\d+\.\d+)\.", banner).group(1)
+        programs = [entry.path for folder in (TOOLKIT, COMPANIONS) for entry in os.scandir(folder)
+                    if entry.is_file() and os.access(entry.path, os.X_OK)
+                    and entry.name != "Tovrek"]
+        self.assertGreater(len(programs), 12)
+        for program in programs:
+            name = os.path.basename(program)
+            told = run(program, "--version")
+            form = self.OTHER_FORMS.get(name, name + " (Tovrek) {}\n")
+            self.assertEqual((told.stdout.decode(), told.stderr), (form.format(version), b""))
 
 
 class Installed(WholeProgramTest):

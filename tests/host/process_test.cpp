@@ -81,6 +81,23 @@ TEST(Process, SecretsReachOnlyWhatSigns) {
   EXPECT_FALSE(got(shellCommand("/usr/bin/unzip codesign /usr/bin/security")));
 }
 
+TEST(Process, OnlyCompanionsReportTheirProgress) {
+  const TemporaryFolder root;
+  const ScopedEnvironment environment("TOVREK_HOST_ROOT", root.path()),
+      own("TOVREK_PROGRESS_FD", "1");
+  const std::string script =
+      "#!/bin/sh\necho \"[$TOVREK_PROGRESS_FD]\"; test -S /proc/self/fd/3 && echo socket\n";
+  for (const char* path : {"usr/bin/zip", "bin/other"}) {
+    ::chmod(root.write(path, script).c_str(), 0755);
+  }
+  size_t heard = 0;
+  const auto listen = [&](const Progress& progress) { heard += progress.done == 0 ? 1 : 0; };
+  EXPECT_EQ(run({.argv = {"/usr/bin/zip"}, .onProgress = listen}).output, "[3]\nsocket\n");
+  EXPECT_GT(heard, 0u);
+  EXPECT_EQ(run({.argv = {"/usr/bin/zip"}}).output, "[]\n");
+  EXPECT_EQ(run({.argv = {root.path() + "/bin/other"}, .onProgress = listen}).output, "[]\n");
+}
+
 TEST(Process, UnreadInputAndDeathBySignal) {
   Command command = shell("exit 0");
   command.input = std::string(1000000, 'x');

@@ -37,7 +37,7 @@ class Pages(unittest.TestCase):
 
     def test_variables(self):
         # As text in quotes, which macros and names for the build are not.
-        read = set(re.findall(r'"(TOVREK_[A-Z0-9_]+)"', sources("src/**/*.cpp", "programs/**/*.cpp")))
+        read = set(re.findall(r'"(TOVREK_[A-Z0-9_]+)"', sources("src/**/*.cpp", "src/**/*.h", "programs/**/*.cpp")))
         listed = re.findall(r"^\.It Ev (TOVREK_\w+)$", page("programs/tovrek/manual/tovrek.7"), re.M)
         self.assertEqual(listed, sorted(read))
 
@@ -54,7 +54,7 @@ class Pages(unittest.TestCase):
                          limits)
 
     def test_options_of_inspect(self):
-        known = sorted(re.findall(r'\{"--(\w+)", &', page("programs/inspect/Options.cpp"))) + ["within"]
+        known = sorted(re.findall(r'\{"--(\w+)", &', page("programs/inspect/Options.cpp"))) + ["version", "within"]
         listed = re.findall(r"^\.It Fl -(\w+)", page("programs/inspect/tovrek-inspect.1"), re.M)
         self.assertEqual(sorted(listed), sorted(known))
         completed = re.findall(r"'--(\w+)", page("completion/options.sh"))
