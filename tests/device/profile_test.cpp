@@ -36,7 +36,7 @@ TEST(Grants, PartsThatAreGranted) {
       {true, true, true},
       {true, false, std::nullopt},
       {"*", true, std::nullopt},
-      {Array{Array{"T.a"}}, "T.a", std::nullopt},
+      {Array(1, Array{"T.a"}), "T.a", std::nullopt},  // for clang two braces would be one list
   };
   for (const auto& c : cases) {
     EXPECT_EQ(grantedPart(c.granted, c.wanted), c.part) << &c - cases;

@@ -54,10 +54,10 @@ class Pages(unittest.TestCase):
                          limits)
 
     def test_options_of_inspect(self):
-        known = sorted(re.findall(r'\{"--(\w+)", &', page("programs/inspect/Options.cpp"))) + ["version", "within"]
-        listed = re.findall(r"^\.It Fl -(\w+)", page("programs/inspect/tovrek-inspect.1"), re.M)
+        known = [*re.findall(r'\{"--([\w-]+)", &', page("programs/inspect/Options.cpp")), "version", "within"]
+        listed = re.findall(r"^\.It Fl -([\w-]+)", page("programs/inspect/tovrek-inspect.1"), re.M)
         self.assertEqual(sorted(listed), sorted(known))
-        completed = re.findall(r"'--(\w+)", page("completion/options.sh"))
+        completed = re.findall(r"'--([\w-]+)", page("completion/options.sh"))
         self.assertEqual(sorted(completed), sorted(known))
 
 
