@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 #include <cstring>
 
 #include "host/file_io.h"
+#include "host/platform.h"
 #include "host/spawning.h"
 
 extern char** environ;
@@ -28,8 +28,7 @@ bool waitFor(pid_t child, std::chrono::milliseconds patience) {
   using Clock = std::chrono::steady_clock;
   constexpr std::chrono::milliseconds kBetweenLooks{50};  // where nothing tells of the end
   const auto deadline = Clock::now() + patience;
-  // The library has no function for C++ yet.
-  const UniqueFd process(static_cast<int>(::syscall(SYS_pidfd_open, child, 0)));
+  const UniqueFd process(watchChild(child));
   for (;;) {
     siginfo_t ended{};
     const int waited =

@@ -55,6 +55,8 @@ void readPages(void* address, size_t size);
 std::string startedPath();
 // The six bytes of a link-layer address; none for other addresses.
 std::optional<std::vector<unsigned char>> linkAddress(const sockaddr* address);
+// A descriptor that poll() finds readable when the child has ended; -1 where the system has none.
+int watchChild(pid_t child);
 // A fork() that takes no locks, where the system has one: for signal handlers.
 pid_t forkInHandler();
 // Confines this process and its children to the places. False where the system cannot do that.

@@ -158,6 +158,11 @@ std::optional<std::vector<unsigned char>> linkAddress(const sockaddr* address) {
   return std::vector<unsigned char>(link->sll_addr, link->sll_addr + 6);
 }
 
+int watchChild(pid_t child) {
+  // The library's header is no C++ yet.
+  return static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
+}
+
 // fork() takes the locks of malloc, which the interrupted code may hold.
 pid_t forkInHandler() {
 #if defined(__GLIBC__) && __GLIBC_PREREQ(2, 34)

@@ -100,6 +100,10 @@ std::optional<std::vector<unsigned char>> linkAddress(const sockaddr* address) {
   return std::vector<unsigned char>(bytes, bytes + 6);
 }
 
+int watchChild(pid_t /*child*/) {
+  return -1;
+}
+
 pid_t forkInHandler() {
   return ::fork();
 }
