@@ -25,6 +25,17 @@ class Versions(unittest.TestCase):
             self.assertEqual((told.stdout.decode(), told.stderr), (form.format(version), b""))
 
 
+class Starts(unittest.TestCase):
+    """A run starts dozens of companions: what takes long to load is linked in, or left out."""
+
+    def test_companions_load_little(self):
+        for name in sorted(os.listdir(COMPANIONS)):
+            loaded = run("ldd", os.path.join(COMPANIONS, name)).stdout.decode()
+            self.assertIn("libc.so", loaded)
+            for library in ("libxml2", "libicuuc", "libstdc++", "libfmt", "libre2"):
+                self.assertNotIn(library, loaded, name)
+
+
 class Installed(WholeProgramTest):
     def setUp(self):
         self.toolkit = self.path(self.id(), "toolkit")
