@@ -51,22 +51,22 @@ bool waitFor(pid_t child, std::chrono::milliseconds patience) {
 // know of would never hear of it.
 int Children::start(ChildOrder* order, int output, int* child) {
   FileActions files;
-  posix_spawn_file_actions_addopen(&files.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  posix_spawn_file_actions_adddup2(&files.actions, output, STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&files.actions, output, STDERR_FILENO);
+  posix_spawn_file_actions_addopen(&files.value, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_adddup2(&files.value, output, STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&files.value, output, STDERR_FILENO);
   if (!order->workingDirectory.empty()) {
-    posix_spawn_file_actions_addchdir_np(&files.actions, order->workingDirectory.c_str());
+    posix_spawn_file_actions_addchdir_np(&files.value, order->workingDirectory.c_str());
   }
   SpawnAttributes spawning;
   const sigset_t defaults = endingSignals();
   sigset_t unblocked;
   sigemptyset(&unblocked);
-  posix_spawnattr_setsigdefault(&spawning.attributes, &defaults);
-  posix_spawnattr_setsigmask(&spawning.attributes, &unblocked);
-  posix_spawnattr_setpgroup(&spawning.attributes, 0);
-  posix_spawnattr_setflags(&spawning.attributes,
+  posix_spawnattr_setsigdefault(&spawning.value, &defaults);
+  posix_spawnattr_setsigmask(&spawning.value, &unblocked);
+  posix_spawnattr_setpgroup(&spawning.value, 0);
+  posix_spawnattr_setflags(&spawning.value,
                            POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
-  return ::posix_spawn(child, order->argv.front().c_str(), &files.actions, &spawning.attributes,
+  return ::posix_spawn(child, order->argv.front().c_str(), &files.value, &spawning.value,
                        pointersTo(order->argv).data(), environ);
 }
 

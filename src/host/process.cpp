@@ -133,31 +133,31 @@ int spawn(const Command& command, const std::string& program, Channels& channels
   const auto& [input, output, errors, progress] = channels;
   FileActions files;
   if (command.input.empty()) {
-    posix_spawn_file_actions_addopen(&files.actions, 0, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&files.value, 0, "/dev/null", O_RDONLY, 0);
   } else {
-    posix_spawn_file_actions_adddup2(&files.actions, input.readEnd.get(), 0);
+    posix_spawn_file_actions_adddup2(&files.value, input.readEnd.get(), 0);
   }
-  posix_spawn_file_actions_adddup2(&files.actions, output.writeEnd.get(), 1);
+  posix_spawn_file_actions_adddup2(&files.value, output.writeEnd.get(), 1);
   if (command.standardError == StandardError::kCapture) {
-    posix_spawn_file_actions_adddup2(&files.actions, errors.writeEnd.get(), 2);
+    posix_spawn_file_actions_adddup2(&files.value, errors.writeEnd.get(), 2);
   } else if (command.standardError == StandardError::kMergeIntoOutput) {
-    posix_spawn_file_actions_adddup2(&files.actions, output.writeEnd.get(), 2);
+    posix_spawn_file_actions_adddup2(&files.value, output.writeEnd.get(), 2);
   }
   if (progress.isOpen()) {
     // Behind the others, whose descriptors may have this number here.
-    posix_spawn_file_actions_adddup2(&files.actions, progress.childEnd(),
+    posix_spawn_file_actions_adddup2(&files.value, progress.childEnd(),
                                      ProgressChannel::kChildDescriptor);
   }
   if (!command.workingDirectory.empty()) {
-    posix_spawn_file_actions_addchdir_np(&files.actions, command.workingDirectory.c_str());
+    posix_spawn_file_actions_addchdir_np(&files.value, command.workingDirectory.c_str());
   }
   SpawnAttributes spawning;
   const sigset_t defaults = endingSignals();
-  posix_spawnattr_setsigdefault(&spawning.attributes, &defaults);
-  posix_spawnattr_setsigmask(&spawning.attributes, &mask);
+  posix_spawnattr_setsigdefault(&spawning.value, &defaults);
+  posix_spawnattr_setsigmask(&spawning.value, &mask);
   // A group of its own, so that an interruption reaches all programs of a pipeline.
-  posix_spawnattr_setpgroup(&spawning.attributes, 0);
-  posix_spawnattr_setflags(&spawning.attributes,
+  posix_spawnattr_setpgroup(&spawning.value, 0);
+  posix_spawnattr_setflags(&spawning.value,
                            POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
 
   std::vector<std::string> arguments = command.argv;
@@ -166,7 +166,7 @@ int spawn(const Command& command, const std::string& program, Channels& channels
     environment.push_back(std::string(kProgressVariable) + "=" +
                           std::to_string(ProgressChannel::kChildDescriptor));
   }
-  const int result = ::posix_spawn(child, program.c_str(), &files.actions, &spawning.attributes,
+  const int result = ::posix_spawn(child, program.c_str(), &files.value, &spawning.value,
                                    pointersTo(arguments).data(), pointersTo(environment).data());
   channels.closeChildEnds();
   return result;

@@ -9,21 +9,19 @@
 
 namespace tovrek {
 
-struct FileActions {
-  FileActions() { posix_spawn_file_actions_init(&actions); }
-  ~FileActions() { posix_spawn_file_actions_destroy(&actions); }
-  FileActions(const FileActions&) = delete;
-  FileActions& operator=(const FileActions&) = delete;
-  posix_spawn_file_actions_t actions;
+// What the library makes and takes back.
+template <class T, int (*Make)(T*), int (*TakeBack)(T*)>
+struct SpawnSetting {
+  SpawnSetting() { Make(&value); }
+  ~SpawnSetting() { TakeBack(&value); }
+  SpawnSetting(const SpawnSetting&) = delete;
+  SpawnSetting& operator=(const SpawnSetting&) = delete;
+  T value;
 };
-
-struct SpawnAttributes {
-  SpawnAttributes() { posix_spawnattr_init(&attributes); }
-  ~SpawnAttributes() { posix_spawnattr_destroy(&attributes); }
-  SpawnAttributes(const SpawnAttributes&) = delete;
-  SpawnAttributes& operator=(const SpawnAttributes&) = delete;
-  posix_spawnattr_t attributes;
-};
+using FileActions = SpawnSetting<posix_spawn_file_actions_t, posix_spawn_file_actions_init,
+                                 posix_spawn_file_actions_destroy>;
+using SpawnAttributes =
+    SpawnSetting<posix_spawnattr_t, posix_spawnattr_init, posix_spawnattr_destroy>;
 
 // The texts as an array that ends in a null pointer; valid as long as they are.
 inline std::vector<char*> pointersTo(std::vector<std::string>& texts) {

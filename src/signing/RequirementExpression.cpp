@@ -5,11 +5,6 @@
 namespace tovrek::signing {
 namespace {
 
-constexpr uint32_t kUnknownIsFalse = 0x80000000;
-constexpr uint32_t kUnknownIsSkipped = 0x40000000;
-constexpr uint32_t kOperatorBits = 0x00ffffff;
-constexpr uint32_t kExpressionKind = 1;
-
 // Reads one expression after the other from the words of a requirement.
 class Reader {
  public:

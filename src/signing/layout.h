@@ -57,6 +57,13 @@ struct CodeDirectoryVersion {
                             kExecSeg = 0x20400, kRuntime = 0x20500;
 };
 
+// Of a compiled requirement: its kind, and what stands beside an operator in its word, among it
+// what an operator means to who does not know it.
+inline constexpr uint32_t kUnknownIsFalse = 0x80000000;
+inline constexpr uint32_t kUnknownIsSkipped = 0x40000000;
+inline constexpr uint32_t kOperatorBits = 0x00ffffff;
+inline constexpr uint32_t kExpressionKind = 1;
+
 // Operators of a compiled requirement, with what follows each.
 enum class RequirementOp : uint32_t {
   kFalse = 0,
