@@ -51,6 +51,10 @@ bool findStoreFiles(const std::string& folder, std::vector<std::string>* found, 
   return true;
 }
 
+const std::string& saidByZip(const Outcome& outcome) {
+  return outcome.output.empty() ? outcome.said() : outcome.output;
+}
+
 // As runTool(), and what zip says when it fails, on standard output, is an error in the log: which
 // file, and why.
 Outcome runZip(const Run& run, const std::vector<std::string>& argv,
@@ -61,12 +65,10 @@ Outcome runZip(const Run& run, const std::vector<std::string>& argv,
   command.argv = argv;
   command.workingDirectory = workingDirectory;
   command.environment = environment;
-  Outcome outcome;
   ProgressStage stage(run.context.showsProgress, "Packing");
-  if (ErrorText reason; !runPart(std::move(command), &stage, &outcome, &reason)) {
-    log.logError(fmt::format("zip: {}", reason.text()));
-    outcome = Outcome();
-    outcome.status = kNotStarted;
+  const Outcome outcome = runPart(std::move(command), &stage);
+  if (!outcome.notStarted.empty()) {
+    log.logError(fmt::format("zip: {}", outcome.notStarted));
     return outcome;
   }
   if (outcome.status == 0) {
@@ -102,7 +104,7 @@ bool zipApp(const Run& run, const char* options, const std::string& ipaName,
   const std::string target = standardizePath(joinPath(targetDir, ipaName));
   if (zipped.status != 0 || !isPlainFile(archive)) {
     failMissingFile(error, target);
-    if (error != nullptr) error->setCause(zipped.output);
+    if (error != nullptr) error->setCause(saidByZip(zipped));
     return false;
   }
   if (!deliverOrFail(archive, target, Source::kSpent, error)) return false;
@@ -127,7 +129,7 @@ bool ZiptoPackage(const Run& run, const std::string& packageDir, ErrorText* erro
   const std::string name = uniqueString() + ".zip";
   const std::string archive = standardizePath(joinPath(packageDir, name));
   const Outcome zipped = runZip(run, {kZip, "-qr", name, "."}, packageDir);
-  if (zipped.status != 0) return failWithStatus(error, "zip", zipped.status, zipped.output);
+  if (zipped.status != 0) return failWithStatus(error, "zip", zipped.status, saidByZip(zipped));
   if (!isPlainFile(archive)) {
     return fail(error, fmt::format("Failed to generate this file: {}", archive));
   }

@@ -2,6 +2,7 @@
 
 #include <iconv.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cerrno>
 
@@ -30,7 +31,7 @@ class Conversion {
       char* to = piece;
       size_t room = sizeof piece;
       const bool done = ::iconv(state_, &from, &left, &to, &room) != static_cast<size_t>(-1);
-      if (!done && errno != E2BIG) return std::nullopt;
+      if (!done && (errno != E2BIG || to == piece)) return std::nullopt;
       result.append(piece, static_cast<size_t>(to - piece));
     }
     return result;
@@ -54,6 +55,11 @@ std::string declaredEncoding(std::string_view document) {
 }
 
 std::optional<std::string> utf8From(std::string_view bytes, const std::string& encoding) {
+  // Names in XML are of such letters; what iconv() takes behind a slash would have it drop bytes.
+  const auto belongs = [](unsigned char c) {
+    return std::isalnum(c) != 0 || c == '-' || c == '_' || c == '.';
+  };
+  if (!std::ranges::all_of(encoding, belongs)) return std::nullopt;
   Conversion conversion(encoding);
   if (!conversion.isKnown()) return std::nullopt;
   return conversion.convert(bytes);

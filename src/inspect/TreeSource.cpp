@@ -9,13 +9,14 @@ namespace {
 
 // As many links one after the other as systems follow.
 constexpr int kMostLinks = 40;
+// As long as they take a path to be, with the zero byte at its end.
+constexpr size_t kPathRoom = 4096;
 constexpr const char* kMissing = "No such file or directory";
 
 // Takes the first component off a path.
-std::string takeComponent(std::string* path) {
-  const size_t end = std::min(path->find('/'), path->size());
-  std::string part = path->substr(0, end);
-  path->erase(0, std::min(end + 1, path->size()));
+std::string_view takeComponent(std::string_view* path) {
+  const std::string_view part = path->substr(0, path->find('/'));
+  path->remove_prefix(std::min(part.size() + 1, path->size()));
   return part;
 }
 
@@ -62,24 +63,28 @@ const Tree::Item* TreeSource::find(const std::string& path) const {
 }
 
 std::optional<std::string> TreeSource::realPath(const std::string& path) const {
-  std::string done, rest = path;
+  if (path.size() >= kPathRoom) return std::nullopt;
+  std::string done, whole = path;
+  std::string_view rest = whole;
   int links = 0;
   while (!rest.empty()) {
-    const std::string part = takeComponent(&rest);
+    const std::string_view part = takeComponent(&rest);
     if (part.empty() || part == ".") continue;
     if (part == "..") {
       if (done.empty()) return std::nullopt;
       done = deletingLastPathComponent(done);
       continue;
     }
-    const std::string next = joinPath(done, part);
+    const std::string next = joinPath(done, std::string(part));
     const Tree::Item* item = find(next);
     if (item != nullptr && item->kind == ItemKind::kLink) {
       const auto target = linkTarget(next);
       if (!target || target->empty() || target->front() == '/' || ++links > kMostLinks) {
         return std::nullopt;
       }
-      rest = joinPath(*target, rest);
+      whole = joinPath(*target, std::string(rest));
+      if (whole.size() >= kPathRoom) return std::nullopt;
+      rest = whole;
       continue;
     }
     const bool isFolder = item == nullptr && tree_.holdsFolder(inTree(next));
@@ -106,7 +111,7 @@ std::optional<ItemKind> TreeSource::kindBehind(const std::string& path) const {
 std::optional<std::string> TreeSource::linkTarget(const std::string& path) const {
   const Tree::Item* item = find(path);
   if (item == nullptr || item->kind != ItemKind::kLink) return std::nullopt;
-  const auto target = tree_.read(*item, kLargestDocument);
+  const auto target = tree_.read(*item, kPathRoom - 1);
   return target ? std::optional(std::string(target->text())) : std::nullopt;
 }
 

@@ -43,12 +43,7 @@ Outcome runUnzip(const std::string& archive, const std::string& destination,
   Command command;
   command.argv = {"/usr/bin/unzip", "-q", "-d", destination, archiveArgument(archive)};
   command.standardError = StandardError::kCapture;
-  Outcome outcome;
-  if (ErrorText reason; !runPart(command, stage, &outcome, &reason)) {
-    outcome = Outcome();
-    outcome.status = kNotStarted;
-    outcome.notStarted = reason.text();
-  }
+  const Outcome outcome = runPart(std::move(command), stage);
   printError(outcome.errorOutput);
   const std::string complaint(trimmed(outcome.errorOutput));
   if (log != nullptr && outcome.status != 0 && !complaint.empty()) {

@@ -14,11 +14,7 @@ namespace {
 // What the program complains of is read here first, so that it can be explained.
 Outcome runAndShow(const WrapperLogger& log, Command command, ProgressStage* stage = nullptr) {
   command.standardError = StandardError::kCapture;
-  Outcome outcome;
-  if (!runPart(std::move(command), stage, &outcome)) {
-    outcome = Outcome();
-    outcome.status = kNotStarted;
-  }
+  const Outcome outcome = runPart(std::move(command), stage);
   printError(outcome.errorOutput);
   log.logDetailed(outcome.output, LineBreaks::kKept);
   return outcome;
@@ -59,15 +55,15 @@ bool runToolOrFail(const WrapperLogger& log, const std::vector<std::string>& arg
   return failWithStatus(error, tag, outcome.status, outcome.said());
 }
 
-bool runPart(Command command, ProgressStage* stage, Outcome* outcome, ErrorText* error) {
+Outcome runPart(Command command, ProgressStage* stage) {
   if (stage != nullptr) command.onProgress = stage->partReports();
-  if (!command.onProgress) return runProcess(command, outcome, error);
+  if (!command.onProgress) return runQuietly(command);
   const bool wasShared = command.standardError == StandardError::kInherit;
   if (wasShared) command.standardError = StandardError::kCapture;
-  const bool ran = runProcess(command, outcome, error);
+  Outcome outcome = runQuietly(command);
   stage->endPart();
-  if (wasShared) printError(std::exchange(outcome->errorOutput, {}));
-  return ran;
+  if (wasShared) printError(std::exchange(outcome.errorOutput, {}));
+  return outcome;
 }
 
 std::optional<Outcome> runShell(const WrapperLogger& log, const std::string& commandLine) {

@@ -35,9 +35,9 @@ bool failWithStatus(ErrorText* error, std::string_view tag, int status, std::str
 bool runToolOrFail(const WrapperLogger& log, const std::vector<std::string>& argv,
                    std::string_view tag, ErrorText* error, ProgressStage* stage = nullptr);
 
-// As runProcess(), with the program a part of the stage, which may be null. What the program would
+// As runQuietly(), with the program a part of the stage, which may be null. What the program would
 // write beside the stage's line is shown when that is gone.
-bool runPart(Command command, ProgressStage* stage, Outcome* outcome, ErrorText* error = nullptr);
+Outcome runPart(Command command, ProgressStage* stage);
 
 // "/bin/sh" "-c" `commandLine`; the output is logged at detailed level. None, with a line in the
 // system log, when the shell cannot be started.

@@ -176,6 +176,7 @@ TEST(Plist, BadInputIsRefusedWithItsReason) {
       {binaryOf({"\xD1" + reference(1) + reference(1), "\x09"}), "a key is no text"},
       {"<?xml version=\"1.0\" encoding=\"x-none\"?><plist><true/></plist>", "line 1: "},
       {"<plist><string>\xff</string></plist>", "line 1: "},
+      {"<?xml version=\"1.0\" encoding=\"utf-7//ignore\"?><plist><true/></plist>", "line 1: "},
       {"<!DOCTYPE plist [<!ENTITY e \"x\">]><plist><string>&e;</string></plist>",
        "unknown entity e"},
       {"<plist><dict><string>a</string></dict></plist>", "do not take turns"},

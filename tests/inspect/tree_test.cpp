@@ -123,6 +123,14 @@ TEST_F(Sources, AgreeWithTheDisk) {
   // Links of this kind lead to what is there on the disk, and nowhere in an archive.
   EXPECT_EQ(packed.realPath("A.app/absolute"), std::nullopt);
   EXPECT_EQ(packed.kindBehind("../a.ipa"), std::nullopt);
+  // A path of a seal, which no system would take; to go through it would take for ever.
+  std::string endless = "A.app/";
+  for (size_t i = 0; i < size_t{8} << 20; ++i) endless += "./";
+  for (const signing::FileSource* source :
+       {static_cast<const signing::FileSource*>(&packed), &disk}) {
+    EXPECT_EQ(source->kindBehind(endless + "a"), std::nullopt);
+    EXPECT_EQ(source->realPath(endless + "a"), std::nullopt);
+  }
   for (const char* skipped : {"", "a", "a/deep", "a-b"}) {
     EXPECT_EQ(walked(packed, "A.app", skipped), walked(disk, onDisk + "A.app", skipped)) << skipped;
   }
