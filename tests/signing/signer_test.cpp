@@ -6,43 +6,18 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <fstream>
 
 #include "host/files.h"
 #include "signing/CmsSignature.h"
 #include "signing/CodeSignature.h"
-#include "signing/KnownCertificates.h"
-#include "signing/RequirementParser.h"
 #include "signing/SignatureOutput.h"
-#include "signing/verify/Verifier.h"
-#include "signing/verify/message_check.h"
-#include "tests/signing/TestAuthority.h"
-#include "tests/support/SignableImage.h"
+#include "tests/signing/signed_files.h"
 #include "tests/support/matchers.h"
 
 namespace tovrek::signing {
 namespace {
 
 using namespace test;  // NOLINT(google-build-using-namespace): builders all over the file
-
-constexpr const char* kEntitlementsText =
-    "<plist version=\"1.0\"><dict><key>get-task-allow</key><true/></dict></plist>";
-
-SignOptions withIdentity() {
-  SignOptions options;
-  options.identity = TestAuthority::shared().identity();
-  options.force = true;
-  return options;
-}
-
-testing::AssertionResult signs(const std::string& path, const SignOptions& options) {
-  SignReport report;
-  ErrorText error;
-  if (!sign(path, options, &report, &error)) return testing::AssertionFailure() << error.text();
-  const Verdict verdict = verifyCode(path);
-  if (!verdict.valid) return testing::AssertionFailure() << "verifier: " << verdict.lines.front();
-  return testing::AssertionSuccess();
-}
 
 std::string refusal(const std::string& path, const SignOptions& options) {
   const std::string before = contentsOf(path);
@@ -52,21 +27,6 @@ std::string refusal(const std::string& path, const SignOptions& options) {
   EXPECT_EQ(contentsOf(path), before) << "a failure left another file";
   return error.text();
 }
-
-// The opened parts of a signed file; the signature's views live as long as the file.
-struct Opened {
-  explicit Opened(const std::string& path)
-      : object(*CodeObject::resolve(path, nullptr)),
-        file(*CodeFile::open(object.executable, nullptr)) {}
-  CodeSignature signature(size_t image = 0) const {
-    ErrorText error;
-    auto found = CodeSignature::embeddedIn(file.images().at(image), &error);
-    EXPECT_TRUE(found) << error.text();
-    return std::move(*found);
-  }
-  CodeObject object;
-  CodeFile file;
-};
 
 TEST(Signer, AddsACommandAndGrowsLinkEdit) {
   struct Case {
@@ -231,41 +191,6 @@ TEST(Signer, MessageIsAcceptedByOpenssl) {
   EXPECT_FALSE(cms->isSignatureOver(signature.best().blob()));
 }
 
-// Certificates that were read before make no difference, whichever byte of a message is damaged.
-TEST(Signer, MessagesAreReadAlikeWithKnownCertificates) {
-  const TemporaryFolder folder;
-  const std::string path = folder.write("tool", SignableImage().build());
-  ASSERT_TRUE(signs(path, withIdentity()));
-  const Opened opened(path);
-  const CodeSignature signature = opened.signature();
-  const std::string whole(signature.cms());
-  const std::string_view content = signature.primary().blob();
-  KnownCertificates known;
-  const auto parts = withoutCertificates(whole);
-  ASSERT_TRUE(parts);
-  EXPECT_EQ(parts->rest.find(parts->certificates.substr(0, 64)), std::string::npos);
-  ASSERT_TRUE(known.read(parts->certificates));
-  size_t readable = 0;
-  for (size_t at = 0; at <= whole.size(); at += at < 96 ? 1 : 17) {
-    std::string message = whole;
-    if (at < whole.size()) message[at] = static_cast<char>(message[at] ^ 0x81);
-    const auto plain = CmsSignature::parse(message);
-    const auto quick = CmsSignature::parse(message, &known);
-    ASSERT_EQ(quick.has_value(), plain.has_value()) << at;
-    if (!plain) continue;
-    ++readable;
-    const std::vector<Certificate>& chain = plain->chain().certificates();
-    EXPECT_TRUE(std::ranges::equal(quick->chain().certificates(), chain, {}, &Certificate::der,
-                                   &Certificate::der))
-        << at;
-    EXPECT_EQ(quick->isSignatureOver(content), plain->isSignatureOver(content)) << at;
-    EXPECT_EQ(messageFault(signature, *quick, quick->chain()),
-              messageFault(signature, *plain, plain->chain()))
-        << at;
-  }
-  EXPECT_GT(readable, 20u);
-}
-
 TEST(Signer, AdhocHasNoSigner) {
   const TemporaryFolder folder;
   const std::string path = folder.write("tool", SignableImage().build());
@@ -381,98 +306,6 @@ TEST(Signer, HashesManyPagesInParallel) {
   image.textPages = 5000;
   image.linkEditSize = 4096 + 5;
   ASSERT_TRUE(signs(folder.write("tool", image.build()), withIdentity()));
-}
-
-// A program with that Info.plist in a section.
-std::string imageWith(const std::string& infoPlist) {
-  SignableImage image;
-  image.infoPlist = infoPlist;
-  return image.build();
-}
-
-TEST(Signer, RequirementsAskTheEmbeddedInfoPlist) {
-  const TemporaryFolder folder;
-  const std::string path = folder.write(
-      "tool",
-      imageWith("<plist><dict><key>CFBundleVersion</key><string>17.10</string></dict></plist>"));
-  ASSERT_TRUE(signs(path, SignOptions()));
-  for (const auto& [source, expected] :
-       {std::pair("info[CFBundleVersion] > 17.9", true), {"info[CFBundleVersion] = *.9", false}}) {
-    VerifyOptions options;
-    options.requirement = parseRequirement(source, nullptr)->blob();
-    EXPECT_EQ(verifyCode(path, options).satisfiesRequirement, expected) << source;
-  }
-}
-
-// Turns one bit of a file, and back when it goes.
-class FlippedBit {
- public:
-  FlippedBit(std::string path, size_t at) : path_(std::move(path)), at_(at) { flip(); }
-  ~FlippedBit() { flip(); }
-  FlippedBit(const FlippedBit&) = delete;
-  FlippedBit& operator=(const FlippedBit&) = delete;
-
- private:
-  void flip() const {
-    std::fstream file(path_, std::ios::in | std::ios::out | std::ios::binary);
-    const auto at = static_cast<std::streamoff>(at_);
-    file.seekg(at);
-    const int byte = file.get();
-    file.seekp(at);
-    file.put(static_cast<char>(byte ^ 1 << (at_ + at_ / 8) % 8));
-    EXPECT_TRUE(file.good());
-  }
-  std::string path_;
-  size_t at_;
-};
-
-// Code is looked at in places, the signature byte by byte with all that is in its message.
-TEST(Signer, AnyDamagedByteIsFound) {
-  const TemporaryFolder folder;
-  const std::string path = folder.write("tool", SignableImage::armv7().build());
-  SignOptions options = withIdentity();
-  options.entitlements = kEntitlementsText;
-  ASSERT_TRUE(signs(path, options));
-  size_t start = 0, end = 0;
-  {
-    const Opened opened(path);
-    start = opened.file.images()[0].signature->dataoff;
-    end = start + opened.signature().length();
-  }
-  std::string missed;
-  for (size_t at = 0; at < end; at += at < start ? 397 : 1) {
-    const FlippedBit flipped(path, at);
-    if (verifyCode(path).valid) missed += fmt::format("{} ", at);
-  }
-  EXPECT_EQ(missed, "") << "signature from " << start << " to " << end;
-  EXPECT_TRUE(verifyCode(path).valid);
-}
-
-// The DER form is made with the property list; a signer that lets them differ is refused.
-TEST(Signer, BothFormsOfTheEntitlementsSayTheSame) {
-  const TemporaryFolder folder;
-  SignOptions options;
-  options.entitlements =
-      "<plist><dict><key>z</key><array><integer>-129</integer><integer>18446744073709551615</"
-      "integer>"
-      "<integer>128</integer></array><key>a</key><dict><key>b</key><true/><key>c</"
-      "key><string>\xc3\xa9"
-      "</string></dict></dict></plist>";
-  const std::string path = folder.write("tool", SignableImage().build());
-  ASSERT_TRUE(signs(path, options));
-  const auto withHashOf = [](std::string file, std::string_view blob, const std::string& changed) {
-    const std::string hash = digestOf(DigestAlgorithm::kSha256, blob);
-    file.replace(file.find(hash), hash.size(), digestOf(DigestAlgorithm::kSha256, changed));
-    return file.replace(file.find(blob), blob.size(), changed);
-  };
-  const std::string good = contentsOf(path);
-  const std::string der(*Opened(path).signature().component(kDerEntitlementsSlot));
-  for (size_t at = kBlobHeaderSize; at < der.size(); ++at) {
-    std::string changed = der;
-    changed[at] = static_cast<char>(changed[at] ^ 1);
-    folder.write("tool", withHashOf(good, der, changed));
-    EXPECT_FALSE(verifyCode(path).valid) << at;
-  }
 }
 
 // Whatever a header claims, signing ends with a refusal or with a signature that holds.
