@@ -118,7 +118,7 @@ class Verifier {
   bool checkSlots(const CodeSignature& signature, const CodeDirectory& directory,
                   std::string_view infoPlist);
   bool checkResources();
-  bool checkNested();
+  bool checkNested(const BundleSeal& seal);
   bool checkLinks();
   RequirementContext context() const;
   void checkRequirements();
@@ -240,18 +240,19 @@ bool Verifier::checkSlots(const CodeSignature& signature, const CodeDirectory& d
 
 bool Verifier::checkResources() {
   if (!hasSeal_) return true;
-  const auto differences = resourceDifferences(object_, seal_, options_.digests);
+  const BundleSeal seal(seal_);
+  const auto differences = seal.differences(object_, options_.digests);
   if (!differences.empty()) {
     verdict_.lines.push_back(kBadResource);
     verdict_.lines.insert(verdict_.lines.end(), differences.begin(), differences.end());
     return false;
   }
-  return checkNested() && (!options_.strict || checkLinks());
+  return checkNested(seal) && (!options_.strict || checkLinks());
 }
 
 // The seal names code inside by the requirement that it satisfies.
-bool Verifier::checkNested() {
-  for (const NestedCode& nested : nestedCode(object_, seal_)) {
+bool Verifier::checkNested(const BundleSeal& seal) {
+  for (const NestedCode& nested : seal.nestedCode(object_)) {
     ErrorText reason;
     const auto requirement = parseRequirement(nested.requirement, &reason);
     VerifyOptions options;

@@ -1,7 +1,9 @@
 #include "signing/verify/resource_check.h"
 
 #include <algorithm>
-#include <map>
+#include <span>
+#include <string_view>
+#include <unordered_map>
 
 #include "formats/Digest.h"
 #include "host/parallel.h"
@@ -14,27 +16,29 @@ namespace {
 constexpr size_t kPieceSize = 128 << 10;  // stays in a core's cache
 constexpr size_t kFilesAtOnce = 64;
 
-// A seal's entry for one file.
+// A seal's entry for one file; the seal's list keeps the texts.
 struct Sealed {
-  std::string sha1, sha256, link;
+  const std::string* path = nullptr;
+  std::string_view sha1, sha256, link;
   bool optional = false;
   bool isNested = false;               // code with its own signature
   ItemKind seenAs = ItemKind::kOther;  // by the walk: a file or a link
 };
 
-std::string bytesUnder(const PlistDictionary& entry, const char* key) {
+std::string_view bytesUnder(const PlistDictionary& entry, const char* key) {
   const PlistValue* value = entry.find(key);
   const auto* data = value == nullptr ? nullptr : value->data();
-  return data == nullptr ? "" : data->bytes;
+  return data == nullptr ? "" : std::string_view(data->bytes);
 }
 
-Sealed sealedFrom(const PlistValue& value) {
+Sealed sealedFrom(const std::string& path, const PlistValue& value) {
   Sealed sealed;
+  sealed.path = &path;
   if (const auto* data = value.data()) sealed.sha1 = data->bytes;
   if (const PlistDictionary* entry = value.dictionary()) {
     sealed.sha1 = bytesUnder(*entry, "hash");
     sealed.sha256 = bytesUnder(*entry, "hash2");
-    sealed.link = stringForKeyOr(*entry, "symlink", "");
+    if (const std::string* link = stringForKey(*entry, "symlink")) sealed.link = *link;
     const PlistValue* optional = entry->find("optional");
     const bool* flag = optional == nullptr ? nullptr : optional->boolean();
     sealed.optional = flag != nullptr && *flag;
@@ -51,31 +55,31 @@ class SealedFileReader {
       : files_(*object.files), path_(object.root), root_(root), digests_(digests) {}
 
   // What is wrong with one sealed file; empty when it is as it was.
-  std::string differenceOf(const std::string& relative, const Sealed& sealed) {
-    const std::string path = joinPath(path_, relative);
+  std::string differenceOf(const Sealed& sealed) {
+    const std::string path = joinPath(path_, *sealed.path);
     if (sealed.seenAs == ItemKind::kOther && !files_.kindAt(path)) {
       return sealed.optional ? "" : "file missing: " + path;
     }
-    return isUnchanged(relative, path, sealed) ? "" : "file modified: " + path;
+    return isUnchanged(path, sealed) ? "" : "file modified: " + path;
   }
 
  private:
-  bool isUnchanged(const std::string& relative, const std::string& path, const Sealed& sealed) {
+  bool isUnchanged(const std::string& path, const Sealed& sealed) {
     if (sealed.isNested) return true;
     // Only what the walk has not met, as it stands behind a link, is asked for its kind.
     const bool isLink =
         sealed.seenAs == ItemKind::kLink ||
         (sealed.seenAs == ItemKind::kOther && files_.kindAt(path) == ItemKind::kLink);
-    if (!isLink) return hasContents(relative, sealed);
+    if (!isLink) return hasContents(sealed);
     return !sealed.link.empty() && files_.linkTarget(path) == sealed.link;
   }
 
-  bool hasContents(const std::string& relative, const Sealed& sealed) {
+  bool hasContents(const Sealed& sealed) {
     const bool needsSha1 =
         !sealed.sha1.empty() && (digests_ == DigestsToCheck::kAll || sealed.sha256.empty());
     const bool needsSha256 = !sealed.sha256.empty();
     if (!needsSha1 && !needsSha256) return false;
-    const bool isRead = root_.readPieces(relative, piece_, [&](std::string_view bytes) {
+    const bool isRead = root_.readPieces(*sealed.path, piece_, [&](std::string_view bytes) {
       if (needsSha1) sha1_.update(bytes);
       if (needsSha256) sha256_.update(bytes);
     });
@@ -93,18 +97,13 @@ class SealedFileReader {
   std::vector<char> piece_ = std::vector<char>(kPieceSize);
 };
 
-std::vector<std::string> changedFiles(const CodeObject& object,
-                                      const std::map<std::string, Sealed>& expected,
+std::vector<std::string> changedFiles(const CodeObject& object, std::span<const Sealed> files,
                                       DigestsToCheck digests) {
   const auto root = object.files->folder(object.root);
-  std::vector<const std::pair<const std::string, Sealed>*> files;
-  for (const auto& file : expected) files.push_back(&file);
   std::vector<std::string> differences(files.size());
   forEachPart(files.size(), kFilesAtOnce, [&](size_t begin, size_t end) {
     SealedFileReader reader(object, *root, digests);
-    for (size_t i = begin; i < end; ++i) {
-      differences[i] = reader.differenceOf(files[i]->first, files[i]->second);
-    }
+    for (size_t i = begin; i < end; ++i) differences[i] = reader.differenceOf(files[i]);
   });
   std::erase(differences, "");
   return differences;
@@ -119,29 +118,38 @@ bool isUnsealed(const std::string& path, const CodeObject& object) {
 
 }  // namespace
 
-std::vector<std::string> resourceDifferences(const CodeObject& object, const std::string& seal,
-                                             DigestsToCheck digests) {
-  const auto plist = parsePlist(seal);
-  const PlistDictionary* dictionary = plist ? plist->dictionary() : nullptr;
-  const bool second = dictionary != nullptr && dictionaryForKey(*dictionary, "files2") != nullptr;
-  const auto partOf = [&](const char* first, const char* later) {
-    return dictionary == nullptr ? nullptr : dictionaryForKey(*dictionary, second ? later : first);
-  };
-  const PlistDictionary* files = partOf("files", "files2");
-  const PlistDictionary* patterns = partOf("rules", "rules2");
+bool BundleSeal::isSecondVersion() const {
+  const PlistDictionary* whole = list_ ? list_->dictionary() : nullptr;
+  return whole != nullptr && dictionaryForKey(*whole, "files2") != nullptr;
+}
+
+const PlistDictionary* BundleSeal::part(const char* first, const char* later) const {
+  const PlistDictionary* whole = list_ ? list_->dictionary() : nullptr;
+  return whole == nullptr ? nullptr : dictionaryForKey(*whole, isSecondVersion() ? later : first);
+}
+
+std::vector<std::string> BundleSeal::differences(const CodeObject& object,
+                                                 DigestsToCheck digests) const {
+  const PlistDictionary* files = part("files", "files2");
+  const PlistDictionary* patterns = part("rules", "rules2");
   const auto rules = patterns == nullptr ? std::nullopt : SealRules::read(*patterns);
   if (files == nullptr || !rules) return {"the seal is unreadable: " + object.sealPath()};
 
-  std::map<std::string, Sealed> expected;
-  for (const auto& [path, value] : *files) expected.emplace(path, sealedFrom(value));
+  std::vector<Sealed> expected;
+  std::unordered_map<std::string_view, size_t> places;
+  for (const auto& [path, value] : *files) {
+    places.emplace(path, expected.size());
+    expected.push_back(sealedFrom(path, value));
+  }
   std::vector<std::string> added;
   const auto compare = [&](const WalkedItem& item) {
     if (isUnsealed(item.relativePath, object)) return false;
-    const auto known = expected.find(item.relativePath);
-    if (known != expected.end()) known->second.seenAs = item.kind;
-    if (item.kind == ItemKind::kDirectory) return known == expected.end();
-    const bool older = !second && item.kind != ItemKind::kFile;
-    if (!older && known == expected.end() && rules->mustList(item.relativePath)) {
+    const auto known = places.find(item.relativePath);
+    const bool isKnown = known != places.end();
+    if (isKnown) expected[known->second].seenAs = item.kind;
+    if (item.kind == ItemKind::kDirectory) return !isKnown;
+    const bool older = !isSecondVersion() && item.kind != ItemKind::kFile;
+    if (!older && !isKnown && rules->mustList(item.relativePath)) {
       added.push_back("file added: " + joinPath(object.root, item.relativePath));
     }
     return true;
@@ -156,14 +164,9 @@ std::vector<std::string> resourceDifferences(const CodeObject& object, const std
   return differences;
 }
 
-std::vector<NestedCode> nestedCode(const CodeObject& object, const std::string& seal) {
-  // Flat bundles have none, and their seals are long.
-  if (seal.find("cdhash") == std::string::npos) return {};
-  const auto plist = parsePlist(seal);
-  const auto* files = plist && plist->dictionary() != nullptr
-                          ? dictionaryForKey(*plist->dictionary(), "files2")
-                          : nullptr;
+std::vector<NestedCode> BundleSeal::nestedCode(const CodeObject& object) const {
   std::vector<NestedCode> found;
+  const PlistDictionary* files = isSecondVersion() ? part("files", "files2") : nullptr;
   if (files == nullptr) return found;
   for (const auto& [path, value] : *files) {
     const PlistDictionary* entry = value.dictionary();

@@ -1,9 +1,11 @@
 // Whether a bundle's files are those that its seal lists.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "formats/PlistValue.h"
 #include "signing/CodeObject.h"
 
 namespace tovrek::signing {
@@ -12,17 +14,30 @@ namespace tovrek::signing {
 // the one that current systems go by.
 enum class DigestsToCheck { kAll, kStrongest };
 
-// One line for each difference ("file modified: PATH", "file missing: PATH", "file added: PATH"),
-// sorted by kind and path; none when all is as sealed. `seal` is the property list's text.
-std::vector<std::string> resourceDifferences(const CodeObject& object, const std::string& seal,
-                                             DigestsToCheck digests);
-
-// Code inside the bundle that its seal names by a requirement instead of by hashes of its files.
+// Code inside a bundle that its seal names by a requirement instead of by hashes of its files.
 struct NestedCode {
   std::string path;
   std::string requirement;  // text
 };
-std::vector<NestedCode> nestedCode(const CodeObject& object, const std::string& seal);
+
+// The property list that lists a bundle's files, read once for all that is asked of it.
+class BundleSeal {
+ public:
+  // Of a text that is no such list nothing agrees with any bundle.
+  explicit BundleSeal(const std::string& text) : list_(parsePlist(text)) {}
+
+  // One line for each difference ("file modified: PATH", "file missing: PATH", "file added: PATH"),
+  // sorted by kind and path; none when all is as sealed.
+  std::vector<std::string> differences(const CodeObject& object, DigestsToCheck digests) const;
+  std::vector<NestedCode> nestedCode(const CodeObject& object) const;
+
+ private:
+  // The part under the later key where the seal has one; null without either.
+  const PlistDictionary* part(const char* first, const char* later) const;
+  bool isSecondVersion() const;
+
+  std::optional<PlistValue> list_;
+};
 
 // Symbolic links whose target does not lie in the bundle.
 std::vector<std::string> linksLeadingOut(const CodeObject& object);
