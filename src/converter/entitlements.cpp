@@ -56,10 +56,11 @@ OptionalDictionary readOldEntitlements(const WrapperLogger& log, const std::stri
 // The "Entitlements" of a profile saved as a property list.
 OptionalDictionary readProfileEntitlements(const WrapperLogger& log, const std::string& profilePath,
                                            ErrorText* error) {
-  const auto profile = readPlistDictionary(profilePath);
+  ErrorText reason;
+  const auto profile = readPlistDictionary(profilePath, &reason);
   if (!profile) {
     log.logError("GenerateEntitlement: Failed to read provisioning profile into NSDictionary.");
-    fail(error, "ERROR: Failed to read provisioning profile.");
+    fail(error, "ERROR: Failed to read provisioning profile.", reason.text());
     return std::nullopt;
   }
   const PlistDictionary* entitlements = dictionaryForKey(*profile, "Entitlements");
@@ -86,11 +87,14 @@ bool generateNewEntitlement(const Run& run, std::string* entitlementPath,
                             ErrorText* error) {
   if (!profileData) return false;
   const std::string profilePath = joinPath(targetDir, "provisiongprofile.plist");
-  const bool written = writePlist(profilePath, *profileData, PlistFormat::kXml);
+  ErrorText reason;
+  const bool written = writePlist(profilePath, *profileData, PlistFormat::kXml, &reason);
   systemLog(
       fmt::format("tempDir: {} \nprofilePath: {}", printable(targetDir), printable(profilePath)),
       LineBreaks::kKept);
-  if (!written) return fail(error, "ERROR: Failed to decode provisioning profile.");
+  if (!written) {
+    return fail(error, "ERROR: Failed to decode provisioning profile.", reason.text());
+  }
   *entitlementPath = joinPath(targetDir, "new-entitlement.plist");
   return GenerateEntitlement(run, *entitlementPath, profilePath, appPath, error);
 }

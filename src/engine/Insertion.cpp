@@ -72,7 +72,20 @@ void Insertion<P>::insertCommand(const Image<P>& image, std::string_view caller,
   }
   writeCommand(image, caller, plan, dylib);
   moveEncryptionBehindCommands();
-  file_.flush();
+  flush();
+}
+
+// The codes tell of a file that cannot be mapped; what the system said of its disk is in the log.
+template <class P>
+void Insertion<P>::failToWrite(const ErrorText& reason) const {
+  logger_.logError(fmt::format("{}: {}", path_, reason.text()));
+  throw Errors::kMap;
+}
+
+template <class P>
+void Insertion<P>::flush() const {
+  ErrorText reason;
+  if (!file_.flush(&reason)) failToWrite(reason);
 }
 
 template <class P>
@@ -101,7 +114,8 @@ void Insertion<P>::writeCommand(const Image<P>& image, std::string_view caller,
                       plan.insertAt + added, rest.size());
 
   // The commands behind the gap reach the file first, then the new one, then the header.
-  if (!file_.writeUnmapped(plan.insertAt + added, rest)) throw Errors::kMap;
+  ErrorText reason;
+  if (!file_.writeUnmapped(plan.insertAt + added, rest, &reason)) failToWrite(reason);
   MachORebuildLib_Log(logger_,
                       "{}: inserting new dylib command at {}  fileoffset {:#x} dylibCmdSize {}\n",
                       caller, place, plan.insertAt, command.size());
@@ -126,7 +140,7 @@ void Insertion<P>::moveEncryptionBehindCommands() {
   encryption.cryptoff = after;
   encryption.cryptsize = encryption.cryptsize - moved;
   if (!EditableByteView(file_.bytes()).write(offset, encryption)) throw Errors::kCommandBeyondFile;
-  file_.flush();
+  flush();
 }
 
 #define TOVREK_INSTANTIATE(P) template class Insertion<P>;

@@ -38,6 +38,8 @@ class Insertion {
   void writeCommand(const Image<P>& image, std::string_view caller, const InsertionPlan& plan,
                     std::string_view dylib);
   void moveEncryptionBehindCommands();
+  void flush() const;
+  [[noreturn]] void failToWrite(const ErrorText& reason) const;
   Image<P> read() const { return Image<P>(EditableByteView(file_.bytes())); }
 
   EditedFile& file_;

@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 
+#include "host/ErrorText.h"
 #include "host/mapping.h"
 
 namespace tovrek {
@@ -24,13 +25,15 @@ class EditedFile {
   std::span<std::byte> bytes() const { return {mapping_.data, mapping_.size}; }
 
   // Waits until all that was written has reached the file.
-  void flush() const;
+  [[nodiscard]] bool flush(ErrorText* error = nullptr) const;
 
   // Writes to the file itself while it is not mapped: flushes and drops the mapping, writes
   // `contents` at `offset`, syncs the file and maps it again at the same address. The file must
-  // not grow by it. False when the write or the new mapping failed; after the latter no bytes
-  // are left. No memory is allocated in between that could take the mapping's place.
-  [[nodiscard]] bool writeUnmapped(uint64_t offset, std::span<const std::byte> contents);
+  // not grow by it. False, with the reason, when the file was not flushed, written or mapped; after
+  // the last no bytes are left. No memory is allocated in between that could take the mapping's
+  // place.
+  [[nodiscard]] bool writeUnmapped(uint64_t offset, std::span<const std::byte> contents,
+                                   ErrorText* error = nullptr);
 
  private:
   Mapping mapping_;
