@@ -13,6 +13,7 @@
 #include <chrono>
 #include <fstream>
 #include <sstream>
+#include <tuple>
 #include <utility>
 
 namespace tovrek::faults {
@@ -54,18 +55,19 @@ std::string subjectOf(const seccomp_notif& question, const Call& call) {
   return size < 0 ? "" : std::string(path.data(), static_cast<size_t>(size));
 }
 
-// Whether the code that makes the call belongs to the dynamic loader.
-bool isFromLoader(const seccomp_notif& question) {
-  std::ifstream maps(procPath(static_cast<pid_t>(question.pid), "maps"));
+// Where the dynamic loader lies in the memory of a process: its begin and end.
+std::pair<uint64_t, uint64_t> placeOfLoader(pid_t process) {
+  std::ifstream maps(procPath(process, "maps"));
+  std::pair<uint64_t, uint64_t> place{0, 0};
   for (std::string line; std::getline(maps, line);) {
+    if (line.find("/ld-linux") == std::string::npos) continue;
     uint64_t begin = 0, end = 0;
     char dash = 0;
     std::istringstream fields(line);
     fields >> std::hex >> begin >> dash >> end;
-    const uint64_t place = question.data.instruction_pointer;
-    if (place >= begin && place < end) return line.find("/ld-linux") != std::string::npos;
+    place = {place.first == 0 ? begin : place.first, end};
   }
-  return false;
+  return place;
 }
 
 bool isExec(long number) {
@@ -117,17 +119,41 @@ void CallWatcher::answer() {
   ::ioctl(listener_, SECCOMP_IOCTL_NOTIF_SEND, &reply);
 }
 
-bool CallWatcher::isChosen(const seccomp_notif& question, Watched* watched) {
+CallWatcher::Loader& CallWatcher::loaderOf(const seccomp_notif& question) {
+  const auto [found, isNew] = loaders_.try_emplace(question.pid);
+  Loader& loader = found->second;
+  if (isNew) {
+    std::tie(loader.begin, loader.end) = placeOfLoader(static_cast<pid_t>(question.pid));
+  }
+  return loader;
+}
+
+// What the call counts as; nullptr for one that does not count.
+const CallWatcher::Watched* CallWatcher::watchedCall(const seccomp_notif& question) {
+  Loader& loader = loaderOf(question);
+  const uint64_t place = question.data.instruction_pointer;
+  const bool isOfLoader = place >= loader.begin && place < loader.end;
+  if (isOfLoader && loader.counted) return nullptr;
   const auto [begin, end] = calls_.equal_range(question.data.nr);
   const auto found = std::find_if(begin, end, [&](const auto& entry) {
-    const Call& call = *entry.second.call;
-    return call.applies == nullptr || call.applies(question.data);
+    const auto& [group, call] = entry.second;
+    return group->ofLoader == isOfLoader &&
+           (call->applies == nullptr || call->applies(question.data));
   });
-  if (found == end) return false;
-  // The first of all is the start of the command, made by this program.
-  if (isExec(question.data.nr) && !std::exchange(started_, true)) return false;
-  if (found->second.group->spareLoader && isFromLoader(question)) return false;
-  *watched = found->second;
+  if (found == end) return nullptr;
+  loader.counted |= isOfLoader;
+  return &found->second;
+}
+
+bool CallWatcher::isChosen(const seccomp_notif& question, Watched* watched) {
+  const Watched* const call = watchedCall(question);
+  if (isExec(question.data.nr)) {
+    loaders_.erase(question.pid);  // another program may stand there next
+    // The first of all is the start of the command, made by this program.
+    if (!std::exchange(started_, true)) return false;
+  }
+  if (call == nullptr) return false;
+  *watched = *call;
   ++counts_[watched->group];
   return ++total_ == order_.hit;
 }

@@ -41,7 +41,15 @@ class CallWatcher {
     const Call* call;
   };
 
+  /// The memory that holds a program's loader, and whether a call of it was counted.
+  struct Loader {
+    uint64_t begin = 0, end = 0;  // none of it in a static program
+    bool counted = false;
+  };
+
   void answer();
+  const Watched* watchedCall(const seccomp_notif& question);
+  Loader& loaderOf(const seccomp_notif& question);
   bool isChosen(const seccomp_notif& question, Watched* watched);
   void strike(const seccomp_notif& question, const Watched& watched, seccomp_notif_resp* reply);
   void replaceDescriptor(const seccomp_notif& question);
@@ -51,6 +59,7 @@ class CallWatcher {
   int listener_;
   std::multimap<long, Watched> calls_;
   std::map<const CallGroup*, uint64_t> counts_;
+  std::map<uint32_t, Loader> loaders_;  // by process
   uint64_t total_ = 0;
   bool started_ = false;
   bool timedOut_ = false;

@@ -171,8 +171,8 @@ std::vector<CallGroup> processGroups() {
        ENOMEM,
        {{SYS_brk, "brk", kNone, 0, movesEnd},
         {SYS_mmap, "mmap", kNone, 0, mapsMemory},
-        {SYS_mremap, "mremap"}},
-       true},
+        {SYS_mremap, "mremap"}}},
+      {"loading", EIO, {{SYS_read, "read", kDescriptor, 0}}, true},
   };
 }
 

@@ -24,9 +24,10 @@ struct CallGroup {
   const char* name;
   int failure;  ///< the errno that these calls fail with when the order names none
   std::vector<Call> calls;
-  /// Leaves out what the dynamic loader does: when it gets no memory it crashes, in any program,
-  /// and none of the program's own code has run by then.
-  bool spareLoader = false;
+  /// Whether these are the calls of the dynamic loader, of which one for each program counts: none
+  /// of the program's own code has run by then, so that all that can come of any is a program that
+  /// does not start. All other groups leave the loader's calls out.
+  bool ofLoader = false;
 };
 
 /// All groups. Calls that this processor's kernel does not have are left out.
