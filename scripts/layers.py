@@ -36,7 +36,10 @@ LAYERS = {
     "drawing": ["formats", "log"],
     "reserve": ["engine", "formats"],
     # Programs, in programs/.
-    "programs/tovrek": ["converter", "keychain"],
+    # Carries companions, to run them without a start.
+    "programs/tovrek": ["converter", "keychain", "programs/codesign", "programs/lipo",
+                        "programs/nm", "programs/openssl", "programs/otool", "programs/security",
+                        "programs/unzip", "programs/zip"],
     "programs/batch": ["batch"],
     "programs/inspect": ["inspect"],
     "programs/codesign": ["signing/verify", "keychain"],

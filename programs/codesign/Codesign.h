@@ -24,4 +24,6 @@ int removeFrom(const std::string& path, const Options& options, const Streams& s
 // Prints "PATH: TEXT"; answers kFailure.
 int failPath(const std::string& path, std::string_view text, const Streams& streams);
 
+inline constexpr ProgramRules kRules{.name = "codesign", .cleansUpOnSignals = true};
+
 }  // namespace tovrek::codesign

@@ -1,6 +1,5 @@
 #include "programs/codesign/Codesign.h"
 
 int main(int argc, char** argv) {
-  return tovrek::runProgram(argc, argv, tovrek::codesign::run,
-                            {.name = "codesign", .cleansUpOnSignals = true});
+  return tovrek::runProgram(argc, argv, tovrek::codesign::run, tovrek::codesign::kRules);
 }

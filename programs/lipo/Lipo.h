@@ -13,4 +13,6 @@ namespace tovrek::lipo {
 // file is then left as it was.
 int run(const Arguments& arguments, const Streams& streams);
 
+inline constexpr ProgramRules kRules{.name = "lipo"};
+
 }  // namespace tovrek::lipo

@@ -2,5 +2,5 @@
 #include "programs/lipo/Lipo.h"
 
 int main(int argc, char** argv) {
-  return tovrek::runProgram(argc, argv, tovrek::lipo::run, {.name = "lipo"});
+  return tovrek::runProgram(argc, argv, tovrek::lipo::run, tovrek::lipo::kRules);
 }

@@ -11,4 +11,6 @@ namespace tovrek::nm {
 // universal file on any host.
 int run(const Arguments& arguments, const Streams& streams);
 
+inline constexpr ProgramRules kRules{.name = "nm"};
+
 }  // namespace tovrek::nm

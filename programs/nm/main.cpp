@@ -2,5 +2,5 @@
 #include "programs/nm/Nm.h"
 
 int main(int argc, char** argv) {
-  return tovrek::runProgram(argc, argv, tovrek::nm::run, {.name = "nm"});
+  return tovrek::runProgram(argc, argv, tovrek::nm::run, tovrek::nm::kRules);
 }

@@ -8,4 +8,6 @@ namespace tovrek::openssl {
 // Answers itself what it can, else becomes the host's program. The exit status.
 int run(const Arguments& arguments, const Streams& streams);
 
+inline constexpr ProgramRules kRules{.name = "openssl"};
+
 }  // namespace tovrek::openssl

@@ -2,5 +2,5 @@
 #include "programs/openssl/Openssl.h"
 
 int main(int argc, char** argv) {
-  return tovrek::runProgram(argc, argv, tovrek::openssl::run, {.name = "openssl"});
+  return tovrek::runProgram(argc, argv, tovrek::openssl::run, tovrek::openssl::kRules);
 }

@@ -10,4 +10,6 @@ namespace tovrek::otool {
 // listed all the same. Unlike the original it shows every slice of a universal file on any host.
 int run(const Arguments& arguments, const Streams& streams);
 
+inline constexpr ProgramRules kRules{.name = "otool"};
+
 }  // namespace tovrek::otool

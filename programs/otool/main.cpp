@@ -2,5 +2,5 @@
 #include "programs/otool/Otool.h"
 
 int main(int argc, char** argv) {
-  return tovrek::runProgram(argc, argv, tovrek::otool::run, {.name = "otool"});
+  return tovrek::runProgram(argc, argv, tovrek::otool::run, tovrek::otool::kRules);
 }

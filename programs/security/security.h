@@ -9,4 +9,6 @@ namespace tovrek::security {
 // else the low byte of a keychain status.
 int run(const Arguments& arguments, const Streams& streams);
 
+inline constexpr ProgramRules kRules{.name = "security"};
+
 }  // namespace tovrek::security

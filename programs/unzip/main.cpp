@@ -2,5 +2,5 @@
 #include "programs/unzip/Unzip.h"
 
 int main(int argc, char** argv) {
-  return tovrek::runProgram(argc, argv, tovrek::unzip::run, {.name = "unzip"});
+  return tovrek::runProgram(argc, argv, tovrek::unzip::run, tovrek::unzip::kRules);
 }

@@ -4,6 +4,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 
 namespace tovrek::unzip {
 
@@ -74,7 +76,7 @@ bool unpackEntry(const archive::ArchiveReader& reader, const archive::Entry& ent
   if (entry.method != archive::kStored) {
     const auto target = room->atLeast(entry.size);
     if (target.size() < entry.size) {
-      *fault = "not enough memory";
+      *fault = std::strerror(ENOMEM);
       return false;
     }
     if (!unpackInto(reader, entry, inflater, target)) {

@@ -9,4 +9,7 @@ namespace tovrek::zip {
 // unchanged files.
 int run(const Arguments& arguments, const Streams& streams);
 
+inline constexpr ProgramRules kRules{
+    .name = "zip", .keepsFreedMemory = true, .cleansUpOnSignals = true};
+
 }  // namespace tovrek::zip

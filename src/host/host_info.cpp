@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <utility>
 #include <vector>
 
 #include "host/file_io.h"
@@ -17,13 +18,35 @@
 
 namespace tovrek {
 
-std::string programPath() {
-  const std::string started = startedPath();
-  return started.empty() ? "" : realPath(started).value_or("");
+namespace {
+
+struct OwnPlace {
+  explicit OwnPlace(std::string file)
+      : path(std::move(file)), folder(deletingLastPathComponent(path)) {}
+  std::string path, folder;
+};
+
+// Found out once: it is asked for with every path of the host root.
+OwnPlace& ownPlace() {
+  static OwnPlace place([] {
+    const std::string started = startedPath();
+    return started.empty() ? "" : realPath(started).value_or("");
+  }());
+  return place;
 }
 
-std::string programFolder() {
-  return deletingLastPathComponent(programPath());
+}  // namespace
+
+const std::string& programPath() {
+  return ownPlace().path;
+}
+
+const std::string& programFolder() {
+  return ownPlace().folder;
+}
+
+void setProgramPath(const std::string& path) {
+  ownPlace() = OwnPlace(path);
 }
 
 std::optional<std::string> systemTemporaryFolder(ErrorText* error) {

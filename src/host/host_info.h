@@ -10,8 +10,10 @@
 namespace tovrek {
 
 // The running program's file with links resolved, and its folder; empty when unknown.
-std::string programPath();
-std::string programFolder();
+const std::string& programPath();
+const std::string& programFolder();
+// For a copy of this process that goes on as another program: the file, with links resolved.
+void setProgramPath(const std::string& path);
 
 // $TMPDIR when it names a folder by an absolute path; else a folder of this user alone below /tmp,
 // /var/tmp or the home folder, made with mode 0700 on first use; none when others have them all.

@@ -25,6 +25,8 @@ bool openSocketPair(int (&ends)[2]);
 bool sendQuietly(int socket, const void* message, size_t size);
 // Keeps all descriptors from this one on from children, as far as the system can do that at once.
 void keepFromChildren(int firstDescriptor);
+// Closes all descriptors from this one on.
+void closeFrom(int firstDescriptor);
 
 // --- Files. False leaves the reason in errno. ---
 
@@ -59,6 +61,8 @@ std::optional<std::vector<unsigned char>> linkAddress(const sockaddr* address);
 int watchChild(pid_t child);
 // A fork() that takes no locks, where the system has one: for signal handlers.
 pid_t forkInHandler();
+// The name that tools show for this process.
+void setProcessName(const char* name);
 // Confines this process and its children to the places. False where the system cannot do that.
 bool restrictTo(const NeededPlaces& places);
 

@@ -74,6 +74,14 @@ void keepFromChildren(int firstDescriptor) {
 #endif
 }
 
+void closeFrom(int firstDescriptor) {
+#ifdef CLOSE_RANGE_CLOEXEC
+  if (::close_range(static_cast<unsigned>(firstDescriptor), ~0U, 0) == 0) return;
+#endif
+  const int count = ::getdtablesize();
+  for (int fd = firstDescriptor; fd < count; ++fd) ::close(fd);
+}
+
 int placeFlags() {
   return O_PATH | O_DIRECTORY | O_CLOEXEC;
 }
@@ -170,6 +178,10 @@ pid_t forkInHandler() {
 #else
   return ::fork();
 #endif
+}
+
+void setProcessName(const char* name) {
+  ::prctl(PR_SET_NAME, name);
 }
 
 bool restrictTo(const NeededPlaces& places) {

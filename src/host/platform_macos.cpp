@@ -44,6 +44,11 @@ void keepFromChildren(int firstDescriptor) {
   for (int fd = firstDescriptor; fd < count; ++fd) ::fcntl(fd, F_SETFD, FD_CLOEXEC);
 }
 
+void closeFrom(int firstDescriptor) {
+  const int count = ::getdtablesize();
+  for (int fd = firstDescriptor; fd < count; ++fd) ::close(fd);
+}
+
 int placeFlags() {
   return O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 }
@@ -106,6 +111,10 @@ int watchChild(pid_t /*child*/) {
 
 pid_t forkInHandler() {
   return ::fork();
+}
+
+void setProcessName(const char* name) {
+  ::setprogname(name);
 }
 
 bool restrictTo(const NeededPlaces& /*places*/) {

@@ -14,9 +14,9 @@
 #include <cstring>
 #include <string_view>
 
+#include "host/Channels.h"
 #include "host/HostRoot.h"
-#include "host/ProgressChannel.h"
-#include "host/child_environment.h"
+#include "host/child_start.h"
 #include "host/file_io.h"
 #include "host/paths.h"
 #include "host/platform.h"
@@ -25,39 +25,6 @@
 
 namespace tovrek {
 namespace {
-
-struct Pipe {
-  UniqueFd readEnd, writeEnd;
-
-  bool open() {
-    int fds[2];
-    if (!openPipe(fds)) return false;
-    readEnd = UniqueFd(fds[0]);
-    writeEnd = UniqueFd(fds[1]);
-    return true;
-  }
-};
-
-// What this process and a child share.
-struct Channels {
-  Pipe input, output, errors;
-  ProgressChannel progress;
-
-  bool open() { return input.open() && output.open() && errors.open(); }
-  // The child has its own copies.
-  void closeChildEnds() {
-    input.readEnd.close();
-    output.writeEnd.close();
-    errors.writeEnd.close();
-    progress.closeChildEnd();
-  }
-  // Nobody reads or writes on: the child is not to wait for that.
-  void closeOwnEnds() {
-    input.writeEnd.close();
-    output.readEnd.close();
-    errors.readEnd.close();
-  }
-};
 
 // A bare name is found in the child's PATH, not in that of this process.
 std::string findProgram(const std::string& name) {
@@ -127,51 +94,6 @@ bool exchange(Channels& channels, const Command& command, Outcome* outcome) {
   return failure == 0;
 }
 
-// Starts the child with its pipes; the parent's copies of the child's ends are closed.
-int spawn(const Command& command, const std::string& program, Channels& channels, pid_t* child,
-          const sigset_t& mask) {
-  const auto& [input, output, errors, progress] = channels;
-  FileActions files;
-  if (command.input.empty()) {
-    posix_spawn_file_actions_addopen(&files.value, 0, "/dev/null", O_RDONLY, 0);
-  } else {
-    posix_spawn_file_actions_adddup2(&files.value, input.readEnd.get(), 0);
-  }
-  posix_spawn_file_actions_adddup2(&files.value, output.writeEnd.get(), 1);
-  if (command.standardError == StandardError::kCapture) {
-    posix_spawn_file_actions_adddup2(&files.value, errors.writeEnd.get(), 2);
-  } else if (command.standardError == StandardError::kMergeIntoOutput) {
-    posix_spawn_file_actions_adddup2(&files.value, output.writeEnd.get(), 2);
-  }
-  if (progress.isOpen()) {
-    // Behind the others, whose descriptors may have this number here.
-    posix_spawn_file_actions_adddup2(&files.value, progress.childEnd(),
-                                     ProgressChannel::kChildDescriptor);
-  }
-  if (!command.workingDirectory.empty()) {
-    posix_spawn_file_actions_addchdir_np(&files.value, command.workingDirectory.c_str());
-  }
-  SpawnAttributes spawning;
-  const sigset_t defaults = endingSignals();
-  posix_spawnattr_setsigdefault(&spawning.value, &defaults);
-  posix_spawnattr_setsigmask(&spawning.value, &mask);
-  // A group of its own, so that an interruption reaches all programs of a pipeline.
-  posix_spawnattr_setpgroup(&spawning.value, 0);
-  posix_spawnattr_setflags(&spawning.value,
-                           POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
-
-  std::vector<std::string> arguments = command.argv;
-  std::vector<std::string> environment = childEnvironment(command);
-  if (progress.isOpen()) {
-    environment.push_back(std::string(kProgressVariable) + "=" +
-                          std::to_string(ProgressChannel::kChildDescriptor));
-  }
-  const int result = ::posix_spawn(child, program.c_str(), &files.value, &spawning.value,
-                                   pointersTo(arguments).data(), pointersTo(environment).data());
-  channels.closeChildEnds();
-  return result;
-}
-
 }  // namespace
 
 bool runProcess(const Command& command, Outcome* outcome, ErrorText* error) {
@@ -191,7 +113,7 @@ bool runProcess(const Command& command, Outcome* outcome, ErrorText* error) {
   pid_t child = 0;
   {
     const SignalsBlocked blocked;
-    const int result = spawn(command, program, channels, &child, blocked.oldMask());
+    const int result = startChild(command, program, channels, blocked.oldMask(), &child);
     if (result != 0) return fail(error, std::strerror(result));
     setRunningChild(child);
   }

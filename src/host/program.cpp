@@ -11,6 +11,7 @@
 
 #include "host/allocation.h"
 #include "host/confinement.h"
+#include "host/memory.h"
 #include "host/platform.h"
 #include "host/signals.h"
 #include "host/version.h"
@@ -54,6 +55,7 @@ std::string versionLine(std::string_view name) {
 
 int runProgram(int argc, char** argv, ProgramRun run, const ProgramRules& rules) {
   watchAllocations(rules.outOfMemory);
+  if (rules.keepsFreedMemory) keepFreedMemory();
   // Nobody could be told.
   if (!openClosedStreams()) return kNoStreams;
   // A file that may not grow further is an error to report, as a full disk is.

@@ -26,6 +26,8 @@ struct ProgramRules {
   // What `--version`, alone on the command line, is answered by; null where the program itself
   // says.
   const char* name = nullptr;
+  // It allocates and frees large buffers again and again (see memory.h).
+  bool keepsFreedMemory = false;
   // An interruption ends the child too and removes what the program has begun (see signals.h).
   bool cleansUpOnSignals = false;
   // Tells of an exception that nobody caught and answers the status to end with. `reason` is null

@@ -95,6 +95,13 @@ void installSignalHandlers() {
   hasHandlers.store(true);
 }
 
+void forgetInterruptions() {
+  for (Slot& slot : slots) slot.state.store(0);
+  runningChild.store(0);
+  hasHandlers.store(false);
+  ::signal(kEnd, SIG_DFL);
+}
+
 void endProcess(int status) noexcept {
   endStatus.store(status);
   if (hasHandlers.load() && ::pthread_equal(::pthread_self(), mainThread) == 0) {

@@ -18,6 +18,10 @@ void installSignalHandlers();
 // Removes the items that are registered below, by a program of the system: takes no memory.
 void removeRegisteredItems();
 
+// For a copy of this process that is to be a program of its own: what is registered below, and the
+// running child, are its parent's.
+void forgetInterruptions();
+
 // An item (file or folder) that must not outlive an interrupted run. Registered on construction,
 // forgotten on destruction; the item itself is left to its owner. Where an exception takes the
 // owner, the item stays registered, for removeRegisteredItems(). Holds at most 64 at a time; more

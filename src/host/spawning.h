@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <spawn.h>
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -32,12 +33,12 @@ inline std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 }
 
 // Signals that a child meets as every program does, whatever this one has made of them.
+inline constexpr std::array kEndingSignals = {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ};
+
 inline sigset_t endingSignals() {
   sigset_t signals;
   sigemptyset(&signals);
-  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ}) {
-    sigaddset(&signals, number);
-  }
+  for (const int number : kEndingSignals) sigaddset(&signals, number);
   return signals;
 }
 

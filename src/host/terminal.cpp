@@ -56,6 +56,10 @@ void clearPassingLine() noexcept {
   if (passingLineIsShown.exchange(false)) writeToTerminal(kClearToEnd);
 }
 
+void forgetPassingLine() noexcept {
+  passingLineIsShown.store(false);
+}
+
 std::string readUnseen(const std::string& prompt) {
   const char* typed = ::getpass(prompt.c_str());
   return typed == nullptr ? "" : typed;

@@ -24,6 +24,8 @@ std::optional<size_t> errorLineWidth();
 void showPassingLine(std::string_view text);
 // Clears it where it is shown. A signal handler may call this.
 void clearPassingLine() noexcept;
+// For a copy of this process that has other streams: the line is not its own.
+void forgetPassingLine() noexcept;
 
 // Shows the prompt and reads a line without showing it. Empty when there is no terminal.
 std::string readUnseen(const std::string& prompt);

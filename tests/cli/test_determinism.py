@@ -1,4 +1,4 @@
-"""Wraps an app twice, once on a single processor, and compares all that came out."""
+"""Wraps an app twice, once on a single processor with companions that are started, and compares all that came out."""
 import os
 import random
 import re
@@ -40,9 +40,10 @@ class TwoRuns(WholeProgramTest):
     def test_same_whatever_the_machine(self):
         app = self.app()
         packages = []
-        for name, launcher in [("all", []), ("one", ["taskset", "-c", "0"])]:
+        for name, launcher, copies in [("all", [], "1"), ("one", ["taskset", "-c", "0"], "0")]:
             output = self.path(f"{name}.wex")
-            result = self.run_toolkit(launcher + self.wrap_command(app, output))
+            result = self.run_toolkit(launcher + self.wrap_command(app, output),
+                                      {"TOVREK_COPIES": copies})
             self.assert_wrapped(result, output)
             package = unzip(output, self.path(name))
             unzip(os.path.join(package, "Fieldbook.ipa"), os.path.join(package, "inner"))

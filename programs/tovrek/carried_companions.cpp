@@ -1,0 +1,62 @@
+// The companions that a conversion calls again and again, to be run by copies of this process.
+#include "programs/tovrek/carried_companions.h"
+
+#include <openssl/err.h>
+#include <openssl/rand.h>
+
+#include <array>
+
+#include "formats/Digest.h"
+#include "host/own_programs.h"
+#include "programs/codesign/Codesign.h"
+#include "programs/lipo/Lipo.h"
+#include "programs/nm/Nm.h"
+#include "programs/openssl/Openssl.h"
+#include "programs/otool/Otool.h"
+#include "programs/security/security.h"
+#include "programs/unzip/Unzip.h"
+#include "programs/zip/Zip.h"
+
+namespace tovrek::toolkit {
+namespace {
+
+// What went wrong before is not to be told as a reason of the program's.
+template <ProgramRun Run>
+int withoutEarlierErrors(const Arguments& arguments, const Streams& streams) {
+  ERR_clear_error();
+  return Run(arguments, streams);
+}
+
+// OpenSSL collects its algorithms, and seeds its generators, when they are asked for first; a copy
+// finds them there. (Generators notice that they were copied, and are seeded anew.)
+void prepareOpenssl() {
+  static const bool isReady = [] {
+    unsigned char byte = 0;
+    const bool seeded = RAND_bytes(&byte, 1) == 1 && RAND_priv_bytes(&byte, 1) == 1;
+    for (const DigestAlgorithm algorithm : {DigestAlgorithm::kSha1, DigestAlgorithm::kSha256}) {
+      Digest(algorithm).finish();
+    }
+    ERR_clear_error();  // a copy that lacks something tells of it itself
+    return seeded;
+  }();
+  static_cast<void>(isReady);
+}
+
+constexpr std::array<OwnProgram, 8> kPrograms = {{
+    {"codesign", withoutEarlierErrors<codesign::run>, codesign::kRules, prepareOpenssl},
+    {"lipo", lipo::run, lipo::kRules},
+    {"nm", nm::run, nm::kRules},
+    {"openssl", withoutEarlierErrors<openssl::run>, openssl::kRules, prepareOpenssl},
+    {"otool", otool::run, otool::kRules},
+    {"security", withoutEarlierErrors<security::run>, security::kRules, prepareOpenssl},
+    {"unzip", unzip::run, unzip::kRules},
+    {"zip", zip::run, zip::kRules},
+}};
+
+}  // namespace
+
+void bringCompanions() {
+  setOwnPrograms(kPrograms);
+}
+
+}  // namespace tovrek::toolkit
