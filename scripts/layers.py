@@ -38,8 +38,7 @@ LAYERS = {
     # Programs, in programs/.
     # Carries companions, to run them without a start.
     "programs/tovrek": ["converter", "keychain", "programs/codesign", "programs/lipo",
-                        "programs/nm", "programs/openssl", "programs/otool", "programs/security",
-                        "programs/unzip", "programs/zip"],
+                        "programs/nm", "programs/openssl", "programs/otool", "programs/security"],
     "programs/batch": ["batch"],
     "programs/inspect": ["inspect"],
     "programs/codesign": ["signing/verify", "keychain"],

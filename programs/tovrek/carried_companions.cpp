@@ -1,4 +1,5 @@
-// The companions that a conversion calls again and again, to be run by copies of this process.
+// The companions that a conversion calls again and again, to be run by copies of this process. (Not
+// zip and unzip: they are called three times, and need libraries that nothing else here loads.)
 #include "programs/tovrek/carried_companions.h"
 
 #include <openssl/err.h>
@@ -14,8 +15,6 @@
 #include "programs/openssl/Openssl.h"
 #include "programs/otool/Otool.h"
 #include "programs/security/security.h"
-#include "programs/unzip/Unzip.h"
-#include "programs/zip/Zip.h"
 
 namespace tovrek::toolkit {
 namespace {
@@ -42,15 +41,13 @@ void prepareOpenssl() {
   static_cast<void>(isReady);
 }
 
-constexpr std::array<OwnProgram, 8> kPrograms = {{
+constexpr std::array<OwnProgram, 6> kPrograms = {{
     {"codesign", withoutEarlierErrors<codesign::run>, codesign::kRules, prepareOpenssl},
     {"lipo", lipo::run, lipo::kRules},
     {"nm", nm::run, nm::kRules},
     {"openssl", withoutEarlierErrors<openssl::run>, openssl::kRules, prepareOpenssl},
     {"otool", otool::run, otool::kRules},
     {"security", withoutEarlierErrors<security::run>, security::kRules, prepareOpenssl},
-    {"unzip", unzip::run, unzip::kRules},
-    {"zip", zip::run, zip::kRules},
 }};
 
 }  // namespace
