@@ -14,6 +14,7 @@
 #include "host/Streams.h"
 #include "host/file_io.h"
 #include "host/paths.h"
+#include "host/platform.h"
 
 namespace tovrek {
 namespace {
@@ -108,6 +109,7 @@ std::optional<uint32_t> fileMode(const std::string& path) {
 }
 
 std::optional<std::string> realPath(const std::string& path) {
+  if (auto found = resolvedAtOnce(path)) return found;
   std::unique_ptr<char, decltype(&std::free)> resolved(nullptr, &std::free);
   ask(path, [&] {
     resolved.reset(::realpath(path.c_str(), nullptr));

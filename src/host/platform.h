@@ -35,6 +35,9 @@ int placeFlags();
 // Opens what is below the folder, passing no link, in one call. False where the system has none for
 // that; else `fd` has the descriptor, or -1.
 bool openInOneCall(int root, const char* below, int flags, int* fd);
+// The path with all links resolved, where the system tells it in fewer calls than realpath(), which
+// makes one for each folder on the way; none where it does not.
+std::optional<std::string> resolvedAtOnce(const std::string& path);
 // None where the file system has no call for it.
 std::optional<bool> renameExclusively(int fromFolder, const char* from, int toFolder,
                                       const char* to);

@@ -15,7 +15,9 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <climits>
 
 #include "host/platform.h"
 #include "host/resources.h"
@@ -93,6 +95,19 @@ bool openInOneCall(int root, const char* below, int flags, int* fd) {
   how.resolve = RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS;
   *fd = static_cast<int>(::syscall(SYS_openat2, root, below, &how, sizeof(how)));
   return *fd >= 0 || (errno != ENOSYS && errno != EPERM);
+}
+
+// The kernel writes more than a path for what is removed, or lies outside of this root, meanwhile.
+std::optional<std::string> resolvedAtOnce(const std::string& path) {
+  const UniqueFd item(::open(path.c_str(), O_PATH | O_CLOEXEC));
+  if (!item.valid()) return std::nullopt;
+  std::array<char, PATH_MAX> room{};
+  const std::string link = "/proc/self/fd/" + std::to_string(item.get());
+  const ssize_t size = ::readlink(link.c_str(), room.data(), room.size());
+  if (size <= 0 || static_cast<size_t>(size) == room.size()) return std::nullopt;
+  std::string found(room.data(), static_cast<size_t>(size));
+  if (found.front() != '/' || found.ends_with(" (deleted)")) return std::nullopt;
+  return found;
 }
 
 std::optional<bool> renameExclusively(int fromFolder, const char* from, int toFolder,

@@ -57,6 +57,10 @@ bool openInOneCall(int /*root*/, const char* /*below*/, int /*flags*/, int* /*fd
   return false;
 }
 
+std::optional<std::string> resolvedAtOnce(const std::string& /*path*/) {
+  return std::nullopt;
+}
+
 std::optional<bool> renameExclusively(int fromFolder, const char* from, int toFolder,
                                       const char* to) {
   if (::renameatx_np(fromFolder, from, toFolder, to, RENAME_EXCL) == 0) return true;
