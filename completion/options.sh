@@ -25,26 +25,60 @@ _tovrek_options() {
       '--profile .mobileprovision' '--keychain .p12.pem.keychain' '--json' '--html .html' \
       '--bundle-id text' '--upgrade' '--no-strip-extensions' '--strict' '--within text' \
       '--explain text' '--help' '--version' ;;
+    Batch-run) printf '%s\n' '--jobs text' '--index text' '--timeout text' \
+      '--engine local|parallel|slurm' '--state file' '--hosts file' '--remote file' \
+      '--report file' '--resume' '--help' ;;
+    Batch-renew) printf '%s\n' '--cert identity' '--profiles file' '--out file' \
+      '--keychain .p12.pem.keychain' '--table file' '--within text' '--yes' '--jobs text' \
+      '--timeout text' '--engine local|parallel|slurm' '--state file' '--hosts file' \
+      '--remote file' '--report file' '--help' ;;
+    Batch-check) printf '%s\n' '--help' ;;
   esac
   case $1 in
-    Inspect) ;;
+    Inspect | Batch-*) ;;
     *) printf '%s\n' '-logFile file' '-logWriteLevel 0|1|2|3|4' '-logDisplayLevel 0|1|2|3|4' \
       '-help' ;;
   esac
 }
 
-# What Inspect reads, by ending.
-_tovrek_inputs=.ipa.app.wex.mobileprovision.p12.pfx.cer.crt.der.pem
+# _tovrek_inputs COMMAND: the endings of what the command takes besides options; "." for folders
+# alone, nothing where all that is typed is options.
+_tovrek_inputs() {
+  case $1 in
+    Inspect) echo .ipa.app.wex.mobileprovision.p12.pfx.cer.crt.der.pem ;;
+    Batch-renew) echo . ;;
+    Batch-*) echo .csv.tsv.jsonl ;;
+  esac
+}
 
-# Options and commands may be typed in any case.
+# _tovrek_program PATH: the program that it is by its name.
+_tovrek_program() {
+  case ${1##*/} in
+    Tovrek) echo Tovrek ;;
+    Batch | tovrek-batch) echo Batch ;;
+    *) echo Inspect ;;
+  esac
+}
 
-# _tovrek_command WORD: the command as its table spells it; nothing for other words.
+# _tovrek_verbs PROGRAM: what can be its first word.
+_tovrek_verbs() {
+  case $1 in
+    Tovrek) printf '%s\n' Wrap Sign SetInfo SdkPrep ;;
+    Batch) printf '%s\n' run renew check ;;
+  esac
+}
+
+# Options and commands of Tovrek may be typed in any case.
+
+# _tovrek_command PROGRAM WORD: the command as its table spells it; nothing for other words.
 _tovrek_command() {
-  case $(printf '%s' "$1" | tr '[:upper:]' '[:lower:]') in
-    wrap) echo Wrap ;;
-    sign) echo Sign ;;
-    setinfo) echo SetInfo ;;
-    sdkprep) echo SdkPrep ;;
+  case $1-$(printf '%s' "$2" | tr '[:upper:]' '[:lower:]') in
+    Inspect-*) echo Inspect ;;
+    Batch-run | Batch-renew | Batch-check) echo "$1-$2" ;;
+    Tovrek-wrap) echo Wrap ;;
+    Tovrek-sign) echo Sign ;;
+    Tovrek-setinfo) echo SetInfo ;;
+    Tovrek-sdkprep) echo SdkPrep ;;
   esac
 }
 

@@ -59,6 +59,7 @@ set(bash "${share}/bash-completion/completions")
 copy("${bash}" "${folder}/completion/tovrek.bash")
 file(RENAME "${bash}/tovrek.bash" "${bash}/Tovrek")
 link(Tovrek "${bash}/tovrek-inspect")
+link(Tovrek "${bash}/tovrek-batch")
 copy("${share}/zsh/vendor-completions" "${folder}/completion/_tovrek")
 
 set(documents "${share}/doc/tovrek")

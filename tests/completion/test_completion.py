@@ -12,7 +12,8 @@ from pathlib import Path
 BUILD = Path(os.environ.get("TOVREK_BUILD", "build/release")).resolve()
 FOLDER = BUILD / "tovrek"
 CORPORATION = "iPhone Distribution: Example Corporation (EXAMPLE123)"
-FILES = ("App.ipa", "My App.ipa", "Old.wex", "Team.mobileprovision", "notes.txt", "Gauge.app/Info.plist")
+FILES = ("App.ipa", "My App.ipa", "Old.wex", "Team.mobileprovision", "notes.txt", "jobs.csv",
+         "Gauge.app/Info.plist")
 
 # What is typed, and what the line must be afterwards (up to blanks at its end), in both shells: the
 # word ends here because just one thing fits.
@@ -39,6 +40,13 @@ LINES = (
     ("Inspect App.ipa --json --j", "Inspect App.ipa --json --j"),
     ("Inspect n", "Inspect n"),
     ("Inspect T", "Inspect Team.mobileprovision"),
+    ("Batch ren", "Batch renew"),
+    ("Batch run j", "Batch run jobs.csv"),
+    ("Batch run jobs.csv --en", "Batch run jobs.csv --engine"),
+    ("Batch run jobs.csv --engine s", "Batch run jobs.csv --engine slurm"),
+    ("Batch renew j", "Batch renew j"),
+    ("Batch renew G", "Batch renew Gauge.app/"),
+    ("Batch renew x --pro", "Batch renew x --profiles"),
 )
 
 

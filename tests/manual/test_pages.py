@@ -21,6 +21,12 @@ def sources(*patterns):
     return "\n".join(path.read_text() for pattern in patterns for path in sorted(ROOT.glob(pattern)))
 
 
+def completed_options(command):
+    """The options that the shells complete for a command."""
+    branch = re.search(rf"^    {command}\) printf(.*?);;", page("completion/options.sh"), re.M | re.S)
+    return sorted(re.findall(r"'--([\w-]+)", branch.group(1)))
+
+
 class Pages(unittest.TestCase):
     def test_form(self):
         pages = sorted(path for path in PAGES.glob("man*/*"))
@@ -57,8 +63,16 @@ class Pages(unittest.TestCase):
         known = [*re.findall(r'\{"--([\w-]+)", &', page("programs/inspect/Options.cpp")), "version", "within"]
         listed = re.findall(r"^\.It Fl -([\w-]+)", page("programs/inspect/tovrek-inspect.1"), re.M)
         self.assertEqual(sorted(listed), sorted(known))
-        completed = re.findall(r"'--([\w-]+)", page("completion/options.sh"))
-        self.assertEqual(sorted(completed), sorted(known))
+        self.assertEqual(completed_options("Inspect"), sorted(known))
+
+    def test_options_of_batch(self):
+        rows = re.findall(r'\{"--([\w-]+)", "(\w+)", (true|false)', page("programs/batch/Options.cpp"))
+        items = "\n".join(re.findall(r"^\.It .*", page("programs/batch/tovrek-batch.1"), re.M))
+        listed = set(re.findall(r"Fl -([\w-]+)", items))
+        self.assertEqual(listed - {"help", "version"}, {name for name, _, _ in rows})
+        for verb, letter in (("run", "r"), ("renew", "n"), ("check", "c")):
+            known = [name for name, verbs, _ in rows if letter in verbs]
+            self.assertEqual(completed_options(f"Batch-{verb}"), sorted([*known, "help"]))
 
 
 if __name__ == "__main__":
