@@ -135,18 +135,19 @@ class Removal {
 
  private:
   // Folders further down are first moved to the top, so that neither their paths get too long nor
-  // too many folders are open at a time.
+  // too many folders are open at a time; so are those for which no descriptor is left.
   static constexpr size_t kDeepest = 100;
 
   void removeFolder(const std::string& path, mode_t mode) {
     allow(AT_FDCWD, path.c_str(), mode);
     top_ = UniqueFd(::open(path.c_str(), kInnerFolder));
     folders_.push_back(path);
-    collect(top_, path, 0);
+    if (!collect(top_, path, 0)) note(errno);
     for (size_t i = 0; i < lifted_.size(); ++i) {
       const std::string name = lifted_[i];
       folders_.push_back(joinPath(path, name));
-      collect(UniqueFd(::openat(top_.get(), name.c_str(), kInnerFolder)), folders_.back(), 1);
+      const UniqueFd folder(::openat(top_.get(), name.c_str(), kInnerFolder));
+      if (!collect(folder, joinPath(path, name), 1)) note(errno);
     }
     constexpr size_t kFilesPerPart = 32;
     forEachPart(files_.size(), kFilesPerPart, [this](size_t begin, size_t end) {
@@ -164,9 +165,11 @@ class Removal {
     if ((mode & S_IRWXU) != S_IRWXU) ::fchmodat(parent, name, mode | S_IRWXU, 0);
   }
 
-  void collect(const UniqueFd& folder, const std::string& path, size_t depth) {
-    if (!folder.valid()) return note(errno);
+  // False, with errno, when the folder could not be opened.
+  bool collect(const UniqueFd& folder, const std::string& path, size_t depth) {
+    if (!folder.valid()) return false;
     std::vector<std::string> inner;
+    const size_t known = files_.size();
     const bool whole = forEachEntry(folder.get(), [&](const dirent& entry) {
       const auto kind = kindOfEntry(folder.get(), entry);
       if (!kind) {
@@ -178,8 +181,10 @@ class Removal {
       }
       return true;
     });
+    if (!whole && errno == EMFILE && inner.empty() && files_.size() == known) return false;
     if (!whole) note(errno);
     for (const std::string& name : inner) descend(folder, path, name, depth);
+    return true;
   }
 
   void descend(const UniqueFd& parent, const std::string& path, const std::string& name,
@@ -191,8 +196,13 @@ class Removal {
     const std::string inner = joinPath(path, name);
     // With room for the names of what is in it.
     if (depth >= kDeepest || inner.size() + NAME_MAX + 2 > PATH_MAX) return lift(parent, name);
+    UniqueFd folder(::openat(parent.get(), name.c_str(), kInnerFolder));
     folders_.push_back(inner);
-    collect(UniqueFd(::openat(parent.get(), name.c_str(), kInnerFolder)), inner, depth + 1);
+    if (collect(folder, inner, depth + 1)) return;
+    if (errno != EMFILE) return note(errno);
+    folder.close();
+    folders_.pop_back();
+    lift(parent, name);
   }
 
   void lift(const UniqueFd& parent, const std::string& name) {

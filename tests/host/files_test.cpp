@@ -160,6 +160,14 @@ TEST(Files, OnlyAWholeWalkIsOne) {
     EXPECT_FALSE(walkDirectoryIfThere(folder.path(), all));
   }
   EXPECT_EQ(error.text(), folder.file("a/b") + ": Too many open files");
+
+  // Two folders and what lists one of them are all that a removal has to have open.
+  for (const rlim_t open : {rlim_t{4}, rlim_t{3}}) {
+    folder.write("a/b/c/d/e/file", "");
+    const test::FewOpenFiles few(open);
+    EXPECT_TRUE(removeItem(folder.file("a"), &error)) << error.text();
+    EXPECT_FALSE(itemExistsNoFollow(folder.file("a")));
+  }
 }
 
 TEST(Files, TreesDeeperThanAnyPathAreWalkedAndRemoved) {
