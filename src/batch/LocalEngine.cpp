@@ -16,8 +16,6 @@ constexpr uint64_t kMegabyte = uint64_t{1} << 20;
 constexpr uint64_t kBaseMemory = 48 * kMegabyte;
 // The app unpacked, packed again, and packed once more into the package; apps pack to two thirds.
 constexpr uint64_t kCopiesInMemory = 4;
-// From here on a command keeps two processors busy for most of its time; small ones hardly do.
-constexpr uint64_t kLargeInput = 48 * kMegabyte;
 constexpr auto kPatience = std::chrono::milliseconds(200);
 // How far to look for a job that fits when the next one does not.
 constexpr size_t kLookAhead = 64;
@@ -26,19 +24,14 @@ constexpr size_t kLookAhead = 64;
 
 LocalLimits LocalLimits::forMachine(std::optional<size_t> wanted) {
   LocalLimits limits;
-  limits.slots = wanted.value_or(processorCount());
+  limits.jobs = wanted.value_or(processorCount());
   // Who names a number has thought of memory.
   if (wanted) return limits;
-  limits.largeTakesTwo = true;
   const auto available = availableMemory();
   if (available) limits.memory = *available / 5 * 4;
   const auto scratch = systemTemporaryFolder();
   limits.keepsInMemory = scratch && isInMemory(*scratch);
   return limits;
-}
-
-size_t slotsFor(uint64_t inputSize, const LocalLimits& limits) {
-  return limits.largeTakesTwo && inputSize >= kLargeInput ? 2 : 1;
 }
 
 uint64_t memoryFor(uint64_t inputSize, const LocalLimits& limits) {
@@ -48,7 +41,7 @@ uint64_t memoryFor(uint64_t inputSize, const LocalLimits& limits) {
 void LocalEngine::queue(const std::vector<const Job*>& jobs) {
   for (const Job* job : jobs) {
     const uint64_t size = fileSize(job->input()).value_or(0);
-    waiting_.push_back({job, memoryFor(size, limits_), slotsFor(size, limits_)});
+    waiting_.push_back({job, memoryFor(size, limits_)});
   }
   // A large one that begins last would run alone at the end.
   std::ranges::stable_sort(waiting_, std::greater<>(), &Waiting::memory);
@@ -69,7 +62,6 @@ void LocalEngine::start(const Waiting& next) {
     running = &running_.emplace_back(Running{next});
   }
   memoryInUse_ += next.memory;
-  slotsInUse_ += next.slots;
   running->thread = startHelper([this, running] { work(running); });
   // Without threads one after the other.
   if (!running->thread) work(running);
@@ -77,12 +69,11 @@ void LocalEngine::start(const Waiting& next) {
 
 // False when nothing that waits may run beside what runs.
 bool LocalEngine::startNext() {
-  if (waiting_.empty() || slotsInUse_ >= limits_.slots) return false;
+  if (waiting_.empty() || running_.size() >= limits_.jobs) return false;
   const auto fits = [&](const Waiting& each) {
     // One alone is always tried.
     if (running_.empty()) return true;
-    const bool hasMemory = !limits_.memory || memoryInUse_ + each.memory <= *limits_.memory;
-    return hasMemory && slotsInUse_ + each.slots <= limits_.slots;
+    return !limits_.memory || memoryInUse_ + each.memory <= *limits_.memory;
   };
   const auto end = waiting_.begin() + static_cast<ptrdiff_t>(std::min(waiting_.size(), kLookAhead));
   const auto next = std::find_if(waiting_.begin(), end, fits);
@@ -120,7 +111,6 @@ void LocalEngine::run(const std::vector<const Job*>& jobs, const Observer& obser
     for (Running& each : takeEnded()) {
       if (each.thread) each.thread->join();
       memoryInUse_ -= each.taken.memory;
-      slotsInUse_ -= each.taken.slots;
       observer.ended(*each.taken.job, each.result);
     }
     observer.waits(running_.size());

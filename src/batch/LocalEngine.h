@@ -17,8 +17,7 @@ namespace tovrek::batch {
 
 // How much may go on at once.
 struct LocalLimits {
-  size_t slots = 1;                // jobs at a time
-  bool largeTakesTwo = false;      // slots, as its command keeps two processors busy
+  size_t jobs = 1;                 // at a time
   std::optional<uint64_t> memory;  // bytes for all of them; none for no limit
   bool keepsInMemory = false;      // files of the jobs' own take memory too
 
@@ -26,8 +25,6 @@ struct LocalLimits {
   static LocalLimits forMachine(std::optional<size_t> wanted);
 };
 
-// How many slots a job with an input of this size takes.
-size_t slotsFor(uint64_t inputSize, const LocalLimits& limits);
 // The memory that a job with an input of this size may need at its worst.
 uint64_t memoryFor(uint64_t inputSize, const LocalLimits& limits);
 
@@ -45,7 +42,6 @@ class LocalEngine {
   struct Waiting {
     const Job* job;
     uint64_t memory;
-    size_t slots;
   };
   struct Running {
     Waiting taken;
@@ -65,7 +61,6 @@ class LocalEngine {
   LocalLimits limits_;
   std::deque<Waiting> waiting_;
   uint64_t memoryInUse_ = 0;
-  size_t slotsInUse_ = 0;
   std::mutex mutex_;  // of what follows
   std::condition_variable changed_;
   std::list<Running> running_;
