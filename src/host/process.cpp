@@ -12,19 +12,24 @@
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <optional>
 #include <string_view>
 
 #include "host/Channels.h"
 #include "host/HostRoot.h"
 #include "host/child_start.h"
 #include "host/file_io.h"
+#include "host/own_programs.h"
 #include "host/paths.h"
 #include "host/platform.h"
 #include "host/running_child.h"
+#include "host/shell_line.h"
 #include "host/spawning.h"
 
 namespace tovrek {
 namespace {
+
+constexpr const char* kShell = "/bin/sh";
 
 // A bare name is found in the child's PATH, not in that of this process.
 std::string findProgram(const std::string& name) {
@@ -94,11 +99,25 @@ bool exchange(Channels& channels, const Command& command, Outcome* outcome) {
   return failure == 0;
 }
 
+// The command that a shell would do nothing but start, where a copy of this process can run it;
+// none for all else.
+std::optional<Command> withoutShell(const Command& command) {
+  if (command.argv.size() != 3 || command.argv[0] != kShell || command.argv[1] != "-c") {
+    return std::nullopt;
+  }
+  auto words = plainWords(command.argv[2]);
+  if (!words || ownProgramAt(findProgram(words->front())) == nullptr) return std::nullopt;
+  Command direct = command;
+  direct.argv = std::move(*words);
+  return direct;
+}
+
 }  // namespace
 
 bool runProcess(const Command& command, Outcome* outcome, ErrorText* error) {
   *outcome = Outcome();
   if (command.argv.empty()) return fail(error, "no program named");
+  if (const auto direct = withoutShell(command)) return runProcess(*direct, outcome, error);
   std::fflush(stdout);
 
   const std::string program = findProgram(command.argv.front());
@@ -169,7 +188,7 @@ Command shellCommand(const std::string& commandLine) {
   }
   if (replacement != tool) launched = quotedForShell(replacement) + commandLine.substr(tool.size());
   Command command;
-  command.argv = {"/bin/sh", "-c", launched};
+  command.argv = {kShell, "-c", launched};
   command.shellTool = tool;
   return command;
 }

@@ -16,6 +16,7 @@
 #include "host/clock.h"
 #include "host/files.h"
 #include "host/host_info.h"
+#include "host/shell_line.h"
 #include "host/signals.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -134,6 +135,25 @@ TEST(HostRoot, StandsInForSystemPathsOnly) {
   EXPECT_EQ(run({.argv = {"tool"}}).output, "stand-in \n") << "found in the child's PATH";
   EXPECT_EQ(run(shellCommand("/usr/bin/tool -l \"x y\" | cat")).output, "stand-in -l x y\n");
   EXPECT_EQ(run(shellCommand("tool z")).output, "stand-in z\n");
+}
+
+// Whatever is taken for plain, the shell has to see the same words in.
+TEST(ShellLine, PlainWordsAreTheShells) {
+  for (const char* line :
+       {"a", " a\t b ", "'a b'c\"d e\"", "\"\" ''", "'/a b/otool' -l \"/t/\xc3\xbc (1) [*] 'x'\"",
+        "'$HOME`x`\\' \"a\nb\"", "a,b@c:d%e+f"}) {
+    const auto words = plainWords(line);
+    std::string seen;
+    ASSERT_TRUE(words) << line;
+    for (const std::string& word : *words) seen += "[" + word + "]";
+    EXPECT_EQ(run(shell(std::string("printf '[%s]' ") + line)).output, seen) << line;
+  }
+  for (const char* line :
+       {"",    " ",       "a|b",      "a b;c", "a &",  "a >b",  "a <b", "$a",     "\"$a\"",
+        "`a`", "\"`a`\"", "\"a\\b\"", "a\\ b", "a*",   "a?",    "[a]",  "~",      "{a,b}",
+        "a#b", "(a)",     "'a",       "\"a",   "a\nb", "A=b c", "!",    "\"a!\"", "\xc3\xbc"}) {
+    EXPECT_FALSE(plainWords(line)) << line;
+  }
 }
 
 TEST(Process, QuotingForTheShell) {
