@@ -54,13 +54,9 @@ std::string real(unsigned kind, double number) {
 // Of text in UTF-8, in big-endian units.
 std::string inUtf16(std::string_view text) {
   std::string units;
-  for (size_t i = 0; i < text.size();) {
-    const auto first = static_cast<unsigned char>(text[i++]);
-    const int following = first < 0x80 ? 0 : first < 0xE0 ? 1 : first < 0xF0 ? 2 : 3;
-    uint32_t point = following == 0 ? first : first & (0x3FU >> following);
-    for (int k = 0; k < following; ++k) {
-      point = point << 6 | (static_cast<unsigned char>(text[i++]) & 0x3FU);
-    }
+  while (!text.empty()) {
+    auto [point, length] = firstCodePoint(text);
+    text.remove_prefix(length);
     if (point >= 0x10000) {
       appendNumber(&units, 0xD800 + ((point - 0x10000) >> 10), 2);
       point = 0xDC00 + ((point - 0x10000) & 0x3FF);

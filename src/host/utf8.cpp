@@ -3,32 +3,30 @@
 #include <cstdint>
 
 namespace tovrek {
-namespace {
 
-// Bytes after `lead`, and the smallest code point that needs as many; -1 for no lead byte.
-int continuationCount(unsigned char lead, uint32_t* smallest) {
-  if (lead < 0x80) return *smallest = 0, 0;
-  if (lead >= 0xc2 && lead < 0xe0) return *smallest = 0x80, 1;
-  if (lead >= 0xe0 && lead < 0xf0) return *smallest = 0x800, 2;
-  if (lead >= 0xf0 && lead < 0xf5) return *smallest = 0x10000, 3;
-  return -1;
+CodePoint firstCodePoint(std::string_view bytes) {
+  const auto at = [&](size_t i) { return static_cast<uint8_t>(bytes[i]); };
+  if (bytes.empty()) return {};
+  const uint8_t lead = at(0);
+  if (lead < 0x80) return {lead, 1};
+  const size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+  if (lead < 0xC2 || lead > 0xF4 || bytes.size() < length) return {};
+  uint32_t value = lead & (0x7FU >> length);
+  for (size_t i = 1; i < length; ++i) {
+    if ((at(i) & 0xC0) != 0x80) return {};
+    value = value << 6 | (at(i) & 0x3FU);
+  }
+  constexpr uint32_t kSmallest[] = {0, 0, 0x80, 0x800, 0x10000};
+  const bool isSurrogate = value >= 0xD800 && value <= 0xDFFF;
+  if (value < kSmallest[length] || value > 0x10FFFF || isSurrogate) return {};
+  return {value, length};
 }
 
-}  // namespace
-
 bool isUtf8(std::string_view bytes) {
-  for (size_t i = 0; i < bytes.size(); i++) {
-    const auto lead = static_cast<unsigned char>(bytes[i]);
-    uint32_t smallest = 0;
-    const int count = continuationCount(lead, &smallest);
-    if (count < 0 || bytes.size() - i <= static_cast<size_t>(count)) return false;
-    uint32_t point = count == 0 ? lead : lead & (0x3fU >> count);
-    for (int k = 0; k < count; k++) {
-      const auto next = static_cast<unsigned char>(bytes[++i]);
-      if ((next & 0xc0) != 0x80) return false;
-      point = point << 6 | (next & 0x3fU);
-    }
-    if (point < smallest || point > 0x10ffff || (point >= 0xd800 && point < 0xe000)) return false;
+  while (!bytes.empty()) {
+    const size_t length = firstCodePoint(bytes).length;
+    if (length == 0) return false;
+    bytes.remove_prefix(length);
   }
   return true;
 }

@@ -8,7 +8,15 @@
 
 namespace tovrek {
 
-// Without overlong forms, surrogates and code points above U+10FFFF (RFC 3629).
+struct CodePoint {
+  uint32_t value = 0;
+  size_t length = 0;  // in bytes; 0 where they are not UTF-8
+};
+
+// The code point that the bytes begin with. Overlong forms, surrogates and what lies above U+10FFFF
+// are not UTF-8 (RFC 3629), nor are no bytes at all.
+CodePoint firstCodePoint(std::string_view bytes);
+
 bool isUtf8(std::string_view bytes);
 
 // Length in UTF-16 units, which Apple's string lengths are counted in.
