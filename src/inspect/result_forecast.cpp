@@ -79,7 +79,9 @@ class ResultForecast {
 
   device::Findings run() {
     for (const CodeObject& object : app_.code) {
-      if (takesProfile(object)) names_.insert(object.identifier);
+      if (!takesProfile(object)) continue;
+      names_.insert(object.identifier);
+      fitted_.insert(object.path);
     }
     names_.insert(former_);
     judgeMain();
@@ -143,12 +145,13 @@ class ResultForecast {
 
   // The app's frameworks are signed anew, and those of the extensions that are fitted.
   bool isResigned(const CodeObject& object) const {
-    if (isSignedAsFramework(object.path)) return true;
-    const auto holds = [&](const CodeObject& bundle) {
-      return takesProfile(bundle) && object.path.starts_with(bundle.path + "/") &&
-             isSignedAsFramework(object.path.substr(bundle.path.size() + 1));
-    };
-    return fits_ && std::ranges::any_of(app_.code, holds);
+    const std::string& path = object.path;
+    if (isSignedAsFramework(path)) return true;
+    for (size_t end = path.find('/'); fits_ && end != path.npos; end = path.find('/', end + 1)) {
+      const bool isHeld = fitted_.contains(path.substr(0, end));
+      if (isHeld && isSignedAsFramework(path.substr(end + 1))) return true;
+    }
+    return false;
   }
 
   // What was found against it stays true, and the team is to be the new one.
@@ -240,6 +243,7 @@ class ResultForecast {
   std::string former_;  // the app's identifier, before a first wrap too
   bool renames_ = false, fits_ = false;
   std::set<std::string> names_;
+  std::set<std::string> fitted_;  // paths of the bundles that take a profile
   device::Findings findings_;
 };
 
