@@ -117,9 +117,8 @@ pid_t forkInHandler() {
   return ::fork();
 }
 
-void setProcessName(const char* name) {
-  ::setprogname(name);
-}
+// Tools show the file that was started.
+void setProcessName(const char* /*name*/) {}
 
 bool restrictTo(const NeededPlaces& /*places*/) {
   return false;
