@@ -122,11 +122,12 @@ class Removal {
   bool run(const std::string& path) {
     const ItemPath item(path);
     struct stat info {};
-    if (!item.reached() || ::fstatat(item.folder(), item.name(), &info, AT_SYMLINK_NOFOLLOW) != 0) {
-      note(errno);
-    } else if (S_ISDIR(info.st_mode)) {
+    const bool isThere =
+        item.reached() && ::fstatat(item.folder(), item.name(), &info, AT_SYMLINK_NOFOLLOW) == 0;
+    const bool isFolder = isThere && S_ISDIR(info.st_mode);
+    if (isFolder) {
       removeFolder(path, info.st_mode);
-    } else if (::unlinkat(item.folder(), item.name(), 0) != 0) {
+    } else if (!isThere || ::unlinkat(item.folder(), item.name(), 0) != 0) {
       note(errno);
     }
     errno = firstFailure_;
