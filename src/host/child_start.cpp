@@ -11,6 +11,7 @@
 #include "host/child_environment.h"
 #include "host/file_io.h"
 #include "host/own_programs.h"
+#include "host/signals.h"
 #include "host/spawning.h"
 
 extern char** environ;
@@ -112,6 +113,8 @@ bool takeStreams(const Command& command, const Channels& channels) {
 // The copy's whole life. What keeps a process from being started is told as a shell would tell it.
 [[noreturn]] void liveAs(const OwnProgram& own, const Command& command, const std::string& program,
                          const Channels& channels, const sigset_t& mask) noexcept {
+  // First of all: a copy that ends for want of memory must not remove what is its parent's.
+  forgetInterruptions();
   ::setpgid(0, 0);
   std::vector<std::string> environment = environmentFor(command, channels);
   const std::vector<char*> variables = pointersTo(environment);

@@ -14,7 +14,6 @@
 #include "host/host_info.h"
 #include "host/paths.h"
 #include "host/platform.h"
-#include "host/signals.h"
 #include "host/spawning.h"
 #include "host/terminal.h"
 #include "host/version.h"
@@ -37,10 +36,7 @@ bool hasMark(const std::string& path, const std::string& name) {
   const ssize_t got = file.valid() ? ::read(file.get(), start.data(), start.size()) : -1;
   if (got < 4) return false;
   const std::string_view bytes(start.data(), static_cast<size_t>(got));
-  return bytes.starts_with(
-             "\x7f"
-             "ELF") &&
-         bytes.find(markOf(name)) != bytes.npos;
+  return bytes.starts_with("\177ELF") && bytes.find(markOf(name)) != bytes.npos;
 }
 
 }  // namespace
@@ -66,7 +62,6 @@ const OwnProgram* ownProgramAt(const std::string& path) {
 
 void endAs(const OwnProgram& program, const std::string& path,
            std::vector<std::string> arguments) noexcept {
-  forgetInterruptions();
   forgetPassingLine();
   // The parent's failures to write are not this program's.
   for (FILE* stream : {stdin, stdout, stderr}) ::clearerr(stream);

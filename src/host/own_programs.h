@@ -30,8 +30,9 @@ const OwnProgram* ownProgramAt(const std::string& path);
 // What such a file holds in its first bytes.
 std::string markOf(const std::string& name);
 
-// For the copy: ends it as the program ends. `arguments` has the name that it is called by first.
-// Streams, variables and signals are those of the process as they stand.
+// For the copy, which has forgotten what its parent would remove (see signals.h): ends it as the
+// program ends. `arguments` has the name that it is called by first. Streams, variables and signals
+// are those of the process as they stand.
 [[noreturn]] void endAs(const OwnProgram& program, const std::string& path,
                         std::vector<std::string> arguments) noexcept;
 
