@@ -4,6 +4,7 @@ import contextlib
 import fcntl
 import itertools
 import os
+import plistlib
 import random
 import shutil
 import struct
@@ -71,6 +72,15 @@ class Disk:
         self.mount()
 
 
+def holds_all_of(value, former):
+    """Whether a property list has all that another one had; lists may have more at their ends."""
+    if isinstance(former, dict):
+        return all(key in value and holds_all_of(value[key], former[key]) for key in former)
+    if isinstance(former, list):
+        return value[:len(former)] == former
+    return value == former
+
+
 class PowerCuts(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -124,14 +134,26 @@ class PowerCuts(unittest.TestCase):
 
     def check_changing(self, runner, reference, finished):
         """What a command completes in place is complete where the package is the new one. Until
-        then the files that were there before are as before or as they are to be."""
+        then the files that were there before are as before or as they are to be, and an Info.plist,
+        to which several steps add something, has at least all that it had."""
         found, delivered = self.changing(runner), not runner.output("New.wex").old
         if finished or delivered:
             self.assertEqual(found, reference.changing)
             return
+        infos = self.info_plists(runner)
         runner.prepare()
+        before = self.info_plists(runner)
         for name, lines in self.changing(runner).items():
-            self.assertIn(found.get(name), (lines, reference.changing.get(name)), name)
+            if name in before:
+                self.assertTrue(holds_all_of(infos[name], before[name]), infos[name])
+            else:
+                self.assertIn(found.get(name), (lines, reference.changing.get(name)), name)
+
+    @staticmethod
+    def info_plists(runner):
+        return {name: plistlib.loads(runner.read(*name.split("/")))
+                for folder in runner.command.changing for name in runner.tree_lines(folder)
+                if name.endswith(".app/Info.plist")}
 
     @staticmethod
     def changing(runner):
