@@ -1,5 +1,6 @@
 #include "formats/png_size.h"
 
+#include <cerrno>
 #include <cstring>
 
 #include "host/StdioFile.h"
@@ -18,7 +19,9 @@ std::optional<ImageSize> readPngSize(const std::string& path, ErrorText* error) 
   const StdioFile file = openRegularFile(path, error);
   unsigned char header[8];
   const auto read = [&] {
-    return file != nullptr && std::fread(header, sizeof header, 1, file.get()) == 1;
+    if (file == nullptr) return false;
+    if (std::fread(header, sizeof header, 1, file.get()) == 1) return true;
+    return std::ferror(file.get()) != 0 && fail(error, std::strerror(errno));
   };
   if (!read() || std::memcmp(header, "\x89PNG\r\n\x1a\n", sizeof header) != 0) return std::nullopt;
   for (int chunk = 0; chunk < 2; chunk++) {

@@ -19,7 +19,7 @@ struct ImageSize {
 
 // Width and height of a PNG file, read from its IHDR chunk (the first, or the second after the
 // chunk that platform-optimised files start with). None for anything else, with the system's reason
-// for a file that cannot be opened.
+// for a file that cannot be opened or read.
 std::optional<ImageSize> readPngSize(const std::string& path, ErrorText* error = nullptr);
 // The same for a file in memory.
 std::optional<ImageSize> pngSize(std::string_view png);

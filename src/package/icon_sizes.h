@@ -20,7 +20,7 @@ struct IconResolution {
 };
 
 // Width and height of a PNG file, platform-optimised or not; "0" when unknown, with the system's
-// reason for a file that cannot be opened.
+// reason for a file that cannot be opened or read.
 IconResolution LoadIconImage(const std::string& path, ErrorText* error = nullptr);
 
 // The entries for icons in the manifest.xml of a package folder, found once for all icons.

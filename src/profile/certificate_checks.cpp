@@ -35,12 +35,16 @@ std::string subjectOf(const std::string& der, const WrapperLogger& log) {
   const double milliseconds = (currentTime() - kReferenceDateOffset) * 1000;
   const std::string path = joinPath(*folder, fmt::format("{:.0f}.der", milliseconds));
   const RemovedOnSignal removed(path);
-  if (!writeFileAtomically(path, der)) return {};
+  ErrorText reason;
+  if (!writeFileAtomically(path, der, &reason)) {
+    log.logWarning(fmt::format("{} could not be written: {}", path, reason.text()));
+    removeItem(path);  // it may be there all the same, but for the flush of its folder
+    return {};
+  }
 
   Command command;
   command.argv = {"/usr/bin/openssl", "x509", "-inform", "der", "-in", path, "-subject", "-noout"};
   const Outcome outcome = runQuietly(command);
-  ErrorText reason;
   if (!removeItem(path) && !removeItem(path, &reason)) {
     log.logWarning(fmt::format("{} could not be removed: {}", path, reason.text()));
   }
