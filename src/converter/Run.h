@@ -72,6 +72,7 @@ struct Run {
   std::unique_ptr<ManifestLibInterface> manifest;
   std::string outputIPAFileName;
   std::string ipaFolder;  // where the output .ipa is to stand
+  std::string oldIpa;     // of the package that is signed anew, out of the way
 
   const WrapperLogger& log() const { return context.loggers.toolkit; }
   // The scratch folder, and the folder in it where the package is put together.

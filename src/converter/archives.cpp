@@ -122,7 +122,10 @@ bool ZipToIpa(const Run& run, const std::string& ipaName, const std::string& sou
 
 bool ZipToIpaFromWex(const Run& run, const std::string& sourceDir, const UnzippedCma& package,
                      const std::string& packageDir, ErrorText* error) {
-  return zipApp(run, "-qr", package.ipaName(), package.ipaPath(), sourceDir, packageDir, error);
+  const std::string& old = run.oldIpa.empty() ? package.ipaPath() : run.oldIpa;
+  const bool isDone = zipApp(run, "-qr", package.ipaName(), old, sourceDir, packageDir, error);
+  if (!run.oldIpa.empty()) removeItem(run.oldIpa);
+  return isDone;
 }
 
 bool ZiptoPackage(const Run& run, const std::string& packageDir, ErrorText* error) {

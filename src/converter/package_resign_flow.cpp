@@ -13,6 +13,7 @@
 #include "formats/XmlDocument.h"
 #include "host/clock.h"
 #include "host/files.h"
+#include "host/host_info.h"
 #include "log/SystemLog.h"
 #include "package/archive_folder.h"
 #include "package/embedded_profile.h"
@@ -80,8 +81,13 @@ bool moveLanguageFiles(Run& run, ErrorText* error) {
   return true;
 }
 
+// Out of the way, as the new one gets its name; what stays unchanged is packed as it is there.
 bool removeOldIpa(Run& run, ErrorText* /*error*/) {
-  removeItem(run.package->ipaPath());
+  const std::string& old = run.package->ipaPath();
+  run.oldIpa = joinPath(run.scratch(), uniqueString());
+  if (moveItem(old, run.oldIpa)) return true;
+  run.oldIpa.clear();
+  removeItem(old);
   return true;
 }
 
