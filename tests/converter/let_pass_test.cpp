@@ -71,7 +71,7 @@ TEST_F(LetPass, IsWarnedOfWithFileAndReason) {
          write("Demo.app/Watch/a/b/c/d/e/f", "");
          auto flow = run();
          flow.appPath = app();
-         const FewOpenFiles few(3);
+         const FewOpenFiles few(2);
          EXPECT_TRUE(stripOrReportExtensions(flow, &error));
        },
        "The extensions in " + app() + "/Watch were not removed: "},
