@@ -41,7 +41,15 @@ std::optional<CodeObject> resolveBundle(const std::string& folder, ErrorText* er
     return std::nullopt;
   }
   object.executable = joinPath(folder, name);
-  if (!isFileOf(files, object.executable)) object.executable = joinPath(folder, kInfoPlistFile);
+  const auto kind = files.kindBehind(object.executable);
+  // Taken for a bundle without an executable, an app would get no signature in its code.
+  if (!kind && !files.isKnownMissing(object.executable)) {
+    fail(error, object.executable + " cannot be looked at");
+    return std::nullopt;
+  }
+  if (kind.value_or(ItemKind::kDirectory) == ItemKind::kDirectory) {
+    object.executable = joinPath(folder, kInfoPlistFile);
+  }
   return object;
 }
 

@@ -44,6 +44,9 @@ class Disk : public FileSource {
     const auto status = statusOf(path);
     return status ? std::optional(status->kind) : std::nullopt;
   }
+  bool isKnownMissing(const std::string& path) const override {
+    return isThere(path) == std::optional(false);
+  }
   std::optional<std::string> linkTarget(const std::string& path) const override {
     return tovrek::linkTarget(path);
   }

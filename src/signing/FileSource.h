@@ -45,6 +45,8 @@ class FileSource {
   // What stands at the path itself, and what a link there leads to; none where nothing is.
   virtual std::optional<ItemKind> kindAt(const std::string& path) const = 0;
   virtual std::optional<ItemKind> kindBehind(const std::string& path) const = 0;
+  // Whether nothing stands there, and not only nothing that could be looked at.
+  virtual bool isKnownMissing(const std::string& path) const { return !kindBehind(path); }
   // What a link says; none for all else.
   virtual std::optional<std::string> linkTarget(const std::string& path) const = 0;
 
