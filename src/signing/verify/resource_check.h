@@ -32,7 +32,7 @@ class BundleSeal {
   std::vector<NestedCode> nestedCode(const CodeObject& object) const;
 
  private:
-  // The part under the later key where the seal has one; null without either.
+  // What the seal holds under the later key, else under the first; null without either.
   const PlistDictionary* part(const char* first, const char* later) const;
   bool isSecondVersion() const;
 
