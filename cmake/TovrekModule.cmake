@@ -23,11 +23,20 @@ function(tovrek_module name)
   target_link_libraries(tovrek_${name} ${scope} ${ARG_LINK})
 endfunction()
 
-# tovrek_companion(NAME [LINK libs...]): one program of the host root, from main.cpp of the
-# current folder (its other files make the library tovrek_NAME first, where there are any), with
-# the manual page NAME.1 when the folder has one.
+# tovrek_start_fast(TARGET): links the C++ library into a program. A Wrap starts dozens of programs,
+# and loading the shared one is half of a start.
+function(tovrek_start_fast target)
+  if(NOT APPLE AND NOT TOVREK_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)
+  endif()
+endfunction()
+
+# tovrek_companion(NAME [LOADS_CXX] [LINK libs...]): one program of the host root, from main.cpp of
+# the current folder (its other files make the library tovrek_NAME first, where there are any), with
+# the manual page NAME.1 when the folder has one. LOADS_CXX is for libraries that load the shared
+# C++ library in any case.
 function(tovrek_companion name)
-  cmake_parse_arguments(ARG "" "" "LINK" ${ARGN})
+  cmake_parse_arguments(ARG "LOADS_CXX" "" "LINK" ${ARGN})
   tovrek_module(${name} LINK ${ARG_LINK})
   # By its mark Tovrek knows a program that it carries itself (see src/host/own_programs.h).
   set(TOVREK_PROGRAM ${name})
@@ -35,9 +44,8 @@ function(tovrek_companion name)
   add_executable(${name} main.cpp "${CMAKE_CURRENT_BINARY_DIR}/program_mark.cpp")
   target_link_libraries(${name} PRIVATE tovrek_${name})
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${TOVREK_HOST_FOLDER}/usr/bin")
-  # A Wrap starts some forty companions, and loading the shared C++ library is half of a start.
-  if(NOT APPLE AND NOT TOVREK_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
-    target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc)
+  if(NOT ARG_LOADS_CXX)
+    tovrek_start_fast(${name})
   endif()
   add_dependencies(tovrek_host_root ${name})
   if(EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/${name}.1")

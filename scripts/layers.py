@@ -47,6 +47,7 @@ LAYERS = {
     "programs/otool": ["listing"],
     "programs/nm": ["listing"],
     "programs/openssl": ["launch", "formats"],
+    "programs/mend-xml": ["formats"],
     "programs/pkgutil": ["launch"],
     "programs/unzip": ["archive"],
     "programs/xcode-select": ["launch"],

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <bit>
 
-#include "formats/XmlDocument.h"
+#include "formats/xml_text.h"
 #include "host/bytes.h"
 #include "host/utf8.h"
 

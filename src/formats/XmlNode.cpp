@@ -1,67 +1,62 @@
-// Elements of a document that libxml2 holds: their texts, attributes and children.
+#include <algorithm>
 #include <cassert>
 
 #include "formats/XmlDocument.h"
-#include "formats/XmlNodeAccess.h"
-#include "formats/libxml_strings.h"
+#include "formats/XmlTree.h"
+#include "formats/xml_text.h"
 
 namespace tovrek {
 namespace {
 
-xmlNodePtr nodeOf(void* node) {
-  return static_cast<xmlNodePtr>(node);
+using Kind = XmlTree::Kind;
+
+void collectText(const XmlTree& node, std::string* text) {
+  if (node.isText()) *text += node.text;
+  if (node.isElement()) {
+    for (const auto& child : node.children) collectText(*child, text);
+  }
 }
 
-std::string takeXmlChars(xmlChar* text) {
-  const std::string result = fromXmlChars(text);
-  xmlFree(text);
-  return result;
+void addText(XmlTree* element, std::string_view text) {
+  std::string held = xmlText(text);
+  if (!held.empty()) element->append(Kind::kText, "", std::move(held));
 }
 
-// Adds raw text: unlike xmlNodeSetContent this reads no entities out of it.
-void addText(xmlNodePtr element, std::string_view text) {
-  if (!text.empty()) xmlNodeAddContent(element, xmlChars(xmlText(text)));
+XmlTree& addElement(XmlTree* parent, const XmlElement& element) {
+  assert(isXmlName(element.name));
+  XmlTree& made = parent->append(Kind::kElement, element.name);
+  for (const auto& [key, value] : element.attributes) {
+    assert(isXmlName(key));
+    made.attributes.emplace_back(key, xmlText(value));
+  }
+  addText(&made, element.text);
+  for (const XmlElement& child : element.children) addElement(&made, child);
+  return made;
 }
 
 }  // namespace
 
-bool isXmlName(const std::string& name) {
-  return name == xmlText(name) && xmlValidateName(xmlChars(name), 0) == 0;
-}
-
-void fillElement(xmlNodePtr node, const XmlElement& element) {
-  for (const auto& [key, value] : element.attributes) {
-    assert(isXmlName(key));
-    xmlNewProp(node, xmlChars(key), xmlChars(xmlText(value)));
-  }
-  addText(node, element.text);
-  for (const XmlElement& child : element.children) {
-    assert(isXmlName(child.name));
-    // No namespace: one of the parent's must not be handed down.
-    xmlNodePtr made = xmlNewDocNode(node->doc, nullptr, xmlChars(child.name), nullptr);
-    fillElement(xmlAddChild(node, made), child);
-  }
-}
-
 std::string XmlNode::name() const {
-  return fromXmlChars(nodeOf(node_)->name);
+  return node_->localName();
 }
 
 std::string XmlNode::text() const {
-  return takeXmlChars(xmlNodeGetContent(nodeOf(node_)));
+  std::string text;
+  collectText(*node_, &text);
+  return text;
 }
 
-std::optional<std::string> XmlNode::attribute(const std::string& name) const {
-  xmlChar* value = xmlGetProp(nodeOf(node_), xmlChars(name));
-  if (value == nullptr) return std::nullopt;
-  return takeXmlChars(value);
+std::optional<std::string> XmlNode::attribute(std::string_view name) const {
+  for (const auto& [key, value] : node_->attributes) {
+    if (key == name) return value;
+  }
+  return std::nullopt;
 }
 
 std::vector<XmlNode> XmlNode::children() const {
   std::vector<XmlNode> result;
-  for (xmlNodePtr child = xmlFirstElementChild(nodeOf(node_)); child != nullptr;
-       child = xmlNextElementSibling(child)) {
-    result.push_back(XmlNode(child));
+  for (const auto& child : node_->children) {
+    if (child->isElement()) result.push_back(XmlNode(child.get()));
   }
   return result;
 }
@@ -74,36 +69,17 @@ std::optional<XmlNode> XmlNode::child(std::string_view name) const {
 }
 
 void XmlNode::setText(std::string_view text) {
-  const xmlNodePtr node = nodeOf(node_);
-  if (node->type == XML_ATTRIBUTE_NODE) {
-    xmlSetNsProp(node->parent, node->ns, node->name, xmlChars(xmlText(text)));
-    return;
-  }
-  if (node->type != XML_ELEMENT_NODE) {
-    xmlNodeSetContent(node, xmlChars(xmlText(text)));
-    return;
-  }
-  xmlNodeSetContent(node, nullptr);
-  addText(node, text);
+  node_->children.clear();
+  addText(node_, text);
 }
 
 XmlNode XmlNode::append(const XmlElement& element) {
-  const xmlNodePtr node = nodeOf(node_);
-  assert(isXmlName(element.name));
-  xmlNodePtr made = xmlNewDocNode(node->doc, nullptr, xmlChars(element.name), nullptr);
-  xmlAddChild(node, made);
-  fillElement(made, element);
-  return XmlNode(made);
+  return XmlNode(&addElement(node_, element));
 }
 
 void XmlNode::remove() {
-  const xmlNodePtr node = nodeOf(node_);
-  if (node->type == XML_ATTRIBUTE_NODE) {
-    xmlRemoveProp(static_cast<xmlAttrPtr>(node_));
-  } else {
-    xmlUnlinkNode(node);
-    xmlFreeNode(node);
-  }
+  std::erase_if(node_->parent->children,
+                [this](const auto& child) { return child.get() == node_; });
   node_ = nullptr;
 }
 

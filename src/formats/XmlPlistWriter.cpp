@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "formats/base64.h"
+#include "formats/xml_text.h"
 #include "host/clock.h"
 
 namespace tovrek {
@@ -22,28 +23,6 @@ constexpr std::string_view kProlog =
 constexpr size_t kDataWidth = 76;
 constexpr size_t kTabWidth = 8;
 constexpr size_t kDeepestData = 8;
-
-void appendEscaped(std::string* to, std::string_view text) {
-  for (const char c : text) {
-    switch (c) {
-      case '&':
-        *to += "&amp;";
-        break;
-      case '<':
-        *to += "&lt;";
-        break;
-      case '>':
-        *to += "&gt;";
-        break;
-      case '\r':
-        // A reader makes line feeds of those that stand as they are.
-        *to += "&#13;";
-        break;
-      default:
-        *to += c;
-    }
-  }
-}
 
 }  // namespace
 
@@ -89,7 +68,7 @@ void XmlPlistWriter::close(std::string_view name) {
 
 void XmlPlistWriter::element(std::string_view name, std::string_view text) {
   text_.append(depth_, '\t').append("<").append(name).append(">");
-  appendEscaped(&text_, text);
+  appendXmlText(&text_, text);
   text_.append("</").append(name).append(">\n");
 }
 

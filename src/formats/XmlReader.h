@@ -1,4 +1,4 @@
-// Event-driven reading of XML (libxml2): events in document order, up to the first fault.
+// Event-driven reading of XML: events in document order, up to the first fault.
 #pragma once
 
 #include <string_view>
@@ -14,7 +14,7 @@ class XmlEvents {
   // A piece of character data or CDATA; one text may come in several pieces.
   virtual void characters(std::string_view /*text*/) {}
   virtual void endElement(std::string_view /*name*/) {}
-  // The document is not well formed; nothing follows. The message may be empty.
+  // The document is not well formed; nothing follows. The message tells where and why.
   virtual void parseError(std::string_view /*message*/) {}
   // The document is not valid. This reader does not validate; the event is there for others.
   virtual void validationError(std::string_view /*message*/) {}

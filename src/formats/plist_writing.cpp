@@ -1,8 +1,8 @@
 // Writing property lists in both forms.
 #include "formats/BinaryPlistWriter.h"
 #include "formats/PlistValue.h"
-#include "formats/XmlDocument.h"
 #include "formats/XmlPlistWriter.h"
+#include "formats/xml_text.h"
 #include "host/files.h"
 
 namespace tovrek {

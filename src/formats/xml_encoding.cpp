@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <utility>
 
 namespace tovrek {
 namespace {
@@ -41,6 +42,31 @@ class Conversion {
   iconv_t state_;
 };
 
+std::optional<std::string> utf8From(std::string_view bytes, const std::string& encoding) {
+  // Names in XML are of such letters; what iconv() takes behind a slash would have it drop bytes.
+  const auto belongs = [](unsigned char c) {
+    return std::isalnum(c) != 0 || c == '-' || c == '_' || c == '.';
+  };
+  if (!std::ranges::all_of(encoding, belongs)) return std::nullopt;
+  Conversion conversion(encoding);
+  if (!conversion.isKnown()) return std::nullopt;
+  return conversion.convert(bytes);
+}
+
+// By a byte order mark, or by what "<" looks like; empty for what is written in single bytes.
+std::string wideEncoding(std::string_view document) {
+  using namespace std::string_view_literals;
+  static constexpr std::pair<std::string_view, const char*> kStarts[] = {
+      {"\xFF\xFE\0\0"sv, "utf-32le"}, {"<\0\0\0"sv, "utf-32le"},  {"\0\0\xFE\xFF"sv, "utf-32be"},
+      {"\0\0\0<"sv, "utf-32be"},      {"\xFF\xFE"sv, "utf-16le"}, {"<\0"sv, "utf-16le"},
+      {"\xFE\xFF"sv, "utf-16be"},     {"\0<"sv, "utf-16be"},
+  };
+  for (const auto& [start, encoding] : kStarts) {
+    if (document.starts_with(start)) return encoding;
+  }
+  return "";
+}
+
 }  // namespace
 
 std::string declaredEncoding(std::string_view document) {
@@ -54,15 +80,14 @@ std::string declaredEncoding(std::string_view document) {
   return name;
 }
 
-std::optional<std::string> utf8From(std::string_view bytes, const std::string& encoding) {
-  // Names in XML are of such letters; what iconv() takes behind a slash would have it drop bytes.
-  const auto belongs = [](unsigned char c) {
-    return std::isalnum(c) != 0 || c == '-' || c == '_' || c == '.';
-  };
-  if (!std::ranges::all_of(encoding, belongs)) return std::nullopt;
-  Conversion conversion(encoding);
-  if (!conversion.isKnown()) return std::nullopt;
-  return conversion.convert(bytes);
+std::optional<std::string_view> documentInUtf8(std::string_view document, std::string* storage) {
+  std::string encoding = wideEncoding(document);
+  if (encoding.empty()) encoding = declaredEncoding(document);
+  if (encoding.empty() || encoding == "utf-8") return document;
+  auto utf8 = utf8From(document, encoding);
+  if (!utf8) return std::nullopt;
+  *storage = std::move(*utf8);
+  return *storage;
 }
 
 }  // namespace tovrek

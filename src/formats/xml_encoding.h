@@ -11,8 +11,9 @@ namespace tovrek {
 // documents whose first line is in ASCII.
 std::string declaredEncoding(std::string_view document);
 
-// What `bytes` of that encoding are in UTF-8, by the C library's tables. None where it does not
-// know the encoding, or where the bytes are not in it.
-std::optional<std::string> utf8From(std::string_view bytes, const std::string& encoding);
+// The document in UTF-8: as it is, or converted into `storage` by the C library's tables. Which
+// encoding it has, tell its first bytes (UTF-16 and UTF-32) or its declaration. None where the
+// library does not know the encoding, or where the bytes are not in it.
+std::optional<std::string_view> documentInUtf8(std::string_view document, std::string* storage);
 
 }  // namespace tovrek

@@ -1,20 +1,14 @@
 // The XML form, in any encoding that the C library knows. Read by events, so that nothing but the
-// values themselves takes memory; and by expat, which starts faster than libxml2, with all that
-// one loads: `codesign` is started for each code object of an app.
-#include <expat.h>
-
+// values themselves takes memory.
 #include <algorithm>
 #include <charconv>
-#include <climits>
 #include <cstdio>
 #include <ctime>
-#include <memory>
 
 #include "formats/PlistBudget.h"
 #include "formats/base64.h"
 #include "formats/plist_readers.h"
-#include "formats/xml_encoding.h"
-#include "host/Freer.h"
+#include "formats/xml_parsing.h"
 #include "host/paths.h"
 
 namespace tovrek {
@@ -95,11 +89,11 @@ Element elementOf(std::string_view name) {
   return Element::kUnknown;
 }
 
-class XmlPlistReader {
+class XmlPlistReader : public XmlReceiver {
  public:
   explicit XmlPlistReader(const Limits& limits) : budget_(limits) {}
 
-  void start(std::string_view name) {
+  void startElement(std::string_view name, XmlAttributes /*attributes*/) override {
     const Element element = elementOf(name);
     if (inText_) return fail("<" + std::string(name) + "> inside of a text");
     if (element == Element::kUnknown) return fail("unknown element <" + std::string(name) + ">");
@@ -125,7 +119,7 @@ class XmlPlistReader {
     countValue();
   }
 
-  void characters(std::string_view text) {
+  void characters(std::string_view text) override {
     if (!inText_) {
       if (text.find_first_not_of(" \t\r\n") != std::string_view::npos) {
         fail("a text outside of an element");
@@ -136,7 +130,7 @@ class XmlPlistReader {
     failIfAny(budget_.addBytes(text.size()));
   }
 
-  void end(std::string_view name) {
+  void endElement(std::string_view name) override {
     if (name == "plist") return;
     if (!inText_) return endContainer();
     inText_ = false;
@@ -149,12 +143,8 @@ class XmlPlistReader {
     add(std::move(*value));
   }
 
-  // Empty unless something is wrong with the list; the reading is to end then.
-  const std::string& fault() const { return fault_; }
-  std::optional<PlistValue> take() {
-    if (!result_ && fault_.empty()) fail("it holds no value");
-    return fault_.empty() ? std::move(result_) : std::nullopt;
-  }
+  // None when the list held no value.
+  std::optional<PlistValue> take() { return std::move(result_); }
 
  private:
   struct Container {
@@ -164,9 +154,6 @@ class XmlPlistReader {
     PlistValue::Array items;
   };
 
-  void fail(std::string fault) {
-    if (fault_.empty()) fault_ = std::move(fault);
-  }
   void countValue() { failIfAny(budget_.addValue(open_.size())); }
   void failIfAny(std::string excess) {
     if (!excess.empty()) fail(std::move(excess));
@@ -204,107 +191,8 @@ class XmlPlistReader {
   PlistBudget budget_;
   std::vector<Container> open_;
   bool sawElement_ = false, inText_ = false;
-  std::string text_, fault_;
+  std::string text_;
   std::optional<PlistValue> result_;
-};
-
-// Lists have one attribute in their first element. expat goes through all that are declared for an
-// element each time that the element comes.
-constexpr size_t kMostDeclaredAttributes = 100;
-
-// One document on its way through expat, up to the first fault.
-class Reading {
- public:
-  Reading(const Limits& limits, const char* encoding)
-      : list_(limits), mostAttributes_(limits.xmlAttributes), parser_(XML_ParserCreate(encoding)) {
-    if (!parser_) {
-      fault_ = "out of memory";
-      return;
-    }
-    XML_SetUserData(parser_.get(), this);
-    XML_SetElementHandler(parser_.get(), onStart, onEnd);
-    XML_SetCharacterDataHandler(parser_.get(), onCharacters);
-    // With a handler for all else expat replaces no entity that the document declares; it comes to
-    // the handlers below, like one that nobody declared.
-    XML_SetDefaultHandler(parser_.get(), [](void*, const XML_Char*, int) {});
-    XML_SetSkippedEntityHandler(parser_.get(), onEntity);
-    XML_SetAttlistDeclHandler(parser_.get(), onDeclaredAttribute);
-    XML_SetExternalEntityRefHandlerArg(parser_.get(), this);
-    XML_SetExternalEntityRefHandler(parser_.get(), onOutsideEntity);
-  }
-
-  void read(std::string_view bytes) {
-    // Sizes are ints there.
-    constexpr size_t kPiece = size_t{1} << 20;
-    while (fault_.empty()) {
-      const std::string_view piece = bytes.substr(0, kPiece);
-      bytes.remove_prefix(piece.size());
-      const XML_Status status = XML_Parse(parser_.get(), piece.data(),
-                                          static_cast<int>(piece.size()), bytes.empty() ? 1 : 0);
-      if (status != XML_STATUS_OK && fault_.empty()) {
-        stop(XML_ErrorString(XML_GetErrorCode(parser_.get())));
-      }
-      if (bytes.empty()) return;
-    }
-  }
-
-  // None, with what is wrong.
-  std::optional<PlistValue> take(std::string* reason) {
-    std::optional<PlistValue> value = list_.take();
-    *reason = fault_.empty() ? list_.fault() : fault_;
-    return reason->empty() ? std::move(value) : std::nullopt;
-  }
-
- private:
-  static Reading& of(void* data) { return *static_cast<Reading*>(data); }
-  static void onStart(void* data, const XML_Char* name, const XML_Char** attributes) {
-    size_t words = 0;  // a name and a value for each
-    while (attributes[words] != nullptr) ++words;
-    if (words / 2 > of(data).mostAttributes_) of(data).stop("an element has too many attributes");
-    of(data).list([&](XmlPlistReader& list) { list.start(name); });
-  }
-  static void onEnd(void* data, const XML_Char* name) {
-    of(data).list([&](XmlPlistReader& list) { list.end(name); });
-  }
-  static void onCharacters(void* data, const XML_Char* text, int length) {
-    of(data).list([&](XmlPlistReader& list) {
-      list.characters({text, static_cast<size_t>(length)});
-    });
-  }
-  static void onDeclaredAttribute(void* data, const XML_Char* /*element*/,
-                                  const XML_Char* /*attribute*/, const XML_Char* /*type*/,
-                                  const XML_Char* /*value*/, int /*isRequired*/) {
-    if (++of(data).declaredAttributes_ <= kMostDeclaredAttributes) return;
-    of(data).stop("too many attributes are declared");
-  }
-  static void onEntity(void* data, const XML_Char* name, int isParameter) {
-    if (isParameter == 0) of(data).stop("unknown entity " + std::string(name));
-  }
-  // The argument is what was set for it, whatever its type.
-  static int onOutsideEntity(XML_Parser argument, const XML_Char* /*context*/,
-                             const XML_Char* /*base*/, const XML_Char* /*systemId*/,
-                             const XML_Char* /*publicId*/) {
-    of(argument).stop("an entity from outside of the document");
-    return XML_STATUS_ERROR;
-  }
-
-  // Some events still come after a stop.
-  void list(const auto& tell) {
-    if (!fault_.empty()) return;
-    tell(list_);
-    if (!list_.fault().empty()) stop(list_.fault());
-  }
-  void stop(const std::string& fault) {
-    if (!fault_.empty()) return;
-    fault_ = "line " + std::to_string(XML_GetCurrentLineNumber(parser_.get())) + ": " + fault;
-    XML_StopParser(parser_.get(), XML_FALSE);
-  }
-
-  XmlPlistReader list_;
-  const uint64_t mostAttributes_;
-  std::unique_ptr<XML_ParserStruct, Freer<XML_ParserFree>> parser_;
-  std::string fault_;
-  size_t declaredAttributes_ = 0;
 };
 
 // Without what signatures and sloppy writers leave: zero bytes behind the document, white space
@@ -318,36 +206,21 @@ std::string_view withoutEdges(std::string_view bytes) {
   return bytes;
 }
 
-// Whether expat reads documents that declare this encoding; none is UTF-8 or UTF-16 by its mark.
-bool readsEncoding(std::string_view encoding) {
-  return encoding.empty() || encoding == "utf-8" || encoding == "us-ascii" ||
-         encoding == "iso-8859-1" || encoding.starts_with("utf-16");
-}
-
 }  // namespace
 
 std::optional<PlistValue> readXmlPlist(std::string_view bytes, const Limits& limits,
                                        std::string* reason) {
   bytes = withoutEdges(bytes);
-  if (bytes.empty() || bytes.size() > INT_MAX) {
-    *reason = bytes.empty() ? "it is empty" : "it is too long";
+  if (bytes.empty()) {
+    *reason = "it is empty";
     return std::nullopt;
   }
-  const std::string encoding = declaredEncoding(bytes);
-  std::string converted;
-  if (!readsEncoding(encoding)) {
-    auto utf8 = utf8From(bytes, encoding);
-    if (!utf8) {
-      *reason =
-          "line 1: the text is not in the encoding that it declares, or nobody knows that one";
-      return std::nullopt;
-    }
-    converted = std::move(*utf8);
-    bytes = converted;
-  }
-  Reading reading(limits, converted.empty() ? nullptr : "UTF-8");
-  reading.read(bytes);
-  return reading.take(reason);
+  XmlPlistReader reader(limits);
+  *reason = parseXml(bytes, XmlEntities::kNone, limits, reader);
+  if (!reason->empty()) return std::nullopt;
+  std::optional<PlistValue> value = reader.take();
+  if (!value) *reason = "it holds no value";
+  return value;
 }
 
 }  // namespace tovrek

@@ -72,7 +72,7 @@ class PackageJudge {
     const auto contents = tree_.read(file, kLargestDocument, &reason);
     if (!contents) {
       add("policy-unreadable", file, "the manifest names it: " + reason.text());
-    } else if (!XmlDocument::parse(contents->text(), XmlParsing::kStrict, &reason)) {
+    } else if (!XmlDocument::parse(contents->text(), &reason)) {
       add("policy-unreadable", file, "it is no sound XML document: " + trimmed(reason.text()));
     }
   }

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include "formats/XmlDocument.h"
+#include "formats/xml_text.h"
 #include "host/files.h"
 
 namespace tovrek {

@@ -282,7 +282,7 @@ class Explain(WholeProgramTest):
                       (DEMO_APP, "-n 8", 255, "(Too many open files)"),
                       (DEMO_APP, "-n 9", 0, "(Too many open files)")]
         if b"__asan_init" not in read(TOOLKIT, "Tovrek"):  # which takes more than all that there is
-            conditions.append((many, "-v 70000", 254, "there is not enough memory"))
+            conditions.append((many, "-v 40000", 254, "there is not enough memory"))
         for archive, limit, status, words in conditions:
             command = ["/bin/sh", "-c", f"ulimit {limit}; exec \"$@\"", "sh",
                        *self.wrap_command(archive, self.path("out.wex"))]

@@ -7,6 +7,7 @@
 #include "formats/XmlReader.h"
 #include "formats/cms_content.h"
 #include "keychain/item_files.h"
+#include "programs/mend-xml/recovery.h"
 #include "signing/ResourceRules.h"
 #include "signing/verify/SealRules.h"
 
@@ -52,8 +53,13 @@ void fuzzDocuments(std::string_view bytes) {
   NoEvents events;
   readXml(bytes, events);
   ErrorText error;
-  if (const auto document = XmlDocument::parse(bytes, XmlParsing::kRecover, &error)) {
-    document->find("/*/*[1]");
+  if (const auto document = XmlDocument::parse(bytes, &error)) {
+    require(document->find("/*/*[1]").has_value());
+    const std::string written = document->serialize(XmlLayout::kCompact);
+    const auto again = XmlDocument::parse(written, &error);
+    require(again && again->serialize(XmlLayout::kCompact) == written);
+  } else if (const auto mended = mend_xml::recoveredXml(bytes, nullptr)) {
+    XmlDocument::parse(*mended);
   }
   cmsContent(bytes, nullptr);
   isDetached(bytes);

@@ -4,6 +4,7 @@
 #include "formats/XmlDocument.h"
 #include "package/manifest_edits.h"
 #include "tests/package/package_testing.h"
+#include "tests/support/ScriptedHostRoot.h"
 
 namespace tovrek::test {
 namespace {
@@ -143,6 +144,7 @@ TEST_F(ManifestEdit, PackageSize) {
 }
 
 TEST_F(ManifestEdit, DamagedManifestIsMended) {
+  const ScopedEnvironment hostRoot("TOVREK_HOST_ROOT", TOVREK_BUILT_FOLDER "/host");
   const std::string path = folder_.write(
       "manifest.xml", "<MobileAppPackage><MobileApp>\n<BundleFile>a &nbsp; b</BundleFile>");
   EXPECT_TRUE(updateManifestFile(path, "c.ipa", log_.logger()));
