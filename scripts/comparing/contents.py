@@ -75,10 +75,23 @@ def text_lines(data, tree):
 
 
 def package_size_checked(text, tree):
-    """A manifest's package size as such when an app's archive beside it is of this size."""
+    """A manifest's package size as such when an app's archive beside it is of this size.
+
+    One that the inputs stated stays: a new archive may come to the same size.
+    """
     sizes = {len(content) for path, content in tree.files.items() if path.lower().endswith(".ipa")}
+    sizes -= tree.masks.stated_sizes
     return PACKAGE_SIZE.sub(
         lambda match: match[1] + ("SIZE" if int(match[2]) in sizes else match[2]) + match[3], text)
+
+
+def stated_size(package):
+    """The package size in the manifest of an archive; none when there is none."""
+    with zipfile.ZipFile(package) as archive:
+        if "manifest.xml" not in archive.namelist():
+            return None
+        match = PACKAGE_SIZE.search(archive.read("manifest.xml").decode())
+        return int(match[2]) if match else None
 
 
 def binary_plist_lines(data, tree):

@@ -22,6 +22,7 @@ class Masks:
 
     def __init__(self, workspace, now=None):
         self.workspace = workspace
+        self.stated_sizes = set()  # of apps' archives, in manifests that were given
         self.now = now or datetime.datetime.now(datetime.timezone.utc)
         days = days_around(self.now)
         iso = "|".join(day.strftime("%Y-%m-%d") for day in days)

@@ -8,6 +8,7 @@ import signal
 import stat
 import subprocess
 import sys
+import zipfile
 from dataclasses import dataclass, field
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.dirname(os.path.dirname(
@@ -140,6 +141,9 @@ class Runner:
         shutil.rmtree(self.folder, ignore_errors=True)
         shutil.copytree(self.bench.template(self.command), self.folder, symlinks=True)
         os.makedirs(self.path("scratch"))
+        given = [self.path("work", name) for name in os.listdir(self.path("work"))]
+        packages = [path for path in given if path.endswith(".wex") and zipfile.is_zipfile(path)]
+        self.masks.stated_sizes = {contents.stated_size(path) for path in packages}
 
     def mount(self, place, size):
         """A disk of this size beyond what lies in the folder."""
