@@ -1,5 +1,6 @@
 #include "formats/base64.h"
 
+#include <array>
 #include <cstdint>
 
 namespace tovrek {
@@ -8,12 +9,28 @@ namespace {
 constexpr std::string_view kDigits =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-int digitValue(char digit) {
-  if (digit >= 'A' && digit <= 'Z') return digit - 'A';
-  if (digit >= 'a' && digit <= 'z') return digit - 'a' + 26;
-  if (digit >= '0' && digit <= '9') return digit - '0' + 52;
-  if (digit == '+') return 62;
-  return digit == '/' ? 63 : -1;
+constexpr uint32_t kNoDigit = 1U << 31;
+
+// By the byte. Seals of large bundles hold thousands of digests.
+constexpr std::array<uint32_t, 256> digitValues() {
+  std::array<uint32_t, 256> values{};
+  values.fill(kNoDigit);
+  for (uint32_t i = 0; i < kDigits.size(); ++i) {
+    values[static_cast<unsigned char>(kDigits[i])] = i;
+  }
+  return values;
+}
+constexpr std::array<uint32_t, 256> kValues = digitValues();
+
+// The bits of up to four digits, as if zeros filled them up; with kNoDigit for anything else.
+uint32_t bitsOf(std::string_view digits) {
+  uint32_t bits = 0, unknown = 0;
+  for (size_t i = 0; i < 4; ++i) {
+    const uint32_t value = i < digits.size() ? kValues[static_cast<unsigned char>(digits[i])] : 0;
+    unknown |= value & kNoDigit;
+    bits = bits << 6 | (value & 63);
+  }
+  return bits | unknown;
 }
 
 }  // namespace
@@ -38,18 +55,12 @@ std::optional<std::string> bytesFromBase64(std::string_view digits) {
   if (digits.size() % 4 != 0) return std::nullopt;
   for (int padding = 0; padding < 2 && digits.ends_with('='); padding++) digits.remove_suffix(1);
   std::string bytes(digits.size() * 3 / 4, '\0');
-  char* next = bytes.data();
-  uint32_t bits = 0;
-  int count = 0;
-  for (const char digit : digits) {
-    const int value = digitValue(digit);
-    if (value < 0) return std::nullopt;
-    bits = bits << 6 | static_cast<uint32_t>(value);
-    count += 6;
-    if (count < 8) continue;
-    count -= 8;
-    *next++ = static_cast<char>(bits >> count);
-    bits &= (1U << count) - 1;
+  for (size_t from = 0, to = 0; from < digits.size(); from += 4) {
+    const uint32_t bits = bitsOf(digits.substr(from, 4));
+    if ((bits & kNoDigit) != 0) return std::nullopt;
+    for (int shift = 16; shift >= 0 && to < bytes.size(); shift -= 8) {
+      bytes[to++] = static_cast<char>(bits >> shift);
+    }
   }
   return bytes;
 }

@@ -23,7 +23,13 @@ PlistDictionary dictionaryOf(std::vector<PlistDictionary::Entry> entries) {
   PlistDictionary result;
   constexpr size_t kFew = 8;  // for which a look at each is quicker than an index
   if (entries.size() <= kFew) {
-    for (auto& [key, value] : entries) result.set(key, std::move(value));
+    for (auto& [key, value] : entries) {
+      if (PlistValue* known = result.find(key)) {
+        *known = std::move(value);
+      } else {
+        result.append(std::move(key), std::move(value));
+      }
+    }
     return result;
   }
   std::unordered_map<std::string_view, size_t> places;

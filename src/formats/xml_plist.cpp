@@ -56,13 +56,13 @@ std::optional<PlistValue> dateFrom(const std::string& text) {
   return PlistValue::Date{static_cast<double>(::timegm(&parts))};
 }
 
-std::optional<PlistValue> dataFrom(std::string_view text) {
-  std::string digits;
-  digits.reserve(text.size());
-  for (const char c : text) {
-    if (c != ' ' && c != '\t' && c != '\n' && c != '\r') digits += c;
-  }
-  auto bytes = bytesFromBase64(digits);
+bool isBlank(char c) {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\r';
+}
+
+std::optional<PlistValue> dataFrom(std::string* text) {
+  std::erase_if(*text, isBlank);
+  auto bytes = bytesFromBase64(*text);
   if (!bytes) return std::nullopt;
   return PlistValue(PlistValue::Data{std::move(*bytes)});
 }
@@ -121,9 +121,7 @@ class XmlPlistReader : public XmlReceiver {
 
   void characters(std::string_view text) override {
     if (!inText_) {
-      if (text.find_first_not_of(" \t\r\n") != std::string_view::npos) {
-        fail("a text outside of an element");
-      }
+      if (!std::ranges::all_of(text, isBlank)) fail("a text outside of an element");
       return;
     }
     text_ += text;
@@ -163,7 +161,7 @@ class XmlPlistReader : public XmlReceiver {
     if (name == "string") return PlistValue(std::move(text_));
     if (name == "true") return PlistValue(true);
     if (name == "false") return PlistValue(false);
-    if (name == "data") return dataFrom(text_);
+    if (name == "data") return dataFrom(&text_);
     const std::string text = trimmed(text_);
     if (name == "integer") return integerFrom(text);
     return name == "real" ? realFrom(text) : dateFrom(text);
