@@ -6,6 +6,7 @@
 #include <openssl/rand.h>
 
 #include <array>
+#include <mutex>
 
 #include "formats/Digest.h"
 #include "host/own_programs.h"
@@ -29,25 +30,25 @@ int withoutEarlierErrors(const Arguments& arguments, const Streams& streams) {
 // OpenSSL collects its algorithms, and seeds its generators, when they are asked for first; a copy
 // finds them there. (Generators notice that they were copied, and are seeded anew.)
 void prepareOpenssl() {
-  static const bool isReady = [] {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    // A copy that lacks something tells of it itself.
     unsigned char byte = 0;
-    const bool seeded = RAND_bytes(&byte, 1) == 1 && RAND_priv_bytes(&byte, 1) == 1;
+    static_cast<void>(RAND_bytes(&byte, 1) == 1 && RAND_priv_bytes(&byte, 1) == 1);
     for (const DigestAlgorithm algorithm : {DigestAlgorithm::kSha1, DigestAlgorithm::kSha256}) {
       Digest(algorithm).finish();
     }
-    ERR_clear_error();  // a copy that lacks something tells of it itself
-    return seeded;
-  }();
-  static_cast<void>(isReady);
+    ERR_clear_error();
+  });
 }
 
 constexpr std::array<OwnProgram, 6> kPrograms = {{
-    {"codesign", withoutEarlierErrors<codesign::run>, codesign::kRules, prepareOpenssl},
-    {"lipo", lipo::run, lipo::kRules},
-    {"nm", nm::run, nm::kRules},
-    {"openssl", withoutEarlierErrors<openssl::run>, openssl::kRules, prepareOpenssl},
-    {"otool", otool::run, otool::kRules},
-    {"security", withoutEarlierErrors<security::run>, security::kRules, prepareOpenssl},
+    {withoutEarlierErrors<codesign::run>, codesign::kRules, prepareOpenssl},
+    {lipo::run, lipo::kRules},
+    {nm::run, nm::kRules},
+    {withoutEarlierErrors<openssl::run>, openssl::kRules, prepareOpenssl},
+    {otool::run, otool::kRules},
+    {withoutEarlierErrors<security::run>, security::kRules, prepareOpenssl},
 }};
 
 }  // namespace

@@ -50,13 +50,14 @@ std::string markOf(const std::string& name) {
 }
 
 const OwnProgram* ownProgramAt(const std::string& path) {
-  const auto program = std::ranges::find_if(
-      ownPrograms, [&](const OwnProgram& own) { return lastPathComponent(path) == own.name; });
+  const auto program = std::ranges::find_if(ownPrograms, [&](const OwnProgram& own) {
+    return lastPathComponent(path) == own.rules.name;
+  });
   if (program == ownPrograms.end() || !areCopiesWanted()) return nullptr;
   const std::string beside = joinPath(programFolder(), "host");
   const bool isOurs = HostRoot::folder() == beside &&
-                      path == joinPath(beside, std::string("usr/bin/") + program->name) &&
-                      hasMark(path, program->name);
+                      path == joinPath(beside, std::string("usr/bin/") + program->rules.name) &&
+                      hasMark(path, program->rules.name);
   return isOurs ? &*program : nullptr;
 }
 
@@ -65,7 +66,7 @@ void endAs(const OwnProgram& program, const std::string& path,
   forgetPassingLine();
   // The parent's failures to write are not this program's.
   for (FILE* stream : {stdin, stdout, stderr}) ::clearerr(stream);
-  setProcessName(program.name);
+  setProcessName(program.rules.name);
   setProgramPath(path);
   std::vector<char*> words = pointersTo(arguments);
   const int status =

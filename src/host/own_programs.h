@@ -11,9 +11,8 @@
 namespace tovrek {
 
 struct OwnProgram {
-  const char* name;  // below "usr/bin" of the host root
   ProgramRun run;
-  ProgramRules rules;
+  ProgramRules rules;  // its name is that of the file below "usr/bin" of the host root
   // Called before each copy: does once what all copies would have to do for themselves.
   void (*prepare)() = nullptr;
 };
