@@ -37,8 +37,12 @@ struct Worker {
 };
 
 // False with errno when the file could not be written; damaged contents are a `fault`.
-bool writeContents(const archive::ArchiveReader& reader, const Entry& entry, const NewFile& file,
-                   Worker* worker, std::string* fault) {
+bool writeContents(const archive::ArchiveReader& reader, const archive::StandIns* standIns,
+                   const Entry& entry, const NewFile& file, Worker* worker, std::string* fault) {
+  if (standIns != nullptr && archive::StandIns::mayStandFor(entry, reader.packed(entry))) {
+    *fault = contentsFault(entry, reader.packed(entry));
+    return !fault->empty() || (file.write(standIns->lineFor(entry)) && file.extendTo(entry.size));
+  }
   // Into the mapped file, so that it needs no memory of its own.
   if (entry.method != archive::kStored && entry.size > kLargestInMemory) {
     return file.writeMapped(entry.size, [&](std::span<std::byte> target) {
@@ -60,9 +64,11 @@ uint64_t bytesOf(const std::vector<PlannedItem>& files) {
 class Extraction {
  public:
   Extraction(const archive::ArchiveReader& reader, const ExtractionPlan& plan,
-             const UnzipOptions& options, const Streams& streams, const FolderCursor& destination)
+             const archive::StandIns* standIns, const UnzipOptions& options, const Streams& streams,
+             const FolderCursor& destination)
       : reader_(reader),
         plan_(plan),
+        standIns_(standIns),
         options_(options),
         streams_(streams),
         cursor_(destination),
@@ -166,7 +172,7 @@ class Extraction {
     NewFile file = folder.createFile(name);
     if (!file.isOpen()) return cannotWrite("cannot create", item);
     std::string fault;
-    const bool written = writeContents(reader_, entry, file, worker, &fault) &&
+    const bool written = writeContents(reader_, standIns_, entry, file, worker, &fault) &&
                          file.finish(permissions(entry), entry.modified());
     if (written && fault.empty()) return {};
     const int reason = errno;
@@ -221,6 +227,7 @@ class Extraction {
 
   const archive::ArchiveReader& reader_;
   const ExtractionPlan& plan_;
+  const archive::StandIns* standIns_;
   const UnzipOptions& options_;
   const Streams& streams_;
   FolderCursor cursor_;
@@ -235,8 +242,9 @@ class Extraction {
 }  // namespace
 
 int extract(const archive::ArchiveReader& reader, const ExtractionPlan& plan,
-            const UnzipOptions& options, const Streams& streams, const FolderCursor& destination) {
-  return Extraction(reader, plan, options, streams, destination).run();
+            const archive::StandIns* standIns, const UnzipOptions& options, const Streams& streams,
+            const FolderCursor& destination) {
+  return Extraction(reader, plan, standIns, options, streams, destination).run();
 }
 
 }  // namespace tovrek::unzip

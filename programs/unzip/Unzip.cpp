@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "archive/ArchiveReader.h"
+#include "archive/StandIns.h"
 #include "archive/limits.h"
 #include "archive/patterns.h"
 #include "host/files.h"
@@ -118,7 +119,10 @@ int extractEntries(const std::string& path, const ArchiveReader& reader, const E
     streams.error(fmt::format("error [{}]:  {}; nothing was unpacked\n", path, error.text()));
     return kDamaged;
   }
-  return extract(reader, plan, options, streams, cursor);
+  // Without the archive that they are asked for, everything is unpacked.
+  const auto standIns = archive::StandIns::asked(nullptr);
+  const bool areHere = standIns && standIns->isOf(path);
+  return extract(reader, plan, areHere ? &*standIns : nullptr, options, streams, cursor);
 }
 
 // The chosen entries. Patterns that chose none are reported.

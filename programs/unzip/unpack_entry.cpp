@@ -50,7 +50,7 @@ bool bunzip(Bytes packed, std::span<std::byte> target) {
 }  // namespace
 
 std::string contentsFault(const archive::Entry& entry, Bytes contents) {
-  return crcFault(entry, archive::crcOf(contents));
+  return crcFault(entry, archive::crcByAll(contents));
 }
 
 std::string crcFault(const archive::Entry& entry, uint32_t crc) {

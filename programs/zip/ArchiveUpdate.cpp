@@ -84,7 +84,8 @@ struct ArchiveUpdate::Job {
   }
   // Known only while it is written what there was to do.
   bool isDoneByWriting(const PackedItem& result) const {
-    return plan.way == LargeFile::Way::kReuse || result.large.isOpen();
+    return plan.way == LargeFile::Way::kReuse || plan.way == LargeFile::Way::kLeft ||
+           result.large.isOpen();
   }
   // The bytes of the file that it has to do with.
   uint64_t size() const {
@@ -98,6 +99,7 @@ struct ArchiveUpdate::Job {
   uint64_t weight() const {
     if (step->item == nullptr) return 0;
     if (isInPieces() || plan.way == LargeFile::Way::kStore) return archive::kPieceSize;
+    if (plan.way == LargeFile::Way::kLeft) return 0;
     // The packed form and, for a reused entry, what it is compared with.
     return 2 * step->item->status.size;
   }
@@ -167,6 +169,7 @@ bool ArchiveUpdate::writePiece(const Job& job, PackedItem* packed, Packer* packe
 bool ArchiveUpdate::writeStep(const Step& step, PackedItem* packed, ArchiveWriter* writer,
                               ErrorText* error) {
   if (step.item != nullptr && packed->fault.empty()) {
+    if (step.item->standsFor != nullptr) return writeLeft(step, packed, writer, error);
     const std::string extra = packed->entry.extra;
     const bool written = packed->large.isOpen()
                              ? writer->addStored(&packed->entry, extra, &packed->large, error)
@@ -180,6 +183,20 @@ bool ArchiveUpdate::writeStep(const Step& step, PackedItem* packed, ArchiveWrite
         fmt::format("could not open for reading: {} ({})", step.item->path, packed->fault));
   }
   return step.kept == nullptr || writeKept(*step.kept, writer, error);
+}
+
+// unzip has checked the contents against their CRC.
+bool ArchiveUpdate::writeLeft(const Step& step, PackedItem* packed, ArchiveWriter* writer,
+                              ErrorText* error) const {
+  const Entry& left = *step.item->standsFor;
+  packed->entry.crc = left.crc;
+  const std::string extra = packed->entry.extra;
+  if (!writer->addPart(packed->entry, extra, standIns_->file(), left.dataOffset, error) ||
+      !standIns_->isUnchanged(error)) {
+    return false;
+  }
+  reportPacked(step, packed->entry);
+  return true;
 }
 
 bool ArchiveUpdate::writeKept(const Entry& kept, ArchiveWriter* writer, ErrorText* error) const {

@@ -8,6 +8,7 @@
 #include "archive/ArchiveReader.h"
 #include "archive/ArchiveWriter.h"
 #include "archive/PackedSource.h"
+#include "archive/StandIns.h"
 #include "programs/zip/FileList.h"
 #include "programs/zip/PieceEntry.h"
 #include "programs/zip/ZipOptions.h"
@@ -21,10 +22,11 @@ namespace tovrek::zip {
 // result is written beside the archive and takes its place when it is complete.
 class ArchiveUpdate {
  public:
-  // `old` and `source` may be null.
+  // All three may be null.
   ArchiveUpdate(const ZipOptions& options, const Messages& messages,
-                const archive::ArchiveReader* old, const archive::PackedSource* source)
-      : options_(options), messages_(messages), old_(old), source_(source) {}
+                const archive::ArchiveReader* old, const archive::PackedSource* source,
+                const archive::StandIns* standIns)
+      : options_(options), messages_(messages), old_(old), source_(source), standIns_(standIns) {}
 
   // Packs the items into the archive. Gives the exit status.
   int addItems(const std::vector<SourceItem>& items);
@@ -48,6 +50,8 @@ class ArchiveUpdate {
                   archive::ArchiveWriter* writer, ErrorText* error);
   bool writeStep(const Step& step, PackedItem* packed, archive::ArchiveWriter* writer,
                  ErrorText* error);
+  bool writeLeft(const Step& step, PackedItem* packed, archive::ArchiveWriter* writer,
+                 ErrorText* error) const;
   bool writeKept(const archive::Entry& kept, archive::ArchiveWriter* writer,
                  ErrorText* error) const;
   void reportPacked(const Step& step, const archive::Entry& entry) const;
@@ -56,6 +60,7 @@ class ArchiveUpdate {
   const Messages& messages_;
   const archive::ArchiveReader* old_;
   const archive::PackedSource* source_;
+  const archive::StandIns* standIns_;
   size_t unreadable_ = 0;
 };
 

@@ -59,6 +59,15 @@ bool FileList::collect(ErrorText* error) {
   return true;
 }
 
+bool FileList::findStandIns(const archive::StandIns& standIns, ErrorText* error) {
+  return std::ranges::all_of(items_, [&](SourceItem& item) {
+    ErrorText reason;
+    const bool isKnown = item.status.kind != ItemKind::kFile ||
+                         standIns.find(item.path, item.status.size, &item.standsFor, &reason);
+    return isKnown || fail(error, fmt::format("{}: {}", item.path, reason.text()));
+  });
+}
+
 void FileList::add(const std::string& path, const std::string& name) {
   auto status = statusNoFollow(path);
   if (status && status->kind == ItemKind::kLink && !options_.storeLinks) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "archive/StandIns.h"
 #include "host/file_status.h"
 #include "programs/zip/ZipOptions.h"
 
@@ -14,6 +15,7 @@ struct SourceItem {
   std::string name{};  // in the archive; folders end with "/"
   std::string path{};  // on disk
   FileStatus status{};
+  const archive::Entry* standsFor = nullptr;  // its contents, where they were left in an archive
 };
 
 // Collects what the operands name, sorted by the bytes of the names so that the archive does not
@@ -24,6 +26,9 @@ class FileList {
 
   // False, with a text, when two different items would get the same name.
   bool collect(ErrorText* error);
+  // Marks the files that stand for others. `standIns` has to outlive the items. False, with the
+  // file and the reason, when one stands for what is not there.
+  bool findStandIns(const archive::StandIns& standIns, ErrorText* error);
   const std::vector<SourceItem>& items() const { return items_; }
   // What was passed over, one line each, what could not be read, and whether the archive is
   // incomplete for either.

@@ -50,8 +50,13 @@ int pack(const ZipOptions& options, const Messages& messages, const archive::Arc
   for (const std::string& text : files.unreadable()) messages.complain(text);
   if (!collected) return refuseArguments(messages, error);
   if (files.items().empty()) return messages.failNothingToDo();
-  const int status =
-      ArchiveUpdate(options, messages, old, hasSource ? &source : nullptr).addItems(files.items());
+  const auto standIns = archive::StandIns::asked(&error);
+  if (error.isSet() || (standIns && !files.findStandIns(*standIns, &error))) {
+    return messages.failWith(kReadFailed, error.text());
+  }
+  const int status = ArchiveUpdate(options, messages, old, hasSource ? &source : nullptr,
+                                   standIns ? &*standIns : nullptr)
+                         .addItems(files.items());
   return status == kDone && files.incomplete() ? kSomeUnreadable : status;
 }
 
@@ -76,7 +81,7 @@ int run(const Arguments& arguments, const Streams& streams) {
   if (options.action == ZipOptions::Action::kAdd) {
     return pack(options, messages, exists ? &old : nullptr);
   }
-  if (exists) return ArchiveUpdate(options, messages, &old, nullptr).removeEntries();
+  if (exists) return ArchiveUpdate(options, messages, &old, nullptr, nullptr).removeEntries();
   messages.warn(options.archive + " not found or empty");
   return messages.failNothingToDo();
 }

@@ -39,7 +39,8 @@ uint32_t crcOfMapped(Bytes contents) {
 // packs it.
 LargeFile judge(const SourceItem& item, const archive::PackedSource* source, int level) {
   LargeFile plan;
-  plan.way = Way::kStore;
+  plan.way = item.standsFor == nullptr ? Way::kStore : Way::kLeft;
+  if (plan.way == Way::kLeft) return plan;
   MappedFile file;
   if (level == 0) return plan;
   if (!file.open(item.path)) return LargeFile();

@@ -29,6 +29,7 @@ struct LargeFile {
   enum class Way {
     kWhole,   // mapped and packed, or compared, in one go
     kStore,   // copied while it is written
+    kLeft,    // copied from where it was left
     kReuse,   // the packed form of `known`, if it turns out to be that of this file
     kPieces,  // packed in pieces, by `methods`
   };

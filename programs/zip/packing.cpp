@@ -152,7 +152,7 @@ PackedItem packItem(const SourceItem& item, const LargeFile& plan, bool withExtr
   result.entry = describe(item, withExtra);
   if (item.status.kind == ItemKind::kLink) {
     packLink(item, &result);
-  } else if (item.status.kind == ItemKind::kFile) {
+  } else if (item.status.kind == ItemKind::kFile && item.standsFor == nullptr) {
     packFile(item, plan, source, packer, &result);
   }
   return result;

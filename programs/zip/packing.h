@@ -38,8 +38,8 @@ uint16_t levelFlags(int level);
 // Opens the item's file; false, with the reason, when another stands there by now.
 bool openItemFile(const SourceItem& item, InputFile* file, ErrorText* error);
 
-// Reads and packs the item, whose plan is kWhole or kStore. `source` may be null. What is packed
-// depends on the contents, the options and the source only.
+// Reads and packs the item, whose plan is kWhole, kStore or kLeft, of which only the entry is made.
+// `source` may be null. What is packed depends on the contents, the options and the source only.
 PackedItem packItem(const SourceItem& item, const LargeFile& plan, bool withExtra,
                     const archive::PackedSource* source, Packer* packer);
 

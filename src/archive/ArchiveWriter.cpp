@@ -132,6 +132,17 @@ bool ArchiveWriter::addStored(Entry* entry, std::string_view localExtra, InputFi
   return end(*entry, localExtra, error);
 }
 
+bool ArchiveWriter::addPart(Entry entry, std::string_view localExtra, const InputFile& from,
+                            uint64_t offset, ErrorText* error) {
+  entry.compressedSize = entry.size;
+  if (!begin(entry, localExtra, error) || !flush(error) ||
+      !file_.write(from, offset, entry.size, error)) {
+    return false;
+  }
+  offset_ += entry.size;
+  return end(std::move(entry), localExtra, error);
+}
+
 // Reading and the checksum go on while the bytes before are being written.
 bool ArchiveWriter::copyStored(Entry* entry, InputFile* from, ErrorText* error) {
   entry->crc = 0;

@@ -25,6 +25,9 @@ class ArchiveWriter {
   // The contents of an open file, stored. Takes its CRC and size from the bytes that were copied
   // and answers them in `entry`, whose `size` is the expected one before.
   bool addStored(Entry* entry, std::string_view localExtra, InputFile* from, ErrorText* error);
+  // Contents that lie in an open file from `offset` on, stored. Their CRC and size are known.
+  bool addPart(Entry entry, std::string_view localExtra, const InputFile& from, uint64_t offset,
+               ErrorText* error);
   // An entry that comes in pieces: begin() with its expected size, append() each piece, end() with
   // its numbers (CRC and both sizes). abandon() instead leaves the archive as before begin().
   bool begin(const Entry& entry, std::string_view localExtra, ErrorText* error);

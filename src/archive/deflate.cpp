@@ -1,7 +1,12 @@
 #include "archive/deflate.h"
 
+#include <zlib.h>
+
 #include <algorithm>
 #include <cstring>
+#include <vector>
+
+#include "host/parallel.h"
 
 namespace tovrek::archive {
 namespace {
@@ -17,6 +22,24 @@ bool isArchive(Bytes contents) {
 uint32_t crcOf(Bytes bytes, uint32_t start) {
   // Called with no data, libdeflate answers its start value whatever was given.
   return bytes.empty() ? start : libdeflate_crc32(start, bytes.data(), bytes.size());
+}
+
+uint32_t crcByAll(Bytes bytes) {
+  constexpr size_t kPart = 4 << 20;
+  if (bytes.size() <= kPart) return crcOf(bytes);
+  std::vector<uint32_t> parts((bytes.size() + kPart - 1) / kPart);
+  const auto partAt = [&](size_t i) {
+    return bytes.subspan(i * kPart, std::min(kPart, bytes.size() - i * kPart));
+  };
+  forEachPart(parts.size(), 1, [&](size_t begin, size_t end) {
+    for (size_t i = begin; i < end; ++i) parts[i] = crcOf(partAt(i));
+  });
+  uint32_t crc = 0;
+  for (size_t i = 0; i < parts.size(); ++i) {
+    const auto size = static_cast<z_off_t>(partAt(i).size());
+    crc = static_cast<uint32_t>(::crc32_combine(crc, parts[i], size));
+  }
+  return crc;
 }
 
 bool Inflater::inflate(Bytes packed, std::span<std::byte> target) {

@@ -32,6 +32,8 @@ constexpr uint64_t mostBunzipped(uint64_t compressedSize) {
 }
 
 uint32_t crcOf(Bytes bytes, uint32_t start = 0);
+// The same by all processors, where there are bytes enough.
+uint32_t crcByAll(Bytes bytes);
 
 // A fixed piece of memory, not cleared first: pages that are never written cost nothing. Empty when
 // there is not so much memory to be had.

@@ -73,6 +73,8 @@ struct Run {
   std::string outputIPAFileName;
   std::string ipaFolder;  // where the output .ipa is to stand
   std::string oldIpa;     // of the package that is signed anew, out of the way
+  // Variables for the unzip and the zip of a package whose app is left where it is.
+  std::vector<std::pair<std::string, std::string>> archiveEnvironment;
 
   const WrapperLogger& log() const { return context.loggers.toolkit; }
   // The scratch folder, and the folder in it where the package is put together.

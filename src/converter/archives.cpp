@@ -131,7 +131,7 @@ bool ZipToIpaFromWex(const Run& run, const std::string& sourceDir, const Unzippe
 bool ZiptoPackage(const Run& run, const std::string& packageDir, ErrorText* error) {
   const std::string name = uniqueString() + ".zip";
   const std::string archive = standardizePath(joinPath(packageDir, name));
-  const Outcome zipped = runZip(run, {kZip, "-qr", name, "."}, packageDir);
+  const Outcome zipped = runZip(run, {kZip, "-qr", name, "."}, packageDir, run.archiveEnvironment);
   if (zipped.status != 0) return failWithStatus(error, "zip", zipped.status, saidByZip(zipped));
   if (!isPlainFile(archive)) {
     return fail(error, fmt::format("Failed to generate this file: {}", archive));

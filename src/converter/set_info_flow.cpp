@@ -7,6 +7,8 @@
 #include "converter/flow.h"
 #include "converter/input.h"
 #include "host/files.h"
+#include "host/host_info.h"
+#include "host/own_programs.h"
 #include "log/SystemLog.h"
 #include "package/manifest_edits.h"
 
@@ -46,8 +48,18 @@ bool removeIpas(const WrapperLogger& log, const std::string& folder) {
   return true;
 }
 
+// Where zip and unzip are both ours, the app in the package, which nothing here reads, need not be
+// unpacked: a file stands for it, and zip copies the app from the input. The word tells such a file
+// from all that packages may hold.
+std::vector<std::pair<std::string, std::string>> standInsFor(const std::string& package) {
+  const auto absolute = realPath(package);  // zip runs in another folder
+  if (!absolute || !isOwnCompanion("/usr/bin/unzip") || !isOwnCompanion("/usr/bin/zip")) return {};
+  return {{"TOVREK_STAND_INS", uniqueString() + " " + *absolute}};
+}
+
 bool changePackage(Run& run, ErrorText* error) {
   run.progressor.SetProgress("Unzipping...");
+  run.archiveEnvironment = standInsFor(run.request.inputFile.value_or(""));
   run.input.directory = std::make_shared<TemporaryDirectory>();
   return extractAndUpdateWexPackageInTempDir(run, *run.input.directory, error);
 }
@@ -69,6 +81,7 @@ bool extractAndUpdateWexPackageInTempDir(const Run& run, TemporaryDirectory& dir
   logLeftovers(run.log(), directory);
   const auto package = UnzippedCma::initWithCma(run.request.inputFile.value_or(""), directory);
   package->setLog(&run.log());
+  package->setEnvironment(run.archiveEnvironment);
   return package->Unzip(error) && updateWEXpackage(run, *package);
 }
 

@@ -95,6 +95,10 @@ bool AtomicFile::write(InputFile& from, ErrorText* error) {
   return copyContents(from.descriptor(), state_->fd.get()) || failWithErrno(error);
 }
 
+bool AtomicFile::write(const InputFile& from, uint64_t offset, uint64_t size, ErrorText* error) {
+  return copyPart(from.descriptor(), {offset, size}, state_->fd.get()) || failWithErrno(error);
+}
+
 bool AtomicFile::writeAt(uint64_t offset, std::string_view bytes, ErrorText* error) {
   return writeAllAt(state_->fd.get(), bytes, offset) || failWithErrno(error);
 }

@@ -36,6 +36,8 @@ class AtomicFile {
   bool write(std::string_view first, std::string_view second, ErrorText* error = nullptr);
   // All that follows in an open file.
   bool write(InputFile& from, ErrorText* error = nullptr);
+  // A part of an open file, which must have it.
+  bool write(const InputFile& from, uint64_t offset, uint64_t size, ErrorText* error = nullptr);
   // Writes at a place of its own; what is never written in between reads as zeros. Several threads
   // may do so at once.
   bool writeAt(uint64_t offset, std::string_view bytes, ErrorText* error = nullptr);

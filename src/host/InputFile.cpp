@@ -1,11 +1,13 @@
 #include "host/InputFile.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "host/ItemPath.h"
 #include "host/file_io.h"
+#include "host/platform.h"
 
 namespace tovrek {
 
@@ -44,6 +46,16 @@ bool InputFile::refuseUnlessRegular(ErrorText* error) {
   fd_.close();
   return fail(error,
               status_.kind == ItemKind::kDirectory ? "Is a directory" : "Not a regular file");
+}
+
+std::optional<std::string> InputFile::version(ErrorText* error) const {
+  struct stat info {};
+  if (::fstat(fd_.get(), &info) != 0) {
+    failWithErrno(error);
+    return std::nullopt;
+  }
+  return fmt::format("{:x}.{:x}.{:x}.{:x}", info.st_dev, info.st_ino, info.st_size,
+                     contentsChanged(info));
 }
 
 std::optional<size_t> InputFile::read(std::span<char> room, ErrorText* error) {

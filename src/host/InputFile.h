@@ -29,6 +29,10 @@ class InputFile {
   // As it was when the file was opened.
   const FileStatus& status() const { return status_; }
 
+  // A word that is another one when another file stands there, or this one was written to, as far
+  // as its size and time tell. None, with the reason, when the system does not tell.
+  std::optional<std::string> version(ErrorText* error = nullptr) const;
+
   // Reads on, as much as comes at a time; 0 at the end. None, with the reason, after a failure.
   std::optional<size_t> read(std::span<char> room, ErrorText* error = nullptr);
   // Reads from a place of its own until the room is full or the file ends. read() goes on from

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "host/file_io.h"
 #include "host/platform.h"
@@ -11,6 +12,10 @@ namespace tovrek {
 
 bool NewFile::write(std::string_view bytes) const {
   return writeAll(fd_.get(), bytes);
+}
+
+bool NewFile::extendTo(uint64_t size) const {
+  return ::ftruncate(fd_.get(), static_cast<off_t>(size)) == 0;
 }
 
 bool NewFile::writeMapped(uint64_t size,

@@ -18,6 +18,9 @@ class NewFile {
   bool isOpen() const { return fd_.valid(); }
 
   bool write(std::string_view bytes) const;
+  // Makes it so long; what was not written reads as zeros, and takes no room where the file system
+  // can do that.
+  bool extendTo(uint64_t size) const;
   // Has `fill` write a file of `size` bytes through a mapping, so that they need no memory of
   // their own.
   bool writeMapped(uint64_t size, const std::function<void(std::span<std::byte>)>& fill) const;

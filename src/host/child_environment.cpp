@@ -47,8 +47,9 @@ bool isSecret(std::string_view variable) {
 
 bool isReplaced(std::string_view variable, const Command& command) {
   // zip and unzip would take further options from these.
-  constexpr std::array<std::string_view, 8> kReplaced = {
-      "PATH=", "LC_ALL=", "ZIPOPT=", "ZIP=", "UNZIP=", "UNZIPOPT=", "ZIPINFO=", "LANGUAGE="};
+  constexpr std::array<std::string_view, 9> kReplaced = {
+      "PATH=",  "LC_ALL=",   "LANGUAGE=", "ZIPOPT=",          "ZIP=",
+      "UNZIP=", "UNZIPOPT=", "ZIPINFO=",  "TOVREK_STAND_INS="};
   // Meant for this process alone: its children get their own.
   const std::string progress = std::string(kProgressVariable) + "=";
   return variable.starts_with(progress) ||

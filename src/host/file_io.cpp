@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "host/ItemPath.h"
@@ -13,6 +14,11 @@
 #include "host/platform.h"
 
 namespace tovrek {
+namespace {
+
+constexpr size_t kCopied = size_t{1} << 18;  // at a time, where the system does not copy by itself
+
+}  // namespace
 
 bool writeAll(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
@@ -76,7 +82,7 @@ bool setModified(int fd, int64_t modified) {
 
 bool copyContents(int from, int to) {
   if (const auto copied = copyBySystem(from, to)) return *copied;
-  std::vector<char> buffer(size_t{1} << 18);
+  std::vector<char> buffer(kCopied);
   for (;;) {
     const ssize_t got = ::read(from, buffer.data(), buffer.size());
     if (got == 0) return true;
@@ -86,6 +92,21 @@ bool copyContents(int from, int to) {
     }
     if (!writeAll(to, {buffer.data(), static_cast<size_t>(got)})) return false;
   }
+}
+
+bool copyPart(int from, FilePart part, int to) {
+  if (const auto copied = copyPartBySystem(from, &part, to)) return *copied;
+  std::vector<char> buffer(kCopied);
+  while (part.size != 0) {
+    const size_t wanted = std::min<uint64_t>(part.size, buffer.size());
+    const ssize_t got = ::pread(from, buffer.data(), wanted, static_cast<off_t>(part.offset));
+    if (got < 0 && errno == EINTR) continue;
+    if (got == 0) errno = ENODATA;
+    if (got <= 0 || !writeAll(to, {buffer.data(), static_cast<size_t>(got)})) return false;
+    part.offset += static_cast<uint64_t>(got);
+    part.size -= static_cast<uint64_t>(got);
+  }
+  return true;
 }
 
 }  // namespace tovrek

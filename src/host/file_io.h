@@ -43,4 +43,11 @@ bool setModified(int fd, int64_t modified);
 // Copies the contents of an open file at its current position to another, in pieces.
 bool copyContents(int from, int to);
 
+struct FilePart {
+  uint64_t offset = 0;
+  uint64_t size = 0;
+};
+// The same for a part of the first file, whose position stays. ENODATA where the file ends before.
+bool copyPart(int from, FilePart part, int to);
+
 }  // namespace tovrek

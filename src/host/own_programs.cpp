@@ -39,6 +39,13 @@ bool hasMark(const std::string& path, const std::string& name) {
   return bytes.starts_with("\177ELF") && bytes.find(markOf(name)) != bytes.npos;
 }
 
+// Whether the file is that companion of the host root beside this program, and that in force.
+bool isOfHostRootBeside(const std::string& path, const std::string& name) {
+  const std::string beside = joinPath(programFolder(), "host");
+  return HostRoot::folder() == beside && path == joinPath(beside, "usr/bin/" + name) &&
+         hasMark(path, name);
+}
+
 }  // namespace
 
 void setOwnPrograms(std::span<const OwnProgram> programs) {
@@ -54,11 +61,11 @@ const OwnProgram* ownProgramAt(const std::string& path) {
     return lastPathComponent(path) == own.rules.name;
   });
   if (program == ownPrograms.end() || !areCopiesWanted()) return nullptr;
-  const std::string beside = joinPath(programFolder(), "host");
-  const bool isOurs = HostRoot::folder() == beside &&
-                      path == joinPath(beside, std::string("usr/bin/") + program->rules.name) &&
-                      hasMark(path, program->rules.name);
-  return isOurs ? &*program : nullptr;
+  return isOfHostRootBeside(path, program->rules.name) ? &*program : nullptr;
+}
+
+bool isOwnCompanion(const std::string& path) {
+  return isOfHostRootBeside(HostRoot::resolve(path), lastPathComponent(path));
 }
 
 void endAs(const OwnProgram& program, const std::string& path,

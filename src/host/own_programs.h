@@ -26,6 +26,10 @@ void setOwnPrograms(std::span<const OwnProgram> programs);
 // built of the same version: a script or a program that somebody has put in its place is started.
 const OwnProgram* ownProgramAt(const std::string& path);
 
+// Whether the system path, such as "/usr/bin/zip", stands for the companion that was built with
+// this program: started by itself or by a copy, but no script or program of somebody else's.
+bool isOwnCompanion(const std::string& path);
+
 // What such a file holds in its first bytes.
 std::string markOf(const std::string& name);
 

@@ -13,8 +13,11 @@
 #include "host/confinement.h"
 
 struct sockaddr;
+struct stat;
 
 namespace tovrek {
+
+struct FilePart;
 
 // --- Descriptors. Children inherit none of those that are made here. ---
 
@@ -44,6 +47,11 @@ std::optional<bool> renameExclusively(int fromFolder, const char* from, int toFo
 // Copies what is left of one file to another by the system's own means; none where they are of no
 // use for these two.
 std::optional<bool> copyBySystem(int from, int to);
+// The same for a part, which moves on by what was copied; none also where the first file ends
+// before it.
+std::optional<bool> copyPartBySystem(int from, FilePart* part, int to);
+// When the contents were changed last, in nanoseconds since 1970.
+int64_t contentsChanged(const struct stat& info);
 // Whether a file moved there is as a new one would be: its group may come from the folder, and
 // access lists and security labels, which are extended attributes, too.
 bool isSameAsNewIn(const std::string& folder, const std::string& file);

@@ -15,10 +15,12 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
 
+#include "host/file_io.h"
 #include "host/platform.h"
 #include "host/resources.h"
 #include "host/unique_fd.h"
@@ -55,6 +57,23 @@ bool allow(int ruleset, const std::string& path, uint64_t accesses) {
   rule.parent_fd = item.get();
   return ::syscall(SYS_landlock_add_rule, ruleset, LANDLOCK_RULE_PATH_BENEATH, &rule, 0) == 0;
 }
+
+// What a failed copy_file_range() comes to: none where another way may do it.
+std::optional<bool> failedToCopy() {
+  switch (errno) {
+    case EXDEV:
+    case EINVAL:
+    case ENOSYS:
+    case EOPNOTSUPP:
+    case EBADF:
+    case ETXTBSY:
+      return std::nullopt;
+    default:
+      return false;
+  }
+}
+
+constexpr size_t kMostCopied = size_t{1} << 30;  // by one call
 
 }  // namespace
 
@@ -120,15 +139,28 @@ std::optional<bool> renameExclusively(int fromFolder, const char* from, int toFo
 // Lets the kernel share or move the data.
 std::optional<bool> copyBySystem(int from, int to) {
   for (;;) {
-    const ssize_t copied = ::copy_file_range(from, nullptr, to, nullptr, size_t{1} << 30, 0);
+    const ssize_t copied = ::copy_file_range(from, nullptr, to, nullptr, kMostCopied, 0);
     if (copied == 0) return true;
-    if (copied < 0 && errno != EINTR) break;
+    if (copied < 0 && errno != EINTR) return failedToCopy();
   }
-  if (errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP &&
-      errno != EBADF && errno != ETXTBSY) {
-    return false;
+}
+
+std::optional<bool> copyPartBySystem(int from, FilePart* part, int to) {
+  auto at = static_cast<off64_t>(part->offset);
+  while (part->size != 0) {
+    const size_t wanted = std::min<uint64_t>(part->size, kMostCopied);
+    const ssize_t copied = ::copy_file_range(from, &at, to, nullptr, wanted, 0);
+    if (copied == 0) return std::nullopt;
+    if (copied < 0 && errno != EINTR) return failedToCopy();
+    if (copied < 0) continue;
+    part->offset += static_cast<uint64_t>(copied);
+    part->size -= static_cast<uint64_t>(copied);
   }
-  return std::nullopt;
+  return true;
+}
+
+int64_t contentsChanged(const struct stat& info) {
+  return int64_t{info.st_mtim.tv_sec} * 1'000'000'000 + info.st_mtim.tv_nsec;
 }
 
 bool isSameAsNewIn(const std::string& folder, const std::string& file) {

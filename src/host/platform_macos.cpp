@@ -72,6 +72,14 @@ std::optional<bool> copyBySystem(int /*from*/, int /*to*/) {
   return std::nullopt;
 }
 
+std::optional<bool> copyPartBySystem(int /*from*/, FilePart* /*part*/, int /*to*/) {
+  return std::nullopt;
+}
+
+int64_t contentsChanged(const struct stat& info) {
+  return int64_t{info.st_mtimespec.tv_sec} * 1'000'000'000 + info.st_mtimespec.tv_nsec;
+}
+
 // The group always comes from the folder.
 bool isSameAsNewIn(const std::string& /*folder*/, const std::string& /*file*/) {
   return false;

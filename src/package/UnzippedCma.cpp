@@ -52,7 +52,7 @@ std::shared_ptr<UnzippedCma> UnzippedCma::initWithwexipa(const std::string& path
 
 Outcome UnzippedCma::ExecuteTask(const std::string& destination) const {
   ProgressStage stage(showsProgress_, "Unpacking");
-  return runUnzip(inputcma_, destination, log_, &stage);
+  return runUnzip(inputcma_, destination, log_, &stage, environment_);
 }
 
 Outcome UnzippedCma::ExecuteTaskIpa(const std::string& destination) const {

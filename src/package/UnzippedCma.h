@@ -3,6 +3,8 @@
 
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "host/ErrorText.h"
 #include "host/process.h"
@@ -53,6 +55,10 @@ class UnzippedCma {
   const std::string& tempDir() const { return tempDir_; }
   // What unzip complains of goes to this log too, which has to outlive the object.
   void setLog(const WrapperLogger* log) { log_ = log; }
+  // Variables for the unzip of the package.
+  void setEnvironment(std::vector<std::pair<std::string, std::string>> environment) {
+    environment_ = std::move(environment);
+  }
   void setIpaPath(std::string path) { ipaPath_ = std::move(path); }
   void setIpaName(std::string name) { ipaName_ = std::move(name); }
 
@@ -60,6 +66,7 @@ class UnzippedCma {
   UnzippedCma() = default;
   const WrapperLogger* log_ = nullptr;
   bool showsProgress_ = false;
+  std::vector<std::pair<std::string, std::string>> environment_;
   std::string inputcma_;
   std::string cmaName_;
   std::string payloadDir_;

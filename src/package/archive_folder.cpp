@@ -39,8 +39,10 @@ bool isFolderGiven(const TemporaryDirectory* folder, ErrorText* error) {
 }
 
 Outcome runUnzip(const std::string& archive, const std::string& destination,
-                 const WrapperLogger* log, ProgressStage* stage) {
+                 const WrapperLogger* log, ProgressStage* stage,
+                 const std::vector<std::pair<std::string, std::string>>& environment) {
   Command command;
+  command.environment = environment;
   command.argv = {"/usr/bin/unzip", "-q", "-d", destination, archiveArgument(archive)};
   command.standardError = StandardError::kCapture;
   const Outcome outcome = runPart(std::move(command), stage);

@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "host/ErrorText.h"
 #include "host/process.h"
@@ -19,9 +21,10 @@ bool isFolderGiven(const TemporaryDirectory* folder, ErrorText* error);
 
 // Runs unzip on the archive; status 127 when it could not be started. What it complains of when it
 // fails is shown, and is an error in `log` (may be null). `stage`, which may be null, tells how far
-// it is.
+// it is. `environment` comes on top of the usual one.
 Outcome runUnzip(const std::string& archive, const std::string& destination,
-                 const WrapperLogger* log, ProgressStage* stage = nullptr);
+                 const WrapperLogger* log, ProgressStage* stage = nullptr,
+                 const std::vector<std::pair<std::string, std::string>>& environment = {});
 
 // Whether unzip succeeded, and the text of both unpackers when it did not. unzip writes its
 // complaints to standard error, so the text has often no reason in it.
