@@ -2,8 +2,11 @@
 import base64
 import os
 import shutil
+import subprocess
+import zipfile
 
-from harness import (DEMO_APP, SDK_APP, SDK_ENTITLEMENTS, manifest_texts, pack, read, unzip, write)
+from harness import (COMPANIONS, DEMO_APP, SDK_APP, SDK_ENTITLEMENTS, TOOLKIT, manifest_texts, pack,
+                     read, run, unzip, write)
 from transcripts import TranscriptTest
 
 LOG = ("-logFile", "log")
@@ -75,6 +78,42 @@ class SetInfo(TranscriptTest):
         self.assertEqual(manifest, {"AppStoreUrl": None, "BundleFile": "Gauge.ipa"})
         self.assertEqual(files, {"Gauge.ipa"})
         self.assertEqual(read(self.path("Embedded.wex.d", "Gauge.ipa")), read(DEMO_APP))
+
+    def entries(self, package):
+        with zipfile.ZipFile(self.path(package)) as archive:
+            return {info.filename: (info.compress_type, info.external_attr, archive.read(info))
+                    for info in archive.infolist()}
+
+    def test_app_stays_in_its_package(self):
+        app = write(os.urandom(3 << 20), self.path("large", "App.ipa"))
+        shutil.copy(self.path("App", "manifest.xml"), self.path("large"))
+        run(os.path.join(COMPANIONS, "zip"), "-qr", "../Large.wex", ".", cwd=self.path("large"))
+        words = ("SetInfo", "-in", "Large.wex", "-appDesc", "Other", *LOG)
+        # Programs of the user's own unpack all there is.
+        host = shutil.copytree(os.path.join(TOOLKIT, "host"), self.path("host"))
+        os.rename(os.path.join(host, "usr/bin/zip"), self.path("real zip"))
+        script = "#!/bin/sh\nwc -l <App.ipa >'FOLDER/lines'\nexec 'FOLDER/real zip' \"$@\""
+        script = script.replace("FOLDER", self.folder).encode()
+        os.chmod(write(script, host, "usr/bin/zip"), 0o755)
+        own = {"TOVREK_HOST_ROOT": host, "TOVREK_STAND_INS": f"word {self.path('Large.wex')}"}
+        self.assertEqual(self.tovrek(*words, "-out", "Own.wex", environment=own).returncode, 0)
+        self.assertEqual(int(read(self.path("lines"))), read(app).count(b"\n"))
+
+        # Ours have room enough for one of it and the package.
+        disk = self.path("disk")
+        os.mkdir(disk)
+        mount = ["mount", "-t", "tmpfs", "-o", "size=5m", "tmpfs", disk]
+        if subprocess.run(mount, capture_output=True, check=False).returncode != 0:
+            self.skipTest("no file system can be mounted here")
+        self.addCleanup(run, "umount", disk)
+        small = {"TMPDIR": disk}
+        result = self.tovrek(*words, "-out", "None.wex", environment=own | small)
+        self.assertNotEqual(result.returncode, 0)
+        result = self.tovrek(*words, "-out", "Ours.wex", environment=small)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(self.entries("Ours.wex"), self.entries("Own.wex"))
+        self.assertEqual(self.entries("Ours.wex")["App.ipa"][2], read(app))
+        self.assertEqual([files for _, _, files in os.walk(disk) if files], [])
 
     def test_refused_arguments(self):
         values = ["-in", "-out", "-appDesc", "-logFile", "-logWriteLevel", "-logDisplayLevel",
