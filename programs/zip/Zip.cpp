@@ -52,7 +52,7 @@ int pack(const ZipOptions& options, const Messages& messages, const archive::Arc
   if (files.items().empty()) return messages.failNothingToDo();
   const auto standIns = archive::StandIns::asked(&error);
   if (error.isSet() || (standIns && !files.findStandIns(*standIns, &error))) {
-    return messages.failWith(kReadFailed, error.text());
+    return messages.failWith(kSomeUnreadable, error.text());
   }
   const int status = ArchiveUpdate(options, messages, old, hasSource ? &source : nullptr,
                                    standIns ? &*standIns : nullptr)

@@ -54,9 +54,11 @@ bool StandIns::find(const std::string& path, uint64_t size, const Entry** entry,
   *entry = nullptr;
   InputFile file;
   std::array<std::byte, 256> start{};
-  if (size < kSmallest || !file.openRegular(path)) return true;  // who packs it tells why
-  const size_t got = file.readAt(0, start).value_or(0);
-  const std::string_view text = asText(Bytes(start).first(got));
+  if (size < kSmallest) return true;
+  // One that cannot be read for a moment must not be packed as what it looks like after that.
+  const auto got = file.openRegular(path, error) ? file.readAt(0, start, error) : std::nullopt;
+  if (!got) return false;
+  const std::string_view text = asText(Bytes(start).first(*got));
   if (!text.starts_with(word_)) return true;
   const auto isMeant = [&](const Entry& candidate) {
     return candidate.method == kStored && candidate.size == size &&

@@ -37,7 +37,7 @@ class StandIns {
   // Smaller files are what they are.
   static constexpr uint64_t kSmallest = 1 << 20;
   // The entry that the file stands for, null when it is what it is. False, with the reason, when
-  // the archive does not have the entry any more.
+  // the file cannot be read, or the archive does not have the entry any more.
   bool find(const std::string& path, uint64_t size, const Entry** entry, ErrorText* error) const;
   // The archive, to copy contents from. Afterwards isUnchanged() says whether they were those that
   // were checked.

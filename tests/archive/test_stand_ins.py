@@ -97,7 +97,7 @@ class StandIns(ArchiveTest):
                 self.assertEqual(self.unzip(self.asking()).returncode, 0)
                 change()
                 result, archive = self.zip(self.asking())
-                self.assertEqual((result.returncode, archive), (11, None))
+                self.assertEqual((result.returncode, archive), (18, None))
                 self.assertIn(reason, result.stdout)
                 self.setUp()
 
