@@ -27,7 +27,7 @@ class FileList {
   // False, with a text, when two different items would get the same name.
   bool collect(ErrorText* error);
   // Marks the files that stand for others. `standIns` has to outlive the items. False, with the
-  // file and the reason, when one stands for what is not there.
+  // file and the reason, when one cannot be read, or stands for what is not there.
   bool findStandIns(const archive::StandIns& standIns, ErrorText* error);
   const std::vector<SourceItem>& items() const { return items_; }
   // What was passed over, one line each, what could not be read, and whether the archive is
