@@ -61,8 +61,7 @@ Package readPackage(const Tree& tree, Findings* findings) {
   }
   ErrorText reason;
   const auto contents = tree.read(manifest, kLargestDocument, &reason);
-  const auto document =
-      contents ? XmlDocument::parse(contents->text(), &reason) : std::nullopt;
+  const auto document = contents ? XmlDocument::parse(contents->text(), &reason) : std::nullopt;
   if (!document) {
     report(findings, "manifest-unreadable", manifest,
            "the manifest cannot be read: " + trimmed(reason.text()));
