@@ -55,7 +55,7 @@ std::optional<std::string> InputFile::version(ErrorText* error) const {
     return std::nullopt;
   }
   return fmt::format("{:x}.{:x}.{:x}.{:x}", info.st_dev, info.st_ino, info.st_size,
-                     contentsChanged(info));
+                     changeTime(info));
 }
 
 std::optional<size_t> InputFile::read(std::span<char> room, ErrorText* error) {

@@ -29,8 +29,9 @@ class InputFile {
   // As it was when the file was opened.
   const FileStatus& status() const { return status_; }
 
-  // A word that is another one when another file stands there, or this one was written to, as far
-  // as its size and time tell. None, with the reason, when the system does not tell.
+  // A word that is another one when another file stands there, or this one was changed, as far as
+  // its size and the time of its last change tell. None, with the reason, when the system does not
+  // tell.
   std::optional<std::string> version(ErrorText* error = nullptr) const;
 
   // Reads on, as much as comes at a time; 0 at the end. None, with the reason, after a failure.

@@ -50,8 +50,8 @@ std::optional<bool> copyBySystem(int from, int to);
 // The same for a part, which moves on by what was copied; none also where the first file ends
 // before it.
 std::optional<bool> copyPartBySystem(int from, FilePart* part, int to);
-// When the contents were changed last, in nanoseconds since 1970.
-int64_t contentsChanged(const struct stat& info);
+// When anything about the file was changed last, in nanoseconds since 1970. Nobody can set it.
+int64_t changeTime(const struct stat& info);
 // Whether a file moved there is as a new one would be: its group may come from the folder, and
 // access lists and security labels, which are extended attributes, too.
 bool isSameAsNewIn(const std::string& folder, const std::string& file);

@@ -159,8 +159,8 @@ std::optional<bool> copyPartBySystem(int from, FilePart* part, int to) {
   return true;
 }
 
-int64_t contentsChanged(const struct stat& info) {
-  return int64_t{info.st_mtim.tv_sec} * 1'000'000'000 + info.st_mtim.tv_nsec;
+int64_t changeTime(const struct stat& info) {
+  return int64_t{info.st_ctim.tv_sec} * 1'000'000'000 + info.st_ctim.tv_nsec;
 }
 
 bool isSameAsNewIn(const std::string& folder, const std::string& file) {

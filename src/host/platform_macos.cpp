@@ -76,8 +76,8 @@ std::optional<bool> copyPartBySystem(int /*from*/, FilePart* /*part*/, int /*to*
   return std::nullopt;
 }
 
-int64_t contentsChanged(const struct stat& info) {
-  return int64_t{info.st_mtimespec.tv_sec} * 1'000'000'000 + info.st_mtimespec.tv_nsec;
+int64_t changeTime(const struct stat& info) {
+  return int64_t{info.st_ctimespec.tv_sec} * 1'000'000'000 + info.st_ctimespec.tv_nsec;
 }
 
 // The group always comes from the folder.
