@@ -1,4 +1,5 @@
 include(ManPage)
+include(CommonHeaders)
 
 # tovrek_module(NAME [LINK libs...]): the library of one folder, from all its .cpp files.
 # Headers are included by their path from src/ (or from the project root for programs).
@@ -21,6 +22,9 @@ function(tovrek_module name)
   endif()
   target_include_directories(tovrek_${name} ${scope} "${CMAKE_SOURCE_DIR}/src" "${CMAKE_SOURCE_DIR}")
   target_link_libraries(tovrek_${name} ${scope} ${ARG_LINK})
+  if(sources)
+    tovrek_common_headers(tovrek_${name} tovrek_host)
+  endif()
 endfunction()
 
 # tovrek_start_fast(TARGET): links the C++ library into a program. A Wrap starts dozens of programs,
@@ -63,6 +67,7 @@ function(tovrek_tests name)
   add_executable(${name}_tests ${sources})
   target_include_directories(${name}_tests PRIVATE "${CMAKE_SOURCE_DIR}")
   target_link_libraries(${name}_tests PRIVATE ${ARG_LINK} tovrek_test_support GTest::gtest_main GTest::gmock)
+  tovrek_common_headers(${name}_tests tovrek_test_headers)
   add_dependencies(${name}_tests tovrek_host_root)
   gtest_discover_tests(${name}_tests DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
                        PROPERTIES TIMEOUT 300)

@@ -1,6 +1,5 @@
 #include "host/printable.h"
 
-#include <algorithm>
 #include <cstdint>
 
 namespace tovrek {
@@ -22,16 +21,22 @@ size_t unprintableLength(std::string_view text) {
 std::string escaped(std::string_view text, std::string_view kept) {
   constexpr char kDigits[] = "0123456789abcdef";
   std::string result;
-  while (!text.empty()) {
-    const size_t length = kept.find(text.front()) == kept.npos ? unprintableLength(text) : 0;
-    for (const char c : text.substr(0, length)) {
+  size_t taken = 0;  // bytes of the text that the result shows
+  for (size_t i = 0; i < text.size();) {
+    const bool plain = (text[i] >= ' ' && text[i] <= '~') || kept.find(text[i]) != kept.npos;
+    const size_t length = plain ? 0 : unprintableLength(text.substr(i));
+    if (length == 0) {
+      ++i;
+      continue;
+    }
+    result.append(text, taken, i - taken);
+    for (const char c : text.substr(i, length)) {
       const auto byte = static_cast<uint8_t>(c);
       result.append("\\x").append(1, kDigits[byte >> 4]).append(1, kDigits[byte & 15]);
     }
-    if (length == 0) result += text.front();
-    text.remove_prefix(std::max<size_t>(length, 1));
+    taken = i += length;
   }
-  return result;
+  return result.append(text, taken);
 }
 
 }  // namespace

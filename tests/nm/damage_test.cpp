@@ -40,15 +40,15 @@ TEST(NmDamage, ChangedBytesAreSurvived) {
 
 // Many symbols with one long name would be as long as their product.
 TEST(NmDamage, RepetitionEnds) {
-  constexpr uint64_t kMany = 0x8000, kName = 0x8000;
+  constexpr uint64_t kMany = 0x1000, kName = 0x4000;
   MachOBuilder builder(kArm64);
-  builder.length = 0x100000;
+  builder.length = 0x20000;
   builder.command(2)["symoff"] = 0x4000;
   builder.command(2)["nsyms"] = kMany;
-  builder.command(2)["stroff"] = 0xf0000;
+  builder.command(2)["stroff"] = 0x18000;
   builder.command(2)["strsize"] = kName;
   std::string bytes = builder.build();
-  patch(&bytes, 0xf0000, std::string(kName, 'n'));
+  patch(&bytes, 0x18000, std::string(kName, 'n'));
   for (uint64_t i = 0; i < kMany; ++i) bytes[0x4000 + 16 * i + 4] = 0x0f;
   const Result result = listAll(bytes);
   EXPECT_EQ(result.listed, nm::Listed::kNotAll);

@@ -59,25 +59,25 @@ TEST_F(Damage, ChangedBytesAreSurvived) {
 
 // A list of many references to one class with many methods would be as long as their product.
 TEST_F(Damage, RepetitionEnds) {
-  constexpr uint64_t kMany = 4000;
+  constexpr uint64_t kMany = 500;
   MachOBuilder builder(kArm64);
-  builder.length = 0x40000;
+  builder.length = 0x16000;
   const uint64_t data = builder.dataAddress();
   TestRecord& segment = builder.segment("__DATA").fields;
-  segment["vmsize"] = segment["filesize"] = 0x30000;
+  segment["vmsize"] = segment["filesize"] = 0x6000;
   TestRecord& section = builder.section("__DATA", 0);
   section.rename("__objc_classlist");
   section["size"] = kMany * 8;
   section["flags"] = 0;
   builder.removeSegment("__LINKEDIT").makeStatic();
   std::string bytes = builder.build();
-  const uint64_t start = section["offset"], classAddress = data + 0x10000;
+  const uint64_t start = section["offset"], classAddress = data + 0x2000;
   std::string list, methods;
   for (uint64_t i = 0; i < kMany; ++i) list += stored(kArm64, classAddress, 8);
   patch(&bytes, start, list);
-  patch(&bytes, MachOBuilder::kDataOffset + 0x10000 + 32, stored(kArm64, data + 0x10100, 8));
-  patch(&bytes, MachOBuilder::kDataOffset + 0x10100 + 32, stored(kArm64, data + 0x10200, 8));
-  patch(&bytes, MachOBuilder::kDataOffset + 0x10200,
+  patch(&bytes, MachOBuilder::kDataOffset + 0x2000 + 32, stored(kArm64, data + 0x2100, 8));
+  patch(&bytes, MachOBuilder::kDataOffset + 0x2100 + 32, stored(kArm64, data + 0x2200, 8));
+  patch(&bytes, MachOBuilder::kDataOffset + 0x2200,
         stored(kArm64, 24, 4) + stored(kArm64, kMany, 4));
   const Listed listed = listAll(bytes);
   EXPECT_FALSE(listed.objcSound);

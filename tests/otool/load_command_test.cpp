@@ -26,9 +26,9 @@ class LoadCommands : public ListingTest {
   // front of the minimum and blanks elsewhere. It knows neither READ_ONLY nor newer section types.
   static std::string normalised(std::string text) {
     text = replaced(text, "      cmd LC_BUILD_VERSION\n *cmdsize (\\d+)\n *platform \\S+\n",
-                    "BUILD $1\n");
-    text = replaced(text, " *(sdk \\S+)\n *(minos \\S+)\n *ntools", " $2\n $1\n ntools");
-    text = replaced(text, " *(minos \\S+)\n *(sdk \\S+)\n *ntools", " $1\n $2\n ntools");
+                    "BUILD \\1\n");
+    text = replaced(text, " *(sdk \\S+)\n *(minos \\S+)\n *ntools", " \\2\n \\1\n ntools");
+    text = replaced(text, " *(minos \\S+)\n *(sdk \\S+)\n *ntools", " \\1\n \\2\n ntools");
     text = replaced(text, "\n +BUILD", "\nBUILD");
     text = replaced(text, " *tool \\S+\n *version", " tool\n version");
     return replaced(text, "0x00000010 \\(unknown flags\\)", "READ_ONLY");

@@ -17,15 +17,15 @@ class Objc : public ListingTest {
   // 64-bit images. It reads eight bytes of the four that hold an ivar's offset, and leaves out
   // the names of categories in 32-bit images.
   static std::string normalised(std::string text) {
-    text = replaced(text, "( (?:isa|superclass|cache|vtable|cls) 0x0) .*", "$1");
-    return replaced(text, "(\t   offset 0x\\w+) .*", "$1");
+    text = replaced(text, "( (?:isa|superclass|cache|vtable|cls) 0x0) .*", "\\1");
+    return replaced(text, "(\t   offset 0x\\w+) .*", "\\1");
   }
 
   // Without the form of the method lists.
   static std::string withoutForm(std::string text) {
     text = text.substr(text.find('\n'));
     text = replaced(text, "entsize (24|12 \\(relative\\) )\n", "entsize\n");
-    text = replaced(text, "(\t +(?:name|types|imp)) 0x\\w+(?: \\(0x\\w+\\))?", "$1");
+    text = replaced(text, "(\t +(?:name|types|imp)) 0x\\w+(?: \\(0x\\w+\\))?", "\\1");
     return replaced(text, " +\n", "\n");
   }
 };

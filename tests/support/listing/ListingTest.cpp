@@ -1,8 +1,7 @@
 #include "tests/support/listing/ListingTest.h"
 
 #include <gmock/gmock.h>
-
-#include <regex>
+#include <re2/re2.h>
 
 namespace tovrek::test {
 namespace {
@@ -69,8 +68,9 @@ int main(void) {
 
 }  // namespace
 
-std::string replaced(const std::string& text, const std::string& pattern, const std::string& by) {
-  return std::regex_replace(text, std::regex(pattern), by);
+std::string replaced(std::string text, const std::string& pattern, const std::string& by) {
+  RE2::GlobalReplace(&text, pattern, by);
+  return text;
 }
 
 std::string ListingTest::host(const std::vector<std::string>& argv) {

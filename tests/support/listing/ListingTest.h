@@ -39,7 +39,7 @@ class ListingTest : public CompanionTest {
   std::string universal();
 };
 
-// The text with every match of a pattern replaced.
-std::string replaced(const std::string& text, const std::string& pattern, const std::string& by);
+// The text with every match of RE2's pattern replaced.
+std::string replaced(std::string text, const std::string& pattern, const std::string& by);
 
 }  // namespace tovrek::test
