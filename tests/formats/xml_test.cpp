@@ -5,37 +5,13 @@
 #include "formats/XmlReader.h"
 #include "formats/xml_text.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/hostile_xml.h"
 
 namespace tovrek::test {
 namespace {
 
 std::optional<XmlDocument> parsed(const std::string& text) {
   return XmlDocument::parse(text);
-}
-
-std::string nested(size_t depth) {
-  std::string text;
-  for (size_t i = 0; i < depth; ++i) text += "<a>";
-  for (size_t i = 0; i < depth; ++i) text += "</a>";
-  return text;
-}
-
-// A few hundred bytes that stand for gigabytes.
-std::string laughs() {
-  std::string text = "<!DOCTYPE a [<!ENTITY e0 '" + std::string(100, 'x') + "'>";
-  for (int i = 1; i < 10; ++i) {
-    text += "<!ENTITY e" + std::to_string(i) + " '";
-    for (int k = 0; k < 10; ++k) text += "&e" + std::to_string(i - 1) + ";";
-    text += "'>";
-  }
-  return text + "]><a>&e9;</a>";
-}
-
-// An element with attributes "a0" and so on, of which libxml2 compares each with each.
-std::string attributes(int count, const std::string& quote = "'") {
-  std::string text = "<a";
-  for (int i = 0; i < count; ++i) text += " a" + std::to_string(i) + "=" + quote + ">" + quote;
-  return text + "/>";
 }
 
 std::string declaredAttributes(int count) {

@@ -6,15 +6,10 @@
 #include "programs/mend-xml/recovery.h"
 #include "tests/support/ScriptedHostRoot.h"
 #include "tests/support/called_program.h"
+#include "tests/support/hostile_xml.h"
 
 namespace tovrek::test {
 namespace {
-
-std::string nested(size_t depth) {
-  std::string text;
-  for (size_t i = 0; i < depth; ++i) text += "<a>";
-  return text;
-}
 
 TEST(MendXml, MakesWhatCanBeMade) {
   const struct {
@@ -36,24 +31,16 @@ TEST(MendXml, MakesWhatCanBeMade) {
 }
 
 TEST(MendXml, DoesNotGetOverWhatIsHostile) {
-  std::string laughs = "<!DOCTYPE a [<!ENTITY e0 '" + std::string(100, 'x') + "'>";
-  for (int i = 1; i < 10; ++i) {
-    laughs += "<!ENTITY e" + std::to_string(i) + " '";
-    for (int k = 0; k < 10; ++k) laughs += "&e" + std::to_string(i - 1) + ";";
-    laughs += "'>";
-  }
-  std::string attributes = "<a";
-  for (int i = 0; i <= 1000; ++i) attributes += " a" + std::to_string(i) + "=''";
   const struct {
     std::string given, reason;
   } cases[] = {
       {"", "empty"},
       {"junk", "Start tag expected"},
       {nested(300), "Excessive depth"},
-      {laughs + "]><a>&e9;</a>", "loop"},
+      {laughs(), "loop"},
       {"<!DOCTYPE a [<!ENTITY x SYSTEM '/etc/passwd'>]><a>&x;", "outside"},
       {"<!DOCTYPE a SYSTEM '/etc/passwd'><a>", "outside"},
-      {attributes, "too many attributes"},
+      {attributes(1001), "too many attributes"},
   };
   for (const auto& test : cases) {
     ErrorText error;
