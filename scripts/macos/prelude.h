@@ -56,6 +56,7 @@
 #define F_PEOFPOSMODE 3
 #define SO_NOSIGPIPE 0x1022
 #define RENAME_EXCL 4
+#define st_ctimespec st_ctim
 
 struct fstore_t {
   unsigned fst_flags;
