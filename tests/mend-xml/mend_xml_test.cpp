@@ -11,41 +11,40 @@
 namespace tovrek::test {
 namespace {
 
+struct Case {
+  std::string given, expected;  // the document, or a part of the reason
+};
+
 TEST(MendXml, MakesWhatCanBeMade) {
-  const struct {
-    std::string given, made;
-  } cases[] = {
-      {"<a><b>text</b><c>&nope; 1 < 2", "<a><b>text</b><c> 1  2</c></a>"},
-      {"<a><b></a>", "<a><b/></a>"},
-      {"<!DOCTYPE a [<!ENTITY x 'v'>]><a>&x;<b>", "<a>v<b/></a>"},
-      {"<?xml version='1.1' encoding='ISO-8859-1'?><a>\xfc<b>", "<a>\xc3\xbc<b/></a>"},
-      {"<a/>after", "<a/>"},
-  };
-  for (const auto& test : cases) {
+  for (const Case& test : std::initializer_list<Case>{
+           {"<a><b>text</b><c>&nope; 1 < 2", "<a><b>text</b><c> 1  2</c></a>"},
+           {"<a><b></a>", "<a><b/></a>"},
+           {"<!DOCTYPE a [<!ENTITY x 'v'>]><a>&x;<b>", "<a>v<b/></a>"},
+           {"<?xml version='1.1' encoding='ISO-8859-1'?><a>\xfc<b>", "<a>\xc3\xbc<b/></a>"},
+           {"<a/>after", "<a/>"},
+       }) {
     ErrorText error;
     const auto made = mend_xml::recoveredXml(test.given, &error);
     ASSERT_TRUE(made) << test.given << error.text();
-    EXPECT_NE(made->find("encoding=\"UTF-8\"?>\n" + test.made + "\n"), std::string::npos) << *made;
+    EXPECT_NE(made->find("encoding=\"UTF-8\"?>\n" + test.expected + "\n"), std::string::npos)
+        << *made;
     EXPECT_TRUE(XmlDocument::parse(*made)) << *made;
   }
 }
 
 TEST(MendXml, DoesNotGetOverWhatIsHostile) {
-  const struct {
-    std::string given, reason;
-  } cases[] = {
-      {"", "empty"},
-      {"junk", "Start tag expected"},
-      {nested(300), "Excessive depth"},
-      {laughs(), "loop"},
-      {"<!DOCTYPE a [<!ENTITY x SYSTEM '/etc/passwd'>]><a>&x;", "outside"},
-      {"<!DOCTYPE a SYSTEM '/etc/passwd'><a>", "outside"},
-      {attributes(1001), "too many attributes"},
-  };
-  for (const auto& test : cases) {
+  for (const Case& test : std::initializer_list<Case>{
+           {"", "empty"},
+           {"junk", "Start tag expected"},
+           {nested(300), "Excessive depth"},
+           {laughs(), "loop"},
+           {"<!DOCTYPE a [<!ENTITY x SYSTEM '/etc/passwd'>]><a>&x;", "outside"},
+           {"<!DOCTYPE a SYSTEM '/etc/passwd'><a>", "outside"},
+           {attributes(1001), "too many attributes"},
+       }) {
     ErrorText error;
     EXPECT_FALSE(mend_xml::recoveredXml(test.given, &error)) << test.given;
-    EXPECT_NE(error.text().find(test.reason), std::string::npos) << error.text();
+    EXPECT_NE(error.text().find(test.expected), std::string::npos) << error.text();
   }
   expectAnswers(mend_xml::run, {{{"file.xml"}, 2, "", "usage: mend-xml "}});
 }
