@@ -74,8 +74,8 @@ void startElement(void* context, const xmlChar* name, const xmlChar* prefix, con
                         attributes - defaulted, 0, attributeList);
 }
 
-// As it is written: what was declared has been replaced.
-std::string written(xmlDocPtr document) {
+// Without declarations: what they stand for is in its places. None when there is no memory for it.
+std::optional<std::string> written(xmlDocPtr document) {
   if (xmlDtdPtr type = xmlGetIntSubset(document); type != nullptr) {
     xmlUnlinkNode(reinterpret_cast<xmlNodePtr>(type));
     xmlFreeDtd(type);
@@ -83,6 +83,7 @@ std::string written(xmlDocPtr document) {
   xmlChar* bytes = nullptr;
   int size = 0;
   xmlDocDumpFormatMemoryEnc(document, &bytes, &size, "UTF-8", 0);
+  if (bytes == nullptr) return std::nullopt;
   std::string result(reinterpret_cast<const char*>(bytes), static_cast<size_t>(size));
   xmlFree(bytes);
   return result;
@@ -111,7 +112,8 @@ std::optional<std::string> recoveredXml(std::string_view bytes, ErrorText* error
   if (!document || xmlDocGetRootElement(document.get()) == nullptr || parsing.refused) {
     return refused(parsing.fault.empty() ? "the document is empty" : parsing.fault);
   }
-  return written(document.get());
+  auto result = written(document.get());
+  return result ? std::move(result) : refused("the document cannot be written");
 }
 
 }  // namespace tovrek::mend_xml

@@ -1,4 +1,4 @@
-// The part of XPath 1.0 that documents of ours are asked by.
+// As much of XPath 1.0 as documents of ours are asked by.
 #pragma once
 
 #include <optional>

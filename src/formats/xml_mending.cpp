@@ -2,6 +2,7 @@
 // links it.
 #include "formats/xml_mending.h"
 
+#include "formats/xml_limits.h"
 #include "host/HostRoot.h"
 #include "host/host_info.h"
 #include "host/paths.h"
@@ -22,6 +23,7 @@ std::string program() {
 }  // namespace
 
 std::optional<std::string> mendedXml(std::string_view bytes, ErrorText* error) {
+  if (!excessOfXml(bytes).empty()) return std::nullopt;  // the program would refuse it too
   Command command{.argv = {program()}};
   command.input = bytes;
   command.standardError = StandardError::kCapture;

@@ -13,38 +13,24 @@ bool isXmlCharacter(uint32_t value) {
   return value != 0xFFFE && value != 0xFFFF;
 }
 
-// What must not stand as it is; null for all else. A carriage return would be read as a line feed.
-const char* escapeInText(char c) {
-  switch (c) {
-    case '&':
-      return "&amp;";
-    case '<':
-      return "&lt;";
-    case '>':
-      return "&gt;";
-    case '\r':
-      return "&#13;";
-    default:
-      return nullptr;
-  }
+enum class Place { kText, kAttribute };
+
+// What must not stand there as it is; null for all else. A carriage return would be read as a line
+// feed, and in an attribute line feeds and tabs as blanks.
+const char* escapeOf(char c, Place place) {
+  const bool isQuoted = place == Place::kAttribute;
+  if (c == '&') return "&amp;";
+  if (c == '<') return "&lt;";
+  if (c == '>') return "&gt;";
+  if (c == '\r') return "&#13;";
+  if (c == '"' && isQuoted) return "&quot;";
+  if (c == '\n' && isQuoted) return "&#10;";
+  return c == '\t' && isQuoted ? "&#9;" : nullptr;
 }
 
-const char* escapeInAttribute(char c) {
-  switch (c) {
-    case '"':
-      return "&quot;";
-    case '\n':
-      return "&#10;";
-    case '\t':
-      return "&#9;";
-    default:
-      return escapeInText(c);
-  }
-}
-
-void appendEscaped(std::string* to, std::string_view text, const char* (*escape)(char)) {
+void appendEscaped(std::string* to, std::string_view text, Place place) {
   for (const char c : text) {
-    if (const char* escaped = escape(c); escaped != nullptr) {
+    if (const char* escaped = escapeOf(c, place)) {
       *to += escaped;
     } else {
       *to += c;
@@ -79,11 +65,11 @@ std::string xmlText(std::string_view bytes) {
 }
 
 void appendXmlText(std::string* to, std::string_view text) {
-  appendEscaped(to, text, escapeInText);
+  appendEscaped(to, text, Place::kText);
 }
 
 void appendXmlAttribute(std::string* to, std::string_view text) {
-  appendEscaped(to, text, escapeInAttribute);
+  appendEscaped(to, text, Place::kAttribute);
 }
 
 // The parser has the tables of letters; whatever else than a name is in it, it finds another

@@ -1,6 +1,8 @@
 #include "formats/xml_tree_reading.h"
 
 #include <optional>
+#include <unordered_map>
+#include <vector>
 
 #include "formats/xml_limits.h"
 #include "formats/xml_parsing.h"
@@ -18,22 +20,36 @@ std::string_view prefixOf(std::string_view name) {
   return colon == name.npos ? std::string_view() : name.substr(0, colon);
 }
 
-const std::string* attributeOf(const XmlTree& element, std::string_view name) {
-  for (const auto& [key, value] : element.attributes) {
-    if (key == name) return &value;
-  }
-  return nullptr;
+// The prefix that an attribute declares, with nothing for the default; none for all others.
+std::optional<std::string> declaredPrefix(std::string_view attribute) {
+  if (attribute == "xmlns") return "";
+  if (attribute.starts_with("xmlns:")) return std::string(attribute.substr(6));
+  return std::nullopt;
 }
 
-// Whether the prefix, or no prefix, stands for a namespace here; by Namespaces in XML 1.0.
-bool isNamespace(const XmlTree& element, std::string_view prefix) {
-  if (prefix == "xml") return true;
-  const std::string declaration = prefix.empty() ? "xmlns" : "xmlns:" + std::string(prefix);
-  for (const XmlTree* around = &element; around != nullptr; around = around->parent) {
-    if (const std::string* name = attributeOf(*around, declaration)) return !name->empty();
+// Which prefixes stand for a namespace at a place in a document; by Namespaces in XML 1.0. A
+// question takes the same time however many attributes the elements around have.
+class NamespaceScope {
+ public:
+  void enter(const XmlTree& element) {
+    for (const auto& [name, value] : element.attributes) {
+      if (const auto prefix = declaredPrefix(name)) inForce_[*prefix].push_back(!value.empty());
+    }
   }
-  return false;
-}
+  void leave(const XmlTree& element) {
+    for (const auto& [name, value] : element.attributes) {
+      if (const auto prefix = declaredPrefix(name)) inForce_[*prefix].pop_back();
+    }
+  }
+  bool has(std::string_view prefix) const {
+    if (prefix == "xml") return true;
+    const auto known = inForce_.find(std::string(prefix));
+    return known != inForce_.end() && !known->second.empty() && known->second.back();
+  }
+
+ private:
+  std::unordered_map<std::string, std::vector<bool>> inForce_;  // the innermost last
+};
 
 class TreeBuilder : public XmlReceiver {
  public:
@@ -42,15 +58,15 @@ class TreeBuilder : public XmlReceiver {
     at_ = &at_->append(Kind::kElement, std::string(name));
     for (size_t i = 0; i + 1 < attributes.size(); i += 2) {
       at_->attributes.emplace_back(attributes[i], attributes[i + 1]);
-      if (at_->attributes.back().first.starts_with("xmlns")) declaresNamespaces_ = true;
     }
+    namespaces_.enter(*at_);
     const std::string_view prefix = prefixOf(name);
-    if (!declaresNamespaces_ && prefix.empty()) return;
-    at_->hasNamespace = isNamespace(*at_, prefix);
+    at_->hasNamespace = namespaces_.has(prefix);
     if (at_->hasNamespace && !prefix.empty()) at_->prefixSize = prefix.size() + 1;
   }
   void endElement(std::string_view /*name*/) override {
     --depth_;
+    namespaces_.leave(*at_);
     at_ = at_->parent;
   }
   void characters(std::string_view text) override {
@@ -81,7 +97,7 @@ class TreeBuilder : public XmlReceiver {
   std::unique_ptr<XmlTree> document_ = std::make_unique<XmlTree>(XmlTree{Kind::kDocument});
   XmlTree* at_ = document_.get();  // the element that is open
   size_t depth_ = 0;
-  bool declaresNamespaces_ = false;  // some element so far
+  NamespaceScope namespaces_;
   bool inCdata_ = false;
   bool fresh_ = false;  // a section begins, which is not the one before it
 };

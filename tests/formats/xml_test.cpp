@@ -158,6 +158,19 @@ TEST(XmlDocument, RefusesWhatIsNoDocument) {
   EXPECT_FALSE(XmlDocument::readFile(folder.file("missing")));
 }
 
+// What the elements around declare is not looked through for each element.
+TEST(XmlDocument, ManyAttributesAroundManyElementsTakeNoTime) {
+  std::string text;
+  const std::string many = attributes(999, "'");
+  const std::string opening = many.substr(0, many.size() - 2) + " xmlns:p='u'>";
+  for (int i = 0; i < 200; ++i) text += opening;
+  for (int i = 0; i < 200'000; ++i) text += "<p:b/>";
+  for (int i = 0; i < 200; ++i) text += "</a>";
+  const auto document = parsed(text);
+  ASSERT_TRUE(document);
+  EXPECT_EQ(document->find("//b")->size(), 0U);
+}
+
 TEST(XmlReader, ReportsEventsUpToTheFirstFault) {
   const struct {
     std::string text, events;
